@@ -1,0 +1,95 @@
+/* The framework's ASN.1 codec: DER is written and BER is read (X.690), with context-specific tags 0 to 30 and
+ * implicit tagging.
+ *
+ * C header. Each operation returns a framework minor status, 0x21000064 on success. */
+#ifndef QXGSS_GSSPASN_H
+#define QXGSS_GSSPASN_H
+
+#include "qxgss.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define GSSPASN_E_SUCCESS 0x21000064U
+#define GSSPASN_E_NO_MEMORY 0xE1000065U
+#define GSSPASN_E_ARGUMENT 0xE10000CDU      /* a pointer is null */
+#define GSSPASN_E_ENCODING 0xE10000F3U      /* lengths or contents break the encoding rules; token too large */
+#define GSSPASN_E_TAG_INVALID 0xE10000F4U   /* tag number of 31 or above */
+#define GSSPASN_E_STACK_FULL 0xE10000F5U    /* nested too deeply; too many elements */
+#define GSSPASN_E_TAG_MISMATCH 0xE10000F6U  /* stop with another tag than start, or without one */
+#define GSSPASN_E_NO_HANDLE 0xE10000F7U     /* the handle is null, or is not of the kind the call needs */
+#define GSSPASN_E_CLASS_INVALID 0xE10000F8U /* an element whose class is not context-specific */
+#define GSSPASN_E_NOT_SEQUENCE 0xE10000F9U
+#define GSSPASN_E_NOT_ITEM 0xE10000FAU
+#define GSSPASN_E_TAG_NOT_FOUND 0xE10000FBU
+#define GSSPASN_E_ITEM_TYPE 0xE10000FCU
+
+#define GSSP_TAGGING_IMPLICIT 0U
+
+/* Item types and what their value points to. */
+#define GSSPASN_INTEGER 2U           /* OM_uint32 */
+#define GSSPASN_OCTET_STRING 4U      /* qxgss_buffer_desc */
+#define GSSPASN_OBJECT_IDENTIFIER 5U /* qxgss_OID_desc */
+
+/* Limits. Encoder: nested constructed elements. Decoder: nested constructed elements, elements in all, and token
+ * size in bytes; a token beyond one is refused when it is opened, with the status named. */
+#define GSSPASN_ENCODE_MAX_DEPTH 11U
+#define GSSPASN_DECODE_MAX_DEPTH 16U      /* GSSPASN_E_STACK_FULL */
+#define GSSPASN_DECODE_MAX_ELEMENTS 1024U /* GSSPASN_E_STACK_FULL */
+#define GSSPASN_DECODE_MAX_TOKEN (1U << 20) /* GSSPASN_E_ENCODING */
+
+typedef struct gsspasn_encoder_struct *gsspasn_encoding_t;
+typedef struct gsspasn_element_struct *gsspasn_decoding_t;
+
+/* ---- Encoder ---------------------------------------------------------------------------------------------------- */
+
+QXGSS_API OM_uint32 gsspasn_open_encode_handle(gsspasn_encoding_t *pHandle);
+QXGSS_API OM_uint32 gsspasn_set_encode_tagging(gsspasn_encoding_t Handle, OM_uint32 Tagging);
+
+/* Opens a constructed element inside the innermost open one. */
+QXGSS_API OM_uint32 gsspasn_start_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag);
+
+/* Closes the innermost open element, whose tag must be this one. */
+QXGSS_API OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag);
+
+/* Appends a primitive element; the value is read, not taken over. */
+QXGSS_API OM_uint32 gsspasn_put_encode_item(gsspasn_encoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
+                                            const void *pValue);
+
+/* Frees the encoder and clears the handle, in every case. With an output descriptor the encoding is stored in it
+ * (released with gssp_release_buffer); elements still open then give GSSPASN_E_TAG_MISMATCH and an empty output. */
+QXGSS_API OM_uint32 gsspasn_close_encode_handle(gsspasn_encoding_t *pHandle, qxgss_buffer_t pOutput);
+
+/* ---- Decoder ---------------------------------------------------------------------------------------------------- */
+
+/* Checks the whole token, in one pass without recursion, and makes a decoder over it: exactly one element, definite
+ * or indefinite lengths (X.690 8.1.3). The decoder reads the token's bytes, which must stay until it is closed. */
+QXGSS_API OM_uint32 gsspasn_open_decode_handle(gsspasn_decoding_t *pHandle, const qxgss_buffer_t pToken);
+QXGSS_API OM_uint32 gsspasn_set_decode_tagging(gsspasn_decoding_t Handle, OM_uint32 Tagging);
+
+/* A handle over the children of the token's outer element, which must be constructed and have this tag, and their
+ * number. Handles over children belong to the decoder and are never closed by themselves. */
+QXGSS_API OM_uint32 gsspasn_get_top_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag,
+                                                    gsspasn_decoding_t *pChildren, OM_uint32 *pCount);
+
+/* Within one parent tags are asked for in ascending order; children with the same tag come one per request, in order;
+ * children not asked for are passed over. An absent tag gives GSSPASN_E_TAG_NOT_FOUND, leaves the outputs unchanged
+ * and disturbs no later request; so does every other failure. */
+QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag,
+                                                gsspasn_decoding_t *pChildren, OM_uint32 *pCount);
+
+/* Decodes a primitive child: INTEGER must be the minimal contents of a 32-bit unsigned value; OCTET STRING comes with
+ * new storage (gssp_release_buffer; an empty string gives an empty buffer), OBJECT IDENTIFIER with new `elements`
+ * (free; must not be empty, GSSPASN_E_ENCODING). */
+QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
+                                            void *pValue);
+
+/* Frees the decoder with every handle it delivered and clears the handle. A null handle is GSSPASN_E_NO_HANDLE. */
+QXGSS_API OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
