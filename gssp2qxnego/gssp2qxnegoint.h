@@ -29,13 +29,13 @@ enum NegMechState_et : OM_uint32 {
 enum NegMechReason_et : OM_uint32 {
     NEG_MECH_REASON_INVALID = 0,
     NEG_MECH_REASON_AVAILABLE = 1,
-    NEG_MECH_REASON_GSSAPI_ERROR = 2,           // a call of the mechanism failed
+    NEG_MECH_REASON_GSSAPI_ERROR = 2, // a call of the mechanism failed
     NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT = 3,
     NEG_MECH_REASON_NOT_AVAIL_AT_SERVER = 4,
-    NEG_MECH_REASON_DUE_TO_POLICY = 5,          // the server's policy does not allow it for the user
-    NEG_MECH_REASON_DUE_TO_RANK = 6,            // selected as the first available, or rejected because one before it was
-    NEG_MECH_REASON_SSO_REQUIRED = 7,           // single sign-on is required and not supported
-    NEG_MECH_REASON_AUTH_ID_NOT_AVAIL = 8,      // no identity could be obtained for single sign-on
+    NEG_MECH_REASON_DUE_TO_POLICY = 5,     // the server's policy does not allow it for the user
+    NEG_MECH_REASON_DUE_TO_RANK = 6,       // selected as the first available, or rejected because one before it was
+    NEG_MECH_REASON_SSO_REQUIRED = 7,      // single sign-on is required and not supported
+    NEG_MECH_REASON_AUTH_ID_NOT_AVAIL = 8, // no identity could be obtained for single sign-on
     NEG_MECH_REASON_AUTHORIZATION_REQUIRED = 9, // a user or profile was requested and the mechanism cannot authorize
     NEG_MECH_REASON_INVALID_LAST = 10
 };
@@ -195,10 +195,9 @@ OM_uint32 QXNEGO_INT_GetNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pInpu
 // The only way an entry's state changes; marks the entry to be sent. A given text is copied, without one the old text
 // stays. 0x020D0000 with INACCESSIBLE (null entry); GSS_S_FAILURE with BAD_MECH_STATE or BAD_MECH_REASON, the entry
 // then unchanged; the copy's status when it fails, the entry then changed but not marked.
-OM_uint32 QXNEGO_INT_NegMechStateChange(OM_uint32 *pMinorStatus, NegMechState_et MechState,
-                                        NegMechReason_et MechReason, OM_uint32 GssMajorStatus,
-                                        OM_uint32 GssMinorStatus, qxgss_buffer_t pGssMinorStatusText,
-                                        NegMechEntry_t pNegMechEntry);
+OM_uint32 QXNEGO_INT_NegMechStateChange(OM_uint32 *pMinorStatus, NegMechState_et MechState, NegMechReason_et MechReason,
+                                        OM_uint32 GssMajorStatus, OM_uint32 GssMinorStatus,
+                                        qxgss_buffer_t pGssMinorStatusText, NegMechEntry_t pNegMechEntry);
 
 // Releases everything the entries own and the array; goes on after a mechanism's failure and returns the last one.
 // 0x020D0000 with INVALID_INPUT for null.
@@ -221,8 +220,7 @@ OM_uint32 QXNEGO_INT_EncodeNegTokenResp(OM_uint32 *pMinorStatus, NegContext_t pN
                                         gsspasn_encoding_t pEncodeHandle);
 OM_uint32 QXNEGO_INT_EncodeNegMechList(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
                                        gsspasn_encoding_t pEncodeHandle);
-OM_uint32 QXNEGO_INT_EncodeNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech,
-                                   gsspasn_encoding_t pEncodeHandle);
+OM_uint32 QXNEGO_INT_EncodeNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech, gsspasn_encoding_t pEncodeHandle);
 
 // ---- Token decoder (token_decode.cpp) ------------------------------------------------------------------------------
 
@@ -242,8 +240,7 @@ OM_uint32 QXNEGO_INT_DecodeNegTokenResp(OM_uint32 *pMinorStatus, gsspasn_decodin
                                         NegContext_t pNegContext);
 OM_uint32 QXNEGO_INT_DecodeNegMechList(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                        NegContext_t pNegContext);
-OM_uint32 QXNEGO_INT_DecodeNegMech(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
-                                   NegContext_t pNegContext);
+OM_uint32 QXNEGO_INT_DecodeNegMech(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle, NegContext_t pNegContext);
 
 // ---- Reconciliation (reconcile.cpp) --------------------------------------------------------------------------------
 
@@ -265,8 +262,7 @@ OM_uint32 QXNEGO_INT_SelectMechanism(OM_uint32 *pMinorStatus, NegContext_t pNegC
 
 // Rejects what the user's policy does not allow; once per context. pUserNameBuf is not consulted. 0x020D0000 with
 // INACCESSIBLE (null context), GSS_S_FAILURE with CALLOC or NO_MECHANISM (none allowed), or the lookup's status.
-OM_uint32 QXNEGO_INT_Apply_Policy_Info(OM_uint32 *pMinorStatus, qxgss_buffer_t pUserNameBuf,
-                                       NegContext_t pNegContext);
+OM_uint32 QXNEGO_INT_Apply_Policy_Info(OM_uint32 *pMinorStatus, qxgss_buffer_t pUserNameBuf, NegContext_t pNegContext);
 
 // Rejects, when a user or profile is requested, what authenticates but cannot authorize. GSS_S_FAILURE with NEG_CONTEXT
 // (null context) or EMPTY_LIST.
@@ -290,8 +286,7 @@ OM_uint32 QXNEGO_INT_Mechs_Init_Contexts(OM_uint32 *pMinorStatus, const qxgss_na
                                          OM_uint32 TimeReq, const qxgss_channel_bindings_t pInputChanBindings,
                                          qxgss_OID *ppActualMechType, OM_uint32 *pRetFlags, OM_uint32 *pTimeRec,
                                          NegContext_t pNegContext);
-OM_uint32 QXNEGO_INT_Mechs_Accept_Contexts(OM_uint32 *pMinorStatus,
-                                           const qxgss_channel_bindings_t pInputChanBindings,
+OM_uint32 QXNEGO_INT_Mechs_Accept_Contexts(OM_uint32 *pMinorStatus, const qxgss_channel_bindings_t pInputChanBindings,
                                            qxgss_name_t *ppSrcName, qxgss_OID *ppMechType, OM_uint32 *pRetFlags,
                                            OM_uint32 *pTimeRec, qxgss_cred_id_t *ppDelegatedCredHandle,
                                            NegContext_t pNegContext);
@@ -328,6 +323,43 @@ OM_uint64 QXNEGO_INT_GetElapsedTime(OM_uint64 BaseTime);
 
 // Frees records and array. 0x010D0000 with NEG_CONTEXT.
 OM_uint32 QXNEGO_INT_ReleaseNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegContext);
+
+// ---- Log text (log_text.cpp) ---------------------------------------------------------------------------------------
+
+// The whole log as text: a banner and one block of lines per record. The buffer holds exactly the text, without a NUL;
+// the caller releases it. LogLevel changes nothing. 0x020D0000 with NO_BUFFER (null buffer), 0x010D0000 with
+// NEG_CONTEXT (null context) or NO_LOG; GSS_S_FAILURE with MALLOC; the buffer is then empty.
+OM_uint32 QXNEGO_INT_GetNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegContext, OM_uint32 LogLevel,
+                               qxgss_buffer_t pNegLogBuf);
+
+// The banner (package, version, host, time), at most 4095 characters in an area of 4096 that the caller frees, and its
+// length (may be null). 0x020D0000 with INVALID_INPUT (null area pointer); GSS_S_FAILURE with MALLOC.
+OM_uint32 QXNEGO_INT_NegLogBanner(OM_uint32 *pMinorStatus, OM_uint32 LogLevel, char **ppszLogBanner,
+                                  size_t *pcbLogBanner);
+
+// One record's lines likewise; a line that does not fit ends them. Without a record or an area pointer nothing is made
+// and the length is 0. GSS_S_FAILURE with MALLOC.
+OM_uint32 QXNEGO_INT_FormatOneNegLogRecord(OM_uint32 *pMinorStatus, NegLogRecord_t pLogRecord, OM_uint32 RecordNum,
+                                           OM_uint32 LogLevel, char **ppszLogRecord, size_t *pcbLogRecord);
+
+// The OID's octets as "2a.86.48", at most 126 characters, in an area that the caller frees; null without an OID or
+// memory.
+char *QXNEGO_INT_oid_to_string(qxgss_OID pOid);
+
+// ---- User properties (user_properties.cpp) -------------------------------------------------------------------------
+
+// Builds the context's user properties, which the caller releases. 0x01080000 with INVALID_INPUT (null context),
+// 0x020D0000 with INACCESSIBLE (null buffer), GSS_S_FAILURE with NEG_CONTEXT (selection out of range), or the status of
+// the selected mechanism, GetNegLog or FillQxnegoInfo; the buffer is then empty.
+OM_uint32 QXNEGO_INT_FillUserProperties(OM_uint32 *pMinorStatus, QxnegoSecCtx_int_t pQxnegoSecCtx,
+                                        qxgss_buffer_t pUserProps);
+
+// A mechanism's records (may be null or empty), the policy mark and the log (may be null) as a new buffer, which the
+// caller releases; marks the attributes records of pProps in place. Untouched when there is nothing to report. A log
+// of more than 65,525 bytes ends with its last whole record within them. GSS_S_FAILURE with INVALID_INPUT (null
+// pNewprops) or CALLOC.
+OM_uint32 QXNEGO_INT_FillQxnegoInfo(OM_uint32 *pMinorStatus, qxgss_buffer_t pProps, OM_uint32 IsPolicyApplied,
+                                    qxgss_buffer_t pNeglog, qxgss_buffer_t pNewprops);
 
 // ---- Status texts (qxnegoerrtostr.cpp, qxgsserrtostr.cpp) ----------------------------------------------------------
 

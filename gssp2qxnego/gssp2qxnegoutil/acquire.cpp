@@ -1,0 +1,71 @@
+// Acquiring each candidate's own credential, once per context.
+#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/reject.h"
+
+using namespace qxnego;
+
+namespace {
+
+// What every mechanism of the pass is asked for.
+struct Request {
+    qxgss_name_t desiredName;
+    OM_uint32 lifetime;
+    qxgss_cred_usage_t usage;
+};
+
+OM_uint32 acquire_for(OM_uint32 *pMinorStatus, const Request &request, NegMechEntry_desc &entry) {
+    OidSet<gssp_release_oid_set> mechanism;
+    OM_uint32 major = gssp_create_empty_oid_set(pMinorStatus, mechanism.get());
+    if (!failed(major))
+        major = gssp_add_oid_set_member(pMinorStatus, entry.pMechOid, mechanism.get());
+    if (failed(major))
+        return major;
+    return table_of(entry).ftn_gssp_acquire_cred(pMinorStatus, request.desiredName, request.lifetime, *mechanism,
+                                                 request.usage, &entry.pMechCredential, nullptr, nullptr);
+}
+
+} // namespace
+
+OM_uint32 QXNEGO_INT_Mechs_Acquire_Creds(OM_uint32 *pMinorStatus, const QxnegoCred_t pCredHandle,
+                                         NegContext_t pNegContext) {
+    if (const OM_uint32 major = require_mechanisms(pMinorStatus, pNegContext); failed(major))
+        return major;
+    const bool initiator = pNegContext->IsInitiator != 0;
+    if (!initiator && pCredHandle == nullptr) {
+        QXNEGO_INT_NegLogEntry(nullptr,
+                               "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred not needed for NULL credential at Server",
+                               nullptr, pNegContext);
+        return succeed(pMinorStatus);
+    }
+    Request request = {nullptr, GSS_C_INDEFINITE, initiator ? GSS_C_INITIATE : GSS_C_ACCEPT};
+    if (pCredHandle != nullptr)
+        request = {pCredHandle->pDesiredName, pCredHandle->TimeReq, pCredHandle->CredUsage};
+
+    OM_uint32 messageContext = 0;
+    const NegMechList_desc &list = pNegContext->NegMechList;
+    for (OM_uint32 i = 0; i < list.Count; ++i) {
+        NegMechEntry_desc &entry = list.pNegMech[i];
+        if (entry.MechState != NEG_MECH_STATE_AVAILABLE)
+            continue;
+        if (table_of(entry).ftn_gssp_acquire_cred == nullptr) {
+            QXNEGO_INT_NegLogEntry(
+                nullptr, "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred not supported, skip for this mechanism", &entry,
+                pNegContext);
+            continue;
+        }
+        OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+        const OM_uint32 major = acquire_for(&minor, request, entry);
+        if (!failed(major)) {
+            QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred succeeded for mechanism",
+                                   &entry, pNegContext);
+            continue;
+        }
+        entry.pMechCredential = nullptr;
+        if (const OM_uint32 ended = reject_with_status(pMinorStatus, entry, major, minor, messageContext);
+            failed(ended))
+            return ended;
+        QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred failed for mechanism", &entry,
+                               pNegContext);
+    }
+    return succeed(pMinorStatus);
+}

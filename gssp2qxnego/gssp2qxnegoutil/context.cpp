@@ -1,0 +1,50 @@
+// The security context's beginning and end. A context that could not be made whole is not left behind.
+#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+
+using namespace qxnego;
+
+OM_uint32 QXNEGO_INT_InitializeContext(OM_uint32 *pMinorStatus, OM_uint32 IsInitiator,
+                                       QxnegoSecCtx_int_t *ppQxnegoSecCtx) {
+    if (ppQxnegoSecCtx == nullptr)
+        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CONTEXT, QXNEGO_E_NO_CONTEXT);
+    if (*ppQxnegoSecCtx != nullptr)
+        return succeed(pMinorStatus);
+
+    auto context = zeroed<QxnegoSecCtxDescStruct>();
+    if (context == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+    NegContext_desc &negotiation = context->NegCtx;
+    negotiation.IsInitiator = IsInitiator;
+    negotiation.NegState = NEG_STATE_INCOMPLETE;
+    negotiation.NegStateFromPeer = NEG_STATE_INCOMPLETE;
+    negotiation.SelectedMechInfoIndex = -1;
+    negotiation.SelectedMechListIndex = -1;
+
+    // The log comes first: the mechanisms available are its first records.
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+    OM_uint32 major = QXNEGO_INT_InitNegLog(&minor, &negotiation);
+    if (!failed(major))
+        major = QXNEGO_INT_GetNegMechList(&minor, &QxnegoMechList, &negotiation.NegMechList, &negotiation);
+    if (failed(major)) {
+        QXNEGO_INT_ReleaseNegContext(nullptr, &negotiation);
+        return report(pMinorStatus, major, minor);
+    }
+    *ppQxnegoSecCtx = context.release();
+    return succeed(pMinorStatus);
+}
+
+OM_uint32 QXNEGO_INT_ReleaseNegContext(OM_uint32 *pMinorStatus, NegContext_t pNegContext) {
+    if (pNegContext == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_NEG_CONTEXT);
+    gssp_release_buffer(nullptr, &pNegContext->AuthenticationIdBuf);
+    gssp_release_buffer(nullptr, &pNegContext->UserNameBuf);
+    gssp_release_buffer(nullptr, &pNegContext->ProfileNameBuf);
+
+    LastFailure result;
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+    OM_uint32 major = QXNEGO_INT_ReleaseNegMechList(&minor, &pNegContext->NegMechList);
+    result.note(major, minor);
+    major = QXNEGO_INT_ReleaseNegLog(&minor, pNegContext);
+    result.note(major, minor);
+    return result.report(pMinorStatus);
+}

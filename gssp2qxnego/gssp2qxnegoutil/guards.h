@@ -3,6 +3,7 @@
 #define QXNEGO_GUARDS_H
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include "gssp2qxnego/gssp2qxnegoint.h"
@@ -22,10 +23,19 @@ inline OM_uint32 succeed(OM_uint32 *pMinorStatus) {
     return report(pMinorStatus, GSS_S_COMPLETE, QXNEGO_E_SUCCESSFUL);
 }
 
-inline bool failed(OM_uint32 major) { return GSS_ERROR(major) != 0; }
+template <typename T> void set_if_given(T *pOutput, T value) {
+    if (pOutput != nullptr)
+        *pOutput = value;
+}
+
+inline bool failed(OM_uint32 major) {
+    return GSS_ERROR(major) != 0;
+}
 
 // A buffer counts as present when it has a length and a value; either alone is nothing to send or to read.
-inline bool present(const qxgss_buffer_desc &buffer) { return buffer.length != 0 && buffer.value != nullptr; }
+inline bool present(const qxgss_buffer_desc &buffer) {
+    return buffer.length != 0 && buffer.value != nullptr;
+}
 
 struct Free {
     void operator()(void *p) const { std::free(p); }
@@ -34,6 +44,43 @@ template <typename T> using Heap = std::unique_ptr<T, Free>;
 
 template <typename T> Heap<T> zeroed(std::size_t count = 1) {
     return Heap<T>(static_cast<T *>(std::calloc(count, sizeof(T))));
+}
+
+// A copy of a NUL-terminated text; null when memory is lacking.
+inline Heap<char> copy_text(const char *text) {
+    const std::size_t size = std::strlen(text) + 1;
+    Heap<char> copy(static_cast<char *>(std::malloc(size)));
+    if (copy != nullptr)
+        std::memcpy(copy.get(), text, size);
+    return copy;
+}
+
+// A NUL-terminated copy of bytes that may hold a secret: wiped before it is freed.
+class SecretText {
+  public:
+    explicit SecretText(const qxgss_buffer_desc &source)
+        : size_(source.length + 1), text_(size_ != 0 ? zeroed<char>(size_) : nullptr) {
+        if (text_ != nullptr && present(source))
+            std::memcpy(text_.get(), source.value, source.length);
+    }
+    SecretText(const SecretText &) = delete;
+    SecretText &operator=(const SecretText &) = delete;
+    ~SecretText() {
+        if (text_ != nullptr)
+            explicit_bzero(text_.get(), size_);
+    }
+    const char *get() const { return text_.get(); }
+
+  private:
+    std::size_t size_;
+    Heap<char> text_;
+};
+
+// Moves a NUL-terminated heap text into a buffer, whose old contents are released; its length is without the NUL.
+inline void take_text(qxgss_buffer_desc &buffer, Heap<char> text) {
+    gssp_release_buffer(nullptr, &buffer);
+    buffer.length = std::strlen(text.get());
+    buffer.value = text.release();
 }
 
 // A framework buffer that is released on every path.
@@ -61,13 +108,87 @@ class Buffer {
     qxgss_buffer_desc desc_{};
 };
 
-// The function table of an entry's mechanism; an empty one for an entry without a registry index. Nobody else indexes
-// the registry with an entry's number.
+// A set of OIDs that is released on every path, with the operation that its source names.
+template <auto Release> class OidSet {
+  public:
+    OidSet() = default;
+    OidSet(const OidSet &) = delete;
+    OidSet &operator=(const OidSet &) = delete;
+    ~OidSet() {
+        if (set_ != nullptr)
+            Release(nullptr, &set_);
+    }
+    qxgss_OID_set *get() { return &set_; }
+    qxgss_OID_set operator*() const { return set_; }
+
+  private:
+    qxgss_OID_set set_ = nullptr;
+};
+
+// The result of a release that goes on after a failing step: the last failure, or success.
+class LastFailure {
+  public:
+    void note(OM_uint32 major, OM_uint32 minor) {
+        if (failed(major)) {
+            major_ = major;
+            minor_ = minor;
+        }
+    }
+    OM_uint32 report(OM_uint32 *pMinorStatus) const { return qxnego::report(pMinorStatus, major_, minor_); }
+
+  private:
+    OM_uint32 major_ = GSS_S_COMPLETE;
+    OM_uint32 minor_ = QXNEGO_E_SUCCESSFUL;
+};
+
+// The registry's record at an index; null outside the registry. Nobody else indexes the registry, and the two below
+// answer for entries made for the peer only, whose index is -1.
+inline const MechInfo_t *registered(OM_sint32 index) {
+    if (index < 0 || static_cast<OM_uint32>(index) >= MechCount)
+        return nullptr;
+    return &pMechInfo[index];
+}
+
+inline bool in_use(OM_sint32 index) {
+    const MechInfo_t *mechanism = registered(index);
+    return mechanism != nullptr && mechanism->fUseMech != 0;
+}
+
 inline const qxgss_ftn_table_desc &table_of(const NegMechEntry_desc &entry) {
     static constexpr qxgss_ftn_table_desc kEmpty{};
-    if (entry.MechIndex < 0 || static_cast<OM_uint32>(entry.MechIndex) >= MechCount)
-        return kEmpty;
-    return pMechInfo[entry.MechIndex].MechFtnTable;
+    const MechInfo_t *mechanism = registered(entry.MechIndex);
+    return mechanism != nullptr ? mechanism->MechFtnTable : kEmpty;
+}
+
+inline NegContext_desc &negotiation_of(qxgss_ctx_id_t handle) {
+    return static_cast<QxnegoSecCtx_int_t>(handle)->NegCtx;
+}
+
+// Releases a name that an entry's mechanism made: with the mechanism's own operation where it has one.
+inline OM_uint32 release_mechanism_name(const NegMechEntry_desc &entry, OM_uint32 *pMinorStatus, qxgss_name_t *ppName) {
+    const auto release = table_of(entry).ftn_gssp_release_name;
+    return release != nullptr ? release(pMinorStatus, ppName) : gssp_release_name(pMinorStatus, ppName);
+}
+
+// The first entry with that OID, or -1 in `found`. The length decides most comparisons, so that a long list of the
+// peer's costs no call each; an entry without an OID is left to the framework's comparison, which refuses it.
+inline OM_uint32 find_mechanism(OM_uint32 *pMinorStatus, const NegMechList_desc &list, qxgss_OID_desc &oid,
+                                OM_sint32 &found) {
+    found = -1;
+    for (OM_uint32 i = 0; list.pNegMech != nullptr && i < list.Count; ++i) {
+        const qxgss_OID candidate = list.pNegMech[i].pMechOid;
+        if (candidate != nullptr && candidate->elements != nullptr && candidate->length != oid.length)
+            continue;
+        OM_sint32 difference = 0;
+        const OM_uint32 major = gssp_compare_oids(pMinorStatus, &oid, candidate, &difference);
+        if (failed(major))
+            return major;
+        if (difference == 0) {
+            found = static_cast<OM_sint32>(i);
+            break;
+        }
+    }
+    return GSS_S_COMPLETE;
 }
 
 // The entry that the negotiation has selected, or null when the index designates none.

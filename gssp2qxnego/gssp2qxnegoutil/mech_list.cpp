@@ -1,0 +1,103 @@
+// The mechanism list: copied from the template, changed through one operation, released with all its entries own.
+#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+
+using namespace qxnego;
+
+OM_uint32 QXNEGO_INT_GetNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pInputNegMechList,
+                                    NegMechList_t pOutputNegMechList, NegContext_t pNegContext) {
+    if (pOutputNegMechList == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_COPY_LIST);
+    *pOutputNegMechList = {};
+    if (pInputNegMechList == nullptr)
+        return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_COPY_LIST);
+    if (pInputNegMechList->Count == 0 || pInputNegMechList->pNegMech == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
+
+    pOutputNegMechList->pNegMech = zeroed<NegMechEntry_desc>(pInputNegMechList->Count).release();
+    if (pOutputNegMechList->pNegMech == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+    for (OM_uint32 i = 0; i < pInputNegMechList->Count; ++i) {
+        const NegMechEntry_desc &entry = pInputNegMechList->pNegMech[i];
+        if (!in_use(entry.MechIndex))
+            continue;
+        NegMechEntry_desc &copy = pOutputNegMechList->pNegMech[pOutputNegMechList->Count++];
+        copy = entry;
+        if (pNegContext != nullptr)
+            QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_GetNegMechList: Mechanism is available for negotiation", &copy,
+                                   pNegContext);
+    }
+    if (pOutputNegMechList->Count == 0)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
+    return succeed(pMinorStatus);
+}
+
+OM_uint32 QXNEGO_INT_NegMechStateChange(OM_uint32 *pMinorStatus, NegMechState_et MechState, NegMechReason_et MechReason,
+                                        OM_uint32 GssMajorStatus, OM_uint32 GssMinorStatus,
+                                        qxgss_buffer_t pGssMinorStatusText, NegMechEntry_t pNegMechEntry) {
+    if (pNegMechEntry == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
+    if (MechState <= NEG_MECH_STATE_INVALID || MechState >= NEG_MECH_STATE_INVALID_LAST)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_MECH_STATE);
+    if (MechReason <= NEG_MECH_REASON_INVALID || MechReason >= NEG_MECH_REASON_INVALID_LAST)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_MECH_REASON);
+
+    pNegMechEntry->MechState = MechState;
+    pNegMechEntry->MechReason = MechReason;
+    pNegMechEntry->GssMajorStatus = GssMajorStatus;
+    pNegMechEntry->GssMinorStatus = GssMinorStatus;
+    if (pGssMinorStatusText != nullptr) {
+        gssp_release_buffer(nullptr, &pNegMechEntry->GssMinorStatusText);
+        const OM_uint32 major =
+            gssp_duplicate_buffer(pMinorStatus, pGssMinorStatusText, &pNegMechEntry->GssMinorStatusText);
+        if (failed(major))
+            return major;
+    }
+    pNegMechEntry->IsMechStateChanged = 1;
+    return succeed(pMinorStatus);
+}
+
+namespace {
+
+// What an entry holds of its mechanism. A slot that the mechanism lacks leaves the object where it is.
+void release_mechanism_objects(NegMechEntry_desc &entry, LastFailure &result) {
+    const qxgss_ftn_table_desc &table = table_of(entry);
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+    OM_uint32 major;
+    for (qxgss_cred_id_t *credential : {&entry.pMechCredential, &entry.pDelegatedCredHandle})
+        if (*credential != nullptr && table.ftn_gssp_release_cred != nullptr) {
+            major = table.ftn_gssp_release_cred(&minor, credential);
+            result.note(major, minor);
+        }
+    if (entry.pMechContext != nullptr && table.ftn_gssp_delete_sec_context != nullptr) {
+        major = table.ftn_gssp_delete_sec_context(&minor, &entry.pMechContext, nullptr);
+        result.note(major, minor);
+    }
+    if (entry.pSrcName != nullptr) {
+        major = release_mechanism_name(entry, &minor, &entry.pSrcName);
+        result.note(major, minor);
+    }
+}
+
+} // namespace
+
+OM_uint32 QXNEGO_INT_ReleaseNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pNegMechList) {
+    if (pNegMechList == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INVALID_INPUT);
+    LastFailure result;
+    if (pNegMechList->pNegMech == nullptr)
+        return result.report(pMinorStatus);
+
+    for (OM_uint32 i = 0; i < pNegMechList->Count; ++i) {
+        NegMechEntry_desc &entry = pNegMechList->pNegMech[i];
+        gssp_release_buffer(nullptr, &entry.GssMinorStatusText);
+        gssp_release_buffer(nullptr, &entry.InputToken);
+        gssp_release_buffer(nullptr, &entry.OutputToken);
+        gssp_release_buffer(nullptr, &entry.SsoAuthenticationIdBuf);
+        release_mechanism_objects(entry, result);
+        std::free(entry.MechOidFromPeer.elements);
+        entry.MechOidFromPeer.elements = nullptr;
+    }
+    std::free(pNegMechList->pNegMech);
+    pNegMechList->pNegMech = nullptr;
+    return result.report(pMinorStatus);
+}

@@ -1,0 +1,135 @@
+// Merging what the peer says of a mechanism into the local list. Whatever is taken from the peer's entry or released
+// is cleared in it at that moment, so that its reader releases exactly what it still holds.
+#include <bit>
+
+#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+
+using namespace qxnego;
+
+namespace {
+
+void move_buffer(qxgss_buffer_desc &from, qxgss_buffer_desc &to) {
+    to = from;
+    from = {};
+}
+
+// A buffer with a length or a value; its release may fail, which the caller reports.
+OM_uint32 release_if_any(OM_uint32 *pMinorStatus, qxgss_buffer_desc &buffer) {
+    if (buffer.length == 0 && buffer.value == nullptr)
+        return GSS_S_COMPLETE;
+    return gssp_release_buffer(pMinorStatus, &buffer);
+}
+
+// Only a mechanism that is still available here follows the peer, and the change is not sent back to it.
+OM_uint32 adopt_peer_state(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMechEntry_desc &peer,
+                           NegContext_t context) {
+    if (local.MechState != NEG_MECH_STATE_AVAILABLE || peer.MechState == NEG_MECH_STATE_AVAILABLE)
+        return GSS_S_COMPLETE;
+    const OM_uint32 major =
+        QXNEGO_INT_NegMechStateChange(pMinorStatus, peer.MechState, peer.MechReason, peer.GssMajorStatus,
+                                      peer.GssMinorStatus, &peer.GssMinorStatusText, &local);
+    if (failed(major))
+        return major;
+    local.IsMechStateChanged = 0;
+    QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_ProcessNegMech: Local Mech state changing due to Peer Mech state",
+                           &local, context);
+    return GSS_S_COMPLETE;
+}
+
+OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMechEntry_desc &peer,
+                      NegContext_t context) {
+    std::free(peer.MechOidFromPeer.elements);
+    peer.MechOidFromPeer = {};
+    peer.pMechOid = local.pMechOid;
+    peer.MechIndex = local.MechIndex;
+    peer.IsCtxEstablished = local.IsCtxEstablished;
+    if (peer.MechReason == NEG_MECH_REASON_INVALID)
+        peer.MechReason = local.MechReason;
+    QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_ProcessNegMech: Peer reporting Mech state", &peer, context);
+
+    OM_uint32 minor = GSSP_E_SUCCESS;
+    if (failed(adopt_peer_state(&minor, local, peer, context)) ||
+        failed(release_if_any(&minor, peer.GssMinorStatusText)))
+        return report(pMinorStatus, GSS_S_FAILURE, minor);
+    if (peer.InputToken.length != 0) {
+        if (failed(gssp_release_buffer(&minor, &local.InputToken)))
+            return report(pMinorStatus, GSS_S_FAILURE, minor);
+        move_buffer(peer.InputToken, local.InputToken);
+    }
+    if (peer.SsoAuthenticationIdBuf.length != 0) {
+        gssp_release_buffer(nullptr, &local.SsoAuthenticationIdBuf);
+        move_buffer(peer.SsoAuthenticationIdBuf, local.SsoAuthenticationIdBuf);
+    }
+    // What was not moved is empty, but may still have a value.
+    gssp_release_buffer(nullptr, &peer.InputToken);
+    gssp_release_buffer(nullptr, &peer.SsoAuthenticationIdBuf);
+    return succeed(pMinorStatus);
+}
+
+// Makes room for one more entry. The room grows by doubling, so that a peer's long list does not copy ours each time;
+// realloc knows best what is there already.
+bool reserve_one(NegMechList_desc &list) {
+    const std::size_t room = std::bit_ceil(std::size_t{list.Count} + 1);
+    const auto before = reinterpret_cast<std::uintptr_t>(list.pNegMech);
+    auto *entries = static_cast<NegMechEntry_t>(std::realloc(list.pNegMech, room * sizeof(NegMechEntry_desc)));
+    if (entries == nullptr)
+        return false;
+    list.pNegMech = entries;
+    if (reinterpret_cast<std::uintptr_t>(entries) == before)
+        return true;
+    // The entries made for the peer point into themselves. They form the tail, and own the bytes of their OID.
+    for (std::size_t i = list.Count; i-- > 0 && entries[i].MechOidFromPeer.elements != nullptr;)
+        entries[i].pMechOid = &entries[i].MechOidFromPeer;
+    return true;
+}
+
+OM_uint32 append_unknown(OM_uint32 *pMinorStatus, NegMechEntry_desc &peer, NegContext_t context) {
+    NegMechList_desc &list = context->NegMechList;
+    if (!reserve_one(list))
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+    NegMechEntry_desc &added = list.pNegMech[list.Count++];
+    added = peer;
+    peer.MechOidFromPeer = {};
+    peer.GssMinorStatusText = {};
+    peer.InputToken = {};
+    peer.SsoAuthenticationIdBuf = {};
+    added.pMechOid = &added.MechOidFromPeer;
+    added.MechIndex = -1;
+    QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_ProcessNegMech: Peer reports a mechanism not known locally", &added,
+                           context);
+
+    OM_uint32 minor = GSSP_E_SUCCESS;
+    if (failed(release_if_any(&minor, added.GssMinorStatusText)) || failed(release_if_any(&minor, added.InputToken)) ||
+        failed(release_if_any(&minor, added.SsoAuthenticationIdBuf)))
+        return report(pMinorStatus, GSS_S_FAILURE, minor);
+    const NegMechReason_et reason =
+        context->IsInitiator != 0 ? NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT : NEG_MECH_REASON_NOT_AVAIL_AT_SERVER;
+    if (failed(QXNEGO_INT_NegMechStateChange(&minor, NEG_MECH_STATE_REJECTED, reason, 0, 0, nullptr, &added)))
+        return report(pMinorStatus, GSS_S_FAILURE, minor);
+    QXNEGO_INT_NegLogEntry(nullptr,
+                           "QXNEGO_INT_ProcessNegMech: Reject peer mechanism because not available on local system",
+                           &added, context);
+    return succeed(pMinorStatus);
+}
+
+} // namespace
+
+OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech, NegContext_t pNegContext) {
+    if (pNegMech == nullptr)
+        return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_INVALID_INPUT);
+    if (pNegContext == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INVALID_INPUT);
+    const NegMechList_desc &list = pNegContext->NegMechList;
+    if (list.Count == 0 || list.pNegMech == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_EMPTY_LIST);
+    const qxgss_OID oid = pNegMech->pMechOid;
+    if (oid == nullptr || oid->length == 0 || oid->elements == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_MECH);
+
+    OM_sint32 found = -1;
+    OM_uint32 minor = GSSP_E_SUCCESS;
+    if (failed(find_mechanism(&minor, list, *oid, found)))
+        return report(pMinorStatus, GSS_S_FAILURE, minor);
+    return found >= 0 ? merge_known(pMinorStatus, list.pNegMech[found], *pNegMech, pNegContext)
+                      : append_unknown(pMinorStatus, *pNegMech, pNegContext);
+}

@@ -1,0 +1,97 @@
+// The user-properties buffer that the server application gets: the selected mechanism's records as they came, the mark
+// whether the policy was applied, and last the rendered negotiation log.
+#include <string_view>
+
+#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "qxgss/qxgss_records.h"
+
+namespace qxnego {
+namespace {
+
+constexpr std::size_t kPolicyFlag = offsetof(qxgss_data_attributes_t, qxgss_MechPolicyApplied);
+
+// The longest log that a record holds.
+constexpr std::size_t kLongestLog = QXGSS_RECORD_MAX_LENGTH - 7;
+
+// A log that is too long ends with its last whole record that fits, wherever the text shows where one begins.
+std::string_view fitting(std::string_view log) {
+    if (log.size() <= kLongestLog)
+        return log;
+    const std::size_t end = log.rfind("\nRecord ", kLongestLog - 1);
+    return log.substr(0, end != std::string_view::npos ? end + 1 : kLongestLog);
+}
+
+std::string_view text_of(qxgss_buffer_t buffer) {
+    if (buffer == nullptr || !present(*buffer))
+        return {};
+    return {static_cast<const char *>(buffer->value), buffer->length};
+}
+
+// What the selected mechanism tells about the user; nothing when it has no such operation.
+OM_uint32 ask_mechanism(OM_uint32 *pMinorStatus, const NegContext_desc &context, qxgss_buffer_t properties) {
+    const MechInfo_t *mechanism = registered(context.SelectedMechInfoIndex);
+    const NegMechEntry_desc *entry = selected_entry(context);
+    if (mechanism == nullptr || entry == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
+    const auto inquire = mechanism->MechFtnTable.ftn_gssp_inquire_properties_for_user;
+    return inquire != nullptr ? inquire(pMinorStatus, entry->pMechContext, properties) : GSS_S_COMPLETE;
+}
+
+} // namespace
+} // namespace qxnego
+
+using namespace qxnego;
+
+OM_uint32 QXNEGO_INT_FillUserProperties(OM_uint32 *pMinorStatus, QxnegoSecCtx_int_t pQxnegoSecCtx,
+                                        qxgss_buffer_t pUserProps) {
+    if (pUserProps != nullptr)
+        *pUserProps = {};
+    if (pQxnegoSecCtx == nullptr)
+        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, QXNEGO_E_INVALID_INPUT);
+    if (pUserProps == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
+    NegContext_desc &context = pQxnegoSecCtx->NegCtx;
+    const bool completed = context.NegState == NEG_STATE_COMPLETED;
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+    Buffer mechanism_properties, log, properties;
+    OM_uint32 major = completed ? ask_mechanism(&minor, context, mechanism_properties.get()) : GSS_S_COMPLETE;
+    if (!failed(major))
+        major = QXNEGO_INT_GetNegLog(&minor, &context, 0, log.get());
+    if (!failed(major))
+        major = QXNEGO_INT_FillQxnegoInfo(&minor, mechanism_properties.get(), completed ? context.IsPolicyApplied : 0,
+                                          log.get(), properties.get());
+    if (failed(major))
+        return report(pMinorStatus, major, minor);
+    *pUserProps = properties.release();
+    return succeed(pMinorStatus);
+}
+
+OM_uint32 QXNEGO_INT_FillQxnegoInfo(OM_uint32 *pMinorStatus, qxgss_buffer_t pProps, OM_uint32 IsPolicyApplied,
+                                    qxgss_buffer_t pNeglog, qxgss_buffer_t pNewprops) {
+    if (pNewprops == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_INVALID_INPUT);
+    const std::string_view props = text_of(pProps);
+    const std::string_view log = fitting(text_of(pNeglog));
+    if (props.empty() && IsPolicyApplied == 0 && log.empty())
+        return succeed(pMinorStatus);
+
+    const auto policy = static_cast<unsigned char>(IsPolicyApplied);
+    const bool has_attributes = !props.empty() && qxgss_mark_attributes(static_cast<unsigned char *>(pProps->value),
+                                                                        props.size(), kPolicyFlag, policy) != 0;
+    const std::size_t attributes_length = has_attributes ? 0 : sizeof(qxgss_data_attributes_t);
+    const std::size_t log_length = qxgss_record_length(QXGSS_DATA_ID_QXNEGOLOG, log.size());
+    const std::size_t length = props.size() + attributes_length + log_length;
+    unsigned char *at = zeroed<unsigned char>(length).release();
+    *pNewprops = {at != nullptr ? length : 0, at};
+    if (at == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+    if (!props.empty())
+        std::memcpy(at, props.data(), props.size());
+    at += props.size();
+    if (!has_attributes) {
+        qxgss_put_attributes(at, 2);
+        at[kPolicyFlag] = policy;
+    }
+    qxgss_put_record(at + attributes_length, QXGSS_DATA_ID_QXNEGOLOG, log_length, log.data(), log.size());
+    return succeed(pMinorStatus);
+}
