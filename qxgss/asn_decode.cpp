@@ -1,0 +1,313 @@
+// Reads BER (X.690 8). Opening a token checks all of it, in one pass without recursion, and lays its elements out in
+// one block in the order in which they come; a handle is the address of an element there, so lookups allocate nothing.
+#include <algorithm>
+#include <cstring>
+#include <optional>
+
+#include "qxgss/asn_octets.h"
+#include "qxgss/gsspasn.h"
+#include "qxgss/internal.h"
+
+// One element. Distances are counted in elements from this one on, so the block may move while it grows. The block's
+// first element stands for the token itself: its handle is the decoder's, and the outer element is its only child.
+struct gsspasn_element_struct {
+    const unsigned char *contents; // of a primitive element
+    OM_uint32 length;
+    OM_uint32 span; // with all elements below: the distance to what follows
+    OM_uint32 next; // distance to the first child that is not yet passed over
+    OM_uint32 children;
+    unsigned char tag;
+    bool constructed;
+};
+
+namespace {
+
+using Element = gsspasn_element_struct;
+
+constexpr unsigned char kTokenTag = 0xFF; // no element has it
+constexpr std::size_t kFirstCapacity = 64;
+constexpr std::size_t kMaxElements = 1 + GSSPASN_DECODE_MAX_ELEMENTS;
+constexpr std::size_t kIndefinite = SIZE_MAX; // no length is as large
+
+class Parser {
+  public:
+    explicit Parser(const qxgss_buffer_desc &token)
+        : at_(static_cast<const unsigned char *>(token.value)), end_(at_ + token.length) {}
+
+    OM_uint32 run();
+    Element *release() { return elements_.release(); }
+
+  private:
+    struct Open {
+        OM_uint32 element;
+        const unsigned char *limit; // of an indefinite length: that of the element around it
+        bool indefinite;
+    };
+
+    OM_uint32 read_element(const unsigned char *limit);
+    OM_uint32 read_inside(const Open &open);
+    OM_uint32 enter(std::size_t length, const unsigned char *limit);
+    OM_uint32 read_end_of_contents(const unsigned char *limit);
+    std::optional<std::size_t> read_length(const unsigned char *limit);
+    OM_uint32 add(unsigned char tag, bool constructed);
+    bool grow();
+    OM_uint32 close();
+
+    const unsigned char *at_;
+    const unsigned char *end_;
+    qxgss::Heap<Element> elements_;
+    std::size_t count_ = 0;
+    std::size_t capacity_ = 0;
+    Open open_[GSSPASN_DECODE_MAX_DEPTH];
+    std::size_t depth_ = 0;
+};
+
+OM_uint32 Parser::run() {
+    OM_uint32 status = add(kTokenTag, true);
+    if (status == GSSPASN_E_SUCCESS)
+        status = read_element(end_);
+    while (status == GSSPASN_E_SUCCESS && depth_ != 0)
+        status = read_inside(open_[depth_ - 1]);
+    if (status != GSSPASN_E_SUCCESS)
+        return status;
+    elements_[0].span = static_cast<OM_uint32>(count_);
+    return at_ == end_ ? GSSPASN_E_SUCCESS : GSSPASN_E_ENCODING;
+}
+
+OM_uint32 Parser::read_inside(const Open &open) {
+    if (!open.indefinite)
+        return at_ == open.limit ? close() : read_element(open.limit);
+    return at_ != open.limit && *at_ == 0 ? read_end_of_contents(open.limit) : read_element(open.limit);
+}
+
+OM_uint32 Parser::read_element(const unsigned char *limit) {
+    if (at_ == limit)
+        return GSSPASN_E_ENCODING;
+    const unsigned identifier = *at_++;
+    if ((identifier & qxgss::kClassMask) != qxgss::kContextSpecific)
+        return GSSPASN_E_CLASS_INVALID;
+    if ((identifier & qxgss::kTagMask) > qxgss::kMaxTag)
+        return GSSPASN_E_TAG_INVALID;
+    const bool constructed = (identifier & qxgss::kConstructed) != 0;
+    const std::optional<std::size_t> length = read_length(limit);
+    if (!length || (*length == kIndefinite && !constructed))
+        return GSSPASN_E_ENCODING;
+    const OM_uint32 status = add(static_cast<unsigned char>(identifier & qxgss::kTagMask), constructed);
+    if (status != GSSPASN_E_SUCCESS)
+        return status;
+    ++elements_[depth_ == 0 ? 0 : open_[depth_ - 1].element].children;
+    if (constructed)
+        return enter(*length, limit);
+    elements_[count_ - 1].length = static_cast<OM_uint32>(*length);
+    at_ += *length;
+    return GSSPASN_E_SUCCESS;
+}
+
+OM_uint32 Parser::enter(std::size_t length, const unsigned char *limit) {
+    if (depth_ == GSSPASN_DECODE_MAX_DEPTH)
+        return GSSPASN_E_STACK_FULL;
+    const bool indefinite = length == kIndefinite;
+    open_[depth_++] = {static_cast<OM_uint32>(count_ - 1), indefinite ? limit : at_ + length, indefinite};
+    return GSSPASN_E_SUCCESS;
+}
+
+OM_uint32 Parser::read_end_of_contents(const unsigned char *limit) {
+    if (limit - at_ < 2 || at_[1] != 0)
+        return GSSPASN_E_ENCODING;
+    at_ += 2;
+    return close();
+}
+
+// A length that fits before the limit, or kIndefinite. Leading zero octets are BER, if not DER.
+std::optional<std::size_t> Parser::read_length(const unsigned char *limit) {
+    if (at_ == limit)
+        return std::nullopt;
+    std::size_t length = *at_++;
+    if (length == qxgss::kLongLength)
+        return kIndefinite;
+    if (length > qxgss::kLongLength) {
+        std::size_t octets = length - qxgss::kLongLength;
+        if (octets == 0x7F || octets > static_cast<std::size_t>(limit - at_)) // X.690 8.1.3.5 c reserves 0xFF
+            return std::nullopt;
+        for (length = 0; octets != 0; --octets) {
+            length = length << 8 | *at_++;
+            if (length > static_cast<std::size_t>(limit - at_)) // more octets make it no smaller: nothing overflows
+                return std::nullopt;
+        }
+    }
+    if (length > static_cast<std::size_t>(limit - at_))
+        return std::nullopt;
+    return length;
+}
+
+OM_uint32 Parser::add(unsigned char tag, bool constructed) {
+    if (count_ == kMaxElements)
+        return GSSPASN_E_STACK_FULL;
+    if (count_ == capacity_ && !grow())
+        return GSSPASN_E_NO_MEMORY;
+    elements_[count_++] = {at_, 0, 1, 1, 0, tag, constructed};
+    return GSSPASN_E_SUCCESS;
+}
+
+bool Parser::grow() {
+    const std::size_t capacity = std::clamp(2 * capacity_, kFirstCapacity, kMaxElements);
+    void *elements = std::realloc(elements_.get(), capacity * sizeof(Element));
+    if (elements == nullptr)
+        return false;
+    static_cast<void>(elements_.release());
+    elements_.reset(static_cast<Element *>(elements));
+    capacity_ = capacity;
+    return true;
+}
+
+OM_uint32 Parser::close() {
+    const OM_uint32 element = open_[--depth_].element;
+    elements_[element].span = static_cast<OM_uint32>(count_) - element;
+    return GSSPASN_E_SUCCESS;
+}
+
+bool is_token(gsspasn_decoding_t handle) {
+    return handle != nullptr && handle->tag == kTokenTag;
+}
+
+bool is_parent(gsspasn_decoding_t handle) {
+    return handle != nullptr && handle->tag != kTokenTag;
+}
+
+// Searches on from the parent's `next`, which only `pass` moves: what fails leaves every child to later requests.
+OM_uint32 find(Element &parent, OM_uint32 tag, bool constructed, Element **ppChild) {
+    if (tag > qxgss::kMaxTag)
+        return GSSPASN_E_TAG_INVALID;
+    OM_uint32 at = parent.next;
+    while (at != parent.span && (&parent)[at].tag < tag)
+        at += (&parent)[at].span;
+    if (at == parent.span || (&parent)[at].tag != tag)
+        return GSSPASN_E_TAG_NOT_FOUND;
+    Element *child = &parent + at;
+    if (child->constructed != constructed)
+        return constructed ? GSSPASN_E_NOT_SEQUENCE : GSSPASN_E_NOT_ITEM;
+    *ppChild = child;
+    return GSSPASN_E_SUCCESS;
+}
+
+void pass(Element &parent, const Element &child) {
+    parent.next = static_cast<OM_uint32>(&child - &parent) + child.span;
+}
+
+OM_uint32 get_sequence(Element &parent, OM_uint32 tag, gsspasn_decoding_t *pChildren, OM_uint32 *pCount) {
+    if (pChildren == nullptr || pCount == nullptr)
+        return GSSPASN_E_ARGUMENT;
+    const OM_uint32 status = find(parent, tag, true, pChildren);
+    if (status == GSSPASN_E_SUCCESS)
+        *pCount = (*pChildren)->children;
+    return status;
+}
+
+// Contents of a non-negative value (X.690 8.3) that has 32 bits at most.
+OM_uint32 decode_integer(const Element &item, void *pValue) {
+    const unsigned char *contents = item.contents;
+    const bool sign_only = item.length > 1 && contents[0] == 0;
+    if (item.length == 0 || item.length > (sign_only ? 5 : 4) || (contents[0] & 0x80) != 0)
+        return GSSPASN_E_ENCODING;
+    if (sign_only && (contents[1] & 0x80) == 0) // X.690 8.3.2
+        return GSSPASN_E_ENCODING;
+    OM_uint32 value = 0;
+    for (OM_uint32 i = 0; i != item.length; ++i)
+        value = value << 8 | contents[i];
+    std::memcpy(pValue, &value, sizeof value); // the caller's may be an enumeration
+    return GSSPASN_E_SUCCESS;
+}
+
+void *copy_contents(const Element &item) {
+    void *copy = std::malloc(item.length);
+    if (copy != nullptr)
+        std::memcpy(copy, item.contents, item.length);
+    return copy;
+}
+
+// OCTET STRING and OBJECT IDENTIFIER: a length and a block of their own, none for an empty one.
+template <typename Descriptor> OM_uint32 decode_bytes(const Element &item, void *pValue) {
+    void *copy = item.length == 0 ? nullptr : copy_contents(item);
+    if (item.length != 0 && copy == nullptr)
+        return GSSPASN_E_NO_MEMORY;
+    *static_cast<Descriptor *>(pValue) = {item.length, copy};
+    return GSSPASN_E_SUCCESS;
+}
+
+using Decode = OM_uint32 (*)(const Element &item, void *pValue);
+
+Decode decode_of(OM_uint32 ItemType) {
+    switch (ItemType) {
+    case GSSPASN_INTEGER:
+        return decode_integer;
+    case GSSPASN_OCTET_STRING:
+        return decode_bytes<qxgss_buffer_desc>;
+    case GSSPASN_OBJECT_IDENTIFIER:
+        return decode_bytes<qxgss_OID_desc>;
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+OM_uint32 gsspasn_open_decode_handle(gsspasn_decoding_t *pHandle, const qxgss_buffer_t pToken) {
+    if (pHandle == nullptr)
+        return GSSPASN_E_ARGUMENT;
+    *pHandle = nullptr;
+    if (pToken == nullptr || (pToken->value == nullptr && pToken->length != 0))
+        return GSSPASN_E_ARGUMENT;
+    if (pToken->length > GSSPASN_DECODE_MAX_TOKEN)
+        return GSSPASN_E_ENCODING;
+    Parser parser(*pToken);
+    const OM_uint32 status = parser.run();
+    if (status == GSSPASN_E_SUCCESS)
+        *pHandle = parser.release();
+    return status;
+}
+
+OM_uint32 gsspasn_set_decode_tagging(gsspasn_decoding_t Handle, OM_uint32 Tagging) {
+    if (!is_token(Handle))
+        return GSSPASN_E_NO_HANDLE;
+    return Tagging == GSSP_TAGGING_IMPLICIT ? GSSPASN_E_SUCCESS : GSSPASN_E_ARGUMENT;
+}
+
+OM_uint32 gsspasn_get_top_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag, gsspasn_decoding_t *pChildren,
+                                          OM_uint32 *pCount) {
+    return is_token(Handle) ? get_sequence(*Handle, Tag, pChildren, pCount) : GSSPASN_E_NO_HANDLE;
+}
+
+OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag, gsspasn_decoding_t *pChildren,
+                                      OM_uint32 *pCount) {
+    if (!is_parent(Handle))
+        return GSSPASN_E_NO_HANDLE;
+    const OM_uint32 status = get_sequence(*Handle, Tag, pChildren, pCount);
+    if (status == GSSPASN_E_SUCCESS)
+        pass(*Handle, **pChildren);
+    return status;
+}
+
+OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType, void *pValue) {
+    if (!is_parent(Handle))
+        return GSSPASN_E_NO_HANDLE;
+    if (pValue == nullptr)
+        return GSSPASN_E_ARGUMENT;
+    const Decode decode = decode_of(ItemType);
+    if (decode == nullptr)
+        return GSSPASN_E_ITEM_TYPE;
+    Element *item = nullptr;
+    OM_uint32 status = find(*Handle, Tag, false, &item);
+    if (status == GSSPASN_E_SUCCESS)
+        status = decode(*item, pValue);
+    if (status == GSSPASN_E_SUCCESS)
+        pass(*Handle, *item);
+    return status;
+}
+
+OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle) {
+    if (pHandle == nullptr || !is_token(*pHandle))
+        return GSSPASN_E_NO_HANDLE;
+    const qxgss::Heap<Element> elements(*pHandle);
+    *pHandle = nullptr;
+    return GSSPASN_E_SUCCESS;
+}

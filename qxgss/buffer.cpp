@@ -1,0 +1,42 @@
+// Buffers: copied and released; what may hold a secret is wiped first.
+
+#include <cstring>
+
+#include "qxgss/internal.h"
+
+using namespace qxgss;
+
+namespace {
+
+constexpr OM_uint32 kNotDuplicated = 0xE1000077U;
+
+} // namespace
+
+OM_uint32 gssp_release_buffer(OM_uint32 *pMinorStatus, qxgss_buffer_t pBuffer) {
+    if (pBuffer != nullptr) {
+        std::free(pBuffer->value);
+        *pBuffer = {};
+    }
+    return succeed(pMinorStatus);
+}
+
+OM_uint32 gssp_release_secure_buffer(OM_uint32 *pMinorStatus, qxgss_buffer_t pBuffer) {
+    if (pBuffer != nullptr && present(*pBuffer))
+        explicit_bzero(pBuffer->value, pBuffer->length);
+    return gssp_release_buffer(pMinorStatus, pBuffer);
+}
+
+OM_uint32 gssp_duplicate_buffer(OM_uint32 *pMinorStatus, const qxgss_buffer_t pSource, qxgss_buffer_t pDestination) {
+    if (pDestination == nullptr)
+        return fail(pMinorStatus, kNotDuplicated);
+    *pDestination = {};
+    if (pSource == nullptr)
+        return fail(pMinorStatus, kNotDuplicated);
+    if (!present(*pSource))
+        return succeed(pMinorStatus);
+    Heap<unsigned char> copy = copied(pSource->value, pSource->length);
+    if (copy == nullptr)
+        return fail(pMinorStatus, GSSP_E_NO_MEMORY);
+    *pDestination = {pSource->length, copy.release()};
+    return succeed(pMinorStatus);
+}

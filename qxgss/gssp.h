@@ -34,8 +34,12 @@ QXGSS_API OM_uint32 gssp_duplicate_buffer(OM_uint32 *pMinorStatus, const qxgss_b
 
 /* ---- Names ------------------------------------------------------------------------------------------------------ */
 
-/* Deep copy of all elements; the caller releases it. A null source gives a null copy. GSS_S_FAILURE with 0xE100006B
- * (null destination) or 0xE1000065 (memory), the destination then null. */
+/* A name's record, element array and texts are a block each and belong to the name; pNameType is borrowed (it is never
+ * freed with the name) and pGssName is null in every name made here. */
+
+/* Deep copy of all elements; the caller releases it. A null source gives a null copy. A name type that equals one of
+ * the framework's constants becomes that constant; any other lies in the copy's element array and lives as long as the
+ * copy. GSS_S_FAILURE with 0xE100006B (null destination) or 0xE1000065 (memory), the destination then null. */
 QXGSS_API OM_uint32 gssp_duplicate_name(OM_uint32 *pMinorStatus, const qxgss_name_t pSource, qxgss_name_t *ppCopy);
 
 /* Wipes the texts (they may hold a password), frees the name and clears the pointer. A null name is no error. */
@@ -56,7 +60,9 @@ typedef struct gssp_utf_convert_flags_struct {
     gssp_utf_conversion_t ConversionType;
 } gssp_utf_convert_flags_t;
 
-/* The text of the name's first element as UTF-8, in a new buffer that the caller releases; the name is unchanged.
+/* The text of the name's first element as UTF-8, in a new buffer that the caller releases, with a NUL behind it that
+ * its length does not count; the name is unchanged. A leading byte order mark is dropped, and sets the byte order of
+ * UTF-16 and UTF-32, which is the host's without one. An empty text gives an empty buffer.
  * Strict: GSS_S_FAILURE with 0xE10000C1 for an invalid character, 0xE10000C2 for a text that ends inside one,
  * 0xE10000C0 for a null pointer, a name type that carries no text, or a format it does not convert (only GSSP_UTF8
  * is written), 0xE1000065 for lack of memory. The output is then empty. */
@@ -69,6 +75,8 @@ QXGSS_API OM_uint32 gssp_convertname_utf(OM_uint32 *pMinorStatus, const qxgss_na
  * without bytes. */
 QXGSS_API OM_uint32 gssp_compare_oids(OM_uint32 *pMinorStatus, const qxgss_OID pOid1, const qxgss_OID pOid2,
                                       OM_sint32 *pResult);
+
+/* A set's record, its array and each member's bytes are a block each, so that sets may also be made by hand. */
 
 /* A new set without members; the caller releases it. 0xE1000070 for a null pointer, 0xE1000065 for memory. */
 QXGSS_API OM_uint32 gssp_create_empty_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
@@ -89,8 +97,8 @@ QXGSS_API OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_
 /* Frees the set and clears the pointer; a null set is no error. */
 QXGSS_API OM_uint32 gssp_release_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
 
-/* The DER contents octets of a dotted OID string, on the C heap: the caller frees them. The two reserved arguments
- * are 0. 0xE1000081 for a null pointer or a string that is no OID, 0xE1000065 for memory. */
+/* The DER contents octets of a dotted OID string, on the C heap: the caller frees them. At least two arcs, each below
+ * 2^32 and without needless zeros. The two reserved arguments are 0. 0xE1000081 for a null pointer or a string that is no OID, 0xE1000065 for memory. */
 QXGSS_API OM_uint32 gssp_oidstr_to_oidder(OM_uint32 *pMinorStatus, OM_uint32 Reserved1, OM_uint32 Reserved2,
                                           const char *pszOid, OM_uint32 *pLength, unsigned char **ppElements);
 
@@ -108,10 +116,10 @@ QXGSS_API OM_uint32 gssp_mechoidstr_to_oid(OM_uint32 *pMinorStatus, const char *
 /* Registry index; -1 with success when no registered mechanism has that OID. 0xE10000CD for an OID without bytes. */
 QXGSS_API OM_uint32 gssp_oid_to_mechindex(OM_uint32 *pMinorStatus, const qxgss_OID pOid, OM_sint32 *pIndex);
 
-/* Name of the registered mechanism with that OID; 0xE100007C when there is none. */
+/* Name of the registered mechanism with that OID; 0xE100007C for every failure. */
 QXGSS_API OM_uint32 gssp_oid_to_mechstr(OM_uint32 *pMinorStatus, const qxgss_OID pOid, const char **ppszMechName);
 
-/* Dotted OID of the registered mechanism of that name; 0xE10000DB when there is none. */
+/* Dotted OID of the registered mechanism of that name; 0xE10000DB for every failure. */
 QXGSS_API OM_uint32 gssp_mechstr_to_oidstr(OM_uint32 *pMinorStatus, const char *pszMechName, const char **ppszOid);
 
 /* Numbers of the properties of a mechanism. */
@@ -131,7 +139,8 @@ QXGSS_API OM_uint32 gssp_inquire_mech_setting(OM_uint32 *pMinorStatus, const cha
                                               const char **ppszValue);
 
 /* The mechanisms that a user may log on with: a set that the caller releases, or null when nothing restricts the user.
- * 0xE10000CB for a null or empty user, 0xE10000F2 when the policy cannot be read, 0xE1000065 for memory. */
+ * 0xE10000CB for a null or empty user, 0xE10000CD for a null ppMechs, 0xE10000F2 when nothing is configured,
+ * 0xE1000065 for memory. */
 QXGSS_API OM_uint32 gssp_inquire_mech_policy_for_user(OM_uint32 *pMinorStatus, const char *pszUser,
                                                       qxgss_OID_set *ppMechs);
 
@@ -201,6 +210,12 @@ typedef struct NegMechInfo_struct {
     char *pNegotiatedMech; /* dotted OID string, as the configuration has it */
 } NegMechInfo_t;
 
+/* Values of fUseMech. While a mechanism's configure operation runs its entry has the last one, by which a library that
+ * serves several entries knows which of them the call is for. */
+#define GSSP_MECH_UNUSED 0
+#define GSSP_MECH_IN_USE 1
+#define GSSP_MECH_BEING_CONFIGURED 2
+
 /* One configured mechanism. */
 typedef struct MechInfo_struct {
     char *pszMechName;
@@ -208,7 +223,7 @@ typedef struct MechInfo_struct {
     char *pszMechOid; /* dotted */
     OM_uint32 NegotiatedMechCount;
     NegMechInfo_t *pNegMechInfo; /* in configuration order */
-    int fUseMech;                /* non-zero when the mechanism is in use */
+    int fUseMech;                /* non-zero when the mechanism is in use; see GSSP_MECH_* */
     qxgss_ftn_table_desc MechFtnTable;
     char *pszLibrary; /* file it was loaded from; null when it is part of the program */
     char *pszMessage; /* why it is not in use; null when it is */

@@ -53,7 +53,8 @@ QXGSS_API OM_uint32 gsspasn_start_encode_sequence(gsspasn_encoding_t Handle, OM_
 /* Closes the innermost open element, whose tag must be this one. */
 QXGSS_API OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag);
 
-/* Appends a primitive element; the value is read, not taken over. */
+/* Appends a primitive element; the value is read, not taken over. An OCTET STRING may be empty, an OBJECT IDENTIFIER
+ * not (GSSPASN_E_ENCODING); a length without a pointer is GSSPASN_E_ARGUMENT. */
 QXGSS_API OM_uint32 gsspasn_put_encode_item(gsspasn_encoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
                                             const void *pValue);
 
@@ -81,7 +82,7 @@ QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_ui
 
 /* Decodes a primitive child: INTEGER must be the minimal contents of a 32-bit unsigned value; OCTET STRING comes with
  * new storage (gssp_release_buffer; an empty string gives an empty buffer), OBJECT IDENTIFIER with new `elements`
- * (free; must not be empty, GSSPASN_E_ENCODING). */
+ * (free), none when it is empty: its reader refuses it. */
 QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
                                             void *pValue);
 

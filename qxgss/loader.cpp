@@ -1,0 +1,212 @@
+// Opens the mechanisms of the configuration file, fills their function tables and configures them. A mechanism that
+// fails is taken out of use and says why; the others go on.
+#include <cstdio>
+#include <string_view>
+
+#include <dlfcn.h>
+
+#include "qxgss/internal.h"
+#include "qxgss/qxgss.h"
+
+namespace {
+
+using namespace qxgss;
+
+constexpr OM_uint32 kBadClientServer = 0xE1000091U;
+constexpr OM_uint32 kAlreadyConfigured = 0xE1000094U;
+constexpr OM_uint32 kNoFileName = 0xE1000099U;
+
+void take_out_of_use(Mechanism &mechanism, MechInfo_t &info, const std::string &why) {
+    mechanism.message = why;
+    info.pszMessage = mechanism.message.data();
+    info.fUseMech = GSSP_MECH_UNUSED;
+}
+
+// ---- Function tables -----------------------------------------------------------------------------------------------
+
+// The mechanism's operations in its library, or in the program.
+class Symbols {
+  public:
+    Symbols(void *handle, const std::string &prefix) : handle_(handle), prefix_(prefix + "_") {}
+
+    template <typename Function> void fill(const char *operation, Function *&slot) {
+        slot = reinterpret_cast<Function *>(dlsym(handle_, (prefix_ + operation).c_str()));
+        found_ = found_ || slot != nullptr;
+    }
+    bool found() const { return found_; }
+
+  private:
+    void *handle_;
+    std::string prefix_;
+    bool found_ = false;
+};
+
+void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
+    symbols.fill("configure", table.ftn_gssp_configure);
+    symbols.fill("indicate_mechs", table.ftn_gssp_indicate_mechs);
+    symbols.fill("inquire_names_for_mech", table.ftn_gssp_inquire_names_for_mech);
+    symbols.fill("acquire_cred", table.ftn_gssp_acquire_cred);
+    symbols.fill("release_cred", table.ftn_gssp_release_cred);
+    symbols.fill("inquire_cred", table.ftn_gssp_inquire_cred);
+    symbols.fill("init_sec_context", table.ftn_gssp_init_sec_context);
+    symbols.fill("accept_sec_context", table.ftn_gssp_accept_sec_context);
+    symbols.fill("delete_sec_context", table.ftn_gssp_delete_sec_context);
+    symbols.fill("inquire_context", table.ftn_gssp_inquire_context);
+    symbols.fill("wrap_size_limit", table.ftn_gssp_wrap_size_limit);
+    symbols.fill("wrap", table.ftn_gssp_wrap);
+    symbols.fill("unwrap", table.ftn_gssp_unwrap);
+    symbols.fill("get_mic", table.ftn_gssp_get_mic);
+    symbols.fill("verify_mic", table.ftn_gssp_verify_mic);
+    symbols.fill("get_client_domain_username", table.ftn_gssp_get_client_domain_username);
+    symbols.fill("qop_string_to_int", table.ftn_gssp_qop_string_to_int);
+    symbols.fill("qop_int_to_string", table.ftn_gssp_qop_int_to_string);
+    symbols.fill("inquire_properties_for_user", table.ftn_gssp_inquire_properties_for_user);
+    symbols.fill("display_status", table.ftn_gssp_display_status);
+    symbols.fill("release_name", table.ftn_gssp_release_name);
+}
+
+void open_mechanism(Mechanism &mechanism, MechInfo_t &info) {
+    if (!mechanism.enabled)
+        return take_out_of_use(mechanism, info, "it is disabled in the configuration file");
+    // The handle is never closed: code of the library may still be running, or be called at the end of the process.
+    void *handle = dlopen(mechanism.library.empty() ? nullptr : mechanism.library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr)
+        return take_out_of_use(mechanism, info, dlerror());
+    Symbols symbols(handle, mechanism.prefix);
+    fill_table(symbols, info.MechFtnTable);
+    if (!symbols.found())
+        take_out_of_use(mechanism, info, "no operation of it has the prefix " + mechanism.prefix + "_");
+}
+
+// ---- Registry ------------------------------------------------------------------------------------------------------
+
+MechInfo_t describe(Mechanism &mechanism) {
+    mechanism.oid_desc = {static_cast<OM_uint32>(mechanism.der.size()), mechanism.der.data()};
+    for (Negotiable &negotiable : mechanism.negotiates)
+        mechanism.negotiable_info.push_back({negotiable.enabled ? 1U : 0U, negotiable.oid.data()});
+    MechInfo_t info{};
+    info.pszMechName = mechanism.name.data();
+    info.pMechOid = &mechanism.oid_desc;
+    info.pszMechOid = mechanism.oid.data();
+    info.NegotiatedMechCount = static_cast<OM_uint32>(mechanism.negotiable_info.size());
+    info.pNegMechInfo = mechanism.negotiable_info.data();
+    info.fUseMech = GSSP_MECH_IN_USE;
+    info.pszLibrary = mechanism.library.empty() ? nullptr : mechanism.library.data();
+    return info;
+}
+
+void publish(Configuration &made) {
+    for (Mechanism &mechanism : made.mechanisms)
+        made.registry.push_back(describe(mechanism));
+    pMechInfo = made.registry.data();
+    MechCount = static_cast<OM_uint32>(made.registry.size());
+}
+
+// ---- Configure operations ------------------------------------------------------------------------------------------
+
+// The buffer into which a mechanism writes its messages.
+class Messages {
+  public:
+    Messages() = default;
+    Messages(const Messages &) = delete;
+    Messages &operator=(const Messages &) = delete;
+    ~Messages() { gssp_release_buffer(nullptr, &buffer_); }
+
+    qxgss_buffer_t get() { return &buffer_; }
+    std::string text() const {
+        return present(buffer_) ? std::string(static_cast<const char *>(buffer_.value), buffer_.length) : "";
+    }
+
+  private:
+    qxgss_buffer_desc buffer_{};
+};
+
+std::string status_text(OM_uint32 major, OM_uint32 minor) {
+    char text[128];
+    std::snprintf(text, sizeof text, "its configure operation failed with major status 0x%08X, minor status 0x%08X",
+                  major, minor);
+    return text;
+}
+
+// Returns what the mechanism has to say.
+std::string configure_mechanism(Mechanism &mechanism, MechInfo_t &info, OM_uint32 ClientServer,
+                                std::string library_path) {
+    if (info.fUseMech == 0 || info.MechFtnTable.ftn_gssp_configure == nullptr)
+        return mechanism.enabled ? mechanism.message : "";
+    Messages messages;
+    qxgss_buffer_desc path{library_path.size(), library_path.data()};
+    OM_uint32 minor = GSSP_E_SUCCESS;
+    info.fUseMech = GSSP_MECH_BEING_CONFIGURED;
+    const OM_uint32 major = info.MechFtnTable.ftn_gssp_configure(&minor, ClientServer, &path, messages.get());
+    info.fUseMech = GSSP_MECH_IN_USE;
+    const std::string text = messages.text();
+    if (GSS_ERROR(major) != 0)
+        take_out_of_use(mechanism, info, text.empty() ? status_text(major, minor) : text);
+    return GSS_ERROR(major) != 0 ? mechanism.message : text;
+}
+
+// Returns the mechanisms' messages, a line each. A negotiating mechanism asks the registry which others are in use, so
+// those come first.
+std::string configure_all(Configuration &made, OM_uint32 ClientServer) {
+    std::string all;
+    for (const bool negotiating : {false, true})
+        for (std::size_t i = 0; i < made.mechanisms.size(); ++i) {
+            Mechanism &mechanism = made.mechanisms[i];
+            if (mechanism.negotiates.empty() == negotiating)
+                continue;
+            const std::string said = configure_mechanism(mechanism, made.registry[i], ClientServer, made.library_path);
+            if (!said.empty())
+                all += (all.empty() ? "" : "\n") + mechanism.name + ": " + said;
+        }
+    return all;
+}
+
+OM_uint32 hand_out(OM_uint32 *pMinorStatus, std::string_view text, qxgss_buffer_t pMessage) {
+    if (pMessage == nullptr)
+        return succeed(pMinorStatus);
+    qxgss_buffer_desc source{text.size(), const_cast<char *>(text.data())};
+    return gssp_duplicate_buffer(pMinorStatus, &source, pMessage);
+}
+
+OM_uint32 load(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszConfigFile, qxgss_buffer_t pMessage) {
+    configuration = new Configuration(read_configuration(pszConfigFile));
+    publish(*configuration);
+    for (std::size_t i = 0; i < configuration->mechanisms.size(); ++i)
+        open_mechanism(configuration->mechanisms[i], configuration->registry[i]);
+    const OM_uint32 major = hand_out(pMinorStatus, configure_all(*configuration, ClientServer), pMessage);
+    if (GSS_ERROR(major) != 0)
+        qxgss_shutdown(nullptr);
+    return major;
+}
+
+} // namespace
+
+OM_uint32 qxgss_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszConfigFile,
+                          qxgss_buffer_t pMessage) {
+    if (pMessage != nullptr)
+        *pMessage = {};
+    if (configuration != nullptr)
+        return fail(pMinorStatus, kAlreadyConfigured);
+    if (ClientServer != QXGSS_CLIENT && ClientServer != QXGSS_SERVER)
+        return fail(pMinorStatus, kBadClientServer);
+    if (pszConfigFile == nullptr || *pszConfigFile == '\0')
+        return fail(pMinorStatus, kNoFileName);
+    try {
+        return load(pMinorStatus, ClientServer, pszConfigFile, pMessage);
+    } catch (const WrongFile &file) {
+        hand_out(nullptr, file.what(), pMessage);
+        return fail(pMinorStatus, file.minor);
+    } catch (...) {
+        qxgss_shutdown(nullptr);
+        return fail(pMinorStatus, GSSP_E_NO_MEMORY);
+    }
+}
+
+OM_uint32 qxgss_shutdown(OM_uint32 *pMinorStatus) {
+    pMechInfo = nullptr;
+    MechCount = 0;
+    delete configuration;
+    configuration = nullptr;
+    forget_unregistered_oids();
+    return succeed(pMinorStatus);
+}

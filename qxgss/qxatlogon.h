@@ -35,10 +35,11 @@ typedef struct qxat_logon_struct *qxat_logon_t;
 /* Parses a text; null when an item has no user, or memory is lacking. The parts that the flags name are unescaped. */
 QXGSS_API qxat_logon_t qxat_parse(const char *pszText, qxat_flags_t Flags);
 
-/* Number of logon items, at least 1. */
+/* Number of logon items, at least 1; 0 for null. */
 QXGSS_API int qxat_get_count(qxat_logon_t Logon);
 
-/* The parts of an item; null when the item has none. They stay valid until qxat_free, which wipes them. */
+/* The parts of an item; null when the item has none, which is another thing than an empty realm ("joe@") or password
+ * ("joe@@"). They stay valid until qxat_free, which wipes them. */
 QXGSS_API qxat_buffer_t qxat_get_user(qxat_logon_t Logon, int Item);
 QXGSS_API qxat_buffer_t qxat_get_realm(qxat_logon_t Logon, int Item);
 QXGSS_API qxat_buffer_t qxat_get_password(qxat_logon_t Logon, int Item);

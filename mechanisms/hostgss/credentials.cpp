@@ -1,0 +1,167 @@
+// Credentials: the logon string becomes an identity and a password for the host.
+#include <cstdlib>
+
+#include "mechanisms/hostgss/hostgss.h"
+#include "mechanisms/hostgss/names.h"
+#include "mechanisms/hostgss/status.h"
+#include "qxat/qxatldapauthorize.h"
+
+namespace hostgss {
+
+namespace {
+
+// A string of the logon parser; wiped when it goes.
+class Secret {
+  public:
+    Secret() = default;
+    Secret(const Secret &) = delete;
+    Secret &operator=(const Secret &) = delete;
+    ~Secret() {
+        qxgss_buffer_desc whole = {text().size(), text_};
+        gssp_release_secure_buffer(nullptr, &whole);
+    }
+    bool copy(Bytes bytes) {
+        text_ = static_cast<char *>(std::calloc(bytes.size() + 1, 1));
+        if (text_ != nullptr)
+            bytes.copy(text_, bytes.size());
+        return text_ != nullptr;
+    }
+    char **address() { return &text_; }
+    const char *get() const { return text_; }
+    Bytes text() const { return text_ == nullptr ? Bytes{} : Bytes{text_}; }
+
+  private:
+    char *text_ = nullptr;
+};
+
+// What a logon string says to us.
+struct Logon {
+    Secret identity;
+    Secret password;
+    Secret realm;
+
+    Status parse(Bytes logon) {
+        Secret copy;
+        if (!copy.copy(logon))
+            return kOutOfMemory;
+        Status status;
+        status.major =
+            qxat_parse_logon(&status.minor, copy.get(), nullptr, identity.address(), password.address(),
+                             realm.address(), nullptr, nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
+        if (status.failed())
+            status.major = GSS_S_BAD_NAME;
+        return status;
+    }
+
+    // The identity with its realm, which an identity may already have ("user@REALM", "DOMAIN\user").
+    bool full_identity(Block &text) const {
+        if (!text.append(identity.text()))
+            return false;
+        const bool complete = identity.text().find_first_of("@\\") != Bytes::npos;
+        return complete || realm.text().empty() || (text.append("@") && text.append(realm.text()));
+    }
+};
+
+// The name asked for, as the host takes it, and the password that goes with it.
+struct Desired {
+    Logon logon;
+    HostNameText name;
+
+    Status read(const qxgss_name_desc *pName, bool acceptor) {
+        if (pName == nullptr || pName->Count == 0 || view(&pName->pElements[0].Name).empty())
+            return {};
+        const qxgss_name_element_desc &element = pName->pElements[0];
+        if (is_host_based(element))
+            return name.from_host_based(view(&element.Name)) ? Status{} : kOutOfMemory;
+        const Status status = logon.parse(view(&element.Name));
+        if (status.failed())
+            return status;
+        if (logon.identity.text().empty())
+            return logon.password.get() == nullptr ? Status{} : Status{GSS_S_BAD_NAME, GSSP_E_INVALID_ARGUMENT};
+        Block text;
+        const bool kept =
+            logon.full_identity(text) && (acceptor ? name.from_service(text.view()) : name.from_user(text.view()));
+        return kept ? Status{} : kOutOfMemory;
+    }
+};
+
+const char *refusal_text(Status status) {
+    if (status.minor == kNoMemory)
+        return "There is not enough memory.";
+    if (status.minor == GSSP_E_INVALID_ARGUMENT)
+        return "The logon string has a password but no identity.";
+    return "The logon string cannot be parsed.";
+}
+
+OM_uint32 acquire_desired(OM_uint32 *pMinorStatus, const Desired &desired, OM_uint32 lifetime, const qxgss_OID pMech,
+                          int usage, qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
+    const bool acceptor = usage == GSS_C_ACCEPT;
+    const Bytes mech = view(pMech);
+    CredentialRequest request;
+    request.name = desired.name.name();
+    request.password = acceptor ? nullptr : desired.logon.password.get();
+    request.keytab = usage == GSS_C_INITIATE ? nullptr : keytab_of(pMech);
+    request.lifetime = lifetime;
+    request.mechs = &mech;
+    request.mech_count = 1;
+    request.usage = usage;
+    OM_uint32 granted = 0;
+    const Status status = acquire(request, ppCredential, &granted);
+    set(pTimeRec, status.failed() ? 0U : granted);
+    return finish(pMinorStatus, status);
+}
+
+} // namespace
+
+} // namespace hostgss
+
+using namespace hostgss;
+
+OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredName, OM_uint32 TimeReq,
+                               qxgss_OID_set pDesiredMechs, qxgss_cred_usage_t CredUsage,
+                               qxgss_cred_id_t *ppOutputCredHandle, qxgss_OID_set *ppActualMechs, OM_uint32 *pTimeRec) {
+    set<qxgss_OID_set>(ppActualMechs, nullptr);
+    set(pTimeRec, 0U);
+    if (ppOutputCredHandle == nullptr)
+        return refuse_argument(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED,
+                               "There is no room for the credential.");
+    *ppOutputCredHandle = nullptr;
+    if (pDesiredMechs == nullptr || pDesiredMechs->count != 1)
+        return refuse_argument(pMinorStatus, GSS_S_BAD_MECH, "A credential is acquired for exactly one mechanism.");
+    Desired desired;
+    const Status read = desired.read(pDesiredName, CredUsage == GSS_C_ACCEPT);
+    if (read.failed())
+        return refuse(pMinorStatus, read, refusal_text(read));
+    const OM_uint32 major = acquire_desired(pMinorStatus, desired, TimeReq, &pDesiredMechs->elements[0], CredUsage,
+                                            ppOutputCredHandle, pTimeRec);
+    if (GSS_ERROR(major) != 0 || ppActualMechs == nullptr)
+        return major;
+    Status copied;
+    copied.major = gssp_duplicate_oid_set(&copied.minor, pDesiredMechs, ppActualMechs);
+    if (copied.failed())
+        release_credential(ppOutputCredHandle);
+    return copied.failed() ? no_memory(pMinorStatus) : major;
+}
+
+OM_uint32 HOSTGSS_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCredHandle) {
+    if (ppCredHandle == nullptr)
+        return refuse_argument(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED, "There is no credential.");
+    return finish(pMinorStatus, release_credential(ppCredHandle));
+}
+
+OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t pCredHandle, qxgss_name_t *ppName,
+                               OM_uint32 *pLifetimeRec, qxgss_cred_usage_t *pCredUsage, qxgss_OID_set *ppMechanisms) {
+    set<qxgss_name_t>(ppName, nullptr);
+    set<qxgss_OID_set>(ppMechanisms, nullptr);
+    CredentialFacts facts;
+    Status status = inquire_credential(pCredHandle, facts);
+    set(pLifetimeRec, facts.lifetime);
+    set(pCredUsage, facts.usage);
+    if (!status.failed() && ppName != nullptr)
+        status = make_name(facts.name.view(), ppName);
+    if (!status.failed() && ppMechanisms != nullptr)
+        status = make_oid_set(facts.mechs, ppMechanisms);
+    if (status.failed() && ppName != nullptr)
+        gssp_release_name(nullptr, ppName);
+    return finish(pMinorStatus, status);
+}

@@ -1,0 +1,152 @@
+// The host's GSS-API library behind types of our own. Its headers and the framework's give the same names to different
+// things, so the files that include <gssapi/gssapi.h> (host_*.cpp) include this one and none of the framework's.
+//
+// Inputs are views and are only read during the call; results are on the C heap. Handles are the host's own.
+#ifndef HOSTGSS_HOST_H
+#define HOSTGSS_HOST_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace hostgss {
+
+// A major and a minor status of the host (RFC 2744 3.9).
+struct Status {
+    std::uint32_t major = 0;
+    std::uint32_t minor = 0;
+    bool failed() const { return (major & 0xFFFF0000U) != 0; }
+};
+
+// Minor status for lack of memory on our side of the fence: that of the framework.
+inline constexpr std::uint32_t kNoMemory = 0xE1000065U;
+inline constexpr Status kOutOfMemory{0x000D0000U, kNoMemory};
+
+using Bytes = std::string_view; // a token, a text, or the contents octets of an object identifier
+
+// Bytes on the C heap. Freed by the destructor unless they were released to a caller.
+class Block {
+  public:
+    Block() = default;
+    Block(const Block &) = delete;
+    Block &operator=(const Block &) = delete;
+    ~Block();
+
+    // Appends a copy and keeps a NUL behind it; on failure the block is as it was.
+    bool append(Bytes bytes);
+    Bytes view() const { return {static_cast<const char *>(value_), length_}; }
+    std::size_t length() const { return length_; }
+    void *release();
+
+  private:
+    std::size_t length_ = 0;
+    void *value_ = nullptr;
+};
+
+// A set of object identifiers that the host made.
+class OidSet {
+  public:
+    OidSet() = default;
+    OidSet(const OidSet &) = delete;
+    OidSet &operator=(const OidSet &) = delete;
+    ~OidSet();
+
+    std::size_t count() const;
+    Bytes operator[](std::size_t index) const;
+    void **address() { return &set_; }
+
+  private:
+    void *set_ = nullptr;
+};
+
+enum class NameKind { kUser, kHostBasedService };
+
+// A name before it is imported; one without text is the default identity.
+struct Name {
+    Bytes text;
+    NameKind kind = NameKind::kUser;
+};
+
+// RFC 2744 3.11
+struct Bindings {
+    std::uint32_t initiator_type;
+    Bytes initiator;
+    std::uint32_t acceptor_type;
+    Bytes acceptor;
+    Bytes application;
+};
+
+struct CredentialRequest {
+    Name name;
+    const char *password = nullptr; // null: from the ticket cache, the key table or what else the mechanism has
+    const char *keytab = nullptr;   // null: the host's default
+    std::uint32_t lifetime = 0xFFFFFFFFU;
+    const Bytes *mechs = nullptr;
+    std::size_t mech_count = 0;
+    int usage = 0;
+};
+
+struct CredentialFacts {
+    Block name;
+    std::uint32_t lifetime = 0;
+    int usage = 0;
+    OidSet mechs;
+};
+
+struct ContextFacts {
+    Block source;
+    Block target;
+    std::uint32_t lifetime = 0;
+    Bytes mech; // the host's own, for the life of the process
+    std::uint32_t flags = 0;
+    int initiated = 0;
+    int open = 0;
+};
+
+// What an establishment call leaves besides its context.
+struct Leg {
+    Block token;
+    Block source; // acceptor only
+    Bytes mech;   // the host's own, for the life of the process
+    std::uint32_t flags = 0;
+    std::uint32_t lifetime = 0;
+};
+
+// ---- host_status.cpp
+
+// Append all texts of a major status, separated by "; ", or of a mechanism's minor status; behind a text that is there
+// already, ": " comes first.
+Status major_text(std::uint32_t major, Block &text);
+Status minor_text(std::uint32_t minor, Bytes mech, Block &text);
+
+// ---- host_credentials.cpp
+
+Status mechanisms(OidSet &set);
+
+// Acquires a credential. One that initiates for a single mechanism is also resolved (password verified, ticket cache
+// read), so that what it lacks is told here and not by the first context.
+Status acquire(const CredentialRequest &request, void **credential, std::uint32_t *lifetime);
+Status release_credential(void **credential);
+
+// A null credential is the default one. The name is empty for a credential without one.
+Status inquire_credential(void *credential, CredentialFacts &facts);
+
+// ---- host_contexts.cpp
+
+Status initiate(void *credential, void **context, const Name &target, Bytes mech, std::uint32_t flags,
+                std::uint32_t lifetime, const Bindings *bindings, Bytes input, Leg &leg);
+
+// `delegated` may be null: a delegated credential is then not asked for.
+Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, void **delegated);
+Status delete_context(void **context, Block &token);
+Status inquire_context(void *context, ContextFacts &facts);
+Status wrap_size_limit(void *context, int confidential, std::uint32_t qop, std::uint32_t output_size,
+                       std::uint32_t *input_size);
+Status wrap(void *context, int confidential, std::uint32_t qop, Bytes message, int *state, Block &wrapped);
+Status unwrap(void *context, Bytes wrapped, Block &message, int *state, std::uint32_t *qop);
+Status get_mic(void *context, std::uint32_t qop, Bytes message, Block &mic);
+Status verify_mic(void *context, Bytes message, Bytes mic, std::uint32_t *qop);
+
+} // namespace hostgss
+
+#endif

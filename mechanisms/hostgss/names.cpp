@@ -1,0 +1,75 @@
+// Names and OIDs on their way between the framework and the host.
+#include "mechanisms/hostgss/names.h"
+
+#include "mechanisms/hostgss/hostgss.h"
+#include "mechanisms/hostgss/status.h"
+
+namespace hostgss {
+
+bool HostNameText::keep(NameKind kind) {
+    name_ = {text_.view(), kind};
+    return true;
+}
+
+bool HostNameText::from_service(Bytes text) {
+    const std::size_t slash = text.find('/');
+    if (slash == Bytes::npos || text.find('@') != Bytes::npos)
+        return from_user(text);
+    return text_.append(text.substr(0, slash)) && text_.append("@") && text_.append(text.substr(slash + 1)) &&
+           keep(NameKind::kHostBasedService);
+}
+
+bool HostNameText::from_host_based(Bytes text) {
+    return text_.append(text) && keep(NameKind::kHostBasedService);
+}
+
+bool HostNameText::from_user(Bytes text) {
+    return text_.append(text) && keep(NameKind::kUser);
+}
+
+bool is_host_based(const qxgss_name_element_desc &element) {
+    return view(element.pNameType) == view(GSS_C_NT_HOSTBASED_SERVICE);
+}
+
+Status make_name(Bytes text, qxgss_name_t *ppName) {
+    if (text.empty())
+        return {};
+    qxgss_buffer_desc buffer = {text.size(), const_cast<char *>(text.data())};
+    Status status;
+    status.major = qxgss_import_name(&status.minor, &buffer, GSS_C_NT_QXAT_MECHDATA_UTF8, ppName);
+    return status;
+}
+
+Status make_oid_set(const OidSet &set, qxgss_OID_set *ppSet) {
+    Status status;
+    status.major = gssp_create_empty_oid_set(&status.minor, ppSet);
+    for (std::size_t i = 0; i != set.count() && !status.failed(); ++i) {
+        const Bytes bytes = set[i];
+        qxgss_OID_desc oid = {static_cast<OM_uint32>(bytes.size()), const_cast<char *>(bytes.data())};
+        status.major = gssp_add_oid_set_member(&status.minor, &oid, ppSet);
+    }
+    if (status.failed())
+        gssp_release_oid_set(nullptr, ppSet);
+    return status;
+}
+
+qxgss_OID registered_oid(Bytes mech) {
+    for (OM_uint32 i = 0; i != MechCount; ++i)
+        if (!mech.empty() && view(pMechInfo[i].pMechOid) == mech)
+            return pMechInfo[i].pMechOid;
+    return nullptr;
+}
+
+bool served_here(const MechInfo_t &mechanism) {
+    return mechanism.MechFtnTable.ftn_gssp_configure == HOSTGSS_configure;
+}
+
+const char *keytab_of(const qxgss_OID pMech) {
+    const char *name = nullptr;
+    const char *file = nullptr;
+    if (GSS_ERROR(gssp_oid_to_mechstr(nullptr, pMech, &name)) == 0)
+        gssp_inquire_mech_setting(nullptr, name, "keytab_file", &file);
+    return file;
+}
+
+} // namespace hostgss

@@ -1,0 +1,119 @@
+// Configuration: GNU SASL's one context, the server's verifiers, and what the mechanism says of itself. Nothing here is
+// written once configure has returned.
+#include "mechanisms/scram/scram.h"
+
+namespace scram {
+namespace {
+
+// Never given back: sessions may be alive for as long as the process is.
+Gsasl *pLibrary = nullptr;
+
+// What is wrong, or empty.
+std::string start_library() {
+    if (pLibrary != nullptr)
+        return {};
+    const int rc = gsasl_init(&pLibrary);
+    if (rc != GSASL_OK)
+        return gsasl_strerror(rc);
+    gsasl_callback_set(pLibrary, give_verifier);
+    return {};
+}
+
+// What is wrong, or empty.
+std::string read_verifiers(Mechanism &mechanism) {
+    const char *pszFile = nullptr;
+    if (GSS_ERROR(gssp_inquire_mech_setting(nullptr, configured_name(mechanism), "verifiers_file", &pszFile)))
+        return "verifiers_file is not set";
+    auto verifiers = std::make_unique<Verifiers>();
+    std::string wrong = verifiers->read(pszFile, mechanism.name);
+    if (wrong.empty())
+        mechanism.pVerifiers = verifiers.release();
+    return wrong;
+}
+
+// Left as it was when memory is lacking: the status then has to do.
+void append(qxgss_buffer_t pBuffer, const std::string &text) {
+    void *const grown = std::realloc(pBuffer->value, pBuffer->length + text.size());
+    if (grown == nullptr)
+        return;
+    pBuffer->value = grown;
+    std::memcpy(static_cast<char *>(grown) + pBuffer->length, text.data(), text.size());
+    pBuffer->length += text.size();
+}
+
+// A set of copies of the OIDs; null when memory is lacking.
+OidSet make_set(std::initializer_list<qxgss_OID> oids) {
+    qxgss_OID_set pSet = nullptr;
+    OM_uint32 major = gssp_create_empty_oid_set(nullptr, &pSet);
+    for (const qxgss_OID oid : oids) {
+        if (!GSS_ERROR(major))
+            major = gssp_add_oid_set_member(nullptr, oid, &pSet);
+    }
+    OidSet set(pSet);
+    return GSS_ERROR(major) ? nullptr : std::move(set);
+}
+
+OM_uint32 hand_out(OM_uint32 *pMinorStatus, OidSet set, qxgss_OID_set *ppSet) {
+    if (set == nullptr)
+        return fail(pMinorStatus, GSASL_MALLOC_ERROR);
+    *ppSet = set.release();
+    return succeed(pMinorStatus);
+}
+
+} // namespace
+
+Gsasl *library() {
+    return pLibrary;
+}
+
+const char *configured_name(Mechanism &mechanism) {
+    const char *pszName = nullptr;
+    if (GSS_ERROR(gssp_oid_to_mechstr(nullptr, &mechanism.oid, &pszName)))
+        return mechanism.name;
+    return pszName;
+}
+
+bool is_for(const Mechanism &mechanism, qxgss_OID pOid) {
+    return pOid == nullptr || (pOid->length == mechanism.oid.length &&
+                               std::memcmp(pOid->elements, mechanism.oid.elements, pOid->length) == 0);
+}
+
+OidSet set_of(Mechanism &mechanism) {
+    return make_set({&mechanism.oid});
+}
+
+OM_uint32 configure(Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 ClientServer,
+                    qxgss_buffer_t pConfigInfoBuf) {
+    delete mechanism.pVerifiers;
+    mechanism.pVerifiers = nullptr;
+    std::string wrong = start_library();
+    if (wrong.empty() && ClientServer == QXGSS_SERVER)
+        wrong = read_verifiers(mechanism);
+    if (wrong.empty())
+        return succeed(pMinorStatus);
+    if (pConfigInfoBuf != nullptr)
+        append(pConfigInfoBuf, wrong);
+    return report(pMinorStatus, GSS_S_FAILURE, E_NOT_CONFIGURED);
+}
+
+OM_uint32 indicate_mechs(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_OID_set *ppMechSet) {
+    if (ppMechSet == nullptr)
+        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+    *ppMechSet = nullptr;
+    return hand_out(pMinorStatus, set_of(mechanism), ppMechSet);
+}
+
+OM_uint32 inquire_names_for_mech(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_OID pMechanism,
+                                 qxgss_OID_set *ppNameTypes) {
+    if (ppNameTypes == nullptr)
+        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+    *ppNameTypes = nullptr;
+    if (!is_for(mechanism, pMechanism))
+        return report(pMinorStatus, GSS_S_BAD_MECH, E_OTHER_MECHANISM);
+    return hand_out(pMinorStatus,
+                    make_set({GSS_C_NT_QXAT_MECHDATA, GSS_C_NT_QXAT_MECHDATA_UTF8, GSS_C_NT_QXAT_MECHDATA_UTF16,
+                              GSS_C_NT_QXAT_MECHDATA_UTF32}),
+                    ppNameTypes);
+}
+
+} // namespace scram

@@ -1,0 +1,39 @@
+// The exported entry points: one row and one set of functions for each mechanism. No exception leaves them.
+#include <exception>
+#include <type_traits>
+
+#include "mechanisms/scram/scram.h"
+
+namespace {
+
+using scram::Answers;
+using scram::Mechanism;
+
+// Runs an operation; where memory is lacking that becomes its status.
+template <typename Operation> OM_uint32 guarded(OM_uint32 *pMinorStatus, Operation operation) {
+    try {
+        return operation();
+    } catch (const std::exception &) {
+        return scram::fail(pMinorStatus, GSASL_MALLOC_ERROR);
+    }
+}
+
+unsigned char oidSha256[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x12};
+unsigned char oidSha1[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x0E};
+
+constinit Mechanism sha256{"SCRAM-SHA-256", "1.3.6.1.5.5.18", {sizeof oidSha256, oidSha256}, nullptr};
+constinit Mechanism sha1{"SCRAM-SHA-1", "1.3.6.1.5.5.14", {sizeof oidSha1, oidSha1}, nullptr};
+
+} // namespace
+
+#define SCRAM_ENTRY(operation) SCRAM_SHA_256_##operation
+#define SCRAM_MECHANISM sha256
+#include "mechanisms/scram/entry_points.inc"
+#undef SCRAM_ENTRY
+#undef SCRAM_MECHANISM
+
+#define SCRAM_ENTRY(operation) SCRAM_SHA_1_##operation
+#define SCRAM_MECHANISM sha1
+#include "mechanisms/scram/entry_points.inc"
+#undef SCRAM_ENTRY
+#undef SCRAM_MECHANISM

@@ -1,0 +1,333 @@
+// Reads the configuration file into a Configuration, without touching anything else. The file is TOML; whatever is
+// wrong in it becomes one line that names file, line and key.
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <set>
+#include <string_view>
+#include <utility>
+
+// Without exceptions the parser passes a lack of memory on as std::bad_alloc; with them it would end the process there.
+// It asserts, or tells the compiler to assume, what a malformed header breaks and what it then handles well: neither is
+// wanted, whatever the kind of build.
+#pragma push_macro("NDEBUG")
+#undef NDEBUG
+#define TOML_ASSERT(condition) static_assert(true)
+#define TOML_EXCEPTIONS 0
+#define TOML_ENABLE_FORMATTERS 0
+#define TOML_MAX_NESTED_VALUES 16
+#include <toml++/toml.h>
+#pragma pop_macro("NDEBUG")
+
+#include "qxgss/internal.h"
+
+namespace qxgss {
+
+namespace {
+
+constexpr OM_uint32 kWrongFile = 0xE10000A8U;
+constexpr OM_uint32 kNoMechanisms = 0xE1000096U;
+
+// The parser keeps each part of a dotted key as a table inside the last one and takes them down by recursion: these
+// limits keep the stack small.
+constexpr std::size_t kMaxFile = 1U << 20;
+constexpr std::size_t kMaxDotsInLine = 256;
+
+std::string printable(std::string text) {
+    for (char &c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    return text;
+}
+
+[[noreturn]] void wrong(const std::string &file, std::size_t line, const std::string &key, const std::string &what,
+                        OM_uint32 minor = kWrongFile) {
+    throw WrongFile(printable(file + ":" + std::to_string(line) + ": " + key + ": " + what), minor);
+}
+
+[[noreturn]] void unreadable(const std::string &file, const char *why) {
+    throw WrongFile(printable(file + ": cannot be read: " + why), kWrongFile);
+}
+
+// ---- Typed access, which knows where it is -------------------------------------------------------------------------
+
+// A table of the file and its place: every look-up checks what it finds.
+class Section {
+  public:
+    Section(const std::string &file, std::string path, const toml::table &table)
+        : file_(file), path_(std::move(path)), table_(table) {}
+
+    // Refuses every other key.
+    void only(std::initializer_list<std::string_view> keys) const {
+        for (const auto &[key, node] : table_)
+            if (std::find(keys.begin(), keys.end(), key.str()) == keys.end())
+                qxgss::wrong(file_, key.source().begin.line, name(key.str()), "unknown key");
+    }
+
+    std::optional<bool> flag(std::string_view key) const { return value<bool>(key, "true or false"); }
+
+    std::optional<OM_sint32> number(std::string_view key) const {
+        const std::optional<std::int64_t> given = value<std::int64_t>(key, "an integer");
+        if (given && (*given < INT32_MIN || *given > INT32_MAX))
+            wrong(key, "does not fit in 32 bits");
+        return given ? std::optional(static_cast<OM_sint32>(*given)) : std::nullopt;
+    }
+
+    std::optional<std::string> text(std::string_view key) const {
+        std::optional<std::string> given = value<std::string>(key, "a string");
+        if (given)
+            check(*given, key, *table_.get(key));
+        return given;
+    }
+
+    std::string required(std::string_view key) const {
+        std::optional<std::string> given = text(key);
+        if (!given)
+            wrong(key, "is missing");
+        return std::move(*given);
+    }
+
+    // Calls visit(element, node) for each string of an array; an absent array has none.
+    template <typename Visit> bool texts(std::string_view key, Visit visit) const {
+        return each<std::string>(key, "an array of strings", [&](const auto &element) {
+            check(element.get(), key, element);
+            visit(element.get(), element);
+        });
+    }
+
+    // Calls visit(section) for each table of an array.
+    template <typename Visit> bool sections(std::string_view key, Visit visit) const {
+        return each<toml::table>(key, "an array of tables",
+                                 [&](const toml::table &element) { visit(Section(file_, name(key), element)); });
+    }
+
+    // Calls visit(section) when the key is there.
+    template <typename Visit> void section(std::string_view key, Visit visit) const {
+        if (const toml::table *table = typed<toml::table>(table_.get(key), key, "a table"))
+            visit(Section(file_, name(key), *table));
+    }
+
+    template <typename Visit> void keys(Visit visit) const {
+        for (const auto &[key, node] : table_) {
+            check(std::string(key.str()), key.str(), key);
+            visit(std::string(key.str()));
+        }
+    }
+
+    // The key's line is that of its value, or of the table when it is not there.
+    [[noreturn]] void wrong(std::string_view key, const std::string &what) const {
+        const toml::node *node = table_.get(key);
+        wrong_at(node == nullptr ? table_ : *node, key, what);
+    }
+
+    template <typename Place>
+    [[noreturn]] void wrong_at(const Place &place, std::string_view key, const std::string &what) const {
+        qxgss::wrong(file_, place.source().begin.line, name(key), what);
+    }
+
+  private:
+    std::string name(std::string_view key) const { return path_ + (path_.empty() ? "" : ".") + std::string(key); }
+
+    template <typename T, typename Node>
+    auto typed(const Node *node, std::string_view key, const char *type) const -> decltype(node->template as<T>()) {
+        if (node != nullptr && node->template as<T>() == nullptr)
+            wrong_at(*node, key, std::string("must be ") + type);
+        return node == nullptr ? nullptr : node->template as<T>();
+    }
+
+    template <typename T> std::optional<T> value(std::string_view key, const char *type) const {
+        const auto *given = typed<T>(table_.get(key), key, type);
+        return given == nullptr ? std::nullopt : std::optional<T>(given->get());
+    }
+
+    template <typename T, typename Visit> bool each(std::string_view key, const char *type, Visit visit) const {
+        const toml::array *array = typed<toml::array>(table_.get(key), key, type);
+        if (array == nullptr)
+            return false;
+        for (const toml::node &element : *array)
+            visit(*typed<T>(&element, key, type));
+        return true;
+    }
+
+    template <typename Place> void check(const std::string &text, std::string_view key, const Place &place) const {
+        if (text.empty())
+            wrong_at(place, key, "must not be empty");
+        if (printable(text) != text)
+            wrong_at(place, key, "must not hold control characters");
+    }
+
+    const std::string &file_;
+    std::string path_;
+    const toml::table &table_;
+};
+
+// ---- What the sections mean ----------------------------------------------------------------------------------------
+
+struct BooleanProperty {
+    const char *key;
+    OM_uint32 number;
+};
+constexpr BooleanProperty kBooleanProperties[] = {
+    {"authentication", GSSP_PROPERTY_AUTHENTICATION_SUPPORTED},
+    {"authorization", GSSP_PROPERTY_AUTHORIZATION_SUPPORTED},
+    {"single_sign_on", GSSP_PROPERTY_SINGLE_SIGN_ON},
+};
+
+std::string folder_of(const std::string &file) {
+    const std::size_t slash = file.rfind('/');
+    return slash == std::string::npos ? "." : file.substr(0, slash + 1);
+}
+
+std::string resolved(const std::string &folder, const std::string &name) {
+    if (name.front() == '/')
+        return name;
+    return folder + (folder.back() == '/' ? "" : "/") + name;
+}
+
+std::string checked_der(const Section &section, const std::string &oid) {
+    std::optional<std::string> der = der_of(oid.c_str());
+    if (!der)
+        section.wrong("oid", "'" + oid + "' is no OID");
+    return std::move(*der);
+}
+
+void read_properties(const Section &section, Mechanism &mechanism) {
+    section.only({"authentication", "authorization", "single_sign_on", "rank"});
+    for (const BooleanProperty &property : kBooleanProperties)
+        if (const std::optional<bool> given = section.flag(property.key))
+            mechanism.booleans[property.number] = *given ? 1 : 0;
+    if (const std::optional<OM_sint32> rank = section.number("rank"))
+        mechanism.integers[GSSP_PROPERTY_RANK] = *rank;
+}
+
+void read_settings(const Section &section, const std::string &folder, Mechanism &mechanism) {
+    section.keys([&](const std::string &key) {
+        const std::string value = section.required(key);
+        const bool names_file = std::string_view(key).ends_with("_file");
+        mechanism.settings[key] = names_file ? resolved(folder, value) : value;
+    });
+}
+
+void read_negotiates(const Section &section, std::set<std::string> &seen, Mechanism &mechanism) {
+    section.only({"oid", "enabled"});
+    const std::string oid = section.required("oid");
+    if (!seen.insert(checked_der(section, oid)).second)
+        section.wrong("oid", "'" + oid + "' is listed twice");
+    mechanism.negotiates.push_back({oid, section.flag("enabled").value_or(true)});
+}
+
+void check_unique(const Section &section, const std::vector<Mechanism> &others, const Mechanism &mechanism) {
+    for (const Mechanism &other : others) {
+        if (other.name == mechanism.name)
+            section.wrong("name", "'" + mechanism.name + "' is already the name of another mechanism");
+        if (other.der == mechanism.der)
+            section.wrong("oid", "'" + mechanism.oid + "' is already the OID of " + other.name);
+    }
+}
+
+Mechanism read_mechanism(const Section &section, const std::string &folder, const std::string &library_path) {
+    section.only({"name", "oid", "library", "prefix", "enabled", "negotiates", "properties", "settings"});
+    Mechanism mechanism;
+    mechanism.name = section.required("name");
+    mechanism.oid = section.required("oid");
+    mechanism.der = checked_der(section, mechanism.oid);
+    mechanism.prefix = section.required("prefix");
+    if (const std::optional<std::string> library = section.text("library"))
+        mechanism.library = resolved(library_path, *library);
+    mechanism.enabled = section.flag("enabled").value_or(true);
+    std::set<std::string> seen;
+    section.sections("negotiates", [&](const Section &entry) { read_negotiates(entry, seen, mechanism); });
+    section.section("properties", [&](const Section &properties) { read_properties(properties, mechanism); });
+    section.section("settings", [&](const Section &settings) { read_settings(settings, folder, mechanism); });
+    return mechanism;
+}
+
+// The number of the mechanism of that name or OID.
+std::optional<std::size_t> find_mechanism(const std::vector<Mechanism> &mechanisms, const std::string &wanted) {
+    const std::optional<std::string> der = der_of(wanted.c_str());
+    for (std::size_t i = 0; i < mechanisms.size(); ++i)
+        if (mechanisms[i].name == wanted || (der && mechanisms[i].der == *der))
+            return i;
+    return std::nullopt;
+}
+
+std::optional<MechanismNumbers> read_list(const Section &section, const std::string &key,
+                                          const std::vector<Mechanism> &mechanisms) {
+    MechanismNumbers numbers;
+    const bool given = section.texts(key, [&](const std::string &wanted, const auto &place) {
+        const std::optional<std::size_t> number = find_mechanism(mechanisms, wanted);
+        if (!number)
+            section.wrong_at(place, key, "'" + wanted + "' is no mechanism of this file");
+        numbers.push_back(*number);
+    });
+    return given ? std::optional(std::move(numbers)) : std::nullopt;
+}
+
+void read_policy(const Section &section, Configuration &result) {
+    section.only({"users", "default"});
+    result.default_policy = read_list(section, "default", result.mechanisms);
+    section.section("users", [&](const Section &users) {
+        users.keys([&](const std::string &user) { result.users[user] = *read_list(users, user, result.mechanisms); });
+    });
+}
+
+// ---- The file ------------------------------------------------------------------------------------------------------
+
+struct Close {
+    void operator()(std::FILE *stream) const { std::fclose(stream); }
+};
+
+std::string content_of(const std::string &file) {
+    const std::unique_ptr<std::FILE, Close> stream(std::fopen(file.c_str(), "rbe"));
+    if (stream == nullptr)
+        unreadable(file, std::strerror(errno));
+    std::string content(kMaxFile + 1, '\0');
+    content.resize(std::fread(content.data(), 1, content.size(), stream.get()));
+    if (std::ferror(stream.get()) != 0)
+        unreadable(file, std::strerror(errno));
+    if (content.size() > kMaxFile)
+        unreadable(file, "it is larger than 1 MiB");
+    return content;
+}
+
+void check_dots(const std::string &file, std::string_view content) {
+    std::size_t line = 1, dots = 0;
+    for (const char c : content) {
+        line += c == '\n' ? 1 : 0;
+        dots = c == '\n' ? 0 : dots + (c == '.' ? 1 : 0);
+        if (dots > kMaxDotsInLine)
+            wrong(file, line, "syntax", "more than 256 dots in one line");
+    }
+}
+
+toml::table parsed(const std::string &file) {
+    const std::string content = content_of(file);
+    check_dots(file, content);
+    toml::parse_result result = toml::parse(std::string_view(content));
+    if (!result)
+        wrong(file, result.error().source().begin.line, "syntax", std::string(result.error().description()));
+    return std::move(result).table();
+}
+
+} // namespace
+
+Configuration read_configuration(const std::string &file) {
+    const toml::table table = parsed(file);
+    const Section root(file, "", table);
+    root.only({"library_path", "mechanism", "policy"});
+    const std::string folder = folder_of(file);
+    Configuration result;
+    result.library_path = resolved(folder, root.text("library_path").value_or("."));
+    root.sections("mechanism", [&](const Section &section) {
+        Mechanism mechanism = read_mechanism(section, folder, result.library_path);
+        check_unique(section, result.mechanisms, mechanism);
+        result.mechanisms.push_back(std::move(mechanism));
+    });
+    if (result.mechanisms.empty())
+        wrong(file, 1, "mechanism", "is missing", kNoMechanisms);
+    root.section("policy", [&](const Section &section) { read_policy(section, result); });
+    return result;
+}
+
+} // namespace qxgss

@@ -1,0 +1,404 @@
+// The ASN.1 codec: what it writes to the byte, what it reads, and that nothing but a well-formed token gets in.
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "qxgss/gssp.h"
+#include "qxgss/gsspasn.h"
+
+namespace {
+
+using Bytes = std::string;
+constexpr OM_uint32 kOk = GSSPASN_E_SUCCESS;
+
+// Bytes of a hexadecimal text; what follows a '#' on a line explains it.
+Bytes hex(const std::string &text) {
+    Bytes bytes;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream digits(line.substr(0, line.find('#')));
+        for (char high, low; digits >> high >> low;)
+            bytes += static_cast<char>(std::stoi(Bytes{high, low}, nullptr, 16));
+    }
+    return bytes;
+}
+
+enum class Form { kDefinite, kIndefinite, kLong };
+
+// One element, written the slow way: the model for the encoder, and the source of BER that it never writes.
+Bytes element(unsigned identifier, const Bytes &contents, Form form = Form::kDefinite) {
+    Bytes out(1, static_cast<char>(identifier));
+    const bool constructed = (identifier & 0x20) != 0;
+    if (form == Form::kIndefinite && constructed)
+        return out + '\x80' + contents + Bytes(2, '\0');
+    Bytes length;
+    for (std::size_t n = contents.size(); n != 0; n >>= 8)
+        length.insert(length.begin(), static_cast<char>(n & 0xFF));
+    if (form == Form::kLong)
+        length.insert(0, 126 - length.size(), '\0');
+    else if (contents.size() < 128)
+        return out + static_cast<char>(contents.size()) + contents;
+    return out + static_cast<char>(0x80 + length.size()) + length + contents;
+}
+
+// In the order in which the calls stand, unlike arguments of a function.
+void expect_ok(std::initializer_list<OM_uint32> statuses) {
+    for (const OM_uint32 status : statuses)
+        EXPECT_EQ(status, kOk);
+}
+
+struct Encoder {
+    Encoder() { EXPECT_EQ(gsspasn_open_encode_handle(&handle), kOk); }
+    ~Encoder() { gsspasn_close_encode_handle(&handle, nullptr); }
+    OM_uint32 start(OM_uint32 tag) { return gsspasn_start_encode_sequence(handle, tag); }
+    OM_uint32 stop(OM_uint32 tag) { return gsspasn_stop_encode_sequence(handle, tag); }
+    OM_uint32 put(OM_uint32 tag, OM_uint32 type, const void *value) {
+        return gsspasn_put_encode_item(handle, tag, type, value);
+    }
+    OM_uint32 integer(OM_uint32 tag, OM_uint32 value) { return put(tag, GSSPASN_INTEGER, &value); }
+    OM_uint32 octets(OM_uint32 tag, Bytes bytes) {
+        const qxgss_buffer_desc buffer{bytes.size(), bytes.data()};
+        return put(tag, GSSPASN_OCTET_STRING, &buffer);
+    }
+    OM_uint32 oid(OM_uint32 tag, Bytes bytes) {
+        const qxgss_OID_desc oid{static_cast<OM_uint32>(bytes.size()), bytes.data()};
+        return put(tag, GSSPASN_OBJECT_IDENTIFIER, &oid);
+    }
+    OM_uint32 close(Bytes *out) {
+        qxgss_buffer_desc buffer{7, this};
+        const OM_uint32 status = gsspasn_close_encode_handle(&handle, &buffer);
+        EXPECT_EQ(buffer.length == 0, buffer.value == nullptr);
+        out->assign(static_cast<char *>(buffer.value), buffer.length);
+        gssp_release_buffer(nullptr, &buffer);
+        EXPECT_EQ(handle, nullptr);
+        return status;
+    }
+    gsspasn_encoding_t handle = nullptr;
+};
+
+// A decoder over a copy of exactly the token's size, so that a sanitizer sees every octet read beyond it.
+struct Decoder {
+    explicit Decoder(const Bytes &token) : copy(new char[token.size()]) {
+        std::memcpy(copy.get(), token.data(), token.size());
+        qxgss_buffer_desc buffer{token.size(), copy.get()};
+        status = gsspasn_open_decode_handle(&handle, &buffer);
+        EXPECT_EQ(status == kOk, handle != nullptr);
+    }
+    ~Decoder() { gsspasn_close_decode_handle(&handle); }
+    gsspasn_decoding_t top(OM_uint32 tag = 0) {
+        gsspasn_decoding_t children = nullptr;
+        EXPECT_EQ(gsspasn_get_top_decode_sequence(handle, tag, &children, &count), kOk);
+        return children;
+    }
+    std::unique_ptr<char[]> copy;
+    gsspasn_decoding_t handle = nullptr;
+    OM_uint32 status = 0, count = 0;
+};
+
+// What a request for an item delivers: its bytes, or "!FB" for the status 0xE10000FB and an output left alone.
+Bytes item(gsspasn_decoding_t parent, OM_uint32 tag, OM_uint32 type = GSSPASN_OCTET_STRING) {
+    const OM_uint32 before = 0x5A5A5A5A;
+    qxgss_OID_desc oid{before, nullptr};
+    qxgss_buffer_desc buffer{before, nullptr};
+    const bool is_oid = type == GSSPASN_OBJECT_IDENTIFIER;
+    const OM_uint32 status =
+        gsspasn_get_decode_item(parent, tag, type, is_oid ? static_cast<void *>(&oid) : static_cast<void *>(&buffer));
+    if (status != kOk) {
+        EXPECT_TRUE(buffer.length == before && buffer.value == nullptr && oid.length == before);
+        return "!F" + Bytes(1, "0123456789ABCDEF"[status & 0xF]);
+    }
+    if (is_oid)
+        buffer = {oid.length, oid.elements};
+    EXPECT_EQ(buffer.length == 0, buffer.value == nullptr);
+    const Bytes bytes(static_cast<char *>(buffer.value), buffer.length);
+    gssp_release_buffer(nullptr, &buffer);
+    return bytes;
+}
+
+Bytes walk(gsspasn_decoding_t parent);
+
+// What a request for a sequence delivers: everything that ascending requests reach in it, as "0(1=x 2()0 )2".
+Bytes sequence(gsspasn_decoding_t parent, OM_uint32 tag) {
+    gsspasn_decoding_t children = parent;
+    OM_uint32 count = 77;
+    const OM_uint32 status = gsspasn_get_decode_sequence(parent, tag, &children, &count);
+    if (status != kOk) {
+        EXPECT_TRUE(children == parent && count == 77);
+        return "!F" + Bytes(1, "0123456789ABCDEF"[status & 0xF]);
+    }
+    return std::to_string(tag) + "(" + walk(children) + ")" + std::to_string(count);
+}
+
+Bytes walk(gsspasn_decoding_t parent) {
+    Bytes out;
+    for (OM_uint32 tag = 0; tag != 31;) {
+        const Bytes found = sequence(parent, tag);
+        if (found == "!FB")
+            ++tag;
+        else
+            out += (found == "!F9" ? std::to_string(tag) + "=" + item(parent, tag) : found) + " ";
+    }
+    return out;
+}
+
+Bytes walk(const Bytes &token) {
+    Decoder decoder(token);
+    EXPECT_EQ(decoder.status, kOk);
+    return walk(decoder.top(static_cast<OM_uint32>(token[0] & 0x1F)));
+}
+
+// A token with every kind of element: two levels of lists, all item types, an empty string, a long one.
+Bytes sample(Form form = Form::kDefinite) {
+    const auto make = [form](unsigned identifier, const Bytes &contents) {
+        return element(identifier, contents, form);
+    };
+    const Bytes first = make(0xA0, make(0x80, hex("2a8648")) + make(0x81, "\x01") + make(0x86, Bytes(200, 'x')));
+    const Bytes second = make(0xA0, make(0x80, hex("2b06")) + make(0x83, hex("00e3000408")) + make(0x85, ""));
+    return make(0xA1, make(0xA0, first + second) + make(0x81, "\x02") + make(0xA4, "") + make(0x83, "\x01"));
+}
+
+TEST(AsnEncode, WritesDer) {
+    const Bytes golden = hex("a0 20              # outer element\n"
+                             " a0 16             # list\n"
+                             "  a0 14            # entry\n"
+                             "   80 03 2a8648    # OBJECT IDENTIFIER\n"
+                             "   81 01 01        # INTEGER 1\n"
+                             "   83 05 00e3000408 # INTEGER 0xE3000408: a leading zero octet keeps it positive\n"
+                             "   85 00           # OCTET STRING, empty\n"
+                             "   9e 01 ff        # OCTET STRING, the largest tag\n"
+                             " 81 02 0080        # INTEGER 128\n"
+                             " 82 02 6162        # OCTET STRING\n");
+    Encoder e;
+    EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT), kOk);
+    Bytes out;
+    expect_ok({e.start(0), e.start(0), e.start(0), e.oid(0, hex("2a8648")), e.integer(1, 1), e.integer(3, 0xE3000408),
+               e.octets(5, ""), e.octets(30, "\xff"), e.stop(0), e.stop(0), e.integer(1, 128), e.octets(2, "ab"),
+               e.stop(0), e.close(&out)});
+    EXPECT_EQ(out, golden);
+}
+
+TEST(AsnEncode, LengthsOfEverySizeNested) {
+    const std::pair<std::size_t, const char *> kLengths[] = {
+        {0, "00"}, {127, "7f"}, {128, "8180"}, {255, "81ff"}, {256, "820100"}, {65535, "82ffff"}, {65536, "83010000"}};
+    for (const auto &[length, octets] : kLengths) {
+        SCOPED_TRACE(length);
+        EXPECT_EQ(element(0x86, Bytes(length, 'x')), hex("86") + hex(octets) + Bytes(length, 'x'));
+        // At each level the contents pass one of these lengths by a few octets; so do the levels around it.
+        for (std::size_t less = 0; less != 12 && less <= length; ++less) {
+            const Bytes contents(length - less, 'x');
+            Encoder e;
+            Bytes out;
+            expect_ok(
+                {e.start(1), e.start(0), e.octets(6, contents), e.stop(0), e.integer(1, 2), e.stop(1), e.close(&out)});
+            EXPECT_EQ(out, element(0xA1, element(0xA0, element(0x86, contents)) + hex("810102")));
+        }
+    }
+}
+
+TEST(AsnEncode, RefusesAndStaysUsable) {
+    Encoder e;
+    const qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, too_long{SIZE_MAX, &e}, at_the_edge{PTRDIFF_MAX, &e};
+    const qxgss_OID_desc no_elements{5, nullptr};
+    EXPECT_EQ(e.stop(0), GSSPASN_E_TAG_MISMATCH);
+    EXPECT_EQ(e.start(31), GSSPASN_E_TAG_INVALID);
+    for (OM_uint32 level = 0; level != GSSPASN_ENCODE_MAX_DEPTH; ++level)
+        EXPECT_EQ(e.start(level), kOk);
+    EXPECT_EQ(e.start(0), GSSPASN_E_STACK_FULL);
+    EXPECT_EQ(e.stop(9), GSSPASN_E_TAG_MISMATCH);
+    EXPECT_EQ(e.integer(31, 1), GSSPASN_E_TAG_INVALID);
+    EXPECT_EQ(e.integer(0xFFFFFFFF, 1), GSSPASN_E_TAG_INVALID);
+    EXPECT_EQ(e.oid(0, ""), GSSPASN_E_ENCODING);
+    EXPECT_EQ(e.put(0, 3, &e), GSSPASN_E_ITEM_TYPE);
+    EXPECT_EQ(e.put(0, GSSPASN_INTEGER, nullptr), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(e.put(0, GSSPASN_OCTET_STRING, &no_value), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(e.put(0, GSSPASN_OBJECT_IDENTIFIER, &no_elements), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(e.put(0, GSSPASN_OCTET_STRING, &too_long), GSSPASN_E_NO_MEMORY);
+    EXPECT_EQ(e.put(0, GSSPASN_OCTET_STRING, &at_the_edge), GSSPASN_E_NO_MEMORY);
+    EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, 1), GSSPASN_E_ARGUMENT);
+    Bytes expected, out;
+    for (OM_uint32 level = GSSPASN_ENCODE_MAX_DEPTH; level-- != 0; expected = element(0xA0 + level, expected))
+        EXPECT_EQ(e.stop(level), kOk);
+    EXPECT_EQ(e.close(&out), kOk);
+    EXPECT_EQ(out, expected);
+
+    Encoder unfinished;
+    EXPECT_EQ(unfinished.start(0), kOk);
+    EXPECT_EQ(unfinished.close(&out), GSSPASN_E_TAG_MISMATCH);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(unfinished.close(&out), GSSPASN_E_NO_HANDLE);
+    EXPECT_EQ(unfinished.start(0), GSSPASN_E_NO_HANDLE);
+    EXPECT_EQ(unfinished.stop(0), GSSPASN_E_NO_HANDLE);
+    EXPECT_EQ(unfinished.integer(0, 0), GSSPASN_E_NO_HANDLE);
+    EXPECT_EQ(gsspasn_open_encode_handle(nullptr), GSSPASN_E_ARGUMENT);
+}
+
+TEST(Asn, IntegersAtTheEdges) {
+    for (const char *contents : {"00", "01", "7f", "0080", "00ff", "0100", "7fff", "008000", "7fffff", "00800000",
+                                 "7fffffff", "0080000000", "00e3000408", "00ffffffff"}) {
+        SCOPED_TRACE(contents);
+        const auto value = static_cast<OM_uint32>(std::stoul(contents, nullptr, 16));
+        Encoder e;
+        Bytes out;
+        expect_ok({e.start(0), e.integer(1, value), e.stop(0), e.close(&out)});
+        EXPECT_EQ(out, element(0xA0, element(0x81, hex(contents))));
+        Decoder d(out);
+        OM_uint32 back = ~value;
+        EXPECT_EQ(gsspasn_get_decode_item(d.top(), 1, GSSPASN_INTEGER, &back), kOk);
+        EXPECT_EQ(back, value);
+    }
+    for (const char *contents : {"", "80", "ff", "ffffffff", "80000000", "0000", "007f", "00000080", "0100000000",
+                                 "000080000000", "0000000001", "ff80000000", "00ffffffff00"}) {
+        SCOPED_TRACE(contents);
+        Decoder d(element(0xA0, element(0x81, hex(contents)) + "\x82\x01\x07"));
+        const gsspasn_decoding_t top = d.top();
+        EXPECT_EQ(item(top, 1, GSSPASN_INTEGER), "!F3");
+        EXPECT_EQ(item(top, 2), "\x07");
+    }
+}
+
+TEST(AsnDecode, RefusesWhatIsMalformed) {
+    for (const char *token : {
+             "# empty",
+             "a0 00 00 # trailing octet",
+             "a0 00 a0 00 # two elements",
+             "80 80 00 00 # primitive of indefinite length",
+             "a0 80 81 01 05 # no end of contents",
+             "a0 80 00 # half an end of contents",
+             "a0 80 00 01 # end of contents with a length",
+             "a0 80 00 00 00 00 # one too many",
+             "a0 03 a0 80 00 00 # end of contents half beyond the parent",
+             "a0 03 81 02 05 00 # child longer than its parent",
+             "a0 01 81 # child without a length",
+             "a0 04 81 82 00 01 # length octets use up the parent",
+             "a0 84 ff ff ff ff",
+             "a0 88 ff ff ff ff ff ff ff ff",
+             "a0 89 01 00 00 00 00 00 00 00 00 # 2^64",
+         })
+        EXPECT_EQ(Decoder(hex(token)).status, GSSPASN_E_ENCODING) << token;
+    for (const char *token : {"30 00", "60 00", "e0 00", "a0 02 04 00", "a0 02 00 00"})
+        EXPECT_EQ(Decoder(hex(token)).status, GSSPASN_E_CLASS_INVALID) << token;
+    for (const char *token : {"bf 1f 00", "a0 03 9f 1f 00"})
+        EXPECT_EQ(Decoder(hex(token)).status, GSSPASN_E_TAG_INVALID) << token;
+    const Bytes reserved = hex("a0ff") + Bytes(127, '\0'); // would be a length of 0 in 127 octets
+    EXPECT_EQ(Decoder(reserved).status, GSSPASN_E_ENCODING);
+}
+
+TEST(AsnDecode, EveryFormOfLengthReadsAlike) {
+    const Bytes definite = walk(sample());
+    EXPECT_EQ(definite, "0(0(0=\x2a\x86H 1=\x01 6=" + Bytes(200, 'x') + " )3 0(0=+\x06 3=" + hex("00e3000408") +
+                            " 5= )3 )2 1=\x02 4()0 ");
+    EXPECT_EQ(walk(sample(Form::kIndefinite)), definite);
+    EXPECT_EQ(walk(sample(Form::kLong)), definite);
+}
+
+TEST(AsnDecode, EveryPrefixAndEveryByteChanged) {
+    std::size_t accepted = 0, refused = 0;
+    for (const Form form : {Form::kDefinite, Form::kIndefinite, Form::kLong}) {
+        const Bytes token = sample(form);
+        for (std::size_t at = 0; at != token.size(); ++at) {
+            EXPECT_EQ(Decoder(token.substr(0, at)).status, GSSPASN_E_ENCODING) << at;
+            for (const int value : {0x00, 0x01, 0x7F, 0x80, 0x81, 0x84, 0x88, 0xA0, 0xFE, 0xFF, token[at] ^ 0x20,
+                                    token[at] + 1, token[at] - 1}) {
+                Bytes changed = token;
+                changed[at] = static_cast<char>(value);
+                const OM_uint32 status = Decoder(changed).status;
+                EXPECT_TRUE(status == kOk || (status >= GSSPASN_E_ENCODING && status <= GSSPASN_E_CLASS_INVALID));
+                ++(status == kOk ? accepted : refused);
+                const bool walkable = status == kOk && (changed[0] & 0x20) != 0;
+                EXPECT_LE(walkable ? walk(changed).size() : 0, 4 * token.size());
+            }
+        }
+    }
+    EXPECT_GT(accepted, refused / 10); // contents may be anything
+    EXPECT_GT(refused, accepted / 10);
+}
+
+TEST(AsnDecode, LimitsHoldToTheUnit) {
+    for (const Form form : {Form::kDefinite, Form::kIndefinite}) {
+        Bytes nested;
+        for (OM_uint32 level = 0; level != GSSPASN_DECODE_MAX_DEPTH; ++level)
+            nested = element(0xA0, nested, form);
+        EXPECT_EQ(Decoder(nested).status, kOk);
+        EXPECT_EQ(Decoder(element(0xA0, nested, form)).status, GSSPASN_E_STACK_FULL);
+    }
+    Bytes children;
+    for (OM_uint32 i = 1; i != GSSPASN_DECODE_MAX_ELEMENTS; ++i)
+        children += Bytes("\x81\0", 2);
+    Decoder full(element(0xA0, children));
+    full.top();
+    EXPECT_EQ(full.count, GSSPASN_DECODE_MAX_ELEMENTS - 1);
+    EXPECT_EQ(Decoder(element(0xA0, children + Bytes("\x81\0", 2))).status, GSSPASN_E_STACK_FULL);
+
+    const Bytes largest = element(0xA0, element(0x81, Bytes(GSSPASN_DECODE_MAX_TOKEN - 10, 'x')));
+    ASSERT_EQ(largest.size(), GSSPASN_DECODE_MAX_TOKEN);
+    EXPECT_EQ(walk(largest).size(), GSSPASN_DECODE_MAX_TOKEN - 7);
+    const Bytes larger = element(0xA0, element(0x81, Bytes(GSSPASN_DECODE_MAX_TOKEN - 9, 'x')));
+    EXPECT_EQ(Decoder(larger).status, GSSPASN_E_ENCODING);
+}
+
+TEST(AsnDecode, LooksUpForwardAndFailuresDisturbNothing) {
+    Decoder d(hex("a0 20  81 01 05  82 01 61  82 01 62  a4 03 80 01 78  a4 00  86 00  88 01 7a  83 04 6c617465"
+                  "  a9 00  89 01 63"));
+    ASSERT_EQ(d.status, kOk);
+    const gsspasn_decoding_t top = d.top();
+    EXPECT_EQ(d.count, 10U);
+    EXPECT_EQ(item(top, 0), "!FB");
+    EXPECT_EQ(sequence(top, 1), "!F9");
+    EXPECT_EQ(item(top, 1, 3), "!FC");
+    EXPECT_EQ(item(top, 31), "!F4");
+    EXPECT_EQ(item(top, 1), "\x05");
+    EXPECT_EQ(item(top, 1), "!FB"); // delivered once
+    EXPECT_EQ(item(top, 2), "a");
+    EXPECT_EQ(item(top, 2, GSSPASN_OBJECT_IDENTIFIER), "b");
+    EXPECT_EQ(item(top, 2), "!FB");
+    EXPECT_EQ(item(top, 3), "!FB"); // the token has it behind [4]
+    EXPECT_EQ(item(top, 4), "!FA");
+    EXPECT_EQ(sequence(top, 4), "4(0=x )1");
+    EXPECT_EQ(sequence(top, 4), "4()0");
+    EXPECT_EQ(item(top, 6), "");
+    EXPECT_EQ(item(top, 9), "!FA"); // seen beyond [8], which stays
+    EXPECT_EQ(item(top, 8), "z");
+    EXPECT_EQ(sequence(top, 9), "9()0");
+    EXPECT_EQ(item(top, 8), "!FB"); // descending: gone
+    EXPECT_EQ(item(top, 9), "c");
+    EXPECT_EQ(item(top, 9), "!FB");
+}
+
+TEST(AsnDecode, HandlesAndPointers) {
+    Decoder d(sample()), primitive(hex("80 01 05"));
+    gsspasn_decoding_t children = d.top(1), none = nullptr, *const out = &none;
+    OM_uint32 count = 0;
+    EXPECT_EQ(gsspasn_get_top_decode_sequence(d.handle, 0, out, &count), GSSPASN_E_TAG_NOT_FOUND);
+    EXPECT_EQ(gsspasn_get_top_decode_sequence(d.handle, 31, out, &count), GSSPASN_E_TAG_INVALID);
+    EXPECT_EQ(gsspasn_get_top_decode_sequence(primitive.handle, 0, out, &count), GSSPASN_E_NOT_SEQUENCE);
+    EXPECT_EQ(gsspasn_get_top_decode_sequence(d.handle, 1, nullptr, &count), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(gsspasn_get_decode_sequence(children, 0, out, nullptr), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(gsspasn_get_decode_item(children, 1, GSSPASN_INTEGER, nullptr), GSSPASN_E_ARGUMENT);
+    for (const gsspasn_decoding_t wrong : {none, children}) {
+        gsspasn_decoding_t handle = wrong;
+        EXPECT_EQ(gsspasn_set_decode_tagging(handle, GSSP_TAGGING_IMPLICIT), GSSPASN_E_NO_HANDLE);
+        EXPECT_EQ(gsspasn_get_top_decode_sequence(handle, 1, out, &count), GSSPASN_E_NO_HANDLE);
+        EXPECT_EQ(gsspasn_close_decode_handle(&handle), GSSPASN_E_NO_HANDLE); // the decoder stays
+    }
+    for (const gsspasn_decoding_t wrong : {none, d.handle}) {
+        EXPECT_EQ(gsspasn_get_decode_sequence(wrong, 1, out, &count), GSSPASN_E_NO_HANDLE);
+        EXPECT_EQ(gsspasn_get_decode_item(wrong, 1, GSSPASN_INTEGER, &count), GSSPASN_E_NO_HANDLE);
+    }
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(gsspasn_set_decode_tagging(d.handle, GSSP_TAGGING_IMPLICIT), kOk);
+    EXPECT_EQ(gsspasn_set_decode_tagging(d.handle, 1), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(gsspasn_get_decode_sequence(d.top(1), 0, out, &count), kOk);
+    EXPECT_EQ(count, 2U);
+
+    qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, empty{};
+    EXPECT_EQ(gsspasn_open_decode_handle(out, &no_value), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(gsspasn_open_decode_handle(out, &empty), GSSPASN_E_ENCODING);
+    EXPECT_EQ(gsspasn_open_decode_handle(out, nullptr), GSSPASN_E_ARGUMENT);
+    EXPECT_EQ(gsspasn_open_decode_handle(nullptr, &empty), GSSPASN_E_ARGUMENT);
+}
+
+} // namespace

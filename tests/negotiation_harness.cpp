@@ -1,0 +1,287 @@
+// The harness: configuration, the swapping of sides, and the short notations for outcomes, entries and log records.
+#include "tests/negotiation_harness.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+namespace harness {
+
+namespace {
+
+// Words for the log's texts.
+struct Word {
+    const char *word;
+    const char *text;
+};
+constexpr Word kWords[] = {
+    {"have", "QXNEGO_INT_GetNegMechList: Mechanism is available for negotiation"},
+    {"cred-none", "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred not needed for NULL credential at Server"},
+    {"cred-skip", "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred not supported, skip for this mechanism"},
+    {"cred", "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred succeeded for mechanism"},
+    {"cred-fail", "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred failed for mechanism"},
+    {"sso-no", "QXNEGO_INT_SetAuthInfo: SSO required but not supported by mechanism"},
+    {"sso-id", "QXNEGO_INT_SetAuthInfo: Could not get Authentication ID for SSO"},
+    {"init-cont", "QXNEGO_INT_Mechs_Init_Contexts: Continue needed for mechanism to establish context"},
+    {"init-est", "QXNEGO_INT_Mechs_Init_Contexts: Mechanism established context"},
+    {"init-fail", "QXNEGO_INT_Mechs_Init_Contexts: init_sec_context failed for mechanism"},
+    {"acc-cont", "QXNEGO_INT_Mechs_Accept_Contexts: Continue needed for mechanism to establish context"},
+    {"acc-est", "QXNEGO_INT_Mechs_Accept_Contexts: Mechanism established context"},
+    {"acc-fail", "QXNEGO_INT_Mechs_Accept_Contexts: accept_sec_context failed for mechanism"},
+    {"peer", "QXNEGO_INT_ProcessNegMech: Peer reporting Mech state"},
+    {"adopt", "QXNEGO_INT_ProcessNegMech: Local Mech state changing due to Peer Mech state"},
+    {"unknown", "QXNEGO_INT_ProcessNegMech: Peer reports a mechanism not known locally"},
+    {"refuse", "QXNEGO_INT_ProcessNegMech: Reject peer mechanism because not available on local system"},
+    {"init-state", "QXNEGO_INT_DecodeNegTokenInit: Peer has changed Negotiation State"},
+    {"peer-state", "QXNEGO_INT_DecodeNegTokenResp: Peer has changed Negotiation State"},
+    {"policy-told", "QXNEGO_INT_DecodeNegTokenResp: Mechanism Policy has been applied at the Server"},
+    {"policy-nouser", "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (no user name)"},
+    {"policy-empty", "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (empty policy)"},
+    {"policy-set", "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (non-empty policy)"},
+    {"policy-no", "QXNEGO_INT_Apply_Policy_Info: Mechanism disallowed due to policy"},
+    {"authz", "QXNEGO_INT_Apply_Authorization_Rules: Authorization required but not supported by mechanism"},
+    {"select", "QXNEGO_INT_SelectMechanism: A mechanism has been selected"},
+    {"complete", "QXNEGO_INT_SelectMechanism: Negotiation State set to Completed"},
+};
+
+std::string word_of(const char *text) {
+    for (const Word &word : kWords)
+        if (text != nullptr && std::strcmp(word.text, text) == 0)
+            return word.word;
+    return text == nullptr ? "(null)" : text;
+}
+
+// Entries and log records have the same fields.
+template <typename T> std::string verdict(const qxgss_OID_desc &oid, const T &record) {
+    const auto *bytes = static_cast<const unsigned char *>(oid.elements);
+    std::string out(1, oid.length == 10 ? static_cast<char>('A' - 1 + bytes[9]) : '?');
+    return out + std::to_string(record.MechState) + std::to_string(record.MechReason);
+}
+
+[[noreturn]] void give_up(const char *what) {
+    std::fprintf(stderr, "harness: %s\n", what);
+    std::abort();
+}
+
+char sentinel;
+
+// What configuration left: every peer starts from it and puts it back.
+std::vector<qxgss_ftn_table_desc> loaded_tables;
+NegMechList_desc loaded_list;
+
+void restore_loaded() {
+    for (OM_uint32 i = 0; i < MechCount; ++i)
+        pMechInfo[i].MechFtnTable = loaded_tables[i];
+    QxnegoMechList = loaded_list;
+}
+
+} // namespace
+
+void release_module_state() {
+    for (qxgss_OID_set *set : {&pQxnegoMechOidSet, &pQxnegoPreferredCredNameTypes, &pQxnegoSupportedCredNameTypes,
+                               &pQxnegoSupportedAllNameTypes})
+        gssp_release_oid_set(nullptr, set);
+    std::free(QxnegoMechList.pNegMech);
+    QxnegoMechList = {};
+}
+
+std::string configuration(const std::vector<Mechanism> &mechanisms) {
+    const auto flag = [](bool value) { return value ? "true" : "false"; };
+    std::string list, sections, users;
+    for (const Mechanism &mechanism : mechanisms) {
+        const std::string letter(1, mechanism.letter), user(1, static_cast<char>(mechanism.letter - 'A' + 'a'));
+        const std::string oid = "\"1.3.6.1.4.1.32473.2." + std::to_string(mechanism.letter - 'A' + 1) + "\"";
+        list += "{ oid = " + oid + " }, ";
+        sections += "[[mechanism]]\nname = \"" + letter + "\"\noid = " + oid + "\nprefix = \"MECH_" + letter +
+                    "\"\nproperties = { authentication = " + flag(mechanism.authentication) +
+                    ", authorization = " + flag(mechanism.authorization) +
+                    ", single_sign_on = " + flag(mechanism.single_sign_on) +
+                    ", rank = " + std::to_string(mechanism.rank) + " }\n";
+        users += "only" + user + " = [\"" + letter + "\"]\n";
+    }
+    return "[[mechanism]]\nname = \"QXNEGO\"\noid = \"1.3.6.1.4.1.32473.1.1\"\nprefix = \"QXNEGO\"\nnegotiates = [ " +
+           list + "]\n" + sections + "[policy.users]\nfree = []\n" + users;
+}
+
+std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
+    const std::string path = "/tmp/qxnego-test-" + std::to_string(getpid()) + ".toml";
+    std::ofstream(path) << configuration;
+    qxgss_shutdown(nullptr);
+    release_module_state();
+    qxgss_buffer_desc message{0, nullptr};
+    *pMajor = qxgss_configure(nullptr, QXGSS_SERVER, path.c_str(), &message);
+    loaded_tables.clear();
+    for (OM_uint32 i = 0; i < MechCount; ++i)
+        loaded_tables.push_back(pMechInfo[i].MechFtnTable);
+    loaded_list = QxnegoMechList;
+    std::string text(text_of(message));
+    gssp_release_buffer(nullptr, &message);
+    std::remove(path.c_str());
+    return text;
+}
+
+qxgss_OID_desc oid_of(char mechanism) { return *registered(std::string(1, mechanism)).pMechOid; }
+
+MechInfo_t &registered(std::string_view name) {
+    for (OM_uint32 i = 0; i < MechCount; ++i)
+        if (pMechInfo[i].pszMechName == name)
+            return pMechInfo[i];
+    give_up("no such mechanism");
+}
+
+std::string hex(OM_uint32 value) {
+    char text[9];
+    std::snprintf(text, sizeof text, "%08X", value);
+    return text;
+}
+
+std::string hex(std::string_view bytes) {
+    std::string out;
+    for (const char byte : bytes)
+        out += hex(OM_uint32{static_cast<unsigned char>(byte)}).substr(6);
+    return out;
+}
+
+std::string_view text_of(const qxgss_buffer_desc &buffer) {
+    return {static_cast<const char *>(buffer.value), buffer.value == nullptr ? 0 : buffer.length};
+}
+
+Peer::Peer(Side side, std::string_view mechanisms) : side_(side) {
+    MechInfo_t &self = registered("QXNEGO");
+    for (OM_uint32 i = 0; i < self.NegotiatedMechCount; ++i) {
+        const std::string_view oid = self.pNegMechInfo[i].pNegotiatedMech;
+        const char letter = static_cast<char>('A' + (oid.back() - '1'));
+        self.pNegMechInfo[i].fEnabled = mechanisms.find(letter) != std::string_view::npos;
+    }
+    if (QXNEGO_INT_InitNegMechList(nullptr, &template_) != GSS_S_COMPLETE)
+        give_up("no template list");
+    for (OM_uint32 i = 0; i < MechCount; ++i) {
+        tables_.push_back(loaded_tables[i]);
+        const std::string_view name = pMechInfo[i].pszMechName;
+        if (name.size() == 1)
+            if (const auto alter = scripted::script().at(name[0], side).alter)
+                alter(tables_.back());
+    }
+}
+
+Peer::~Peer() {
+    end();
+    if (credential != nullptr)
+        QXNEGO_release_cred(nullptr, &credential);
+    gssp_release_name(nullptr, &source);
+    std::free(template_.pNegMech);
+    restore_loaded();
+}
+
+void Peer::log_on(const char *logon) {
+    qxgss_buffer_desc text{std::strlen(logon), const_cast<char *>(logon)};
+    qxgss_name_t name = nullptr;
+    qxgss_import_name(nullptr, &text, GSS_C_NT_QXAT_MECHDATA_UTF8, &name);
+    const qxgss_cred_usage_t usage = side_ == kClient ? GSS_C_INITIATE : GSS_C_ACCEPT;
+    if (QXNEGO_acquire_cred(nullptr, name, 600, nullptr, usage, &credential, nullptr, nullptr) != GSS_S_COMPLETE)
+        give_up("no credential");
+    gssp_release_name(nullptr, &name);
+}
+
+void Peer::act() {
+    QxnegoMechList = template_;
+    for (OM_uint32 i = 0; i < MechCount; ++i)
+        pMechInfo[i].MechFtnTable = tables_[i];
+    scripted::script().acting = side_;
+}
+
+Outcome Peer::call(std::string_view token) {
+    act();
+    std::string copy(token);
+    qxgss_buffer_desc input{copy.size(), copy.empty() ? nullptr : copy.data()};
+    qxgss_buffer_desc output{77, &sentinel};
+    Outcome out{};
+    gssp_release_name(nullptr, &source);
+    if (side_ == kClient)
+        out.major = QXNEGO_init_sec_context(&out.minor, credential, &context, target, nullptr, GSS_C_MUTUAL_FLAG, 300,
+                                            nullptr, &input, ask ? &mech_type : nullptr, &output,
+                                            ask ? &flags : nullptr, ask ? &lifetime : nullptr);
+    else
+        out.major = QXNEGO_accept_sec_context(&out.minor, &context, credential, &input, nullptr,
+                                              ask ? &source : nullptr, ask ? &mech_type : nullptr, &output,
+                                              ask ? &flags : nullptr, ask ? &lifetime : nullptr,
+                                              ask ? &delegated : nullptr);
+    if (output.value == &sentinel)
+        return out;
+    out.output = output.length == 0 && output.value == nullptr ? Output::kEmpty : Output::kToken;
+    out.token = text_of(output);
+    gssp_release_buffer(nullptr, &output);
+    return out;
+}
+
+Outcome Peer::end() {
+    Outcome out{};
+    if (context == nullptr)
+        return out;
+    act();
+    out.major = QXNEGO_delete_sec_context(&out.minor, &context, nullptr);
+    return out;
+}
+
+std::string Peer::entries() const {
+    std::string out;
+    const NegMechList_desc &list = negotiation().NegMechList;
+    for (OM_uint32 i = 0; i < list.Count; ++i) {
+        const NegMechEntry_desc &entry = list.pNegMech[i];
+        out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry) + (entry.IsCtxEstablished != 0 ? "+" : "");
+        const std::string_view text = text_of(entry.GssMinorStatusText);
+        if (entry.GssMajorStatus != 0 || entry.GssMinorStatus != 0 || !text.empty())
+            out += "(" + hex(entry.GssMajorStatus) + "/" + hex(entry.GssMinorStatus) +
+                   (text.empty() ? "" : " " + std::string(text)) + ")";
+    }
+    return out;
+}
+
+std::string Peer::log() const {
+    std::string out, mark;
+    const NegLog_desc &log = negotiation().NegLog;
+    for (OM_uint32 i = 0; i < log.Count; ++i) {
+        const NegLogRecord &record = log.pRecords[i];
+        const std::string now =
+            "[" + std::to_string(record.TokenNum) + (record.IsPolicyApplied != 0 ? "p" : "") + "]";
+        if (now != mark)
+            out += (i == 0 ? "" : " ") + now;
+        mark = now;
+        out += " " + word_of(record.pszLogString);
+        if (record.MechOid.length != 0)
+            out += ":" + verdict(record.MechOid, record);
+        if (record.IsInitiator != (side_ == kClient))
+            out += "(wrong side)";
+    }
+    return out;
+}
+
+std::string Session::run() {
+    std::string out, token;
+    bool done[2] = {false, false};
+    for (int turn = 0; turn < 12 && !(done[0] && done[1]); ++turn) {
+        const Side who = turn % 2 == 0 ? kClient : kServer;
+        const Outcome outcome = side(who).call(token);
+        out += out.empty() ? "" : ", ";
+        out += who == kClient ? "C " : "S ";
+        if (outcome.major == GSS_S_COMPLETE && outcome.minor == QXNEGO_E_SUCCESSFUL)
+            out += "done";
+        else if (outcome.major == GSS_S_CONTINUE_NEEDED && outcome.minor == QXNEGO_E_CONTINUE_NEEDED)
+            out += "cont";
+        else
+            out += hex(outcome.major) + "/" + hex(outcome.minor);
+        out += outcome.output == Output::kKept ? " kept" : outcome.output == Output::kEmpty ? " empty" : " token";
+        done[who] = outcome.major == GSS_S_COMPLETE;
+        if (GSS_ERROR(outcome.major) != 0 || (outcome.token.empty() && !(done[0] && done[1])))
+            break;
+        if (!outcome.token.empty())
+            tokens.push_back(outcome.token);
+        token = outcome.token;
+    }
+    return out;
+}
+
+} // namespace harness

@@ -1,0 +1,40 @@
+// Whole negotiations as data, so that any loop can run them: what each side has, how its mechanisms behave, and what
+// must come of it. Notations: tests/negotiation_harness.h.
+#ifndef QXNEGO_SCENARIOS_H
+#define QXNEGO_SCENARIOS_H
+
+#include <ostream>
+#include <span>
+
+#include "tests/negotiation_harness.h"
+
+namespace harness {
+
+struct Scenario {
+    const char *name;
+    const char *client;       // letters of its mechanisms
+    const char *server;
+    const char *logon;        // the client's; null: no credential
+    const char *server_logon; // null: no credential
+    void (*prepare)(scripted::Script &script); // may be null
+    const char *calls;
+    const char *client_entries;
+    const char *server_entries; // null, as the log, when the server is never called
+    const char *client_log;
+    const char *server_log;
+};
+
+std::span<const Scenario> scenarios();
+
+// How a failing test names it.
+inline void PrintTo(const Scenario &scenario, std::ostream *out) { *out << scenario.name; }
+
+// Sets the script of that scenario; to be called before its session is made.
+void prepare(const Scenario &scenario);
+
+// Gives both sides the credentials of that scenario.
+void log_on(const Scenario &scenario, Session &session);
+
+} // namespace harness
+
+#endif

@@ -1,0 +1,246 @@
+// State of the scripted mechanisms and what their operations share. Nothing here allocates by other means than the C
+// heap, so that a failing allocation is an ordinary failure of the mechanism.
+#include "tests/scripted_mechanism.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace scripted {
+namespace {
+
+// A credential or a context; all live ones form a list.
+struct Object {
+    char mechanism;
+    Side side;
+    bool is_context;
+    bool established;
+    int calls;
+    Object *next;
+};
+
+Script current;
+Object *objects = nullptr;
+std::array<Call, 512> call_log;
+std::size_t call_count = 0;
+
+std::array<std::array<unsigned char, 10>, kMechanisms> oid_bytes{{
+    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x01},
+    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x02},
+    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x03},
+    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x04},
+}};
+std::array<qxgss_OID_desc, kMechanisms> oids{{
+    {10, oid_bytes[0].data()},
+    {10, oid_bytes[1].data()},
+    {10, oid_bytes[2].data()},
+    {10, oid_bytes[3].data()},
+}};
+
+qxgss_OID own_oid(char mechanism) { return &oids[static_cast<std::size_t>(mechanism - 'A')]; }
+
+OM_uint32 answer(OM_uint32 *pMinor, OM_uint32 major, OM_uint32 minor) {
+    if (pMinor != nullptr)
+        *pMinor = minor;
+    return major;
+}
+OM_uint32 fail(OM_uint32 *pMinor, const Behaviour &how) { return answer(pMinor, how.major, how.minor); }
+OM_uint32 succeed(OM_uint32 *pMinor, const Behaviour &how) { return answer(pMinor, how.supplementary, kSuccess); }
+
+Call &note(const char *operation, char mechanism, const qxgss_buffer_desc *text = nullptr) {
+    if (call_count == call_log.size())
+        std::abort();
+    Call &call = call_log[call_count++];
+    call = {};
+    call.operation = operation;
+    call.mechanism = mechanism;
+    if (text != nullptr && text->value != nullptr)
+        std::memcpy(call.text.data(), text->value, std::min(text->length, call.text.size() - 1));
+    return call;
+}
+
+Object *make(char mechanism, Side side, bool is_context) {
+    auto *object = static_cast<Object *>(std::calloc(1, sizeof(Object)));
+    if (object == nullptr)
+        return nullptr;
+    *object = {mechanism, side, is_context, false, 0, objects};
+    objects = object;
+    return object;
+}
+
+// A handle that is not a live object of that mechanism is a fault of the caller: the test program ends there.
+Object &object_of(void *handle, char mechanism, bool is_context) {
+    for (Object *object = objects; object != nullptr; object = object->next)
+        if (object == handle && object->mechanism == mechanism && object->is_context == is_context)
+            return *object;
+    std::fprintf(stderr, "mechanism %c was given a handle that it does not have\n", mechanism);
+    std::abort();
+}
+
+void destroy(void **pHandle) {
+    for (Object **place = &objects; *place != nullptr; place = &(*place)->next)
+        if (*place == *pHandle) {
+            Object *gone = *place;
+            *place = gone->next;
+            std::free(gone);
+            break;
+        }
+    *pHandle = nullptr;
+}
+
+bool set_text(qxgss_buffer_t pBuffer, std::string_view text) {
+    char *copy = static_cast<char *>(std::malloc(text.size() + 1));
+    *pBuffer = {0, nullptr};
+    if (copy == nullptr)
+        return false;
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = 0;
+    *pBuffer = {text.size(), copy};
+    return true;
+}
+
+// The token that is due has arrived; an initiator's first call must come without one.
+bool is_due(const Object &context, int number, const qxgss_buffer_desc *pInput) {
+    if (number == 0)
+        return pInput == nullptr || pInput->length == 0;
+    const char due[] = {context.mechanism, static_cast<char>('0' + number)};
+    return pInput != nullptr && pInput->length == 2 && std::memcmp(pInput->value, due, 2) == 0;
+}
+
+// One call of either role.
+OM_uint32 advance(OM_uint32 *pMinor, Object &context, qxgss_buffer_t pInput, qxgss_buffer_t pOutput) {
+    const Behaviour &how = current.at(context.mechanism, context.side);
+    const int legs = current.legs[static_cast<std::size_t>(context.mechanism - 'A')];
+    ++context.calls;
+    if (context.calls == how.failing_call) {
+        const char error[] = {context.mechanism, '!'};
+        if (how.error_token)
+            set_text(pOutput, {error, 2});
+        return fail(pMinor, how);
+    }
+    const int due = context.side == kClient ? 2 * (context.calls - 1) : 2 * context.calls - 1;
+    if (!is_due(context, due, pInput) || context.established)
+        return answer(pMinor, GSS_S_DEFECTIVE_TOKEN, kBadToken);
+    const char token[] = {context.mechanism, static_cast<char>('1' + due)};
+    if (due < legs && !set_text(pOutput, {token, 2}))
+        return fail(pMinor, how);
+    context.established = due + 1 >= legs;
+    return answer(pMinor, how.supplementary | (context.established ? GSS_S_COMPLETE : GSS_S_CONTINUE_NEEDED),
+                  kSuccess);
+}
+
+OM_uint32 make_name(std::string_view text, qxgss_name_t *ppName) {
+    qxgss_buffer_desc buffer{text.size(), const_cast<char *>(text.data())};
+    return qxgss_import_name(nullptr, &buffer, GSS_C_NT_QXAT_MECHDATA_UTF8, ppName);
+}
+
+OM_uint32 name_of_credential(OM_uint32 *pMinor, const Behaviour &how, qxgss_name_t *ppName) {
+    *ppName = nullptr;
+    if (how.principal == Principal::kFailure)
+        return fail(pMinor, how);
+    if (how.principal == Principal::kNoName)
+        return succeed(pMinor, how);
+    if (GSS_ERROR(make_name(how.principal_text, ppName)))
+        return fail(pMinor, how);
+    qxgss_name_element_t element = (*ppName)->pElements;
+    if (how.principal == Principal::kEmptyText)
+        gssp_release_buffer(nullptr, &element->Name);
+    if (how.principal == Principal::kNoElements) {
+        gssp_release_name(nullptr, ppName);
+        *ppName = static_cast<qxgss_name_t>(std::calloc(1, sizeof(qxgss_name_desc)));
+    }
+    return succeed(pMinor, how);
+}
+
+// A message's protection: the mechanism's letter, the quality of protection, then the bytes xored with `key`.
+OM_uint32 protect(OM_uint32 *pMinor, const Object &context, qxgss_qop_t qop, unsigned char key,
+                  const qxgss_buffer_desc *pInput, qxgss_buffer_t pOutput) {
+    const Behaviour &how = current.at(context.mechanism, context.side);
+    auto *bytes = how.messages_fail ? nullptr : static_cast<unsigned char *>(std::malloc(pInput->length + 2));
+    if (bytes == nullptr)
+        return fail(pMinor, how);
+    bytes[0] = static_cast<unsigned char>(context.mechanism);
+    bytes[1] = static_cast<unsigned char>(qop);
+    for (std::size_t i = 0; i < pInput->length; ++i)
+        bytes[i + 2] = static_cast<unsigned char>(static_cast<const unsigned char *>(pInput->value)[i] ^ key);
+    *pOutput = {pInput->length + 2, bytes};
+    return succeed(pMinor, how);
+}
+
+// The message behind a protection, or what gets its check bytes compared.
+OM_uint32 unprotect(OM_uint32 *pMinor, const Object &context, unsigned char key, const qxgss_buffer_desc *pInput,
+                    qxgss_buffer_t pOutput, qxgss_qop_t *pQop) {
+    const Behaviour &how = current.at(context.mechanism, context.side);
+    const auto *in = static_cast<const unsigned char *>(pInput->value);
+    if (how.messages_fail)
+        return fail(pMinor, how);
+    if (pInput->length < 2 || in[0] != context.mechanism)
+        return answer(pMinor, GSS_S_BAD_MIC, kBadToken);
+    auto *bytes = static_cast<unsigned char *>(std::malloc(pInput->length));
+    if (bytes == nullptr)
+        return fail(pMinor, how);
+    for (std::size_t i = 2; i < pInput->length; ++i)
+        bytes[i - 2] = static_cast<unsigned char>(in[i] ^ key);
+    *pOutput = {pInput->length - 2, bytes};
+    if (pQop != nullptr)
+        *pQop = in[1];
+    return succeed(pMinor, how);
+}
+
+constexpr unsigned char kWrapKey = 0x5A;
+constexpr unsigned char kMicKey = 0xC3;
+
+} // namespace
+
+Script &script() { return current; }
+
+const Call *last_call(std::string_view operation, char mechanism) {
+    for (std::size_t i = call_count; i-- > 0;)
+        if (operation == call_log[i].operation && mechanism == call_log[i].mechanism)
+            return &call_log[i];
+    return nullptr;
+}
+
+int calls(std::string_view operation, char mechanism) {
+    int count = 0;
+    for (std::size_t i = 0; i < call_count; ++i)
+        count += operation == call_log[i].operation && mechanism == call_log[i].mechanism;
+    return count;
+}
+
+int live_objects() {
+    int count = 0;
+    for (const Object *object = objects; object != nullptr; object = object->next)
+        ++count;
+    return count;
+}
+
+void reset() {
+    while (objects != nullptr) {
+        void *handle = objects;
+        destroy(&handle);
+    }
+    current = {};
+    call_count = 0;
+}
+
+#define MECHANISM 'A'
+#define OPERATION(name) MECH_A_##name
+#include "tests/scripted_operations.inc"
+#undef MECHANISM
+#undef OPERATION
+#define MECHANISM 'B'
+#define OPERATION(name) MECH_B_##name
+#include "tests/scripted_operations.inc"
+#undef MECHANISM
+#undef OPERATION
+#define MECHANISM 'C'
+#define OPERATION(name) MECH_C_##name
+#include "tests/scripted_operations.inc"
+#undef MECHANISM
+#undef OPERATION
+#define MECHANISM 'D'
+#define OPERATION(name) MECH_D_##name
+#include "tests/scripted_operations.inc"
+
+} // namespace scripted

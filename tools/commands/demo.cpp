@@ -1,0 +1,251 @@
+// qxnego demo: a client and a server as two processes that negotiate over a socket pair, in several scenarios. Each has
+// a configuration file of its own in a private folder; what they did and learned comes back over pipes.
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "qxgss/qxgss.h"
+#include "tools/codes.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
+#include "tools/negotiation.h"
+#include "tools/processes.h"
+#include "tools/scenarios.h"
+#include "tools/table.h"
+#include "tools/tokens.h"
+#include "tools/user_properties.h"
+
+namespace tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    std::string scenario; // empty: all of them
+    std::string save;     // folder; empty: nothing is saved
+    std::string library_path;
+    bool list = false;
+    bool brief = false;
+};
+
+// One side, with what it holds once its report is in.
+struct Side {
+    const char *name;
+    Report report;
+    UserProperties properties;
+    std::vector<View> views;
+};
+
+Side side_of(const char *name, Report report) {
+    Side side{name, std::move(report), {}, {}};
+    side.properties = read_properties(side.report.properties);
+    side.views = views_of(read_log(side.properties.log));
+    return side;
+}
+
+struct Outcome {
+    Side client;
+    Side server;
+    std::vector<Verdict> verdicts;
+    std::vector<std::string> differences;
+};
+
+// ---- Running -------------------------------------------------------------------------------------------------------
+
+std::vector<MechanismSetup> with_verifiers(std::vector<MechanismSetup> mechanisms, const fs::path &verifiers) {
+    for (MechanismSetup &mechanism : mechanisms)
+        mechanism.settings.emplace_back("verifiers_file", verifiers.string());
+    return mechanisms;
+}
+
+void write_configurations(const Scenario &scenario, const fs::path &folder, const fs::path &libraries) {
+    const fs::path verifiers = folder / "verifiers";
+    write_file(verifiers, verifiers_text());
+    write_file(folder / "client.conf", configuration_text({libraries.string(), scenario.client, {}}));
+    write_file(folder / "server.conf",
+               configuration_text({libraries.string(), with_verifiers(scenario.server, verifiers), scenario.policy}));
+}
+
+Outcome run(const Scenario &scenario, const fs::path &libraries) {
+    const TemporaryFolder folder;
+    write_configurations(scenario, folder.path(), libraries);
+    auto [client_end, server_end] = socket_pair();
+    Process client([&, &mine = client_end, &other = server_end](Report &report) {
+        other.close();
+        const Framework framework(QXGSS_CLIENT, folder.path() / "client.conf", report);
+        negotiate_as_client(framework, mine, scenario.logon(), "demo@localhost", report);
+    });
+    Process server([&, &mine = server_end, &other = client_end](Report &report) {
+        other.close();
+        const Framework framework(QXGSS_SERVER, folder.path() / "server.conf", report);
+        negotiate_as_server(framework, mine, report);
+    });
+    client_end.close();
+    server_end.close();
+    Outcome out{side_of("client", client.finish()), side_of("server", server.finish()), {}, {}};
+    out.verdicts = join(out.client.views, out.server.views);
+    out.differences = differences(scenario.expected, out.client.report, out.server.report, out.verdicts);
+    return out;
+}
+
+// ---- Showing -------------------------------------------------------------------------------------------------------
+
+struct TimedCall {
+    const char *side;
+    const Call *call;
+};
+
+std::vector<TimedCall> in_order(const Outcome &outcome) {
+    std::vector<TimedCall> calls;
+    for (const Side *side : {&outcome.client, &outcome.server})
+        for (const Call &call : side->report.calls)
+            calls.push_back({side->name, &call});
+    std::stable_sort(calls.begin(), calls.end(),
+                     [](const TimedCall &a, const TimedCall &b) { return a.call->time < b.call->time; });
+    return calls;
+}
+
+std::string names_of(const std::vector<MechanismSetup> &mechanisms) {
+    std::string out;
+    for (const MechanismSetup &mechanism : mechanisms)
+        out += (out.empty() ? "" : ", ") + mechanism.name + (mechanism.can_authorize ? "" : " (cannot authorize)");
+    return out;
+}
+
+void show_setting(const Scenario &scenario) {
+    const std::string line = "== " + scenario.name + ": " + scenario.title + ' ';
+    std::cout << line << std::string(kPageWidth - std::min(line.size(), kPageWidth), '=') << "\n\n"
+              << "  client has  " << names_of(scenario.client) << '\n'
+              << "  server has  " << names_of(scenario.server) << '\n'
+              << "  logon       " << scenario.public_logon() << '\n';
+    for (const UserPolicy &row : scenario.policy)
+        for (const std::string &mechanism : row.mechanisms)
+            std::cout << "  policy      " << row.user << " may use " << mechanism << '\n';
+    std::cout << "  expected    " << scenario.expected.sentence << "\n\n";
+}
+
+std::string token_note(const Bytes &token) {
+    return token.empty() ? std::string() : outer_form(token) + ' ' + std::to_string(token.size()) + " bytes";
+}
+
+void show_calls(const Outcome &outcome) {
+    Table table({"side", "call", "major status", "minor", "token to the peer"});
+    for (const auto &[side, call] : in_order(outcome)) {
+        table.add({side, call->name, major_name(call->major), code_text(call->minor), token_note(call->token)});
+        for (const std::string &line : wrap(printable(call->text), 76))
+            table.add_line("    " + line);
+    }
+    table.print(std::cout);
+    std::cout << '\n';
+}
+
+void show_end(const Side &side) {
+    const Report &report = side.report;
+    std::cout << "  " << side.name << "  ";
+    if (!report.established)
+        std::cout << "failed: " << printable(report.failure) << '\n';
+    else
+        std::cout << "established with " << report.mechanism
+                  << (report.user.empty() ? "" : ", user " + printable(report.user)) << ", flags "
+                  << flag_names(report.flags) << '\n';
+}
+
+void show(const Scenario &scenario, const Outcome &outcome, bool brief) {
+    show_calls(outcome);
+    show_end(outcome.client);
+    show_end(outcome.server);
+    if (!brief) {
+        std::cout << "\nThe server's negotiation log:\n";
+        print_log(std::cout, outcome.server.properties.log);
+    }
+    std::cout << "\nThe server's user properties:\n\n";
+    print_properties(std::cout, outcome.server.properties);
+    std::cout << "\nThe mechanisms:\n\n";
+    print_verdicts(std::cout, outcome.verdicts);
+    std::cout << '\n' << scenario.name << ": " << (outcome.differences.empty() ? "as expected" : "NOT AS EXPECTED");
+    for (const std::string &line : outcome.differences)
+        std::cout << "\n  " << line;
+    std::cout << "\n\n";
+}
+
+// ---- Saving --------------------------------------------------------------------------------------------------------
+
+void save(const Scenario &scenario, const Outcome &outcome, const fs::path &root) {
+    const fs::path folder = root / scenario.name;
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        throw Failure(folder.string() + ": " + error.message());
+    int number = 0;
+    for (const auto &[side, call] : in_order(outcome))
+        if (!call->token.empty())
+            write_file(folder / ("token-" + std::to_string(++number) + '-' + side), call->token);
+    for (const Side *side : {&outcome.client, &outcome.server}) {
+        write_file(folder / (std::string(side->name) + ".properties"), side->report.properties);
+        write_file(folder / (std::string(side->name) + ".log"), side->properties.log);
+    }
+    std::cout << "Saved in " << folder.string() << "\n\n";
+}
+
+// ---- The command ---------------------------------------------------------------------------------------------------
+
+void list_scenarios() {
+    Table table({"scenario", "what happens"});
+    for (const Scenario &scenario : scenarios())
+        table.add({scenario.name, scenario.title});
+    table.print(std::cout);
+}
+
+void run_demo(const Options &options) {
+    if (options.list)
+        return list_scenarios();
+    const fs::path libraries = library_folder(options.library_path);
+    Table summary({"scenario", "selected", "outcome"});
+    bool all_well = true;
+    for (const Scenario &scenario : scenarios()) {
+        if (!options.scenario.empty() && options.scenario != scenario.name)
+            continue;
+        show_setting(scenario);
+        const Outcome outcome = run(scenario, libraries);
+        show(scenario, outcome, options.brief);
+        if (!options.save.empty())
+            save(scenario, outcome, options.save);
+        const std::string &selected = outcome.server.report.mechanism;
+        all_well = all_well && outcome.differences.empty();
+        summary.add({scenario.name, selected.empty() ? "-" : selected,
+                     outcome.differences.empty() ? "as expected" : "NOT AS EXPECTED"});
+    }
+    if (options.scenario.empty())
+        summary.print(std::cout);
+    if (!all_well)
+        throw Failure("a scenario did not end as it should");
+}
+
+std::vector<std::string> scenario_names() {
+    std::vector<std::string> names;
+    for (const Scenario &scenario : scenarios())
+        names.push_back(scenario.name);
+    return names;
+}
+
+} // namespace
+
+void add_demo(CLI::App &program) {
+    CLI::App *command = program.add_subcommand("demo", "Watch a client and a server negotiate, in several scenarios");
+    auto options = std::make_shared<Options>();
+    command->add_option("SCENARIO", options->scenario, "The one to run; all of them without it")
+        ->check(CLI::IsMember(scenario_names()));
+    command->add_flag("--list", options->list, "List the scenarios");
+    command->add_flag("--brief", options->brief, "Leave out the negotiation logs");
+    command->add_option("--save", options->save, "Write tokens, logs and user properties into this folder");
+    command->add_option("--library-path", options->library_path, "Folder of the mechanisms' libraries")
+        ->envname("QXNEGO_LIBRARY_PATH");
+    command->callback([options] { run_demo(*options); });
+}
+
+} // namespace tools

@@ -1,0 +1,80 @@
+// Files and folders. Every failure is one line with the file's name and the system's reason.
+#include "tools/files.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include <stdlib.h>
+
+#include "tools/failure.h"
+
+namespace tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kMechanismLibrary[] = "libgssp2qxnego.so";
+
+std::string reason() {
+    return std::strerror(errno);
+}
+
+Bytes read_stream(std::istream &in) {
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+} // namespace
+
+Bytes read_file(const std::string &path) {
+    if (path == "-")
+        return read_stream(std::cin);
+    if (fs::is_directory(path))
+        throw Failure(path + ": is a directory", kExitUsage);
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw Failure(path + ": " + reason(), kExitUsage);
+    return read_stream(in);
+}
+
+void write_file(const fs::path &path, ByteView bytes) {
+    write_file(path, as_text(bytes));
+}
+
+void write_file(const fs::path &path, std::string_view text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+    out.close();
+    if (!out)
+        throw Failure(path.string() + ": " + reason());
+}
+
+TemporaryFolder::TemporaryFolder() {
+    std::string name = (fs::temp_directory_path() / "qxnego-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw Failure(name + ": " + reason());
+    path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+fs::path library_folder(const std::string &given) {
+    if (!given.empty()) {
+        if (!fs::exists(fs::path(given) / kMechanismLibrary))
+            throw Failure(given + ": has no " + kMechanismLibrary, kExitUsage);
+        return fs::absolute(given);
+    }
+    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const char *relative : {"../lib", QXNEGO_INSTALLED_LIBRARIES})
+        if (fs::exists(here / relative / kMechanismLibrary))
+            return fs::weakly_canonical(here / relative);
+    throw Failure(std::string(kMechanismLibrary) + " is not where it belongs; name its folder with --library-path");
+}
+
+} // namespace tools

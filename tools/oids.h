@@ -1,0 +1,20 @@
+// Object identifiers as text, and the names of the well-known mechanisms.
+#ifndef QXNEGO_TOOLS_OIDS_H
+#define QXNEGO_TOOLS_OIDS_H
+
+#include <string>
+
+#include "tools/bytes.h"
+
+namespace tools {
+
+// Dotted text of DER contents octets (X.690 8.19); empty when they are no object identifier.
+std::string dotted_oid(ByteView der);
+
+// The name of a mechanism: a well-known one's by its OID, else the dotted text, else the octets in hexadecimal. It does
+// not look into the registry, so it also names what only the peer has.
+std::string mechanism_name(ByteView der);
+
+} // namespace tools
+
+#endif
