@@ -1,16 +1,19 @@
+# shellcheck shell=bash disable=SC2034
 # The Debian packages that building and testing need, and how a fresh machine gets them. Sourced by ./demo and ./test.
 
 build_packages=(
     g++ cmake ninja-build       # the compiler (12 or later) and the build
-    pkg-config                  # finds libgsasl
+    pkg-config                  # finds libgsasl and krb5-gssapi
     libtomlplusplus-dev         # qxgss: the configuration file
-    libutfcpp-dev               # qxgss: checks and converts UTF-8, UTF-16 and UTF-32
     libgsasl-dev                # mechanisms/scram
+    libkrb5-dev                 # mechanisms/hostgss
     libcli11-dev                # tools: the command's options
     nlohmann-json3-dev          # tools: output for programs
 )
 test_packages=(
-    libgtest-dev                # tests
+    libgtest-dev                # all of them
+    krb5-kdc krb5-admin-server  # tests/realm.sh: a private Kerberos realm
+    gss-ntlmssp                 # tests/hostgss_test.cpp
 )
 
 # Installs those of the named packages that are missing.

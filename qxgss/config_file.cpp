@@ -29,8 +29,6 @@ namespace {
 constexpr OM_uint32 kWrongFile = 0xE10000A8U;
 constexpr OM_uint32 kNoMechanisms = 0xE1000096U;
 
-// The parser keeps each part of a dotted key as a table inside the last one and takes them down by recursion: these
-// limits keep the stack small.
 constexpr std::size_t kMaxFile = 1U << 20;
 constexpr std::size_t kMaxDotsInLine = 256;
 
@@ -291,19 +289,45 @@ std::string content_of(const std::string &file) {
     return content;
 }
 
-void check_dots(const std::string &file, std::string_view content) {
-    std::size_t line = 1, dots = 0;
-    for (const char c : content) {
-        line += c == '\n' ? 1 : 0;
-        dots = c == '\n' ? 0 : dots + (c == '.' ? 1 : 0);
-        if (dots > kMaxDotsInLine)
-            wrong(file, line, "syntax", "more than 256 dots in one line");
+// What the parser is not to see: it takes down by recursion what many dots nest, and its tables of characters beyond
+// ASCII have gaps, so these may stand only where it does not classify them: in comments and in strings of one line.
+void check_line(const std::string &file, std::size_t line, std::string_view text) {
+    char quote = '\0';
+    std::size_t dots = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quote != '\0') {
+            i += quote == '"' && c == '\\' ? 1 : 0;
+            quote = c == quote ? '\0' : quote;
+        } else if (c == '#') {
+            break;
+        } else if (c == '"' || c == '\'') {
+            if (text.substr(i, 3) == std::string(3, c))
+                wrong(file, line, "syntax", "strings of several lines are not supported");
+            if (i != 0 && std::string_view(" \t=,.[{").find(text[i - 1]) == std::string_view::npos)
+                wrong(file, line, "syntax", "a quotation mark inside a word");
+            quote = c;
+        } else if (static_cast<unsigned char>(c) >= 0x80) {
+            wrong(file, line, "syntax", "a character beyond ASCII outside strings and comments");
+        } else {
+            dots += c == '.' ? 1 : 0;
+        }
+    }
+    if (dots > kMaxDotsInLine)
+        wrong(file, line, "syntax", "more than 256 dots outside strings");
+}
+
+void check_lines(const std::string &file, std::string_view content) {
+    for (std::size_t line = 1; !content.empty(); ++line) {
+        const std::string_view text = content.substr(0, content.find('\n'));
+        check_line(file, line, text);
+        content.remove_prefix(std::min(text.size() + 1, content.size()));
     }
 }
 
 toml::table parsed(const std::string &file) {
     const std::string content = content_of(file);
-    check_dots(file, content);
+    check_lines(file, content);
     toml::parse_result result = toml::parse(std::string_view(content));
     if (!result)
         wrong(file, result.error().source().begin.line, "syntax", std::string(result.error().description()));

@@ -98,7 +98,8 @@ QXGSS_API OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_
 QXGSS_API OM_uint32 gssp_release_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
 
 /* The DER contents octets of a dotted OID string, on the C heap: the caller frees them. At least two arcs, each below
- * 2^32 and without needless zeros. The two reserved arguments are 0. 0xE1000081 for a null pointer or a string that is no OID, 0xE1000065 for memory. */
+ * 2^32 and without needless zeros. The two reserved arguments are 0. 0xE1000081 for a null pointer or a string that is
+ * no OID, 0xE1000065 for memory. */
 QXGSS_API OM_uint32 gssp_oidstr_to_oidder(OM_uint32 *pMinorStatus, OM_uint32 Reserved1, OM_uint32 Reserved2,
                                           const char *pszOid, OM_uint32 *pLength, unsigned char **ppElements);
 

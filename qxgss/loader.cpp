@@ -131,7 +131,7 @@ std::string status_text(OM_uint32 major, OM_uint32 minor) {
 // Returns what the mechanism has to say.
 std::string configure_mechanism(Mechanism &mechanism, MechInfo_t &info, OM_uint32 ClientServer,
                                 std::string library_path) {
-    if (info.fUseMech == 0 || info.MechFtnTable.ftn_gssp_configure == nullptr)
+    if (info.fUseMech == GSSP_MECH_UNUSED || info.MechFtnTable.ftn_gssp_configure == nullptr)
         return mechanism.enabled ? mechanism.message : "";
     Messages messages;
     qxgss_buffer_desc path{library_path.size(), library_path.data()};

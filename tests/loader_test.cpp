@@ -17,7 +17,8 @@ long allocations_left = -1; // no limit
 
 } // namespace
 
-void *operator new(std::size_t size) {
+// Not inlined, for then the compiler takes malloc and free for a pair with the other side.
+[[gnu::noinline]] void *operator new(std::size_t size) {
     if (allocations_left == 0)
         throw std::bad_alloc();
     if (allocations_left > 0)
@@ -26,10 +27,10 @@ void *operator new(std::size_t size) {
         return block;
     throw std::bad_alloc();
 }
-void operator delete(void *block) noexcept {
+[[gnu::noinline]] void operator delete(void *block) noexcept {
     std::free(block);
 }
-void operator delete(void *block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept {
     std::free(block);
 }
 
@@ -83,13 +84,14 @@ QXGSS_API OM_uint32 NEGO_configure(OM_uint32 *pMinorStatus, OM_uint32, qxgss_buf
 }
 
 // ALL has every operation, in the order of the function table.
+// clang-format off
 #define ALL_OPERATIONS(ROW)                                                                                            \
-    ROW(configure)                                                                                                     \
-    ROW(indicate_mechs) ROW(inquire_names_for_mech) ROW(acquire_cred) ROW(release_cred) ROW(inquire_cred)              \
-        ROW(init_sec_context) ROW(accept_sec_context) ROW(delete_sec_context) ROW(inquire_context)                     \
-            ROW(wrap_size_limit) ROW(wrap) ROW(unwrap) ROW(get_mic) ROW(verify_mic) ROW(get_client_domain_username)    \
-                ROW(qop_string_to_int) ROW(qop_int_to_string) ROW(inquire_properties_for_user) ROW(display_status)     \
-                    ROW(release_name)
+    ROW(configure) ROW(indicate_mechs) ROW(inquire_names_for_mech) ROW(acquire_cred) ROW(release_cred)                 \
+    ROW(inquire_cred) ROW(init_sec_context) ROW(accept_sec_context) ROW(delete_sec_context) ROW(inquire_context)       \
+    ROW(wrap_size_limit) ROW(wrap) ROW(unwrap) ROW(get_mic) ROW(verify_mic) ROW(get_client_domain_username)            \
+    ROW(qop_string_to_int) ROW(qop_int_to_string) ROW(inquire_properties_for_user) ROW(display_status)                 \
+    ROW(release_name)
+// clang-format on
 #define DEFINE(operation)                                                                                              \
     extern "C" QXGSS_API OM_uint32 ALL_##operation() {                                                                 \
         return GSS_S_COMPLETE;                                                                                         \
@@ -203,10 +205,16 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {__LINE__, good + "[policy.users]\nalice = ['1.2.3']",
          ":6: policy.users.alice: '1.2.3' is no mechanism of this file"},
         {__LINE__, good + "[policy.users]\n\"a\\u0000\" = []", ":6: policy.users.a?: must not hold control characters"},
-        {__LINE__, good + "# " + dots, ":5: syntax: more than 256 dots in one line"},
+        {__LINE__, good + dots, ":5: syntax: more than 256 dots outside strings"},
+        {__LINE__, "[[[",
+         ":1: syntax: Error while parsing key: expected bare key starting character or string delimiter, saw '['"},
+        {__LINE__, good + "[x\u0409]", ":5: syntax: a character beyond ASCII outside strings and comments"},
+        {__LINE__, good + "enabled = t'\u0409'", ":5: syntax: a quotation mark inside a word"},
+        {__LINE__, good + "library = '''\nx'''", ":5: syntax: strings of several lines are not supported"},
+        {__LINE__, good + "library = '\\\\\xff' # '", ":5: syntax: Encountered invalid utf-8 sequence"},
         {__LINE__, good + other + "name = 'x'",
          ":9: syntax: Error while parsing key-value pair: cannot redefine existing string 'name'"},
-        {__LINE__, good + "x = \xff", ":5: syntax: Encountered invalid utf-8 sequence"},
+        {__LINE__, good + "x = \"\\\"\xff\"", ":5: syntax: Encountered invalid utf-8 sequence"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.line);
@@ -227,6 +235,14 @@ TEST_F(Loader, FilesThatCannotBeReadAreRefused) {
     file_ = folder_;
     EXPECT_EQ(configure(), 0xE10000A8U);
     EXPECT_EQ(message_, folder_ + ": cannot be read: Is a directory");
+}
+
+TEST_F(Loader, TheSampleIsRight) {
+    qxgss_buffer_desc message{};
+    EXPECT_EQ(qxgss_configure(nullptr, QXGSS_CLIENT, SAMPLE, &message), GSS_S_COMPLETE)
+        << std::string(static_cast<char *>(message.value), message.length);
+    EXPECT_EQ(MechCount, 2U);
+    gssp_release_buffer(nullptr, &message);
 }
 
 TEST_F(Loader, ArgumentsAreCheckedInOrder) {
@@ -403,11 +419,14 @@ std::string allowed(const char *user) {
 
 TEST_F(Loader, PolicyNamesTheMechanismsOfAUser) {
     const std::string mechanisms = mechanism("GOOD", "1.2.3") + mechanism("PLAIN", "1.2.4");
-    const std::string users = "[policy.users]\nalice = ['PLAIN', '1.2.3']\nbob = ['GOOD']\ncarol = []\n";
+    const std::string users =
+        "# \u00e9 " + std::string(300, '.') +
+        "\n[policy.users]\n'\u00e9.x' = ['GOOD']\nalice = ['PLAIN', '1.2.3']\nbob = ['GOOD']\ncarol = []\n";
     ASSERT_EQ(configure_with(mechanisms + users + "[policy]\ndefault = ['PLAIN']\n"), GSSP_E_SUCCESS);
     EXPECT_EQ(allowed("alice"), "PLAIN GOOD");
     EXPECT_EQ(allowed("bob"), "GOOD");
     EXPECT_EQ(allowed("carol"), "(empty)");
+    EXPECT_EQ(allowed("\u00e9.x"), "GOOD");
     EXPECT_EQ(allowed("Bob"), "PLAIN");
     EXPECT_EQ(allowed(""), std::to_string(0xE10000CBU));
     EXPECT_EQ(allowed(nullptr), std::to_string(0xE10000CBU));

@@ -123,7 +123,9 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
     return text;
 }
 
-qxgss_OID_desc oid_of(char mechanism) { return *registered(std::string(1, mechanism)).pMechOid; }
+qxgss_OID_desc oid_of(char mechanism) {
+    return *registered(std::string(1, mechanism)).pMechOid;
+}
 
 MechInfo_t &registered(std::string_view name) {
     for (OM_uint32 i = 0; i < MechCount; ++i)
@@ -205,10 +207,9 @@ Outcome Peer::call(std::string_view token) {
                                             nullptr, &input, ask ? &mech_type : nullptr, &output,
                                             ask ? &flags : nullptr, ask ? &lifetime : nullptr);
     else
-        out.major = QXNEGO_accept_sec_context(&out.minor, &context, credential, &input, nullptr,
-                                              ask ? &source : nullptr, ask ? &mech_type : nullptr, &output,
-                                              ask ? &flags : nullptr, ask ? &lifetime : nullptr,
-                                              ask ? &delegated : nullptr);
+        out.major = QXNEGO_accept_sec_context(
+            &out.minor, &context, credential, &input, nullptr, ask ? &source : nullptr, ask ? &mech_type : nullptr,
+            &output, ask ? &flags : nullptr, ask ? &lifetime : nullptr, ask ? &delegated : nullptr);
     if (output.value == &sentinel)
         return out;
     out.output = output.length == 0 && output.value == nullptr ? Output::kEmpty : Output::kToken;
@@ -245,8 +246,7 @@ std::string Peer::log() const {
     const NegLog_desc &log = negotiation().NegLog;
     for (OM_uint32 i = 0; i < log.Count; ++i) {
         const NegLogRecord &record = log.pRecords[i];
-        const std::string now =
-            "[" + std::to_string(record.TokenNum) + (record.IsPolicyApplied != 0 ? "p" : "") + "]";
+        const std::string now = "[" + std::to_string(record.TokenNum) + (record.IsPolicyApplied != 0 ? "p" : "") + "]";
         if (now != mark)
             out += (i == 0 ? "" : " ") + now;
         mark = now;

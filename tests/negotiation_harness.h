@@ -1,12 +1,14 @@
 // Framework, registry and both roles of a negotiation in one process, over the scripted mechanisms.
 //
 // Registry and template list exist once in a process. So that the two sides can differ, each side has a template list
-// and function tables of its own, built from its mechanisms and its script; they are installed before each of its calls.
+// and function tables of its own, built from its mechanisms and its script; they are installed before each of its
+// calls.
 #ifndef QXNEGO_NEGOTIATION_HARNESS_H
 #define QXNEGO_NEGOTIATION_HARNESS_H
 
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "gssp2qxnego/gssp2qxnegoint.h"
@@ -49,6 +51,14 @@ MechInfo_t &registered(std::string_view name);
 
 std::string hex(OM_uint32 value);
 std::string hex(std::string_view bytes);
+// The statuses of a call, as "MAJOR/MINOR".
+template <typename... Parameters>
+std::string outcome(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
+    OM_uint32 minor = 0;
+    const OM_uint32 major = call(&minor, arguments...);
+    return hex(major) + "/" + hex(minor);
+}
+
 std::string_view text_of(const qxgss_buffer_desc &buffer);
 
 enum class Output { kKept, kEmpty, kToken };

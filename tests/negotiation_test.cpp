@@ -20,7 +20,9 @@ class Negotiation : public testing::Test {
     void TearDown() override { EXPECT_EQ(scripted::live_objects(), 0); }
 };
 
-std::string_view bytes_of(qxgss_OID oid) { return {static_cast<const char *>(oid->elements), oid->length}; }
+std::string_view bytes_of(qxgss_OID oid) {
+    return {static_cast<const char *>(oid->elements), oid->length};
+}
 
 // What the caller of a completed side was given, and that messages pass between the two contexts.
 void expect_agreement(Session &session) {
@@ -38,8 +40,7 @@ void expect_agreement(Session &session) {
     int confidential = 0;
     qxgss_qop_t qop = 0;
     EXPECT_EQ(QXNEGO_wrap(nullptr, session.client.context, 1, 5, &message, nullptr, &wrapped) & 0xFFFF0000U, 0U);
-    EXPECT_EQ(QXNEGO_unwrap(nullptr, session.server.context, &wrapped, &opened, &confidential, &qop) & 0xFFFF0000U,
-              0U);
+    EXPECT_EQ(QXNEGO_unwrap(nullptr, session.server.context, &wrapped, &opened, &confidential, &qop) & 0xFFFF0000U, 0U);
     EXPECT_EQ(text_of(opened), "message");
     EXPECT_EQ(qop, 5U);
     gssp_release_buffer(nullptr, &wrapped);
@@ -92,61 +93,74 @@ struct Golden {
 
 const Golden kGolden[] = {
     {"INIT: both mechanisms available, each with its token", "authcid=anna", nullptr, 0,
-     "A03B"                   // [0] NegTokenInit, 59 bytes
-     "A030"                   //   [0] NegMechList
-     "A016" OID_OF("01")      //     [0] NegMech A
-     "810101" "820101"        //       [1] Available [2] reason Available
-     "86024131"               //       [6] its token "A1"
-     "A016" OID_OF("02")      //     [0] NegMech B
-     "810101" "820101"        //
-     "86024231"               //       [6] "B1"
-     "810102"                 //   [1] NegState Incomplete
-     "8204616E6E61"},         //   [2] authentication ID "anna"
+     "A03B"              // [0] NegTokenInit, 59 bytes
+     "A030"              //   [0] NegMechList
+     "A016" OID_OF("01") //     [0] NegMech A
+     "810101"
+     "820101"            //       [1] Available [2] reason Available
+     "86024131"          //       [6] its token "A1"
+     "A016" OID_OF("02") //     [0] NegMech B
+     "810101"
+     "820101"         //
+     "86024231"       //       [6] "B1"
+     "810102"         //   [1] NegState Incomplete
+     "8204616E6E61"}, //   [2] authentication ID "anna"
     {"RESP: A selected, B rejected by rank", "authcid=anna", nullptr, 1,
-     "A144"                   // [1] NegTokenResp, 68 bytes
-     "A030"                   //   [0] NegMechList
-     "A016" OID_OF("01")      //     [0] NegMech A
-     "810102" "820106"        //       [1] Selected [2] due to rank
-     "86024132"               //       [6] "A2"
-     "A016" OID_OF("02")      //     [0] NegMech B
-     "810103" "820106"        //       [1] Rejected [2] due to rank
-     "86024232"               //       [6] "B2": made before A was selected
-     "810101"                 //   [1] NegState Completed
+     "A144"              // [1] NegTokenResp, 68 bytes
+     "A030"              //   [0] NegMechList
+     "A016" OID_OF("01") //     [0] NegMech A
+     "810102"
+     "820106"            //       [1] Selected [2] due to rank
+     "86024132"          //       [6] "A2"
+     "A016" OID_OF("02") //     [0] NegMech B
+     "810103"
+     "820106"                   //       [1] Rejected [2] due to rank
+     "86024232"                 //       [6] "B2": made before A was selected
+     "810101"                   //   [1] NegState Completed
      "820A2B0601040181FD590201" // [2] selected mechanism
-     "830101"},               //   [3] policy applied
+     "830101"},                 //   [3] policy applied
     {"INIT: single sign-on, A failed", nullptr,
      [](scripted::Script &s) {
          s.at('A', kClient).failing_call = 1;
          s.at('A', kClient).text = "no";
      },
      0,
-     "A050"                   // [0] NegTokenInit
-     "A048"                   //   [0] NegMechList
-     "A028" OID_OF("01")      //     [0] NegMech A
-     "810103" "820102"        //       [1] Rejected [2] GSSAPI error
-     "830300070000"           //       [3]
-     "840500C5000007"         //       [4]
-     "85026E6F"               //       [5]
-     "8704616E6E61"           //       [7] identity of its credential
-     "A01C" OID_OF("02")      //     [0] NegMech B
-     "810101" "820101" "86024231" //
-     "8704616E6E61"           //
-     "810102"                 //   [1] NegState Incomplete
-     "830101"},               //   [3] single sign-on
+     "A050"              // [0] NegTokenInit
+     "A048"              //   [0] NegMechList
+     "A028" OID_OF("01") //     [0] NegMech A
+     "810103"
+     "820102"            //       [1] Rejected [2] GSSAPI error
+     "8303070000"        //       [3]
+     "840500C5000007"    //       [4]
+     "85026E6F"          //       [5]
+     "8704616E6E61"      //       [7] identity of its credential
+     "A01C" OID_OF("02") //     [0] NegMech B
+     "810101"
+     "820101"
+     "86024231"     //
+     "8704616E6E61" //
+     "810102"       //   [1] NegState Incomplete
+     "830101"},     //   [3] single sign-on
     {"INIT: user and profile", "authcid=a user=boss profile=night", nullptr, 0,
      "A045A030A016" OID_OF("01") "81010182010186024131"
-     "A016" OID_OF("02") "81010182010186024231"
-     "810102" "820161"        //   [2] "a"
-     "8404626F7373"           //   [4] "boss"
-     "85056E69676874"},       //   [5] "night"
+                                 "A016" OID_OF("02") "81010182010186024231"
+                                                     "810102"
+                                                     "820161"           //   [2] "a"
+                                                     "8404626F7373"     //   [4] "boss"
+                                                     "85056E69676874"}, //   [5] "night"
     {"RESP: incomplete; the client's answer repeats no reasons", "authcid=anna",
-     [](scripted::Script &s) { s.legs = {4, 4, 1, 1}; }, 2,
-     "A132"                   // [1] NegTokenResp
-     "A02A"                   //   [0] NegMechList
-     "A013" OID_OF("01") "810101" "86024133" //
-     "A013" OID_OF("02") "810101" "86024233" //
-     "810102"                 //   [1] NegState Incomplete
-     "830101"},               //   [3] policy applied, as the server said
+     [](scripted::Script &s) {
+         s.legs = {4, 4, 1, 1};
+     },
+     2,
+     "A132" // [1] NegTokenResp
+     "A02A" //   [0] NegMechList
+     "A013" OID_OF("01") "810101"
+                         "86024133" //
+                         "A013" OID_OF("02") "810101"
+                                             "86024233" //
+                                             "810102"   //   [1] NegState Incomplete
+                                             "830101"}, //   [3] policy applied, as the server said
 };
 
 TEST_F(Negotiation, TokensAreExact) {
@@ -236,8 +250,10 @@ TEST_F(Negotiation, AnInitialTokenThatClaimsCompletionIsReadAndFails) {
     token[state + 2] = NEG_STATE_COMPLETED;
     expect_outcome(session.server.call(token), GSS_S_FAILURE, QXNEGO_E_INTERNAL, Output::kKept);
     EXPECT_EQ(session.server.log(), "[0] have:A11 peer:A11 init-state cred-none [0p] policy-empty acc-est:A11");
-    for (const auto &[value, minor] : {std::pair{0, QXNEGO_E_BAD_NEG_STATE}, {3, QXNEGO_E_BAD_NEG_STATE},
-                                       {4, QXNEGO_E_NEG_STATE_UNSUPPORTED}, {5, QXNEGO_E_BAD_NEG_STATE}}) {
+    for (const auto &[value, minor] : {std::pair{0, QXNEGO_E_BAD_NEG_STATE},
+                                       {3, QXNEGO_E_BAD_NEG_STATE},
+                                       {4, QXNEGO_E_NEG_STATE_UNSUPPORTED},
+                                       {5, QXNEGO_E_BAD_NEG_STATE}}) {
         token[state + 2] = static_cast<char>(value);
         expect_outcome(Peer(kServer, "A").call(token), GSS_S_FAILURE, minor, Output::kKept);
     }
@@ -264,9 +280,9 @@ TEST_F(Negotiation, ResultsReachTheCaller) {
     ASSERT_NE(server.delegated, nullptr);
     EXPECT_EQ(entry.pDelegatedCredHandle, nullptr);
     qxgss_cred_id_t mine = server.delegated;
-    EXPECT_EQ(QXNEGO_INT_SetReturns(nullptr, &server.negotiation(), nullptr, nullptr, nullptr, nullptr,
-                                    &server.delegated),
-              GSS_S_COMPLETE);
+    EXPECT_EQ(
+        QXNEGO_INT_SetReturns(nullptr, &server.negotiation(), nullptr, nullptr, nullptr, nullptr, &server.delegated),
+        GSS_S_COMPLETE);
     EXPECT_EQ(server.delegated, nullptr);
     server.end();
     EXPECT_EQ(scripted::calls("release_name", 'A'), 1);

@@ -6,13 +6,14 @@
 #                        lines without blanks: export $(realm.sh start DIR)
 #   realm.sh stop DIR    ends the KDC and removes DIR
 #   realm.sh kill DIR    ends the KDC only; tickets and keytabs stay
+#   realm.sh restart DIR starts it again
 #
 # Realm QXNEGO.TEST: users alice (password Alice1) and bob (Bob1), expired (Expired1, an account past its end), service
 # host/localhost. DIR/client.keytab holds alice's key, DIR/service.keytab (KRB5_KTNAME) the service's. No ticket is
 # taken; KRB5CCNAME is DIR/ccache. NTLM: QXTEST\alice with password Secret1.
 set -euo pipefail
 PATH=$PATH:/usr/sbin:/usr/local/sbin
-[ $# = 2 ] || { echo "usage: ${0##*/} start|stop|kill DIR" >&2; exit 2; }
+[ $# = 2 ] || { echo "usage: ${0##*/} start|stop|kill|restart DIR" >&2; exit 2; }
 dir=$2
 
 environment() {
@@ -69,9 +70,9 @@ populate() {
     kdb5_util create -s -r QXNEGO.TEST -P "$RANDOM$RANDOM$RANDOM"
     kadmin.local <<Q
 addprinc -randkey host/localhost
-addprinc -pw Alice1 alice
-addprinc -pw Bob1 bob
-addprinc -pw Expired1 -expire "2001-01-01 00:00:00" expired
+addprinc +requires_preauth -pw Alice1 alice
+addprinc +requires_preauth -pw Bob1 bob
+addprinc +requires_preauth -pw Expired1 -expire "2001-01-01 00:00:00" expired
 ktadd -norandkey -k $dir/client.keytab alice
 ktadd -k $dir/service.keytab host/localhost
 Q
@@ -122,5 +123,9 @@ stop)
     rm -rf "$dir"
     ;;
 kill) stop_kdc ;;
+restart)
+    export $(environment)
+    start_kdc >> "$dir/setup.log" 2>&1
+    ;;
 *) exit 2 ;;
 esac

@@ -41,7 +41,9 @@ constexpr Scenario kScenarios[] = {
      "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A11 acc-cont:A11 "
      "[2p] peer:A26 adopt:A26 peer-state acc-est:A26 complete:A26"},
     {"a later one that is established waits for the first", "AB", "AB", kAnna, nullptr,
-     [](Script &s) { s.legs = {3, 1, 1, 1}; }, //
+     [](Script &s) {
+         s.legs = {3, 1, 1, 1};
+     }, //
      "C cont token, S cont token, C done token, S done empty", "A26+ B36+", "A26+ B36+",
      "[0] have:A11 have:B11 cred:A11 cred:B11 init-cont:A11 init-est:B11 "
      "[1] peer:A11 peer:B11 [1p] policy-told init-est:A11 select:A26 select:B36",
@@ -141,8 +143,7 @@ constexpr Scenario kScenarios[] = {
              t.ftn_gssp_display_status = nullptr;
          };
      },
-     "C cont token, S done token, C done empty",
-     "A32+(00100000/E1000067 (display_status function not available)) B26+",
+     "C cont token, S done token, C done empty", "A32+(00100000/E1000067 (display_status function not available)) B26+",
      "A32(00100000/E1000067 (display_status function not available)) B26+",
      "[0] have:A11 have:B11 cred:A11 cred:B11 init-est:A11 init-est:B11 "
      "[1] peer:A32 adopt:A32 peer:B26 adopt:B26 peer-state [1p] policy-told complete:B26",
@@ -152,8 +153,7 @@ constexpr Scenario kScenarios[] = {
          s.at('A', kClient).failing_call = 1;
          s.at('A', kClient).text = nullptr;
      },
-     "C cont token, S done token, C done empty",
-     "A32(00070000/C5000007 (display_status function not available)) B26+",
+     "C cont token, S done token, C done empty", "A32(00070000/C5000007 (display_status function not available)) B26+",
      "A32(00070000/C5000007 (display_status function not available)) B26+",
      "[0] have:A11 have:B11 cred:A11 cred:B11 init-fail:A32 init-est:B11 "
      "[1] peer:B26 adopt:B26 peer-state [1p] policy-told complete:B26",
@@ -207,8 +207,7 @@ constexpr Scenario kScenarios[] = {
      "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-est:A11 select:A26"},
     {"policy of the requested user, which only some can authorize", "ABC", "ABC", "authcid=onlyb user=onlyc", nullptr,
      nullptr, //
-     "C cont token, S done token, C done empty", "A35+ B35+ C26+",
-     "A35(00000000/21000064) B35(00000000/21000064) C26+",
+     "C cont token, S done token, C done empty", "A35+ B35+ C26+", "A35(00000000/21000064) B35(00000000/21000064) C26+",
      "[0] have:A11 have:B11 have:C11 cred:A11 cred:B11 cred:C11 init-est:A11 init-est:B11 init-est:C11 "
      "[1] peer:A35 adopt:A35 peer:B35 adopt:B35 peer:C26 adopt:C26 peer-state [1p] policy-told complete:C26",
      "[0] have:A11 have:B11 have:C11 peer:A11 peer:B11 peer:C11 cred-none policy-no:A35 policy-no:B35 "
@@ -218,8 +217,8 @@ constexpr Scenario kScenarios[] = {
      "[0] have:B11 have:C11 cred:B11 cred:C11 init-est:B11 init-est:C11 "
      "[1] peer:B39 adopt:B39 peer:C26 adopt:C26 peer-state [1p] policy-told complete:C26",
      "[0] have:B11 have:C11 peer:B11 peer:C11 cred-none [0p] policy-empty authz:B39 acc-est:C11 select:C26"},
-    {"a requested profile too, except of what does not authenticate", "BD", "BD", "authcid=anna profile=night",
-     nullptr, [](Script &s) { s.legs[3] = 3; }, //
+    {"a requested profile too, except of what does not authenticate", "BD", "BD", "authcid=anna profile=night", nullptr,
+     [](Script &s) { s.legs[3] = 3; }, //
      "C cont token, S cont token, C done token, S done empty", "B39+ D26+", "B39 D26+",
      "[0] have:B11 have:D11 cred:B11 cred:D11 init-est:B11 init-cont:D11 "
      "[1] peer:B39 adopt:B39 peer:D11 [1p] policy-told init-est:D11 select:D26",
@@ -265,15 +264,15 @@ constexpr Scenario kScenarios[] = {
          s.at('A', kClient).principal = Principal::kNoName;
          s.at('B', kClient).alter = [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; };
      },
-     "C 000D0000/E3000406 kept", "A38 B38", nullptr,
-     "[0] have:A11 have:B11 cred:A11 cred:B11 sso-id:A38 sso-id:B38", nullptr},
+     "C 000D0000/E3000406 kept", "A38 B38", nullptr, "[0] have:A11 have:B11 cred:A11 cred:B11 sso-id:A38 sso-id:B38",
+     nullptr},
     {"a failing inquiry and a name without elements", "AB", "AB", nullptr, nullptr,
      [](Script &s) {
          s.at('A', kClient).principal = Principal::kFailure;
          s.at('B', kClient).principal = Principal::kNoElements;
      },
-     "C 000D0000/E3000406 kept", "A38 B38", nullptr,
-     "[0] have:A11 have:B11 cred:A11 cred:B11 sso-id:A38 sso-id:B38", nullptr},
+     "C 000D0000/E3000406 kept", "A38 B38", nullptr, "[0] have:A11 have:B11 cred:A11 cred:B11 sso-id:A38 sso-id:B38",
+     nullptr},
     {"two principals in one name are none", "AB", "AB", nullptr, nullptr,
      [](Script &s) { s.at('A', kClient).principal_text = "anna,bert"; }, //
      "C cont token, S done token, C done empty", "A38 B26+", "A38 B26+",
@@ -317,7 +316,9 @@ constexpr Scenario kScenarios[] = {
 
 } // namespace
 
-std::span<const Scenario> scenarios() { return kScenarios; }
+std::span<const Scenario> scenarios() {
+    return kScenarios;
+}
 
 void prepare(const Scenario &scenario) {
     scripted::reset();

@@ -12,10 +12,10 @@ namespace harness {
 
 struct Scenario {
     const char *name;
-    const char *client;       // letters of its mechanisms
+    const char *client; // letters of its mechanisms
     const char *server;
-    const char *logon;        // the client's; null: no credential
-    const char *server_logon; // null: no credential
+    const char *logon;                         // the client's; null: no credential
+    const char *server_logon;                  // null: no credential
     void (*prepare)(scripted::Script &script); // may be null
     const char *calls;
     const char *client_entries;
@@ -27,7 +27,9 @@ struct Scenario {
 std::span<const Scenario> scenarios();
 
 // How a failing test names it.
-inline void PrintTo(const Scenario &scenario, std::ostream *out) { *out << scenario.name; }
+inline void PrintTo(const Scenario &scenario, std::ostream *out) {
+    *out << scenario.name;
+}
 
 // Sets the script of that scenario; to be called before its session is made.
 void prepare(const Scenario &scenario);

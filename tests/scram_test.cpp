@@ -266,6 +266,7 @@ TEST_P(Scram, ReadsTheLogonString) {
         {"authcid=, password=wonderland", GSS_S_NO_CRED, kNoIdentity, ""},
         {"authcid=alice", GSS_S_NO_CRED, kNoPassword, ""},
         {"alice@REALM", GSS_S_NO_CRED, kNoPassword, ""},
+        {"authcid=alice password=''", GSS_S_NO_CRED, kNoPassword, ""},
         {"authcid=alice authcid=bob password=x", GSS_S_BAD_NAME, 0x106, ""},
         {std::string("authcid=alice\0password=x", 24), GSS_S_BAD_NAME, 0x106, ""},
         {"authcid=\xFF password=x", GSS_S_BAD_NAME, 0x106, ""},

@@ -37,15 +37,21 @@ std::array<qxgss_OID_desc, kMechanisms> oids{{
     {10, oid_bytes[3].data()},
 }};
 
-qxgss_OID own_oid(char mechanism) { return &oids[static_cast<std::size_t>(mechanism - 'A')]; }
+qxgss_OID own_oid(char mechanism) {
+    return &oids[static_cast<std::size_t>(mechanism - 'A')];
+}
 
 OM_uint32 answer(OM_uint32 *pMinor, OM_uint32 major, OM_uint32 minor) {
     if (pMinor != nullptr)
         *pMinor = minor;
     return major;
 }
-OM_uint32 fail(OM_uint32 *pMinor, const Behaviour &how) { return answer(pMinor, how.major, how.minor); }
-OM_uint32 succeed(OM_uint32 *pMinor, const Behaviour &how) { return answer(pMinor, how.supplementary, kSuccess); }
+OM_uint32 fail(OM_uint32 *pMinor, const Behaviour &how) {
+    return answer(pMinor, how.major, how.minor);
+}
+OM_uint32 succeed(OM_uint32 *pMinor, const Behaviour &how) {
+    return answer(pMinor, how.supplementary, kSuccess);
+}
 
 Call &note(const char *operation, char mechanism, const qxgss_buffer_desc *text = nullptr) {
     if (call_count == call_log.size())
@@ -125,8 +131,7 @@ OM_uint32 advance(OM_uint32 *pMinor, Object &context, qxgss_buffer_t pInput, qxg
     if (due < legs && !set_text(pOutput, {token, 2}))
         return fail(pMinor, how);
     context.established = due + 1 >= legs;
-    return answer(pMinor, how.supplementary | (context.established ? GSS_S_COMPLETE : GSS_S_CONTINUE_NEEDED),
-                  kSuccess);
+    return answer(pMinor, how.supplementary | (context.established ? GSS_S_COMPLETE : GSS_S_CONTINUE_NEEDED), kSuccess);
 }
 
 OM_uint32 make_name(std::string_view text, qxgss_name_t *ppName) {
@@ -192,7 +197,9 @@ constexpr unsigned char kMicKey = 0xC3;
 
 } // namespace
 
-Script &script() { return current; }
+Script &script() {
+    return current;
+}
 
 const Call *last_call(std::string_view operation, char mechanism) {
     for (std::size_t i = call_count; i-- > 0;)

@@ -1,6 +1,7 @@
 // Frames over stream sockets. A broken stream is an ordinary answer, a peer that closes never kills this process.
 #include "tools/channel.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "tools/failure.h"
+#include "tools/interrupt.h"
 
 namespace tools {
 
@@ -17,9 +19,9 @@ namespace {
 bool send_all(int number, ByteView bytes) {
     while (!bytes.empty()) {
         const ssize_t sent = send(number, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0)
+        if (sent < 0 && errno != EINTR)
             return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(sent));
+        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
     }
     return true;
 }
@@ -27,9 +29,10 @@ bool send_all(int number, ByteView bytes) {
 // False at the end of the stream.
 bool receive_all(int number, std::span<unsigned char> bytes) {
     while (!bytes.empty()) {
+        throw_if_interrupted();
         const ssize_t got = recv(number, bytes.data(), bytes.size(), 0);
         if (got < 0 && errno == EINTR)
-            throw Failure("interrupted", kExitInterrupted);
+            continue;
         if (got < 0 && errno != ECONNRESET)
             throw Failure(std::string("receiving: ") + std::strerror(errno));
         if (got <= 0)

@@ -5,7 +5,7 @@
 
 #include "tools/commands.h"
 #include "tools/failure.h"
-#include "tools/processes.h"
+#include "tools/interrupt.h"
 
 namespace {
 
@@ -17,6 +17,7 @@ int fail(const std::string &line, int status) {
 
 int run(int argc, char **argv) {
     CLI::App program("QXNEGO: client and server agree on a security mechanism that both have.", "qxnego");
+    program.set_version_flag("--version", "qxnego " QXNEGO_VERSION);
     program.require_subcommand(1);
     tools::add_demo(program);
     tools::add_properties(program);

@@ -41,8 +41,8 @@ class Negotiation {
     // One establishment call with the peer's token: major and minor status through the arguments.
     using Establish = std::function<OM_uint32(OM_uint32 *minor, qxgss_buffer_t input, qxgss_buffer_t output)>;
 
-    // Writes the call into the report and gives its major status back.
-    OM_uint32 record(const char *name, OM_uint32 major, OM_uint32 minor, ByteView token = {});
+    // Writes a call that has returned into the report.
+    void record(const char *name, OM_uint32 major, OM_uint32 minor, ByteView token = {});
 
     // Runs the loop; the client's begins without a token.
     void run(const char *name, const Descriptor &stream, bool is_client, const Establish &establish);
@@ -66,17 +66,17 @@ class Negotiation {
     OM_uint32 flags_ = 0;
 };
 
-OM_uint32 Negotiation::record(const char *name, OM_uint32 major, OM_uint32 minor, ByteView token) {
+void Negotiation::record(const char *name, OM_uint32 major, OM_uint32 minor, ByteView token) {
     report_.calls.push_back({now(), name, major, minor, minor_text(framework_.table(), framework_.mechanism(), minor),
                              Bytes(token.begin(), token.end())});
-    return major;
 }
 
 bool Negotiation::step(const char *name, const Descriptor &stream, Bytes &input, const Establish &establish) {
     OM_uint32 minor = 0;
     OwnedBuffer output;
     qxgss_buffer_desc token = view(as_text(input));
-    const OM_uint32 major = record(name, establish(&minor, &token, output.get()), minor, output.bytes());
+    const OM_uint32 major = establish(&minor, &token, output.get());
+    record(name, major, minor, output.bytes());
     const bool is_sent = output.empty() || send_frame(stream, output.bytes());
     if (GSS_ERROR(major) != 0)
         report_.failure = report_.calls.back().text;
@@ -117,11 +117,10 @@ void Negotiation::close() {
         return;
     OM_uint32 minor = 0;
     OwnedBuffer properties;
-    const qxgss_ftn_table_desc &table = framework_.table();
-    record("inquire_properties_for_user",
-           table.ftn_gssp_inquire_properties_for_user(&minor, context_.get(), properties.get()), minor);
+    OM_uint32 major = framework_.table().ftn_gssp_inquire_properties_for_user(&minor, context_.get(), properties.get());
+    record("inquire_properties_for_user", major, minor);
     report_.properties.assign(properties.bytes().begin(), properties.bytes().end());
-    const OM_uint32 major = context_.release(&minor);
+    major = context_.release(&minor);
     record("delete_sec_context", major, minor);
 }
 
@@ -131,11 +130,13 @@ void acquire(const Framework &framework, const std::string &logon, Credential &c
     OwnedName name;
     qxgss_buffer_desc text = view(logon);
     OM_uint32 major = qxgss_import_name(&minor, &text, GSS_C_NT_QXAT_MECHDATA_UTF8, name.out());
-    if (GSS_ERROR(negotiation.record("qxgss_import_name", major, minor)) != 0)
+    negotiation.record("qxgss_import_name", major, minor);
+    if (GSS_ERROR(major) != 0)
         throw Failure("the logon string could not be imported");
     major = framework.table().ftn_gssp_acquire_cred(&minor, name.get(), GSS_C_INDEFINITE, nullptr, GSS_C_INITIATE,
                                                     credential.out(), nullptr, nullptr);
-    if (GSS_ERROR(negotiation.record("acquire_cred", major, minor)) != 0)
+    negotiation.record("acquire_cred", major, minor);
+    if (GSS_ERROR(major) != 0)
         throw Failure("no credential for the logon string");
 }
 
@@ -145,17 +146,16 @@ Framework::Framework(OM_uint32 role, const std::filesystem::path &configuration,
     OM_uint32 minor = 0;
     OwnedBuffer message;
     const OM_uint32 major = qxgss_configure(&minor, role, configuration.c_str(), message.get());
-    report.calls.push_back({now(), "qxgss_configure", major, minor, {}, {}});
+    const std::string text = message.empty() ? minor_text({}, nullptr, minor) : std::string(message.text());
+    report.calls.push_back({now(), "qxgss_configure", major, minor, text, {}});
     if (GSS_ERROR(major) != 0)
-        throw Failure(message.empty() ? configuration.string() + ": cannot be used (" + code_text(minor) + ")"
-                                      : std::string(message.text()));
+        throw Failure(text);
     try {
         find_mechanism();
     } catch (...) {
         qxgss_shutdown(nullptr);
         throw;
     }
-    report.calls.back().text = message.empty() ? minor_text(*table_, mechanism_, minor) : message.text();
 }
 
 Framework::~Framework() {

@@ -13,12 +13,11 @@
 #include <unistd.h>
 
 #include "tools/failure.h"
+#include "tools/interrupt.h"
 
 namespace tools {
 
 namespace {
-
-void note_signal(int) {}
 
 [[noreturn]] void run(const std::function<void(Report &)> &body, const Descriptor &reports) {
     std::signal(SIGINT, SIG_DFL);
@@ -68,19 +67,12 @@ Process::~Process() {
 Report Process::finish() {
     const std::optional<Bytes> report = receive_frame(reports_);
     int status = 0;
-    if (waitpid(id_, &status, 0) < 0)
-        throw Failure("interrupted", kExitInterrupted);
+    while (waitpid(id_, &status, 0) < 0)
+        throw_if_interrupted();
     id_ = -1;
     if (status != 0)
         throw Failure(describe(status));
     return decode_report(report.value_or(Bytes()));
-}
-
-void interrupt_on_signals() {
-    struct sigaction action {};
-    action.sa_handler = note_signal; // without SA_RESTART: the call that waits returns EINTR
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
 }
 
 } // namespace tools

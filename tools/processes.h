@@ -31,9 +31,6 @@ class Process {
     Descriptor reports_;
 };
 
-// Makes the signals that end a command interrupt its waiting, so that it cleans up after itself.
-void interrupt_on_signals();
-
 } // namespace tools
 
 #endif

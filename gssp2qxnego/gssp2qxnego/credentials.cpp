@@ -1,7 +1,7 @@
 // QXNEGO's credential: a remembered request, from which each context acquires the mechanisms' own credentials.
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
-
 #include <utility>
+
+#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
 
 using namespace qxnego;
 
@@ -106,13 +106,17 @@ OM_uint32 QXNEGO_inquire_cred(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pCr
     set_if_given(pLifetimeRec, credential->TimeReq);
     set_if_given(pCredUsage, credential->CredUsage);
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    if (ppName != nullptr && gssp_duplicate_name(&minor, credential->pDesiredName, ppName) != GSS_S_COMPLETE)
-        return report(pMinorStatus, GSS_S_DEFECTIVE_CREDENTIAL, minor);
-    if (ppMechanisms != nullptr &&
-        gssp_duplicate_oid_set(&minor, credential->pDesiredMechs, ppMechanisms) != GSS_S_COMPLETE) {
-        if (ppName != nullptr)
-            gssp_release_name(nullptr, ppName);
-        return report(pMinorStatus, GSS_S_DEFECTIVE_CREDENTIAL, minor);
-    }
-    return succeed(pMinorStatus);
+    OM_uint32 major = GSS_S_COMPLETE;
+    if (ppName != nullptr)
+        major = gssp_duplicate_name(&minor, credential->pDesiredName, ppName);
+    if (major == GSS_S_COMPLETE && ppMechanisms != nullptr)
+        major = gssp_duplicate_oid_set(&minor, credential->pDesiredMechs, ppMechanisms);
+    if (major == GSS_S_COMPLETE)
+        return succeed(pMinorStatus);
+    // A copy that came with another status than complete is not handed out either.
+    if (ppName != nullptr)
+        gssp_release_name(nullptr, ppName);
+    if (ppMechanisms != nullptr)
+        gssp_release_oid_set(nullptr, ppMechanisms);
+    return report(pMinorStatus, GSS_S_DEFECTIVE_CREDENTIAL, minor);
 }

@@ -170,17 +170,14 @@ inline OM_uint32 release_mechanism_name(const NegMechEntry_desc &entry, OM_uint3
     return release != nullptr ? release(pMinorStatus, ppName) : gssp_release_name(pMinorStatus, ppName);
 }
 
-// The first entry with that OID, or -1 in `found`. The length decides most comparisons, so that a long list of the
-// peer's costs no call each; an entry without an OID is left to the framework's comparison, which refuses it.
+// The first entry with that OID, or -1 in `found`. An entry without an OID ends the search: the framework's comparison
+// refuses it.
 inline OM_uint32 find_mechanism(OM_uint32 *pMinorStatus, const NegMechList_desc &list, qxgss_OID_desc &oid,
                                 OM_sint32 &found) {
     found = -1;
     for (OM_uint32 i = 0; list.pNegMech != nullptr && i < list.Count; ++i) {
-        const qxgss_OID candidate = list.pNegMech[i].pMechOid;
-        if (candidate != nullptr && candidate->elements != nullptr && candidate->length != oid.length)
-            continue;
         OM_sint32 difference = 0;
-        const OM_uint32 major = gssp_compare_oids(pMinorStatus, &oid, candidate, &difference);
+        const OM_uint32 major = gssp_compare_oids(pMinorStatus, &oid, list.pNegMech[i].pMechOid, &difference);
         if (failed(major))
             return major;
         if (difference == 0) {

@@ -125,6 +125,8 @@ OM_uint32 QXNEGO_INT_SetAuthInfo(OM_uint32 *pMinorStatus, QxnegoCred_t pCredHand
 }
 
 OM_uint32 QXNEGO_INT_get_principal(const char *pszLogon, char **ppszPrincipal) {
+    if (ppszPrincipal != nullptr)
+        *ppszPrincipal = nullptr;
     struct FreeLogon {
         void operator()(qxat_logon_t logon) const { qxat_free(logon); }
     };

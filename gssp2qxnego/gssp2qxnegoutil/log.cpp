@@ -1,6 +1,5 @@
 // The negotiation log: an append-only array of snapshots. A failing entry leaves the log as it was, and no failure here
 // ever stops a negotiation.
-#include <algorithm>
 #include <chrono>
 
 #include "gssp2qxnego/gssp2qxnegoutil/guards.h"
@@ -59,7 +58,7 @@ void QXNEGO_INT_GrowNegLog(NegLog_t pNegLog, OM_uint32 n) {
     auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, newCount * sizeof(NegLogRecord)));
     if (records == nullptr)
         return;
-    std::fill_n(records + oldCount, n, NegLogRecord{});
+    std::memset(records + oldCount, 0, n * sizeof(NegLogRecord));
     pNegLog->pRecords = records;
     pNegLog->MaxCount = static_cast<OM_uint32>(newCount);
 }

@@ -49,7 +49,12 @@ class Decoder {
         if (handle_ != nullptr)
             gsspasn_close_decode_handle(&handle_);
     }
-    OM_uint32 open(qxgss_buffer_t token) { return gsspasn_open_decode_handle(&handle_, token); }
+    OM_uint32 open(qxgss_buffer_t token) {
+        const OM_uint32 status = gsspasn_open_decode_handle(&handle_, token);
+        if (status != GSSPASN_E_SUCCESS)
+            handle_ = nullptr; // whatever a failure left there is nothing to close
+        return status;
+    }
     gsspasn_decoding_t get() const { return handle_; }
 
   private:

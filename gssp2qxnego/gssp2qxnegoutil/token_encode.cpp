@@ -76,7 +76,12 @@ class Encoder {
         if (handle_ != nullptr)
             gsspasn_close_encode_handle(&handle_, nullptr);
     }
-    OM_uint32 open() { return gsspasn_open_encode_handle(&handle_); }
+    OM_uint32 open() {
+        const OM_uint32 status = gsspasn_open_encode_handle(&handle_);
+        if (status != GSSPASN_E_SUCCESS)
+            handle_ = nullptr; // whatever a failure left there is nothing to close
+        return status;
+    }
     OM_uint32 close_into(qxgss_buffer_t output) {
         const OM_uint32 status = gsspasn_close_encode_handle(&handle_, output);
         handle_ = nullptr;

@@ -96,14 +96,12 @@ const char *refusal_text(Status status) {
 OM_uint32 acquire_desired(OM_uint32 *pMinorStatus, const Desired &desired, OM_uint32 lifetime, const qxgss_OID pMech,
                           int usage, qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
     const bool acceptor = usage == GSS_C_ACCEPT;
-    const Bytes mech = view(pMech);
     CredentialRequest request;
     request.name = desired.name.name();
     request.password = acceptor ? nullptr : desired.logon.password.get();
     request.keytab = usage == GSS_C_INITIATE ? nullptr : keytab_of(pMech);
     request.lifetime = lifetime;
-    request.mechs = &mech;
-    request.mech_count = 1;
+    request.mech = view(pMech);
     request.usage = usage;
     OM_uint32 granted = 0;
     const Status status = acquire(request, ppCredential, &granted);

@@ -1,7 +1,4 @@
 // Establishing, inquiring and deleting contexts.
-#include <memory>
-#include <new>
-
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
 #include "mechanisms/hostgss/status.h"
@@ -51,41 +48,6 @@ void give_leg(Leg &leg, qxgss_OID *ppMech, qxgss_buffer_t pToken, OM_uint32 *pFl
     set(pTime, leg.lifetime);
 }
 
-// The credential of an acceptor that was given none: the host's default, but only for the mechanisms served here. The
-// host takes the mechanism from the token, and would accept with any that it has.
-class DefaultAcceptor {
-  public:
-    DefaultAcceptor() = default;
-    DefaultAcceptor(const DefaultAcceptor &) = delete;
-    DefaultAcceptor &operator=(const DefaultAcceptor &) = delete;
-    ~DefaultAcceptor() {
-        if (credential_ != nullptr)
-            release_credential(&credential_);
-    }
-    void *get() const { return credential_; }
-
-    Status acquire() {
-        const std::unique_ptr<Bytes[]> mechs(new (std::nothrow) Bytes[MechCount]);
-        if (mechs == nullptr)
-            return kOutOfMemory;
-        CredentialRequest request;
-        request.mechs = mechs.get();
-        request.usage = GSS_C_ACCEPT;
-        for (OM_uint32 i = 0; i != MechCount; ++i) {
-            if (!served_here(pMechInfo[i]) || pMechInfo[i].fUseMech == GSSP_MECH_UNUSED)
-                continue;
-            mechs[request.mech_count++] = view(pMechInfo[i].pMechOid);
-            if (request.keytab == nullptr)
-                request.keytab = keytab_of(pMechInfo[i].pMechOid);
-        }
-        OM_uint32 lifetime;
-        return hostgss::acquire(request, &credential_, &lifetime);
-    }
-
-  private:
-    void *credential_ = nullptr;
-};
-
 // Accepts, and makes a framework name of the source.
 Status accept_named(void *credential, void **context, const Bindings *bindings, Bytes token, Leg &leg,
                     qxgss_name_t *ppSource, qxgss_cred_id_t *ppDelegated) {
@@ -98,6 +60,51 @@ Status accept_named(void *credential, void **context, const Bindings *bindings, 
     if (ppDelegated != nullptr && *ppDelegated != nullptr)
         release_credential(ppDelegated);
     return named;
+}
+
+// The acceptor's default credential for one mechanism.
+class DefaultAcceptor {
+  public:
+    DefaultAcceptor() = default;
+    DefaultAcceptor(const DefaultAcceptor &) = delete;
+    DefaultAcceptor &operator=(const DefaultAcceptor &) = delete;
+    ~DefaultAcceptor() {
+        if (credential_ != nullptr)
+            release_credential(&credential_);
+    }
+    void *get() const { return credential_; }
+
+    Status acquire(const qxgss_OID pMech) {
+        CredentialRequest request;
+        request.keytab = keytab_of(pMech);
+        request.mech = view(pMech);
+        request.usage = GSS_C_ACCEPT;
+        OM_uint32 lifetime;
+        return hostgss::acquire(request, &credential_, &lifetime);
+    }
+
+  private:
+    void *credential_ = nullptr;
+};
+
+// Accepts a first token without a credential. The host would take any mechanism that it has; so each one served here is
+// tried with a credential for it alone, until one is for the token. Without any, the first reason with a text is told.
+Status accept_by_default(void **context, const Bindings *bindings, Bytes token, Leg &leg, qxgss_name_t *ppSource,
+                         qxgss_cred_id_t *ppDelegated) {
+    Status reason = kNoCredential;
+    for (OM_uint32 i = 0; i != MechCount; ++i) {
+        if (!served_here(pMechInfo[i]) || pMechInfo[i].fUseMech == GSSP_MECH_UNUSED)
+            continue;
+        DefaultAcceptor own;
+        Status status = own.acquire(pMechInfo[i].pMechOid);
+        if (!status.failed())
+            status = accept_named(own.get(), context, bindings, token, leg, ppSource, ppDelegated);
+        if (status.major != GSS_S_NO_CRED)
+            return status;
+        if (reason.minor == 0)
+            reason = status;
+    }
+    return reason;
 }
 
 Status make_names(const ContextFacts &facts, qxgss_name_t *ppSource, qxgss_name_t *ppTarget) {
@@ -113,6 +120,11 @@ Status make_names(const ContextFacts &facts, qxgss_name_t *ppSource, qxgss_name_
 
 OM_uint32 refuse_context(OM_uint32 *pMinorStatus) {
     return refuse_argument(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, "There is no context.");
+}
+
+// Every token but the first has something in it; mechanisms do not all look, and some fail hard.
+OM_uint32 refuse_empty_token(OM_uint32 *pMinorStatus) {
+    return refuse_argument(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, "The peer sent no token for this mechanism.");
 }
 
 OM_uint32 refuse_output(OM_uint32 *pMinorStatus) {
@@ -138,6 +150,8 @@ OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pIni
         return refuse_context(pMinorStatus);
     if (view(pMechType).empty())
         return refuse_argument(pMinorStatus, GSS_S_BAD_MECH, "No mechanism is given.");
+    if (*ppContextHandle != nullptr && view(pInputToken).empty())
+        return refuse_empty_token(pMinorStatus);
     HostNameText target;
     const Status read = read_target(pTargetName, target);
     if (read.failed())
@@ -163,15 +177,14 @@ OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *pp
     if (ppContextHandle == nullptr)
         return refuse_context(pMinorStatus);
     if (view(pInputToken).empty())
-        return refuse_argument(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, "The peer sent no token for this mechanism.");
-    DefaultAcceptor own;
-    Status status;
-    if (pAcceptorCredHandle == nullptr && *ppContextHandle == nullptr)
-        status = own.acquire();
+        return refuse_empty_token(pMinorStatus);
     const ChannelBindings bindings(pInputChanBindings);
-    if (!status.failed())
-        status = accept_named(pAcceptorCredHandle != nullptr ? pAcceptorCredHandle : own.get(), ppContextHandle,
-                              bindings.get(), view(pInputToken), leg, ppSrcName, ppDelegatedCredHandle);
+    const Bytes token = view(pInputToken);
+    const bool by_default = pAcceptorCredHandle == nullptr && *ppContextHandle == nullptr;
+    const Status status =
+        by_default ? accept_by_default(ppContextHandle, bindings.get(), token, leg, ppSrcName, ppDelegatedCredHandle)
+                   : accept_named(pAcceptorCredHandle, ppContextHandle, bindings.get(), token, leg, ppSrcName,
+                                  ppDelegatedCredHandle);
     give_leg(leg, ppMechType, pOutputToken, pRetFlags, pTimeRec);
     return finish(pMinorStatus, status);
 }

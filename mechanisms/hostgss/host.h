@@ -22,6 +22,9 @@ struct Status {
 inline constexpr std::uint32_t kNoMemory = 0xE1000065U;
 inline constexpr Status kOutOfMemory{0x000D0000U, kNoMemory};
 
+// GSS_S_NO_CRED without more; the host says the same of a token whose mechanism a credential is not for.
+inline constexpr Status kNoCredential{0x00070000U, 0};
+
 using Bytes = std::string_view; // a token, a text, or the contents octets of an object identifier
 
 // Bytes on the C heap. Freed by the destructor unless they were released to a caller.
@@ -81,8 +84,7 @@ struct CredentialRequest {
     const char *password = nullptr; // null: from the ticket cache, the key table or what else the mechanism has
     const char *keytab = nullptr;   // null: the host's default
     std::uint32_t lifetime = 0xFFFFFFFFU;
-    const Bytes *mechs = nullptr;
-    std::size_t mech_count = 0;
+    Bytes mech;
     int usage = 0;
 };
 
@@ -123,8 +125,8 @@ Status minor_text(std::uint32_t minor, Bytes mech, Block &text);
 
 Status mechanisms(OidSet &set);
 
-// Acquires a credential. One that initiates for a single mechanism is also resolved (password verified, ticket cache
-// read), so that what it lacks is told here and not by the first context.
+// Acquires a credential and resolves it (password verified, ticket cache read), so that what it lacks is told here and
+// not by the first context. kNoCredential when the mechanism makes one of another usage.
 Status acquire(const CredentialRequest &request, void **credential, std::uint32_t *lifetime);
 Status release_credential(void **credential);
 
@@ -136,7 +138,8 @@ Status inquire_credential(void *credential, CredentialFacts &facts);
 Status initiate(void *credential, void **context, const Name &target, Bytes mech, std::uint32_t flags,
                 std::uint32_t lifetime, const Bindings *bindings, Bytes input, Leg &leg);
 
-// `delegated` may be null: a delegated credential is then not asked for.
+// `delegated` may be null: a delegated credential is then not asked for. A credential that cannot accept is refused
+// with kNoCredential: some mechanisms do not check that.
 Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, void **delegated);
 Status delete_context(void **context, Block &token);
 Status inquire_context(void *context, ContextFacts &facts);

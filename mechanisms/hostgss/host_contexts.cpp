@@ -19,6 +19,14 @@ std::optional<gss_channel_bindings_struct> to_bindings(const Bindings *bindings)
                                        to_buffer(bindings->application)};
 }
 
+Status check_acceptor(gss_cred_id_t credential) {
+    gss_cred_usage_t usage = GSS_C_ACCEPT;
+    Status status;
+    if (credential != GSS_C_NO_CREDENTIAL)
+        status.major = gss_inquire_cred(&status.minor, credential, nullptr, nullptr, &usage, nullptr);
+    return status.failed() || usage != GSS_C_INITIATE ? status : kNoCredential;
+}
+
 } // namespace
 
 Status initiate(void *credential, void **context, const Name &target, Bytes mech, std::uint32_t flags,
@@ -50,7 +58,9 @@ Status accept(void *credential, void **context, const Bindings *bindings, Bytes 
     gss_OID actual = GSS_C_NO_OID;
     HostName source;
     HostBuffer output;
-    Status status;
+    Status status = check_acceptor(static_cast<gss_cred_id_t>(credential));
+    if (status.failed())
+        return status;
     status.major =
         gss_accept_sec_context(&status.minor, &handle, static_cast<gss_cred_id_t>(credential), &token,
                                channel ? &*channel : GSS_C_NO_CHANNEL_BINDINGS, source.address(), &actual, output.get(),
@@ -80,13 +90,19 @@ Status delete_context(void **context, Block &token) {
 }
 
 Status inquire_context(void *context, ContextFacts &facts) {
-    HostName source;
-    HostName target;
+    const gss_ctx_id_t handle = to_context(context);
     gss_OID mech = GSS_C_NO_OID;
     Status status;
-    status.major = gss_inquire_context(&status.minor, to_context(context), source.address(), target.address(),
-                                       &facts.lifetime, &mech, &facts.flags, &facts.initiated, &facts.open);
+    status.major = gss_inquire_context(&status.minor, handle, nullptr, nullptr, &facts.lifetime, &mech, &facts.flags,
+                                       &facts.initiated, &facts.open);
     facts.mech = to_bytes(mech);
+    if (status.failed())
+        return status;
+    HostName source;
+    HostName target;
+    gss_name_t *wanted = facts.initiated != 0 || names_acceptors(facts.mech) ? target.address() : nullptr;
+    status.major = gss_inquire_context(&status.minor, handle, source.address(), wanted, nullptr, nullptr, nullptr,
+                                       nullptr, nullptr);
     if (!status.failed())
         status = source.display(facts.source);
     return status.failed() ? status : target.display(facts.target);

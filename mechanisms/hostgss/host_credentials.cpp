@@ -41,7 +41,10 @@ Status HostName::display(Block &text) const {
     HostBuffer shown;
     Status status;
     status.major = gss_display_name(&status.minor, name_, shown.get(), nullptr);
-    return copied(status, shown, text);
+    const Bytes whole = shown.view();
+    if (!status.failed() && !text.append(whole.substr(0, whole.find('\0'))))
+        return kOutOfMemory;
+    return status;
 }
 
 Status mechanisms(OidSet &set) {
@@ -83,20 +86,6 @@ Status call_acquire(const CredentialRequest &request, gss_name_t name, gss_cred_
     return status;
 }
 
-Status add_acceptor(const Acceptor &acceptor, gss_cred_id_t *credential) {
-    gss_OID_desc oid = to_oid(acceptor.mech);
-    Status status;
-    status.major = gss_add_cred_from(&status.minor, *credential, GSS_C_NO_NAME, &oid, GSS_C_ACCEPT, GSS_C_INDEFINITE,
-                                     GSS_C_INDEFINITE, Store(acceptor.keytab).get(),
-                                     *credential == GSS_C_NO_CREDENTIAL ? credential : nullptr, nullptr, nullptr,
-                                     nullptr);
-    if (status.failed())
-        return status;
-    gss_cred_usage_t usage = GSS_C_ACCEPT;
-    status.major = gss_inquire_cred_by_mech(&status.minor, *credential, &oid, nullptr, nullptr, nullptr, &usage);
-    return status.failed() || usage != GSS_C_INITIATE ? status : kNoCredential;
-}
-
 } // namespace
 
 Status acquire(const CredentialRequest &request, void **credential, std::uint32_t *lifetime) {
@@ -118,18 +107,6 @@ Status acquire(const CredentialRequest &request, void **credential, std::uint32_
     return status;
 }
 
-Status acquire_acceptor(const Acceptor *acceptors, std::size_t count, void **credential) {
-    gss_cred_id_t made = GSS_C_NO_CREDENTIAL;
-    Status first = kNoCredential;
-    for (std::size_t i = 0; i != count; ++i) {
-        const Status status = add_acceptor(acceptors[i], &made);
-        if (status.failed() && (first.minor == 0 || made == GSS_C_NO_CREDENTIAL))
-            first = status;
-    }
-    *credential = made;
-    return made == GSS_C_NO_CREDENTIAL ? first : Status{};
-}
-
 Status release_credential(void **credential) {
     gss_cred_id_t handle = static_cast<gss_cred_id_t>(*credential);
     Status status;
@@ -139,12 +116,16 @@ Status release_credential(void **credential) {
 }
 
 Status inquire_credential(void *credential, CredentialFacts &facts) {
-    HostName name;
+    const gss_cred_id_t handle = static_cast<gss_cred_id_t>(credential);
     gss_OID_set mechs = GSS_C_NO_OID_SET;
     Status status;
-    status.major = gss_inquire_cred(&status.minor, static_cast<gss_cred_id_t>(credential), name.address(),
-                                    &facts.lifetime, &facts.usage, &mechs);
+    status.major = gss_inquire_cred(&status.minor, handle, nullptr, &facts.lifetime, &facts.usage, &mechs);
     *facts.mechs.address() = mechs;
+    const bool named = facts.usage == GSS_C_INITIATE || (facts.mechs.count() != 0 && names_acceptors(facts.mechs[0]));
+    if (status.failed() || !named)
+        return status;
+    HostName name;
+    status.major = gss_inquire_cred(&status.minor, handle, name.address(), nullptr, nullptr, nullptr);
     return status.failed() ? status : name.display(facts.name);
 }
 

@@ -1,5 +1,6 @@
 // Texts of the host's statuses, and the memory that passes the fence.
 #include <cstdlib>
+#include <cstring>
 
 #include "mechanisms/hostgss/host_types.h"
 
@@ -38,6 +39,9 @@ Status append_texts(OM_uint32 value, int type, gss_OID mech, Block &text) {
         status.major = gss_display_status(&status.minor, value, type, mech, &message_context, message.get());
         if (status.failed())
             return status;
+        // A mechanism that fails without a minor status of its own has the text of errno 0, which reads as a success.
+        if (type == GSS_C_MECH_CODE && message.view() == std::strerror(0))
+            continue;
         if ((text.length() != 0 && !text.append(separator)) || !text.append(message.view()))
             return kOutOfMemory;
         separator = "; ";

@@ -89,6 +89,10 @@ OM_uint32 exchange(OM_uint32 *pMinorStatus, Context &context, qxgss_buffer_t pIn
     char *pBytes = nullptr;
     std::size_t length = 0;
     int rc = gsasl_step(context.session.get(), static_cast<const char *>(input.value), input.length, &pBytes, &length);
+    // The library's client may free a block twice when it is finished after a lack of memory (GNU SASL 2.2): a session
+    // that could is given up instead.
+    if (rc == GSASL_MALLOC_ERROR && context.isInitiator)
+        forget_password(context.session.release());
     if (context.lookupRc != GSASL_OK)
         rc = context.lookupRc;
     if (rc != GSASL_OK && rc != GSASL_NEEDS_MORE)
@@ -198,13 +202,23 @@ int give_verifier(Gsasl *, Gsasl_session *pSession, Gsasl_property property) noe
     std::string Verifier::*const field = field_of(property);
     if (context == nullptr || context->isInitiator || field == nullptr)
         return GSASL_NO_CALLBACK;
-    // The library goes on with a default where it got no answer, so the failure is kept for exchange().
+    // The library goes on with a default where it got no answer, so the first failure is kept for exchange().
+    int rc = GSASL_MALLOC_ERROR;
     try {
-        context->lookupRc = give_field(*context, pSession, property, field);
+        rc = give_field(*context, pSession, property, field);
     } catch (const std::bad_alloc &) {
-        context->lookupRc = GSASL_MALLOC_ERROR;
     }
-    return context->lookupRc;
+    if (context->lookupRc == GSASL_OK)
+        context->lookupRc = rc;
+    return rc;
+}
+
+void forget_password(Gsasl_session *pSession) {
+    for (const Gsasl_property property : {GSASL_PASSWORD, GSASL_SCRAM_SALTED_PASSWORD}) {
+        char *const secret = const_cast<char *>(gsasl_property_fast(pSession, property));
+        if (secret != nullptr)
+            explicit_bzero(secret, std::strlen(secret));
+    }
 }
 
 bool make_name(std::string_view user, qxgss_name_t *ppName) {

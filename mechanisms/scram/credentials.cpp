@@ -18,8 +18,11 @@ struct LogonBuffer : qxgss_buffer_desc {
 OM_uint32 read_text(OM_uint32 *pMinorStatus, qxgss_name_t pName, Secret &text) {
     const gssp_utf_convert_flags_t flags{GSSP_UTF_BY_NAMETYPE, GSSP_UTF8, GSSP_UTF_STRICT_CONVERSION};
     LogonBuffer utf8;
-    if (GSS_ERROR(gssp_convertname_utf(nullptr, pName, &utf8, &flags)) ||
-        (utf8.length != 0 && std::memchr(utf8.value, '\0', utf8.length) != nullptr))
+    OM_uint32 minor = 0;
+    const OM_uint32 major = gssp_convertname_utf(&minor, pName, &utf8, &flags);
+    if (minor == GSSP_E_NO_MEMORY)
+        return fail(pMinorStatus, GSASL_MALLOC_ERROR);
+    if (GSS_ERROR(major) || (utf8.length != 0 && std::memchr(utf8.value, '\0', utf8.length) != nullptr))
         return report(pMinorStatus, GSS_S_BAD_NAME, E_LOGON_STRING);
     text.reset(static_cast<char *>(std::calloc(utf8.length + 1, 1)));
     if (text == nullptr)

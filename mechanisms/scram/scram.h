@@ -61,8 +61,14 @@ struct ReleaseOidSet {
 };
 using OidSet = std::unique_ptr<qxgss_OID_set_desc, ReleaseOidSet>;
 
+// Wipes what the session holds of the password; the library frees it as it is.
+void forget_password(Gsasl_session *pSession);
+
 struct FinishSession {
-    void operator()(Gsasl_session *pSession) const { gsasl_finish(pSession); }
+    void operator()(Gsasl_session *pSession) const {
+        forget_password(pSession);
+        gsasl_finish(pSession);
+    }
 };
 using Session = std::unique_ptr<Gsasl_session, FinishSession>;
 

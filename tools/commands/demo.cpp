@@ -1,9 +1,9 @@
 // qxnego demo: a client and a server as two processes that negotiate over a socket pair, in several scenarios. Each has
 // a configuration file of its own in a private folder; what they did and learned comes back over pipes.
 #include <algorithm>
-#include <iomanip>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -129,44 +129,57 @@ void show_setting(const Scenario &scenario) {
     std::cout << "  expected    " << scenario.expected.sentence << "\n\n";
 }
 
-std::string token_note(const Bytes &token) {
-    return token.empty() ? std::string() : outer_form(token) + ' ' + std::to_string(token.size()) + " bytes";
+// A text that is too long for its column stands below the call.
+void add_call(Table &table, const std::string &side, const Call &call) {
+    constexpr std::size_t kColumn = 28, kBelow = 88;
+    const bool fits = call.text.size() <= kColumn;
+    table.add({side, call.name, major_name(call.major), code_text(call.minor), fits ? printable(call.text) : ""});
+    std::istringstream lines(fits ? "" : call.text);
+    for (std::string line; std::getline(lines, line);)
+        for (const std::string &piece : wrap(printable(line), kBelow))
+            table.add_line("        " + piece);
+    if (!call.token.empty())
+        table.add_line("        -> " + outer_form(call.token) + " token, " + std::to_string(call.token.size()) +
+                       " bytes");
 }
 
 void show_calls(const Outcome &outcome) {
-    Table table({"side", "call", "major status", "minor", "token to the peer"});
-    for (const auto &[side, call] : in_order(outcome)) {
-        table.add({side, call->name, major_name(call->major), code_text(call->minor), token_note(call->token)});
-        for (const std::string &line : wrap(printable(call->text), 76))
-            table.add_line("    " + line);
-    }
+    Table table({"side", "call", "major status", "minor", "text"});
+    for (const auto &[side, call] : in_order(outcome))
+        add_call(table, side, *call);
     table.print(std::cout);
     std::cout << '\n';
 }
 
-void show_end(const Side &side) {
-    const Report &report = side.report;
-    std::cout << "  " << side.name << "  ";
+std::string end_of(const Report &report) {
     if (!report.established)
-        std::cout << "failed: " << printable(report.failure) << '\n';
-    else
-        std::cout << "established with " << report.mechanism
-                  << (report.user.empty() ? "" : ", user " + printable(report.user)) << ", flags "
-                  << flag_names(report.flags) << '\n';
+        return "failed: " + printable(report.failure);
+    const std::string user = report.user.empty() ? "" : ", user " + printable(report.user);
+    return "established with " + printable(report.mechanism) + user + ", flags " + flag_names(report.flags);
+}
+
+void show_ends(const Outcome &outcome) {
+    Table table({"side", "how it ended"});
+    for (const Side *side : {&outcome.client, &outcome.server})
+        table.add({side->name, end_of(side->report)});
+    table.print(std::cout);
 }
 
 void show(const Scenario &scenario, const Outcome &outcome, bool brief) {
     show_calls(outcome);
-    show_end(outcome.client);
-    show_end(outcome.server);
-    if (!brief) {
+    show_ends(outcome);
+    if (!brief && !outcome.server.properties.log.empty()) {
         std::cout << "\nThe server's negotiation log:\n";
         print_log(std::cout, outcome.server.properties.log);
     }
-    std::cout << "\nThe server's user properties:\n\n";
-    print_properties(std::cout, outcome.server.properties);
-    std::cout << "\nThe mechanisms:\n\n";
-    print_verdicts(std::cout, outcome.verdicts);
+    if (!outcome.server.properties.records.empty()) {
+        std::cout << "\nThe server's user properties:\n\n";
+        print_properties(std::cout, outcome.server.properties);
+    }
+    if (!outcome.verdicts.empty()) {
+        std::cout << "\nThe mechanisms:\n\n";
+        print_verdicts(std::cout, outcome.verdicts);
+    }
     std::cout << '\n' << scenario.name << ": " << (outcome.differences.empty() ? "as expected" : "NOT AS EXPECTED");
     for (const std::string &line : outcome.differences)
         std::cout << "\n  " << line;
@@ -242,8 +255,10 @@ void add_demo(CLI::App &program) {
         ->check(CLI::IsMember(scenario_names()));
     command->add_flag("--list", options->list, "List the scenarios");
     command->add_flag("--brief", options->brief, "Leave out the negotiation logs");
-    command->add_option("--save", options->save, "Write tokens, logs and user properties into this folder");
+    command->add_option("--save", options->save, "Write tokens, logs and user properties into this folder")
+        ->type_name("DIR");
     command->add_option("--library-path", options->library_path, "Folder of the mechanisms' libraries")
+        ->type_name("DIR")
         ->envname("QXNEGO_LIBRARY_PATH");
     command->callback([options] { run_demo(*options); });
 }

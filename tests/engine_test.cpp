@@ -1,0 +1,583 @@
+// The internal operations on contexts and tokens made by hand: state changes, selection, decoding and reconciliation,
+// policy, encoding, results, and the log.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+#include "tests/negotiation_harness.h"
+
+namespace {
+
+using namespace harness;
+
+void set_text(qxgss_buffer_desc &buffer, std::string_view text) {
+    qxgss_buffer_desc source{text.size(), const_cast<char *>(text.data())};
+    gssp_release_buffer(nullptr, &buffer);
+    gssp_duplicate_buffer(nullptr, &source, &buffer);
+}
+
+constexpr const char *kDone = "00000000/230003E8";
+
+// A fresh context with these mechanisms, whose log begins after them; entries in the notation of the harness.
+struct Context : Peer {
+    Context(Side side, std::string_view mechanisms) : Peer(side, mechanisms) {
+        act();
+        QxnegoSecCtx_int_t made = nullptr;
+        EXPECT_EQ(outcome(QXNEGO_INT_InitializeContext, OM_uint32{side == kClient}, &made), kDone);
+        context = made;
+        QXNEGO_INT_ReleaseNegLog(nullptr, &negotiation());
+        QXNEGO_INT_InitNegLog(nullptr, &negotiation());
+    }
+    NegContext_desc *operator->() { return &negotiation(); }
+    NegContext_t get() { return &negotiation(); }
+    NegMechEntry_desc &entry(OM_uint32 i) { return negotiation().NegMechList.pNegMech[i]; }
+
+    void set(std::string_view states) { // "A11+ B36": letters as they are in the list
+        OM_uint32 i = 0;
+        for (std::size_t at = 0; at < states.size(); at = states.find(' ', at) + 1, ++i) {
+            entry(i).MechState = static_cast<NegMechState_et>(states[at + 1] - '0');
+            entry(i).MechReason = static_cast<NegMechReason_et>(states[at + 2] - '0');
+            entry(i).IsCtxEstablished = at + 3 < states.size() && states[at + 3] == '+';
+            if (states.find(' ', at) == std::string_view::npos)
+                break;
+        }
+    }
+};
+
+class Engine : public testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        OM_uint32 major = 0;
+        EXPECT_EQ(configure(&major, configuration()), "");
+    }
+    void SetUp() override { scripted::reset(); }
+    void TearDown() override { EXPECT_EQ(scripted::live_objects(), 0); }
+};
+
+TEST_F(Engine, NullArguments) {
+    Context context(kClient, "A");
+    qxgss_buffer_desc none{0, nullptr}, some{1, &none};
+    NegMechList_desc list{}, empty{};
+    const struct {
+        int line;
+        std::string got;
+        const char *expected;
+    } rows[] = {
+        {__LINE__, outcome(QXNEGO_INT_InitializeContext, 1U, nullptr), "02080000/E30003FF"},
+        {__LINE__, outcome(QXNEGO_INT_ReleaseNegContext, nullptr), "020D0000/E3000400"},
+        {__LINE__, outcome(QXNEGO_INT_ReleaseNegMechList, nullptr), "020D0000/E30003F6"},
+        {__LINE__, outcome(QXNEGO_INT_ReleaseNegMechList, &empty), kDone},
+        {__LINE__, outcome(QXNEGO_INT_GetNegMechList, nullptr, nullptr, nullptr), "020D0000/E3000409"},
+        {__LINE__, outcome(QXNEGO_INT_GetNegMechList, nullptr, &list, nullptr), "010D0000/E3000409"},
+        {__LINE__, outcome(QXNEGO_INT_GetNegMechList, &empty, &list, nullptr), "000D0000/E3000406"},
+        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 3U, nullptr, nullptr), "000D0000/E300040B"},
+        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 1U, nullptr, nullptr), "010D0000/E30003F6"},
+        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 2U, &none, context.get()), "010D0000/E30003F6"},
+        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 2U, &some, nullptr), "020D0000/E30003F6"},
+        {__LINE__, outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, nullptr), "020D0000/E30003FA"},
+        {__LINE__, outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, &none), "010D0000/E30003F6"},
+        {__LINE__, outcome(QXNEGO_INT_ProcessNegMech, nullptr, nullptr), "010D0000/E30003F6"},
+        {__LINE__, outcome(QXNEGO_INT_SelectMechanism, nullptr), "020D0000/E30003F7"},
+        {__LINE__, outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, nullptr), "020D0000/E30003F7"},
+        {__LINE__, outcome(QXNEGO_INT_Apply_Authorization_Rules, nullptr), "000D0000/E3000400"},
+        {__LINE__, outcome(QXNEGO_INT_SetAuthInfo, nullptr, nullptr), "000D0000/E3000400"},
+        {__LINE__, outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, nullptr), "000D0000/E3000400"},
+        {__LINE__, outcome(QXNEGO_INT_SetReturns, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+         "020D0000/E3000406"},
+        {__LINE__, outcome(QXNEGO_INT_InitNegLog, nullptr), "020D0000/E3000400"},
+        {__LINE__, outcome(QXNEGO_INT_NegLogEntry, nullptr, nullptr, nullptr), "020D0000/E3000400"},
+        {__LINE__, outcome(QXNEGO_INT_ReleaseNegLog, nullptr), "010D0000/E3000400"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(row.got, row.expected) << "line " << row.line;
+    // A list without entries or without an array, in each operation that goes through it.
+    const NegMechList_desc good = context->NegMechList;
+    for (const bool array : {false, true}) {
+        context->NegMechList = {array ? 0 : good.Count, array ? good.pNegMech : nullptr};
+        const char *const expected = array ? "000D0000/E3000406" : "000D0000/E3000408";
+        EXPECT_EQ(outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, context.get()), expected);
+        EXPECT_EQ(
+            outcome(QXNEGO_INT_Mechs_Init_Contexts, nullptr, 0U, 0U, nullptr, nullptr, nullptr, nullptr, context.get()),
+            expected);
+        EXPECT_EQ(outcome(QXNEGO_INT_Mechs_Accept_Contexts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                          context.get()),
+                  expected);
+        EXPECT_EQ(outcome(QXNEGO_INT_SetReturns, context.get(), nullptr, nullptr, nullptr, nullptr, nullptr), expected);
+        EXPECT_EQ(outcome(QXNEGO_INT_SelectMechanism, context.get()), "010D0000/E3000406");
+    }
+    context->NegMechList = good;
+}
+
+// ---- Context and list ----------------------------------------------------------------------------------------------
+
+TEST_F(Engine, AContextTakesTheMechanismsInUse) {
+    Peer peer(kClient, "ABC");
+    peer.act();
+    for (const char *name : {"A", "B", "C"})
+        registered(name).fUseMech = 0;
+    QxnegoSecCtx_int_t made = nullptr;
+    EXPECT_EQ(outcome(QXNEGO_INT_InitializeContext, 1U, &made), "000D0000/E3000406");
+    EXPECT_EQ(made, nullptr);
+    registered("A").fUseMech = registered("C").fUseMech = 1;
+    EXPECT_EQ(outcome(QXNEGO_INT_InitializeContext, 1U, &made), kDone);
+    peer.context = made;
+    EXPECT_EQ(peer.entries(), "A11 C11");
+    EXPECT_EQ(peer.log(), "[0] have:A11 have:C11");
+    EXPECT_EQ(outcome(QXNEGO_INT_InitializeContext, 0U, &made), kDone);
+    EXPECT_EQ(made, peer.context);
+    EXPECT_EQ(made->NegCtx.IsInitiator, 1U);
+    registered("B").fUseMech = 1;
+}
+
+TEST_F(Engine, StateChangesAreCheckedAndMarked) {
+    Context context(kClient, "A");
+    NegMechEntry_desc &entry = context.entry(0);
+    qxgss_buffer_desc text{3, const_cast<char *>("why")};
+    for (OM_uint32 state = 0; state < 6; ++state)
+        for (OM_uint32 reason = 0; reason < 12; ++reason) {
+            context.set("A11");
+            entry.IsMechStateChanged = 0;
+            const bool state_valid = state >= 1 && state <= 3, valid = state_valid && reason >= 1 && reason <= 9;
+            EXPECT_EQ(outcome(QXNEGO_INT_NegMechStateChange, static_cast<NegMechState_et>(state),
+                              static_cast<NegMechReason_et>(reason), 7U, 8U, reason % 2 == 0 ? &text : nullptr, &entry),
+                      valid         ? kDone
+                      : state_valid ? "000D0000/E300040E"
+                                    : "000D0000/E300040D")
+                << state << " " << reason;
+            EXPECT_EQ(entry.MechState, valid ? state : 1U);
+            EXPECT_EQ(entry.MechReason, valid ? reason : 1U);
+            EXPECT_EQ(entry.IsMechStateChanged, OM_uint32{valid});
+        }
+    EXPECT_EQ(context.entries(), "A11(00000007/00000008 why)"); // an odd reason came without a text
+    EXPECT_EQ(outcome(QXNEGO_INT_NegMechStateChange, NEG_MECH_STATE_SELECTED, NEG_MECH_REASON_AVAILABLE, 0U, 0U,
+                      nullptr, nullptr),
+              "020D0000/E30003F7");
+}
+
+// ---- Selection -----------------------------------------------------------------------------------------------------
+
+TEST_F(Engine, Selection) {
+    const struct {
+        int line;
+        const char *before;
+        OM_uint32 policy;
+        NegState_et from_peer;
+        OM_sint32 index;
+        const char *status;
+        const char *after;
+        NegState_et state;
+        OM_sint32 selected;
+        const char *log;
+    } rows[] = {
+        {__LINE__, "A11+ B11+ C35", 1, NEG_STATE_INCOMPLETE, -1, kDone, "A26+ B36+ C35", NEG_STATE_COMPLETED, 0,
+         "[0p] select:A26 select:B36"},
+        {__LINE__, "A32 B11 C11+", 1, NEG_STATE_INCOMPLETE, -1, kDone, "A32 B11 C11+", NEG_STATE_INCOMPLETE, -1, ""},
+        {__LINE__, "A11+ B11+ C11+", 0, NEG_STATE_INCOMPLETE, -1, kDone, "A11+ B11+ C11+", NEG_STATE_INCOMPLETE, -1,
+         ""},
+        {__LINE__, "A32 B34 C11+", 1, NEG_STATE_INCOMPLETE, -1, kDone, "A32 B34 C26+", NEG_STATE_COMPLETED, 2,
+         "[0p] select:C26"},
+        {__LINE__, "A32+ B34 C35", 1, NEG_STATE_INCOMPLETE, -1, "000D0000/E3000406", "A32+ B34 C35", NEG_STATE_REJECT,
+         -1, ""},
+        {__LINE__, "A11+ B26+ C11", 1, NEG_STATE_INCOMPLETE, 1, "000D0000/E300040F", "A11+ B26+ C11",
+         NEG_STATE_INCOMPLETE, 1, ""},
+        {__LINE__, "A11+ B11+ C01", 1, NEG_STATE_REJECT, -1, "000D0000/E300040F", "A11+ B11+ C01", NEG_STATE_INCOMPLETE,
+         -1, ""},
+        {__LINE__, "A11+ B26+ C11", 0, NEG_STATE_COMPLETED, 1, kDone, "A11+ B26+ C11", NEG_STATE_COMPLETED, 1,
+         "[0] complete:B26"},
+        {__LINE__, "A11+ B26 C11", 1, NEG_STATE_COMPLETED, 1, "000D0000/E30003F3", "A11+ B26 C11", NEG_STATE_INCOMPLETE,
+         1, ""},
+        {__LINE__, "A11+ B11+ C11+", 1, NEG_STATE_COMPLETED, -1, "000D0000/E30003F3", "A11+ B11+ C11+",
+         NEG_STATE_INCOMPLETE, -1, ""},
+        {__LINE__, "A11+ B11+ C11+", 1, NEG_STATE_COMPLETED, 3, "000D0000/E30003F3", "A11+ B11+ C11+",
+         NEG_STATE_INCOMPLETE, 3, ""},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.line);
+        Context context(kServer, "ABC");
+        context.set(row.before);
+        context->IsPolicyApplied = row.policy;
+        context->NegStateFromPeer = row.from_peer;
+        context->SelectedMechListIndex = row.index;
+        EXPECT_EQ(outcome(QXNEGO_INT_SelectMechanism, context.get()), row.status);
+        EXPECT_EQ(context.entries(), row.after);
+        EXPECT_EQ(context->NegState, row.state);
+        EXPECT_EQ(context->SelectedMechListIndex, row.selected);
+        EXPECT_EQ(context.log(), row.log);
+    }
+}
+
+// ---- Tokens by hand ------------------------------------------------------------------------------------------------
+
+// Writes a token with whatever elements a test wants in it.
+class Writer {
+  public:
+    explicit Writer(OM_uint32 outer) : outer_(outer) {
+        gsspasn_open_encode_handle(&handle_);
+        start(outer);
+    }
+    Writer &start(OM_uint32 tag) {
+        gsspasn_start_encode_sequence(handle_, tag);
+        return *this;
+    }
+    Writer &stop(OM_uint32 tag = 0) {
+        gsspasn_stop_encode_sequence(handle_, tag);
+        return *this;
+    }
+    Writer &number(OM_uint32 tag, OM_uint32 value) {
+        gsspasn_put_encode_item(handle_, tag, GSSPASN_INTEGER, &value);
+        return *this;
+    }
+    Writer &text(OM_uint32 tag, std::string_view value) {
+        qxgss_buffer_desc buffer{value.size(), const_cast<char *>(value.data())};
+        gsspasn_put_encode_item(handle_, tag, GSSPASN_OCTET_STRING, &buffer);
+        return *this;
+    }
+    Writer &oid(OM_uint32 tag, char mechanism) {
+        const qxgss_OID_desc value = oid_of(mechanism);
+        gsspasn_put_encode_item(handle_, tag, GSSPASN_OBJECT_IDENTIFIER, &value);
+        return *this;
+    }
+    // A mechanism element up to its reason (0: none); left open.
+    Writer &mech(char mechanism, OM_uint32 state, OM_uint32 reason = 0) {
+        start(0).oid(0, mechanism).number(1, state);
+        return reason == 0 ? *this : number(2, reason);
+    }
+    std::string token() {
+        qxgss_buffer_desc out{};
+        stop(outer_);
+        EXPECT_EQ(gsspasn_close_encode_handle(&handle_, &out), GSSPASN_E_SUCCESS);
+        std::string bytes(text_of(out));
+        gssp_release_buffer(nullptr, &out);
+        return bytes;
+    }
+
+  private:
+    OM_uint32 outer_;
+    gsspasn_encoding_t handle_ = nullptr;
+};
+
+std::string process(Context &context, OM_uint32 type, const std::string &token) {
+    std::string copy = token;
+    qxgss_buffer_desc buffer{copy.size(), copy.data()};
+    return outcome(QXNEGO_INT_ProcessInputToken, type, &buffer, context.get());
+}
+
+TEST_F(Engine, TokensAreReadAndReconciled) {
+    using Write = void (*)(Writer & writer);
+    const struct {
+        int line;
+        Side side;
+        const char *before; // B holds the input token "old" and the identity "old"
+        Write write;        // inside the outer element of a RESP
+        const char *status;
+        const char *after;
+        const char *buffers_of_b;
+        const char *log;
+    } rows[] = {
+        {__LINE__, kClient, "A11 B11 C11",
+         [](Writer &w) {
+             w.start(0).mech('A', 3, 5).stop().mech('B', 1).text(6, "new").text(7, "id").stop().stop().number(1, 2);
+         },
+         kDone, "A35 B11 C11", "new id", "[0] peer:A35 adopt:A35 peer:B11"},
+        {__LINE__, kClient, "A32 B37 C11",
+         [](Writer &w) { w.start(0).mech('A', 2, 6).stop().mech('B', 1, 1).text(6, "new").stop().stop().number(1, 2); },
+         kDone, "A32 B37 C11", "new old", "[0] peer:A26 peer:B11"},
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) { w.start(0).mech('B', 2).text(6, "").text(7, "").stop().stop().number(1, 2); }, kDone,
+         "A11 B21 C11", "old old", "[0] peer:B21 adopt:B21"},
+        // A status is read only with the reason that has one; then all three are needed.
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) {
+             w.start(0).mech('A', 3, 2).number(3, 0x80010000U).number(4, 0xE3000408U).text(5, "t").stop();
+             w.mech('B', 3, 5).number(3, 0x80010000U).text(6, "new").stop().stop().number(1, 2);
+         },
+         kDone, "A32(80010000/E3000408 t) B35 C11", "new old", "[0] peer:A32 adopt:A32 peer:B35 adopt:B35"},
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) {
+             w.start(0).mech('A', 3, 2).number(3, 1).number(4, 2).text(6, "new").stop().stop().number(1, 2);
+         },
+         "000D0000/E10000FB", "A11 B11 C11", "old old", ""},
+        // States and reasons are checked when they are adopted; what was read before stays.
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) {
+             w.start(0).mech('A', 3, 5).stop().mech('B', 0).text(6, "new").text(7, "id").stop();
+             w.mech('C', 3, 5).stop().stop().number(1, 2);
+         },
+         "000D0000/E300040D", "A35 B11 C11", "old old", "[0] peer:A35 adopt:A35 peer:B01"},
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).mech('A', 3, 10).stop().stop().number(1, 2); },
+         "000D0000/E300040E", "A11 B11 C11", "old old", "[0] peer:A310"},
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).mech('A', 1, 77).stop().stop().number(1, 2); },
+         kDone, "A11 B11 C11", "old old", "[0] peer:A177"},
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) { w.start(0).mech('A', 0x80000000U, 1).stop().stop().number(1, 2); }, "000D0000/E300040D",
+         "A11 B11 C11", "old old", "[0] peer:A21474836481"},
+        // Unknown mechanisms are appended, rejected for the side's own reason, whatever the peer said of them.
+        {__LINE__, kClient, "A11 B11 C11",
+         [](Writer &w) {
+             w.start(0).mech('D', 2, 2).number(3, 1).number(4, 2).text(5, "t").text(6, "x").text(7, "y").stop();
+             w.stop().number(1, 2);
+         },
+         kDone, "A11 B11 C11 D33", "old old", "[0] unknown:D22 refuse:D33"},
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) { w.start(0).mech('D', 0).stop().mech('D', 3, 5).stop().stop().number(1, 2); }, kDone,
+         "A11 B11 C11 D34", "old old", "[0] unknown:D00 refuse:D34 peer:D35"},
+        // Structure
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &) {}, "000D0000/E300041E", "A11 B11 C11", "old old", ""},
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.number(1, 2); }, "000D0000/E10000FB", "A11 B11 C11",
+         "old old", ""},
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.text(0, "x").number(1, 2); }, "000D0000/E10000F9",
+         "A11 B11 C11", "old old", ""},
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).stop().number(1, 2); }, "000D0000/E3000408",
+         "A11 B11 C11", "old old", ""},
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) { w.start(0).start(0).oid(0, 'A').stop().stop().number(1, 2); }, "000D0000/E10000FB",
+         "A11 B11 C11", "old old", ""},
+        {__LINE__, kServer, "A11 B11 C11",
+         [](Writer &w) { w.start(0).start(0).start(0).stop().number(1, 1).stop().stop().number(1, 2); },
+         "000D0000/E10000FA", "A11 B11 C11", "old old", ""},
+        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).mech('A', 1, 1).stop().stop(); },
+         "000D0000/E10000FB", "A11 B11 C11", "old old", "[0] peer:A11"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.line);
+        Context context(row.side, "ABC");
+        context.set(row.before);
+        set_text(context.entry(1).InputToken, "old");
+        set_text(context.entry(1).SsoAuthenticationIdBuf, "old");
+        for (OM_uint32 i = 0; i < 3; ++i)
+            context.entry(i).IsMechStateChanged = 0;
+        Writer writer(1);
+        row.write(writer);
+        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, writer.token()), row.status);
+        EXPECT_EQ(context.entries(), row.after);
+        EXPECT_EQ(std::string(text_of(context.entry(1).InputToken)) + " " +
+                      std::string(text_of(context.entry(1).SsoAuthenticationIdBuf)),
+                  row.buffers_of_b);
+        EXPECT_EQ(context.log(), row.log);
+        for (OM_uint32 i = 0; i < context->NegMechList.Count; ++i)
+            EXPECT_EQ(context.entry(i).IsMechStateChanged, OM_uint32{i >= 3}) << i;
+    }
+    Context context(kServer, "A"); // an element without children, for which any of the mechanism's own codes will do
+    EXPECT_EQ(process(context, 2, Writer(1).start(0).start(0).stop().stop().number(1, 2).token()).substr(0, 12),
+              "000D0000/E30");
+}
+
+// A list that changes nothing, then these items.
+Writer &&with_list(Writer &&writer, OM_uint32 state) {
+    writer.start(0).mech('A', 1, 1).stop().stop().number(1, state);
+    return std::move(writer);
+}
+
+TEST_F(Engine, ItemsOfTheWholeToken) {
+    const struct {
+        int line;
+        std::string token;
+        const char *status;
+        OM_uint32 from_peer;
+        OM_sint32 selected;
+        const char *log;
+    } rows[] = {
+        {__LINE__, with_list(Writer(1), 1).oid(2, 'C').token(), kDone, 1, 2, "[0] peer:A11 peer-state"},
+        {__LINE__, with_list(Writer(1), 1).oid(2, 'D').token(), "000D0000/E3000413", 1, -1, "[0] peer:A11 peer-state"},
+        {__LINE__, with_list(Writer(1), 1).token(), "000D0000/E10000FB", 1, -1, "[0] peer:A11 peer-state"},
+        {__LINE__, with_list(Writer(1), 3).oid(2, 'C').token(), kDone, 3, -1, "[0] peer:A11 peer-state"},
+        {__LINE__, with_list(Writer(1), 0).token(), "000D0000/E300040F", 0, -1, "[0] peer:A11"},
+        {__LINE__, with_list(Writer(1), 4).token(), "000D0000/E3000410", 4, -1, "[0] peer:A11"},
+        {__LINE__, with_list(Writer(1), 5).token(), "000D0000/E300040F", 5, -1, "[0] peer:A11"},
+        {__LINE__, with_list(Writer(1), 2).number(3, 1).token(), kDone, 2, -1, "[0] peer:A11 [0p] policy-told"},
+        {__LINE__, with_list(Writer(1), 2).number(3, 0).token(), kDone, 2, -1, "[0] peer:A11"},
+        {__LINE__, with_list(Writer(1), 2).text(3, "").token(), "000D0000/E10000F3", 2, -1, "[0] peer:A11"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.line);
+        Context context(kServer, "ABC");
+        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, row.token), row.status);
+        EXPECT_EQ(context->NegStateFromPeer, row.from_peer);
+        EXPECT_EQ(context->SelectedMechListIndex, row.selected);
+        EXPECT_EQ(context.log(), row.log);
+        if (row.selected >= 0) {
+            EXPECT_EQ(context->SelectedMechInfoIndex, context.entry(2).MechIndex);
+        }
+    }
+    Context told(kClient, "A"); // the policy flag is read once
+    for (const OM_uint32 flag : {1U, 0U, 1U})
+        EXPECT_EQ(process(told, 2, with_list(Writer(1), 2).number(3, flag).token()), kDone);
+    EXPECT_EQ(told.log(), "[0] peer:A11 [0p] policy-told peer:A11 peer:A11");
+
+    Context server(kServer, "A");
+    EXPECT_EQ(process(server, 1, Writer(0).token()), "000D0000/E300041D");
+    EXPECT_EQ(process(server, 1, with_list(Writer(0), 2).text(2, "a").number(3, 1).text(4, "u").text(5, "p").token()),
+              kDone);
+    EXPECT_EQ(text_of(server->AuthenticationIdBuf), "a");
+    EXPECT_EQ(server->IsSso, 1U);
+    EXPECT_EQ(text_of(server->UserNameBuf), "u");
+    EXPECT_EQ(text_of(server->ProfileNameBuf), "p");
+}
+
+// ---- Policy --------------------------------------------------------------------------------------------------------
+
+TEST_F(Engine, PolicyIsLookedUpOnce) {
+    Context context(kServer, "AB");
+    set_text(context->AuthenticationIdBuf, std::string_view("\0x", 2)); // no user name, so the lookup fails
+    EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), "000D0000/E10000CB");
+    EXPECT_EQ(context->IsPolicyApplied, 0U);
+    set_text(context->UserNameBuf, "onlyb"); // comes before the identity
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), kDone);
+    EXPECT_EQ(context.log(), "[0] policy-no:A35 [0p] policy-set");
+
+    Context nobody(kServer, "AB");
+    nobody->IsSso = 1;
+    EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, nobody.get()), kDone);
+    EXPECT_EQ(nobody.log(), "[0p] policy-nouser");
+    EXPECT_EQ(nobody.entries(), "A11 B11");
+}
+
+TEST_F(Engine, PrincipalsAreUsersOfOneItem) {
+    char *user = nullptr;
+    EXPECT_EQ(QXNEGO_INT_get_principal("anna@REALM@@secret", &user), QXNEGO_E_SUCCESSFUL);
+    EXPECT_STREQ(user, "anna");
+    std::free(user);
+    EXPECT_EQ(QXNEGO_INT_get_principal("anna", nullptr), QXNEGO_E_SUCCESSFUL);
+    for (const char *text : {"", "anna,bert", "@REALM"})
+        EXPECT_EQ(QXNEGO_INT_get_principal(text, &user), QXNEGO_E_LOGON_PROPERTY) << text;
+}
+
+// ---- Encoding and results ------------------------------------------------------------------------------------------
+
+TEST_F(Engine, TokensThatMustNotBeWritten) {
+    using Alter = void (*)(NegContext_desc & context);
+    const struct {
+        int line;
+        Side side;
+        OM_uint32 type;
+        Alter alter;
+        const char *status;
+    } rows[] = {
+        {__LINE__, kClient, 3, [](auto &) {}, "000D0000/E300040B"},
+        {__LINE__, kServer, 1, [](auto &) {}, "000D0000/E300040C"},
+        {__LINE__, kClient, 1, [](auto &c) { c.TokenNum = 1; }, "000D0000/E300040C"},
+        {__LINE__, kClient, 1, [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }, "000D0000/E300040F"},
+        {__LINE__, kClient, 1, [](auto &c) { c.NegState = NEG_STATE_REJECT; }, "000D0000/E300040F"},
+        {__LINE__, kServer, 2, [](auto &c) { c.NegState = NEG_STATE_INVALID; }, "000D0000/E300040F"},
+        {__LINE__, kServer, 2, [](auto &c) { c.NegState = NEG_STATE_INVALID_LAST; }, "000D0000/E300040F"},
+        {__LINE__, kClient, 1, [](auto &) {}, "000D0000/E300041C"},
+        {__LINE__, kClient, 1,
+         [](auto &c) {
+             c.IsSso = 1;
+             set_text(c.AuthenticationIdBuf, "anna");
+         },
+         "000D0000/E30003F3"},
+        {__LINE__, kServer, 2, [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }, "000D0000/E30003F6"},
+        {__LINE__, kServer, 2, [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr; }, "000D0000/E30003F6"},
+        {__LINE__, kServer, 2,
+         [](auto &c) {
+             c.NegMechList.pNegMech[0].IsMechStateChanged = 0;
+             c.NegMechList.pNegMech[0].MechState = NEG_MECH_STATE_REJECTED;
+         },
+         "000D0000/E300041A"},
+        {__LINE__, kServer, 2, [](auto &c) { c.NegStateFromPeer = NEG_STATE_REJECT; }, kDone},
+        {__LINE__, kClient, 2, [](auto &c) { c.NegStateFromPeer = NEG_STATE_COMPLETED; }, kDone},
+    };
+    for (const auto &row : rows) {
+        Context context(row.side, "A");
+        row.alter(context.negotiation());
+        const OM_uint32 changed = context.entry(0).IsMechStateChanged;
+        qxgss_buffer_desc out{4, &context};
+        EXPECT_EQ(outcome(QXNEGO_INT_ConstructOutputToken, row.type, context.get(), &out), row.status)
+            << "line " << row.line;
+        EXPECT_TRUE(out.length == 0 && out.value == nullptr) << "line " << row.line;
+        EXPECT_EQ(context.entry(0).IsMechStateChanged, changed) << "line " << row.line;
+    }
+}
+
+TEST_F(Engine, ResultsFollowTheState) {
+    const struct {
+        OM_uint32 state;
+        OM_sint32 index;
+        const char *entry;
+        const char *status;
+    } rows[] = {
+        {0, 0, "A26", "000D0000/E300040F"},  {1, 0, "A26", kDone},
+        {1, -1, "A26", "000D0000/E3000411"}, {1, 1, "A26", "000D0000/E3000411"},
+        {1, 0, "A11", "000D0000/E3000411"},  {2, 0, "A26", "00000001/230003E9"},
+        {3, 0, "A26", "000D0000/E3000406"},  {4, 0, "A26", "000D0000/E3000410"},
+        {5, 0, "A26", "000D0000/E300040F"},
+    };
+    for (const auto &row : rows) {
+        Context context(kServer, "A");
+        context.set(row.entry);
+        context->NegState = static_cast<NegState_et>(row.state);
+        context->SelectedMechListIndex = row.index;
+        OM_uint32 flags = 7;
+        qxgss_OID type = nullptr;
+        EXPECT_EQ(outcome(QXNEGO_INT_SetReturns, context.get(), nullptr, &type, &flags, nullptr, nullptr), row.status)
+            << row.state;
+        EXPECT_EQ(type, row.status == std::string(kDone) ? nullptr : pQxnegoMechOid);
+        EXPECT_EQ(flags, 0U);
+    }
+}
+
+// ---- The log -------------------------------------------------------------------------------------------------------
+
+TEST_F(Engine, TheLogGrowsAndKeepsItsRecords) {
+    Context context(kServer, "A");
+    NegLog_desc &log = context->NegLog;
+    EXPECT_EQ(log.Count, 0U);
+    EXPECT_EQ(log.MaxCount, 64U);
+    EXPECT_LT(QXNEGO_INT_GetElapsedTime(log.BaseTime), 10000U);
+    for (int i = 0; i < 64; ++i)
+        EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, std::to_string(i).c_str(), &context.entry(0), context.get()), kDone);
+    EXPECT_EQ(log.MaxCount, 64U);
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, nullptr, nullptr, context.get()), kDone);
+    EXPECT_EQ(log.MaxCount, 80U);
+    EXPECT_STREQ(log.pRecords[0].pszLogString, "0");
+    EXPECT_STREQ(log.pRecords[63].pszLogString, "63");
+    EXPECT_STREQ(log.pRecords[64].pszLogString,
+                 "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.");
+    EXPECT_EQ(log.pRecords[64].MechOid.length, 0U);
+    const NegLogRecord zero{};
+    for (OM_uint32 i = 65; i < 80; ++i)
+        EXPECT_EQ(std::memcmp(&log.pRecords[i], &zero, sizeof zero), 0) << i;
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(outcome(QXNEGO_INT_ReleaseNegLog, context.get()), kDone);
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, "x", nullptr, context.get()), "020D0000/E300040A");
+}
+
+TEST_F(Engine, AFailedRecordLeavesNoTrace) {
+    Context context(kServer, "A");
+    qxgss_OID_desc empty{0, nullptr};
+    NegMechEntry_desc entry = context.entry(0);
+    entry.pMechOid = &empty;
+    entry.MechState = NEG_MECH_STATE_SELECTED;
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, "failed", &entry, context.get()), "000D0000/E30003F4");
+    EXPECT_EQ(context->NegLog.Count, 0U);
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, "next", nullptr, context.get()), kDone);
+    const NegLogRecord &record = context->NegLog.pRecords[0];
+    EXPECT_STREQ(record.pszLogString, "next");
+    EXPECT_EQ(record.MechState, 0U);
+    EXPECT_EQ(record.MechOid.length, 0U);
+}
+
+TEST_F(Engine, ARecordIsASnapshot) {
+    Context context(kClient, "A");
+    context->TokenNum = 3;
+    context->IsPolicyApplied = 1;
+    context->NegState = NEG_STATE_COMPLETED;
+    NegMechEntry_desc &entry = context.entry(0);
+    context.set("A32+");
+    entry.GssMajorStatus = 5;
+    entry.GssMinorStatus = 6;
+    set_text(entry.GssMinorStatusText, "why");
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, nullptr, &entry, context.get()), kDone);
+    const NegLogRecord &record = context->NegLog.pRecords[0];
+    EXPECT_EQ(context.log(), "[3p] (null):A32");
+    EXPECT_EQ(record.MechOid.elements, entry.pMechOid->elements);
+    EXPECT_NE(record.GssMinorStatusText.value, entry.GssMinorStatusText.value);
+    EXPECT_EQ(text_of(record.GssMinorStatusText), "why");
+    EXPECT_TRUE(record.GssMajorStatus == 5 && record.GssMinorStatus == 6 && record.MechIndex == entry.MechIndex);
+    EXPECT_TRUE(record.IsCtxEstablished == 1 && record.NegState == 1 && record.NegStateFromPeer == 2);
+}
+
+} // namespace

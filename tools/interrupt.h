@@ -1,0 +1,15 @@
+// Signals that end the command: they interrupt its waiting, so that it cleans up after itself before it goes.
+#ifndef QXNEGO_TOOLS_INTERRUPT_H
+#define QXNEGO_TOOLS_INTERRUPT_H
+
+namespace tools {
+
+// Catches SIGINT and SIGTERM from now on; a call that waits then returns EINTR.
+void interrupt_on_signals();
+
+// Throws Failure with kExitInterrupted once such a signal has come. To be called around everything that waits.
+void throw_if_interrupted();
+
+} // namespace tools
+
+#endif
