@@ -182,15 +182,14 @@ OM_uint32 QXNEGO_inquire_context(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t p
         return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, QXNEGO_E_INACCESSIBLE);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
     if (negotiation.NegState == NEG_STATE_COMPLETED) {
-        const MechInfo_t *mechanism = registered(negotiation.SelectedMechInfoIndex);
-        const NegMechEntry_t selected = selected_entry(negotiation);
-        if (mechanism == nullptr || selected == nullptr)
+        const Selected mechanism = selected(negotiation);
+        if (!mechanism)
             return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
-        const auto inquire = mechanism->MechFtnTable.ftn_gssp_inquire_context;
+        const auto inquire = mechanism.table->ftn_gssp_inquire_context;
         if (inquire == nullptr)
             return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NOT_IMPLEMENTED);
         OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-        const OM_uint32 major = inquire(&minor, selected->pMechContext, ppSourceName, ppTargetName, pLifetimeRec,
+        const OM_uint32 major = inquire(&minor, mechanism.entry->pMechContext, ppSourceName, ppTargetName, pLifetimeRec,
                                         ppMechType, pCtxFlags, pLocallyInitiated, pOpen);
         return failed(major) ? report(pMinorStatus, major, minor) : succeed(pMinorStatus);
     }

@@ -19,15 +19,14 @@ OM_uint32 forward(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, 
     if (inputMissing)
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_NO_INPUT_TOKEN);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
-    const MechInfo_t *mechanism = registered(negotiation.SelectedMechInfoIndex);
-    const NegMechEntry_t selected = selected_entry(negotiation);
-    if (negotiation.NegState != NEG_STATE_COMPLETED || mechanism == nullptr || selected == nullptr)
+    const Selected mechanism = selected(negotiation);
+    if (negotiation.NegState != NEG_STATE_COMPLETED || !mechanism)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MECHANISM_UNAVAILABLE);
-    const auto operation = mechanism->MechFtnTable.*Slot;
+    const auto operation = mechanism.table->*Slot;
     if (operation == nullptr)
         return report(pMinorStatus, GSS_S_UNAVAILABLE, GSSP_E_FUNCTION_UNAVAILABLE);
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const OM_uint32 major = operation(&minor, selected->pMechContext, arguments...);
+    const OM_uint32 major = operation(&minor, mechanism.entry->pMechContext, arguments...);
     return report(pMinorStatus, major, minor);
 }
 
@@ -89,16 +88,15 @@ OM_uint32 QXNEGO_wrap_size_limit(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t p
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
     if (negotiation.NegState != NEG_STATE_COMPLETED)
         return report(pMinorStatus, GSS_S_NO_CONTEXT, QXNEGO_E_NOT_READY);
-    const MechInfo_t *mechanism = registered(negotiation.SelectedMechInfoIndex);
-    const NegMechEntry_t selected = selected_entry(negotiation);
-    if (mechanism == nullptr || selected == nullptr)
+    const Selected mechanism = selected(negotiation);
+    if (!mechanism)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
-    const auto operation = mechanism->MechFtnTable.ftn_gssp_wrap_size_limit;
+    const auto operation = mechanism.table->ftn_gssp_wrap_size_limit;
     if (operation == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NOT_IMPLEMENTED);
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     const OM_uint32 major =
-        operation(&minor, selected->pMechContext, ConfReqFlag, QopReq, ReqOutputSize, pMaxInputSize);
+        operation(&minor, mechanism.entry->pMechContext, ConfReqFlag, QopReq, ReqOutputSize, pMaxInputSize);
     return failed(major) ? report(pMinorStatus, major, minor) : succeed(pMinorStatus);
 }
 

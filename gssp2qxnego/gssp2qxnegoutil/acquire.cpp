@@ -13,7 +13,7 @@ struct Request {
     qxgss_cred_usage_t usage;
 };
 
-OM_uint32 acquire_for(OM_uint32 *pMinorStatus, const Request &request, NegMechEntry_desc &entry) {
+OM_uint32 call_mechanism(OM_uint32 *pMinorStatus, const Request &request, NegMechEntry_desc &entry) {
     OidSet<gssp_release_oid_set> mechanism;
     OM_uint32 major = gssp_create_empty_oid_set(pMinorStatus, mechanism.get());
     if (!failed(major))
@@ -22,6 +22,26 @@ OM_uint32 acquire_for(OM_uint32 *pMinorStatus, const Request &request, NegMechEn
         return major;
     return table_of(entry).ftn_gssp_acquire_cred(pMinorStatus, request.desiredName, request.lifetime, *mechanism,
                                                  request.usage, &entry.pMechCredential, nullptr, nullptr);
+}
+
+// One candidate's credential. A mechanism that has no such operation stays, one whose acquisition fails is rejected.
+OM_uint32 acquire_for(OM_uint32 *pMinorStatus, const Request &request, OM_uint32 &messageContext,
+                      NegMechEntry_desc &entry, NegContext_t context) {
+    const char *text = "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred not supported, skip for this mechanism";
+    if (table_of(entry).ftn_gssp_acquire_cred != nullptr) {
+        OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+        OM_uint32 major = call_mechanism(&minor, request, entry);
+        text = "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred succeeded for mechanism";
+        if (failed(major)) {
+            entry.pMechCredential = nullptr;
+            major = reject_with_status(pMinorStatus, entry, major, minor, messageContext);
+            if (failed(major))
+                return major;
+            text = "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred failed for mechanism";
+        }
+    }
+    QXNEGO_INT_NegLogEntry(nullptr, text, &entry, context);
+    return GSS_S_COMPLETE;
 }
 
 } // namespace
@@ -43,29 +63,11 @@ OM_uint32 QXNEGO_INT_Mechs_Acquire_Creds(OM_uint32 *pMinorStatus, const QxnegoCr
 
     OM_uint32 messageContext = 0;
     const NegMechList_desc &list = pNegContext->NegMechList;
-    for (OM_uint32 i = 0; i < list.Count; ++i) {
-        NegMechEntry_desc &entry = list.pNegMech[i];
-        if (entry.MechState != NEG_MECH_STATE_AVAILABLE)
-            continue;
-        if (table_of(entry).ftn_gssp_acquire_cred == nullptr) {
-            QXNEGO_INT_NegLogEntry(
-                nullptr, "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred not supported, skip for this mechanism", &entry,
-                pNegContext);
-            continue;
-        }
-        OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-        const OM_uint32 major = acquire_for(&minor, request, entry);
-        if (!failed(major)) {
-            QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred succeeded for mechanism",
-                                   &entry, pNegContext);
-            continue;
-        }
-        entry.pMechCredential = nullptr;
-        if (const OM_uint32 ended = reject_with_status(pMinorStatus, entry, major, minor, messageContext);
-            failed(ended))
-            return ended;
-        QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_Mechs_Acquire_Creds: acquire_cred failed for mechanism", &entry,
-                               pNegContext);
-    }
+    for (OM_uint32 i = 0; i < list.Count; ++i)
+        if (list.pNegMech[i].MechState == NEG_MECH_STATE_AVAILABLE)
+            if (const OM_uint32 major =
+                    acquire_for(pMinorStatus, request, messageContext, list.pNegMech[i], pNegContext);
+                failed(major))
+                return major;
     return succeed(pMinorStatus);
 }

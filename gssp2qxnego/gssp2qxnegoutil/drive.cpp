@@ -37,6 +37,25 @@ OM_uint32 delete_failed_context(OM_uint32 *pMinorStatus, NegMechEntry_desc &entr
     return GSS_S_COMPLETE;
 }
 
+// What a mechanism's call has come to: under way, established, or failed and then rejected.
+OM_uint32 settle(OM_uint32 *pMinorStatus, const DriveTexts &texts, OM_uint32 major, OM_uint32 minor,
+                 OM_uint32 &messageContext, NegMechEntry_desc &entry, NegContext_t context) {
+    const char *text = texts.continued;
+    if (failed(major)) {
+        if (const OM_uint32 ended = delete_failed_context(pMinorStatus, entry); failed(ended))
+            return ended;
+        if (const OM_uint32 ended = reject_with_status(pMinorStatus, entry, major, minor, messageContext);
+            failed(ended))
+            return ended;
+        text = texts.failed;
+    } else if ((major & GSS_S_CONTINUE_NEEDED) == 0) {
+        entry.IsCtxEstablished = 1;
+        text = texts.established;
+    }
+    QXNEGO_INT_NegLogEntry(nullptr, text, &entry, context);
+    return GSS_S_COMPLETE;
+}
+
 // Calls `operate(slot, entry, &minor)` for each entry that is neither rejected nor established.
 template <auto Slot, typename Operate>
 OM_uint32 drive(OM_uint32 *pMinorStatus, const DriveTexts &texts, NegContext_t pNegContext, Operate operate) {
@@ -55,19 +74,9 @@ OM_uint32 drive(OM_uint32 *pMinorStatus, const DriveTexts &texts, NegContext_t p
             minor = QXNEGO_E_SUCCESSFUL;
             major = operate(slot, entry, &minor);
         }
-        if (failed(major)) {
-            if (const OM_uint32 ended = delete_failed_context(pMinorStatus, entry); failed(ended))
-                return ended;
-            if (const OM_uint32 ended = reject_with_status(pMinorStatus, entry, major, minor, messageContext);
-                failed(ended))
-                return ended;
-            QXNEGO_INT_NegLogEntry(nullptr, texts.failed, &entry, pNegContext);
-        } else if ((major & GSS_S_CONTINUE_NEEDED) != 0) {
-            QXNEGO_INT_NegLogEntry(nullptr, texts.continued, &entry, pNegContext);
-        } else {
-            entry.IsCtxEstablished = 1;
-            QXNEGO_INT_NegLogEntry(nullptr, texts.established, &entry, pNegContext);
-        }
+        major = settle(pMinorStatus, texts, major, minor, messageContext, entry, pNegContext);
+        if (failed(major))
+            return major;
     }
     return succeed(pMinorStatus);
 }

@@ -197,6 +197,21 @@ inline NegMechEntry_t selected_entry(const NegContext_desc &context) {
     return &list.pNegMech[context.SelectedMechListIndex];
 }
 
+// The selected mechanism's function table and its entry; null for both when either index designates nothing.
+struct Selected {
+    const qxgss_ftn_table_desc *table;
+    NegMechEntry_t entry;
+    explicit operator bool() const { return table != nullptr; }
+};
+
+inline Selected selected(const NegContext_desc &context) {
+    const MechInfo_t *mechanism = registered(context.SelectedMechInfoIndex);
+    const NegMechEntry_t entry = selected_entry(context);
+    if (mechanism == nullptr || entry == nullptr)
+        return {nullptr, nullptr};
+    return {&mechanism->MechFtnTable, entry};
+}
+
 } // namespace qxnego
 
 #endif

@@ -12,6 +12,17 @@ constexpr OM_uint32 kFirstRecords = 64;
 constexpr OM_uint32 kMoreRecords = 16;
 constexpr char kNoInformation[] = "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.";
 
+NegLogRecord snapshot_context(const NegContext_desc &context) {
+    NegLogRecord record{};
+    record.IsInitiator = context.IsInitiator;
+    record.TokenNum = context.TokenNum;
+    record.IsPolicyApplied = context.IsPolicyApplied;
+    record.NegState = context.NegState;
+    record.NegStateFromPeer = context.NegStateFromPeer;
+    record.ElapsedTime = QXNEGO_INT_GetElapsedTime(context.NegLog.BaseTime);
+    return record;
+}
+
 // The entry's part of a record, whose status text the record then owns.
 OM_uint32 snapshot_entry(OM_uint32 *pMinorStatus, const NegMechEntry_desc &entry, NegLogRecord &record) {
     if (entry.pMechOid == nullptr || entry.pMechOid->length == 0 || entry.pMechOid->elements == nullptr)
@@ -75,15 +86,7 @@ OM_uint32 QXNEGO_INT_NegLogEntry(OM_uint32 *pMinorStatus, const char *pszLogStri
     if (log.Count >= log.MaxCount)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
 
-    // Built aside, so that an entry that fails leaves its slot clean.
-    NegLogRecord record{};
-    record.IsInitiator = pNegContext->IsInitiator;
-    record.TokenNum = pNegContext->TokenNum;
-    record.IsPolicyApplied = pNegContext->IsPolicyApplied;
-    record.NegState = pNegContext->NegState;
-    record.NegStateFromPeer = pNegContext->NegStateFromPeer;
-    record.ElapsedTime = QXNEGO_INT_GetElapsedTime(log.BaseTime);
-
+    NegLogRecord record = snapshot_context(*pNegContext); // aside, so that an entry that fails leaves its slot clean
     if (pszLogString == nullptr && pNegMechEntry == nullptr)
         pszLogString = kNoInformation;
     Heap<char> text;

@@ -19,10 +19,18 @@ const qxgss_buffer_desc &policy_identity(const NegContext_desc &context) {
     return context.AuthenticationIdBuf;
 }
 
-OM_uint32 policy_applied(OM_uint32 *pMinorStatus, NegContext_t context, const char *text) {
+OM_uint32 look_up_policy(OM_uint32 *pMinorStatus, const qxgss_buffer_desc &identity, qxgss_OID_set *ppAllowed) {
+    const SecretText user(identity);
+    if (user.get() == nullptr)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+    const OM_uint32 major = gssp_inquire_mech_policy_for_user(&minor, user.get(), ppAllowed);
+    return report(pMinorStatus, major, minor);
+}
+
+void mark_applied(NegContext_t context, const char *text) {
     context->IsPolicyApplied = 1;
     QXNEGO_INT_NegLogEntry(nullptr, text, nullptr, context);
-    return succeed(pMinorStatus);
 }
 
 // Rejects every entry outside the set; `outside` counts those already rejected too.
@@ -58,30 +66,26 @@ OM_uint32 QXNEGO_INT_Apply_Policy_Info(OM_uint32 *pMinorStatus, qxgss_buffer_t /
     if (pNegContext->IsPolicyApplied != 0)
         return succeed(pMinorStatus);
     const qxgss_buffer_desc &identity = policy_identity(*pNegContext);
-    if (identity.length == 0)
-        return policy_applied(pMinorStatus, pNegContext,
-                              "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (no user name)");
+    if (identity.length == 0) {
+        mark_applied(pNegContext, "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (no user name)");
+        return succeed(pMinorStatus);
+    }
 
     OidSet<qxgss_release_oid_set> allowed;
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    {
-        const SecretText user(identity);
-        if (user.get() == nullptr)
-            return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
-        const OM_uint32 major = gssp_inquire_mech_policy_for_user(&minor, user.get(), allowed.get());
-        if (failed(major))
-            return report(pMinorStatus, major, minor);
+    OM_uint32 major = look_up_policy(pMinorStatus, identity, allowed.get());
+    if (failed(major))
+        return major;
+    if (*allowed == nullptr || (*allowed)->count == 0) {
+        mark_applied(pNegContext, "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (empty policy)");
+        return succeed(pMinorStatus);
     }
-    if (*allowed == nullptr || (*allowed)->count == 0)
-        return policy_applied(pMinorStatus, pNegContext,
-                              "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (empty policy)");
 
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     OM_uint32 outside = 0;
-    const OM_uint32 major = reject_disallowed(&minor, pNegContext, *allowed, outside);
+    major = reject_disallowed(&minor, pNegContext, *allowed, outside);
     if (failed(major))
         return report(pMinorStatus, major, minor);
-    policy_applied(nullptr, pNegContext,
-                   "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (non-empty policy)");
+    mark_applied(pNegContext, "QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (non-empty policy)");
     if (outside == pNegContext->NegMechList.Count)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
     return succeed(pMinorStatus);

@@ -66,8 +66,8 @@ OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMech
     return succeed(pMinorStatus);
 }
 
-// Makes room for one more entry. The room grows by doubling, so that a peer's long list does not copy ours each time;
-// realloc knows best what is there already.
+// Makes room for one more entry. The room is the next power of two above the count, so that a peer's long list does not
+// copy ours each time; it follows from the count alone, as the template's copy has an array that just fits.
 bool reserve_one(NegMechList_desc &list) {
     const std::size_t room = std::bit_ceil(std::size_t{list.Count} + 1);
     const auto before = reinterpret_cast<std::uintptr_t>(list.pNegMech);

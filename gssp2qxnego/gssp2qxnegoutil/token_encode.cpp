@@ -29,25 +29,24 @@ class TokenWriter {
         if (present(value))
             octets(tag, value);
     }
-    void oid(OM_uint32 tag, qxgss_OID value) {
-        run([&] {
-            return value == nullptr ? OM_uint32{QXNEGO_E_INVALID_INPUT}
-                                    : gsspasn_put_encode_item(handle_, tag, GSSPASN_OBJECT_IDENTIFIER, value);
-        });
+    void oid(OM_uint32 tag, const qxgss_OID_desc *value) {
+        if (value == nullptr)
+            fail(QXNEGO_E_INVALID_INPUT);
+        else
+            put(tag, GSSPASN_OBJECT_IDENTIFIER, value);
     }
-    void mechanisms(NegContext_t context) {
+
+    // An element with an operation of its own, which reports its failure by its minor status.
+    template <typename Operation, typename Source> void nested(Operation encode, Source source) {
         run([&] {
             OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-            return failed(QXNEGO_INT_EncodeNegMechList(&minor, context, handle_)) ? minor : GSSPASN_E_SUCCESS;
-        });
-    }
-    void mechanism(NegMechEntry_t entry) {
-        run([&] {
-            OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-            return failed(QXNEGO_INT_EncodeNegMech(&minor, entry, handle_)) ? minor : GSSPASN_E_SUCCESS;
+            return failed(encode(&minor, source, handle_)) ? minor : GSSPASN_E_SUCCESS;
         });
     }
 
+    void fail(OM_uint32 status) {
+        run([&] { return status; });
+    }
     bool ok() const { return status_ == GSSPASN_E_SUCCESS; }
     OM_uint32 finish(OM_uint32 *pMinorStatus) const {
         return ok() ? succeed(pMinorStatus) : report(pMinorStatus, GSS_S_FAILURE, status_);
@@ -158,7 +157,7 @@ OM_uint32 QXNEGO_INT_EncodeNegTokenInit(OM_uint32 *pMinorStatus, NegContext_t pN
 
     TokenWriter token(pEncodeHandle);
     token.start(0);
-    token.mechanisms(pNegContext);
+    token.nested(QXNEGO_INT_EncodeNegMechList, pNegContext);
     token.integer(1, context.NegState);
     if (context.IsSso == 0)
         token.octets(2, identity);
@@ -186,7 +185,7 @@ OM_uint32 QXNEGO_INT_EncodeNegTokenResp(OM_uint32 *pMinorStatus, NegContext_t pN
 
     TokenWriter token(pEncodeHandle);
     token.start(1);
-    token.mechanisms(pNegContext);
+    token.nested(QXNEGO_INT_EncodeNegMechList, pNegContext);
     token.integer(1, context.NegState);
     if (completed)
         token.oid(2, selected->pMechOid);
@@ -209,14 +208,14 @@ OM_uint32 QXNEGO_INT_EncodeNegMechList(OM_uint32 *pMinorStatus, NegContext_t pNe
         NegMechEntry_desc &entry = list.pNegMech[i];
         if (entry.IsMechStateChanged == 0 && entry.MechState != NEG_MECH_STATE_AVAILABLE)
             continue;
-        token.mechanism(&entry);
+        token.nested(QXNEGO_INT_EncodeNegMech, &entry);
         if (!token.ok())
             break;
         entry.IsMechStateChanged = 0;
         written = true;
     }
-    if (token.ok() && !written)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NOTHING_TO_ENCODE);
+    if (!written)
+        token.fail(QXNEGO_E_NOTHING_TO_ENCODE);
     token.stop(0);
     return token.finish(pMinorStatus);
 }

@@ -29,12 +29,11 @@ std::string_view text_of(qxgss_buffer_t buffer) {
 
 // What the selected mechanism tells about the user; nothing when it has no such operation.
 OM_uint32 ask_mechanism(OM_uint32 *pMinorStatus, const NegContext_desc &context, qxgss_buffer_t properties) {
-    const MechInfo_t *mechanism = registered(context.SelectedMechInfoIndex);
-    const NegMechEntry_desc *entry = selected_entry(context);
-    if (mechanism == nullptr || entry == nullptr)
+    const Selected mechanism = selected(context);
+    if (!mechanism)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
-    const auto inquire = mechanism->MechFtnTable.ftn_gssp_inquire_properties_for_user;
-    return inquire != nullptr ? inquire(pMinorStatus, entry->pMechContext, properties) : GSS_S_COMPLETE;
+    const auto inquire = mechanism.table->ftn_gssp_inquire_properties_for_user;
+    return inquire != nullptr ? inquire(pMinorStatus, mechanism.entry->pMechContext, properties) : GSS_S_COMPLETE;
 }
 
 } // namespace
