@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
+#include <tuple>
 
 #include "tests/negotiation_harness.h"
 
@@ -363,6 +363,26 @@ TEST_F(Engine, TokensAreReadAndReconciled) {
               "000D0000/E30");
 }
 
+// What neither side can use is released, a value without a length too, and is cleared where the reader looks for it.
+TEST_F(Engine, NothingIsLeftInThePeersEntry) {
+    for (const char mechanism : {'A', 'D'}) {
+        Context context(kServer, "A");
+        const qxgss_OID_desc oid = oid_of(mechanism);
+        NegMechEntry_desc peer{};
+        peer.MechOidFromPeer = {oid.length, std::malloc(oid.length)};
+        std::memcpy(peer.MechOidFromPeer.elements, oid.elements, oid.length);
+        peer.pMechOid = &peer.MechOidFromPeer;
+        peer.MechState = NEG_MECH_STATE_AVAILABLE;
+        for (qxgss_buffer_desc *buffer : {&peer.InputToken, &peer.SsoAuthenticationIdBuf, &peer.GssMinorStatusText})
+            *buffer = {0, std::malloc(1)};
+        EXPECT_EQ(outcome(QXNEGO_INT_ProcessNegMech, &peer, context.get()), kDone);
+        EXPECT_EQ(peer.MechOidFromPeer.elements, nullptr);
+        for (qxgss_buffer_desc *buffer : {&peer.InputToken, &peer.SsoAuthenticationIdBuf, &peer.GssMinorStatusText})
+            EXPECT_EQ(buffer->value, nullptr);
+        EXPECT_EQ(context.entry(context->NegMechList.Count - 1).MechIndex >= 0, mechanism == 'A');
+    }
+}
+
 // A list that changes nothing, then these items.
 Writer &&with_list(Writer &&writer, OM_uint32 state) {
     writer.start(0).mech('A', 1, 1).stop().stop().number(1, state);
@@ -432,6 +452,19 @@ TEST_F(Engine, PolicyIsLookedUpOnce) {
     EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, nobody.get()), kDone);
     EXPECT_EQ(nobody.log(), "[0p] policy-nouser");
     EXPECT_EQ(nobody.entries(), "A11 B11");
+}
+
+TEST_F(Engine, PolicyFailsWhenNothingInTheListIsAllowed) {
+    for (const auto &[before, user, expected, after] :
+         {std::tuple{"A32 B11", "onlyc", "000D0000/E3000406", "A32 B35(00000000/21000064)"},
+          {"A11 B32", "onlyb", kDone, "A35(00000000/21000064) B32"}}) {
+        Context context(kServer, "AB");
+        context.set(before);
+        set_text(context->UserNameBuf, user);
+        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), expected);
+        EXPECT_EQ(context.entries(), after);
+        EXPECT_EQ(context->IsPolicyApplied, 1U);
+    }
 }
 
 TEST_F(Engine, PrincipalsAreUsersOfOneItem) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 namespace harness {
@@ -107,7 +108,8 @@ std::string configuration(const std::vector<Mechanism> &mechanisms) {
 }
 
 std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
-    const std::string path = "/tmp/qxnego-test-" + std::to_string(getpid()) + ".toml";
+    const std::string path =
+        std::filesystem::temp_directory_path() / ("qxnego-test-" + std::to_string(getpid()) + ".toml");
     std::ofstream(path) << configuration;
     qxgss_shutdown(nullptr);
     release_module_state();

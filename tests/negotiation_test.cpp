@@ -375,4 +375,18 @@ TEST_F(Negotiation, WithoutReleaseOperationsObjectsAreLeftAlone) {
     scripted::reset();
 }
 
+TEST_F(Negotiation, AHandleThatADeletionLeavesIsForgotten) {
+    static auto remove = registered("A").MechFtnTable.ftn_gssp_delete_sec_context;
+    script().at('A', kClient).failing_call = 1;
+    script().at('A', kClient).alter = [](qxgss_ftn_table_desc &table) {
+        table.ftn_gssp_delete_sec_context = [](OM_uint32 *minor, qxgss_ctx_id_t *handle, qxgss_buffer_t output) {
+            qxgss_ctx_id_t copy = *handle;
+            return remove(minor, &copy, output);
+        };
+    };
+    Session session("A", "A");
+    EXPECT_EQ(session.run(), "C 000D0000/E3000406 kept");
+    EXPECT_EQ(session.client.negotiation().NegMechList.pNegMech[0].pMechContext, nullptr);
+}
+
 } // namespace
