@@ -1,86 +1,175 @@
-// A mechanism that does nothing: what is measured around it is the cost of the layers above. Of its 128 OIDs the lower
-// 64 take one leg (the initiator's token alone), the upper 64 two.
+// A mechanism that does nothing, so that what is measured around it is the cost of the layers above. It answers for any
+// OID; an OID whose last byte has bit 0x40 takes two legs, any other the initiator's token alone.
 //
 //     token: 60 len | 06 09 OID | flags (4)   of the initiator, 17 bytes
 //            "R" | flags (4)                  of the acceptor, 5 bytes
 //
-// Per side and handshake it allocates its context and one block for each token. Names and credentials are addresses.
+// Per side and handshake it allocates its context and one block for each token. A credential is an address.
 #include <array>
 #include <cstdlib>
 #include <cstring>
 
-#include "bench/null_mechanism.h"
+#include "qxgss/gssp.h"
 
 namespace {
 
-constexpr OM_uint32 kSuccess = 0;
-constexpr OM_uint32 kFailure = 1;
-constexpr std::size_t kMicLength = 16;
-constexpr char kMic[] = "null-mech-mic-01";
+constexpr std::size_t kOidLength = 9;
+constexpr unsigned char kTwoLegs = 0x40;
+constexpr char kMic[] = {'n', 'u', 'l', 'l', '-', 'm', 'e', 'c', 'h', '-', 'm', 'i', 'c', '-', '0', '1'};
 
-struct Context {
-    unsigned char number;
-    bool open;
-    std::array<unsigned char, 4> flags;
-};
+using Flags = std::array<unsigned char, 4>;
 
 struct InitiatorToken {
-    unsigned char head[4];
-    unsigned char oid[kNullOidLength];
-    std::array<unsigned char, 4> flags;
+    unsigned char head[4] = {0x60, sizeof(InitiatorToken) - 2, 0x06, kOidLength};
+    unsigned char oid[kOidLength];
+    Flags flags;
 };
 
 struct AcceptorToken {
-    unsigned char tag;
-    std::array<unsigned char, 4> flags;
+    unsigned char tag = 'R';
+    Flags flags;
 };
 
-char credential;
+struct Context {
+    bool open;
+    Flags flags;
+};
 
-OM_uint32 answer(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor = kSuccess) {
-    *pMinorStatus = minor;
-    return major;
-}
+char theCredential;
 
-OM_uint32 put(OM_uint32 *pMinorStatus, qxgss_buffer_t output, const void *bytes, std::size_t length) {
-    output->value = std::malloc(length != 0 ? length : 1);
+OM_uint32 put(qxgss_buffer_t output, const void *bytes, std::size_t length) {
+    output->value = std::malloc(length);
     if (output->value == nullptr)
-        return answer(pMinorStatus, GSS_S_FAILURE, kFailure);
+        return GSS_S_FAILURE;
     std::memcpy(output->value, bytes, length);
     output->length = length;
-    return answer(pMinorStatus, GSS_S_COMPLETE);
+    return GSS_S_COMPLETE;
 }
 
-bool two_legs(unsigned char number) {
-    return number >= kNullTwoLegs;
-}
-
-Context *make_context(unsigned char number, bool open, std::array<unsigned char, 4> flags) {
+OM_uint32 make_context(qxgss_ctx_id_t *ppContext, bool open, const Flags &flags) {
     auto *context = static_cast<Context *>(std::malloc(sizeof(Context)));
-    if (context != nullptr)
-        *context = {number, open, flags};
-    return context;
+    if (context == nullptr)
+        return GSS_S_FAILURE;
+    *context = {open, flags};
+    *ppContext = context;
+    return GSS_S_COMPLETE;
 }
 
-qxgss_OID oid_of(unsigned char number) {
-    static const auto table = [] {
-        struct Table {
-            unsigned char bytes[kNullOids][kNullOidLength];
-            qxgss_OID_desc oids[kNullOids];
-        } made;
-        for (std::size_t i = 0; i < kNullOids; ++i) {
-            std::memcpy(made.bytes[i], kNullOidPrefix, sizeof kNullOidPrefix);
-            made.bytes[i][sizeof kNullOidPrefix] = static_cast<unsigned char>(i);
-        }
-        return made;
-    }();
-    static auto oids = [] {
-        std::array<qxgss_OID_desc, kNullOids> made{};
-        for (std::size_t i = 0; i < kNullOids; ++i)
-            made[i] = {kNullOidLength, const_cast<unsigned char *>(table.bytes[i])};
-        return made;
-    }();
-    return &oids[number];
+void give_results(const Flags &flags, OM_uint32 *pRetFlags, OM_uint32 *pTimeRec) {
+    if (pRetFlags != nullptr)
+        std::memcpy(pRetFlags, &flags, sizeof flags);
+    if (pTimeRec != nullptr)
+        *pTimeRec = GSS_C_INDEFINITE;
+}
+
+OM_uint32 begin(qxgss_ctx_id_t *ppContext, const qxgss_OID_desc &oid, OM_uint32 reqFlags, qxgss_buffer_t output) {
+    if (oid.length != kOidLength)
+        return GSS_S_BAD_MECH;
+    InitiatorToken token;
+    std::memcpy(token.oid, oid.elements, kOidLength);
+    std::memcpy(&token.flags, &reqFlags, sizeof reqFlags);
+    const OM_uint32 major = make_context(ppContext, (token.oid[kOidLength - 1] & kTwoLegs) == 0, token.flags);
+    return major == GSS_S_COMPLETE ? put(output, &token, sizeof token) : major;
 }
 
 } // namespace
+
+#define NULL_EXPORT extern "C" QXGSS_API OM_uint32
+
+NULL_EXPORT NULLMECH_acquire_cred(OM_uint32 *pMinor, qxgss_name_t, OM_uint32, qxgss_OID_set, qxgss_cred_usage_t,
+                                  qxgss_cred_id_t *ppCredential, qxgss_OID_set *, OM_uint32 *) {
+    *pMinor = 0;
+    *ppCredential = &theCredential;
+    return GSS_S_COMPLETE;
+}
+
+NULL_EXPORT NULLMECH_release_cred(OM_uint32 *pMinor, qxgss_cred_id_t *ppCredential) {
+    *pMinor = 0;
+    *ppCredential = nullptr;
+    return GSS_S_COMPLETE;
+}
+
+NULL_EXPORT NULLMECH_init_sec_context(OM_uint32 *pMinor, qxgss_cred_id_t, qxgss_ctx_id_t *ppContext, qxgss_name_t,
+                                      qxgss_OID pMechType, OM_uint32 ReqFlags, OM_uint32, qxgss_channel_bindings_t,
+                                      qxgss_buffer_t pInput, qxgss_OID *ppActual, qxgss_buffer_t pOutput,
+                                      OM_uint32 *pRetFlags, OM_uint32 *pTimeRec) {
+    *pMinor = 0;
+    *pOutput = {};
+    if (*ppContext == nullptr) {
+        if (const OM_uint32 major = begin(ppContext, *pMechType, ReqFlags, pOutput); major != GSS_S_COMPLETE)
+            return major;
+    } else {
+        if (pInput->length != sizeof(AcceptorToken))
+            return GSS_S_DEFECTIVE_TOKEN;
+        static_cast<Context *>(*ppContext)->open = true;
+    }
+    const auto *context = static_cast<const Context *>(*ppContext);
+    if (ppActual != nullptr)
+        *ppActual = pMechType;
+    give_results(context->flags, pRetFlags, pTimeRec);
+    return context->open ? GSS_S_COMPLETE : GSS_S_CONTINUE_NEEDED;
+}
+
+NULL_EXPORT NULLMECH_accept_sec_context(OM_uint32 *pMinor, qxgss_ctx_id_t *ppContext, qxgss_cred_id_t,
+                                        qxgss_buffer_t pInput, qxgss_channel_bindings_t, qxgss_name_t *ppSource,
+                                        qxgss_OID *ppMechType, qxgss_buffer_t pOutput, OM_uint32 *pRetFlags,
+                                        OM_uint32 *pTimeRec, qxgss_cred_id_t *ppDelegated) {
+    *pMinor = 0;
+    *pOutput = {};
+    InitiatorToken token;
+    if (pInput->length != sizeof token)
+        return GSS_S_DEFECTIVE_TOKEN;
+    std::memcpy(&token, pInput->value, sizeof token);
+    if (const OM_uint32 major = make_context(ppContext, true, token.flags); major != GSS_S_COMPLETE)
+        return major;
+    if (ppSource != nullptr)
+        *ppSource = nullptr;
+    if (ppMechType != nullptr)
+        *ppMechType = nullptr;
+    if (ppDelegated != nullptr)
+        *ppDelegated = nullptr;
+    give_results(token.flags, pRetFlags, pTimeRec);
+    if ((token.oid[kOidLength - 1] & kTwoLegs) == 0)
+        return GSS_S_COMPLETE;
+    const AcceptorToken reply{.flags = token.flags};
+    return put(pOutput, &reply, sizeof reply);
+}
+
+NULL_EXPORT NULLMECH_delete_sec_context(OM_uint32 *pMinor, qxgss_ctx_id_t *ppContext, qxgss_buffer_t) {
+    *pMinor = 0;
+    std::free(*ppContext);
+    *ppContext = nullptr;
+    return GSS_S_COMPLETE;
+}
+
+NULL_EXPORT NULLMECH_wrap(OM_uint32 *pMinor, qxgss_ctx_id_t, int ConfReqFlag, qxgss_qop_t, qxgss_buffer_t pMessage,
+                          int *pConfState, qxgss_buffer_t pOutput) {
+    *pMinor = 0;
+    if (pConfState != nullptr)
+        *pConfState = ConfReqFlag;
+    return put(pOutput, pMessage->value, pMessage->length);
+}
+
+NULL_EXPORT NULLMECH_unwrap(OM_uint32 *pMinor, qxgss_ctx_id_t, qxgss_buffer_t pMessage, qxgss_buffer_t pOutput,
+                            int *pConfState, qxgss_qop_t *pQopState) {
+    *pMinor = 0;
+    if (pConfState != nullptr)
+        *pConfState = 1;
+    if (pQopState != nullptr)
+        *pQopState = 0;
+    return put(pOutput, pMessage->value, pMessage->length);
+}
+
+NULL_EXPORT NULLMECH_get_mic(OM_uint32 *pMinor, qxgss_ctx_id_t, qxgss_qop_t, qxgss_buffer_t, qxgss_buffer_t pOutput) {
+    *pMinor = 0;
+    return put(pOutput, kMic, sizeof kMic);
+}
+
+NULL_EXPORT NULLMECH_verify_mic(OM_uint32 *pMinor, qxgss_ctx_id_t, qxgss_buffer_t, qxgss_buffer_t pToken,
+                                qxgss_qop_t *pQopState) {
+    *pMinor = 0;
+    if (pQopState != nullptr)
+        *pQopState = 0;
+    const bool genuine = pToken->length == sizeof kMic && std::memcmp(pToken->value, kMic, sizeof kMic) == 0;
+    return genuine ? GSS_S_COMPLETE : GSS_S_BAD_MIC;
+}

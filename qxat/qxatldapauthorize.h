@@ -45,10 +45,12 @@ OM_uint32 qxat_parse_logon(OM_uint32 *pMinorStatus, const char *input, char **up
 const char *GetString(const char *in, char *s);
 
 /* Compares at most n bytes without regard to case, as the current locale lower-cases them: 0, or the difference of the
- * lower-cased bytes (0 to 255) at the first difference or at the end of the shorter string. */
+ * lower-cased bytes (0 to 255, so that 0x80 and above order behind ASCII) at the first difference or at the end of the
+ * shorter string. */
 int qxat_strnicmp(const char *s1, const char *s2, size_t n);
 
-/* Compares whole strings likewise, the lower-cased bytes ordered as signed 8-bit values: 0, 1 or -1. */
+/* Compares whole strings likewise, but the lower-cased bytes order as signed 8-bit values (0x80 and above before ASCII
+ * and the end of a string): 0, 1 or -1. */
 int qxat_stricmp(const char *s1, const char *s2);
 
 /* ---- Directory authorization data (directory_records.cpp) ------------------------------------------------------- */

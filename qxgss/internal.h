@@ -38,8 +38,16 @@ struct Free {
 template <typename T> using Heap = std::unique_ptr<T[], Free>;
 
 // A zeroed block, or null when memory is lacking.
-template <typename T> Heap<T> zeroed(std::size_t count = 1) {
+template <typename T> Heap<T> zeroed(std::size_t count) {
     return Heap<T>(static_cast<T *>(std::calloc(count, sizeof(T))));
+}
+
+// A single record, for which malloc is the faster way: calloc passes by the blocks that the C library keeps at hand.
+template <typename T> Heap<T> zeroed() {
+    Heap<T> record(static_cast<T *>(std::malloc(sizeof(T))));
+    if (record != nullptr)
+        record[0] = T{};
+    return record;
 }
 
 // A new block with a copy of the bytes, at least one; null when memory is lacking.

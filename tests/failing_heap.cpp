@@ -1,23 +1,62 @@
-// The heap's operations as the linker's --wrap option puts them before the code under test.
+// The heap's operations as the linker's --wrap option puts them before the code under test, and the language's.
 #include "tests/failing_heap.h"
 
+#include <malloc.h>
+
+#include <atomic>
 #include <climits>
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 namespace {
 
-int left = INT_MAX;
+int left = INT_MAX; // until one fails
 bool failed = false;
+bool later_too = true;
+bool with_new = false;
+bool window_open = true;
+
+std::atomic<long> blocks{0};
+// What is watched for in UTF-8, UTF-16 and UTF-32; not on the heap itself.
+constexpr std::size_t kMaxSecret = 16;
+std::size_t secret_length = 0;
+char secrets[3][4 * kMaxSecret];
+int given_back = 0;
+
+void plan(int failing, bool all_later, bool in_windows) {
+    left = failing;
+    failed = false;
+    later_too = all_later;
+    with_new = in_windows;
+    window_open = !in_windows;
+}
 
 bool fails() {
-    if (left == INT_MAX)
+    if (left == INT_MAX || !window_open)
         return false;
     if (left > 0) {
         --left;
         return false;
     }
+    left = later_too ? 0 : INT_MAX;
     failed = true;
     return true;
+}
+
+void *counted(void *block) {
+    blocks += block != nullptr;
+    return block;
+}
+
+void given(void *block) {
+    if (block == nullptr)
+        return;
+    --blocks;
+    for (std::size_t i = 0; i < 3 && secret_length != 0; ++i)
+        if (memmem(block, malloc_usable_size(block), secrets[i], secret_length << i) != nullptr)
+            ++given_back;
 }
 
 } // namespace
@@ -25,14 +64,49 @@ bool fails() {
 namespace failing_heap {
 
 From::From(int failing) {
-    left = failing;
-    failed = false;
+    plan(failing, true, false);
 }
 From::~From() {
     left = INT_MAX;
 }
 bool From::happened() const {
     return failed;
+}
+
+InWindows::InWindows(int failing, bool all_later) {
+    plan(failing, all_later, true);
+}
+InWindows::~InWindows() {
+    left = INT_MAX;
+}
+bool InWindows::happened() const {
+    return failed;
+}
+
+Window::Window() {
+    window_open = true;
+}
+Window::~Window() {
+    window_open = false;
+}
+
+long live_blocks() {
+    return blocks;
+}
+
+void watch_for(std::string_view secret) {
+    if (secret.size() > kMaxSecret)
+        std::abort();
+    std::memset(secrets, 0, sizeof secrets);
+    for (std::size_t i = 0; i < 3; ++i)
+        for (std::size_t at = 0; at < secret.size(); ++at)
+            secrets[i][at << i] = secret[at];
+    secret_length = secret.size();
+    given_back = 0;
+}
+
+int secrets_given_back() {
+    return given_back;
 }
 
 } // namespace failing_heap
@@ -42,20 +116,46 @@ bool From::happened() const {
 extern "C" {
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
-void *__real_realloc(void *block, std::size_t size);
 char *__real_strndup(const char *text, std::size_t size);
+void __real_free(void *block);
 
 void *__wrap_malloc(std::size_t size) {
-    return fails() ? nullptr : __real_malloc(size);
+    return fails() ? nullptr : counted(__real_malloc(size));
 }
 void *__wrap_calloc(std::size_t count, std::size_t size) {
-    return fails() ? nullptr : __real_calloc(count, size);
+    return fails() ? nullptr : counted(__real_calloc(count, size));
 }
+void __wrap_free(void *block) {
+    given(block);
+    __real_free(block);
+}
+// Always moves, as the real one may.
 void *__wrap_realloc(void *block, std::size_t size) {
-    return fails() ? nullptr : __real_realloc(block, size);
+    void *moved = __wrap_malloc(size);
+    if (moved == nullptr || block == nullptr)
+        return moved;
+    const std::size_t old = malloc_usable_size(block);
+    std::memcpy(moved, block, old < size ? old : size);
+    __wrap_free(block);
+    return moved;
 }
 char *__wrap_strndup(const char *text, std::size_t size) {
-    return fails() ? nullptr : __real_strndup(text, size);
+    return fails() ? nullptr : static_cast<char *>(counted(__real_strndup(text, size)));
 }
+}
+
+void *operator new(std::size_t size) {
+    if (with_new && fails())
+        throw std::bad_alloc();
+    void *block = counted(__real_malloc(size));
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+void operator delete(void *block) noexcept {
+    __wrap_free(block);
+}
+void operator delete(void *block, std::size_t) noexcept {
+    __wrap_free(block);
 }
 #pragma GCC visibility pop

@@ -1,11 +1,13 @@
-// Makes the allocations of the code under test fail. A program that uses it is linked with failing_heap.cpp and has the
-// heap's operations wrapped (function qxnego_failing_heap).
+// Makes the allocations of the code under test fail, and watches what it leaves behind. A program that uses it is linked
+// with the objects under test, not with shared libraries of them: only objects have their heap operations replaced.
 #ifndef QXNEGO_FAILING_HEAP_H
 #define QXNEGO_FAILING_HEAP_H
 
+#include <string_view>
+
 namespace failing_heap {
 
-// While one lives, allocation number `failing` (from 0) and every later one fail.
+// While one lives, allocation number `failing` (from 0) and every later one of the C heap fail.
 class From {
   public:
     explicit From(int failing);
@@ -16,6 +18,34 @@ class From {
     // Whether one has failed.
     bool happened() const;
 };
+
+// While one lives, of the allocations made inside windows, by malloc or by new, number `failing` fails, and with
+// `all_later` every one after it.
+class InWindows {
+  public:
+    InWindows(int failing, bool all_later);
+    InWindows(const InWindows &) = delete;
+    InWindows &operator=(const InWindows &) = delete;
+    ~InWindows();
+
+    bool happened() const;
+};
+
+class Window {
+  public:
+    Window();
+    Window(const Window &) = delete;
+    Window &operator=(const Window &) = delete;
+    ~Window();
+};
+
+// Blocks that are allocated, by whomever.
+long live_blocks();
+
+// From now on counts the blocks that are given back while they hold that text (at most 16 bytes of ASCII), in any of the
+// UTF encodings; an empty one ends it. A block that realloc replaces is given back as well.
+void watch_for(std::string_view secret);
+int secrets_given_back();
 
 } // namespace failing_heap
 

@@ -99,7 +99,7 @@ bool set_text(qxgss_buffer_t pBuffer, std::string_view text) {
     *pBuffer = {0, nullptr};
     if (copy == nullptr)
         return false;
-    std::memcpy(copy, text.data(), text.size());
+    text.copy(copy, text.size());
     copy[text.size()] = 0;
     *pBuffer = {text.size(), copy};
     return true;

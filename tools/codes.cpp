@@ -1,8 +1,11 @@
-// Status codes: majors and flags by name, the framework's minor statuses from its rows, a mechanism's from itself.
+// Status codes: majors and flags by name (texts of RFC 2744 3.9.1), minor statuses from the rows of the framework and
+// of QXNEGO, any other mechanism's from itself.
 #include "tools/codes.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 
 #include "tools/handles.h"
 
@@ -13,41 +16,44 @@ namespace {
 struct Named {
     OM_uint32 value;
     const char *name;
+    const char *text = "";
 };
 
 constexpr Named kCallingErrors[] = {
-    {GSS_S_CALL_INACCESSIBLE_READ, "GSS_S_CALL_INACCESSIBLE_READ"},
-    {GSS_S_CALL_INACCESSIBLE_WRITE, "GSS_S_CALL_INACCESSIBLE_WRITE"},
-    {GSS_S_CALL_BAD_STRUCTURE, "GSS_S_CALL_BAD_STRUCTURE"},
+    {GSS_S_CALL_INACCESSIBLE_READ, "GSS_S_CALL_INACCESSIBLE_READ", "A required input parameter could not be read"},
+    {GSS_S_CALL_INACCESSIBLE_WRITE, "GSS_S_CALL_INACCESSIBLE_WRITE",
+     "A required output parameter could not be written"},
+    {GSS_S_CALL_BAD_STRUCTURE, "GSS_S_CALL_BAD_STRUCTURE", "A parameter was malformed"},
 };
 
 constexpr Named kRoutineErrors[] = {
-    {GSS_S_BAD_MECH, "GSS_S_BAD_MECH"},
-    {GSS_S_BAD_NAME, "GSS_S_BAD_NAME"},
-    {GSS_S_BAD_NAMETYPE, "GSS_S_BAD_NAMETYPE"},
-    {GSS_S_BAD_BINDINGS, "GSS_S_BAD_BINDINGS"},
-    {GSS_S_BAD_STATUS, "GSS_S_BAD_STATUS"},
-    {GSS_S_BAD_SIG, "GSS_S_BAD_SIG"},
-    {GSS_S_NO_CRED, "GSS_S_NO_CRED"},
-    {GSS_S_NO_CONTEXT, "GSS_S_NO_CONTEXT"},
-    {GSS_S_DEFECTIVE_TOKEN, "GSS_S_DEFECTIVE_TOKEN"},
-    {GSS_S_DEFECTIVE_CREDENTIAL, "GSS_S_DEFECTIVE_CREDENTIAL"},
-    {GSS_S_CREDENTIALS_EXPIRED, "GSS_S_CREDENTIALS_EXPIRED"},
-    {GSS_S_CONTEXT_EXPIRED, "GSS_S_CONTEXT_EXPIRED"},
-    {GSS_S_FAILURE, "GSS_S_FAILURE"},
-    {GSS_S_BAD_QOP, "GSS_S_BAD_QOP"},
-    {GSS_S_UNAUTHORIZED, "GSS_S_UNAUTHORIZED"},
-    {GSS_S_UNAVAILABLE, "GSS_S_UNAVAILABLE"},
-    {GSS_S_DUPLICATE_ELEMENT, "GSS_S_DUPLICATE_ELEMENT"},
-    {GSS_S_NAME_NOT_MN, "GSS_S_NAME_NOT_MN"},
+    {GSS_S_BAD_MECH, "GSS_S_BAD_MECH", "An unsupported mechanism was requested"},
+    {GSS_S_BAD_NAME, "GSS_S_BAD_NAME", "An invalid name was supplied"},
+    {GSS_S_BAD_NAMETYPE, "GSS_S_BAD_NAMETYPE", "A supplied name was of an unsupported type"},
+    {GSS_S_BAD_BINDINGS, "GSS_S_BAD_BINDINGS", "Incorrect channel bindings were supplied"},
+    {GSS_S_BAD_STATUS, "GSS_S_BAD_STATUS", "An invalid status code was supplied"},
+    {GSS_S_BAD_SIG, "GSS_S_BAD_SIG", "A token had an invalid MIC"},
+    {GSS_S_NO_CRED, "GSS_S_NO_CRED",
+     "No credentials were supplied, or the credentials were unavailable or inaccessible"},
+    {GSS_S_NO_CONTEXT, "GSS_S_NO_CONTEXT", "No context has been established"},
+    {GSS_S_DEFECTIVE_TOKEN, "GSS_S_DEFECTIVE_TOKEN", "A token was invalid"},
+    {GSS_S_DEFECTIVE_CREDENTIAL, "GSS_S_DEFECTIVE_CREDENTIAL", "A credential was invalid"},
+    {GSS_S_CREDENTIALS_EXPIRED, "GSS_S_CREDENTIALS_EXPIRED", "The referenced credentials have expired"},
+    {GSS_S_CONTEXT_EXPIRED, "GSS_S_CONTEXT_EXPIRED", "The context has expired"},
+    {GSS_S_FAILURE, "GSS_S_FAILURE", "Miscellaneous failure (see the minor status)"},
+    {GSS_S_BAD_QOP, "GSS_S_BAD_QOP", "The quality-of-protection requested could not be provided"},
+    {GSS_S_UNAUTHORIZED, "GSS_S_UNAUTHORIZED", "The operation is forbidden by local security policy"},
+    {GSS_S_UNAVAILABLE, "GSS_S_UNAVAILABLE", "The operation or option is unavailable"},
+    {GSS_S_DUPLICATE_ELEMENT, "GSS_S_DUPLICATE_ELEMENT", "The requested credential element already exists"},
+    {GSS_S_NAME_NOT_MN, "GSS_S_NAME_NOT_MN", "The provided name was not a mechanism name"},
 };
 
 constexpr Named kSupplementaryBits[] = {
-    {GSS_S_CONTINUE_NEEDED, "GSS_S_CONTINUE_NEEDED"},
-    {GSS_S_DUPLICATE_TOKEN, "GSS_S_DUPLICATE_TOKEN"},
-    {GSS_S_OLD_TOKEN, "GSS_S_OLD_TOKEN"},
-    {GSS_S_UNSEQ_TOKEN, "GSS_S_UNSEQ_TOKEN"},
-    {GSS_S_GAP_TOKEN, "GSS_S_GAP_TOKEN"},
+    {GSS_S_CONTINUE_NEEDED, "GSS_S_CONTINUE_NEEDED", "The routine must be called again to complete its function"},
+    {GSS_S_DUPLICATE_TOKEN, "GSS_S_DUPLICATE_TOKEN", "The token was a duplicate of an earlier token"},
+    {GSS_S_OLD_TOKEN, "GSS_S_OLD_TOKEN", "The token's validity period has expired"},
+    {GSS_S_UNSEQ_TOKEN, "GSS_S_UNSEQ_TOKEN", "A later token has already been processed"},
+    {GSS_S_GAP_TOKEN, "GSS_S_GAP_TOKEN", "An expected per-message token was not received"},
 };
 
 constexpr Named kFlags[] = {
@@ -56,59 +62,66 @@ constexpr Named kFlags[] = {
     {GSS_C_ANON_FLAG, "anonymous"},    {GSS_C_TRANS_FLAG, "trans"},   {GSS_C_PROT_READY_FLAG, "prot_ready"},
 };
 
-void append(std::string &out, const std::string &item, const char *separator) {
-    if (!out.empty())
-        out += separator;
-    out += item;
-}
-
-template <std::size_t N> void append_value(std::string &out, const Named (&names)[N], OM_uint32 value) {
+template <std::size_t N>
+void append_value(std::vector<StatusPart> &parts, const char *field, const Named (&names)[N], OM_uint32 value) {
     if (value == 0)
         return;
     for (const Named &row : names)
         if (row.value == value)
-            return append(out, row.name, " | ");
-    append(out, code_text(value), " | ");
+            return parts.push_back({field, row.name, row.text});
+    parts.push_back({field, code_text(value), "unknown"});
 }
 
 template <std::size_t N>
-void append_bits(std::string &out, const Named (&names)[N], OM_uint32 bits, const char *separator) {
+void append_bits(std::vector<StatusPart> &parts, const char *field, const Named (&names)[N], OM_uint32 bits) {
     for (const Named &row : names) {
         if ((bits & row.value) != 0)
-            append(out, row.name, separator);
+            parts.push_back({field, row.name, row.text});
         bits &= ~row.value;
     }
     if (bits != 0)
-        append(out, code_text(bits), separator);
+        parts.push_back({field, code_text(bits), "unknown"});
 }
 
-const char *framework_text(OM_uint32 minor) {
-    switch (minor) {
-#define QXGSS_CODE(value, text)                                                                                        \
-    case value:                                                                                                        \
-        return text;
-#include "gssp2qxnego/qxgss_codes.def"
-#undef QXGSS_CODE
-    default:
-        return nullptr;
-    }
-}
-
-} // namespace
-
-std::string major_name(OM_uint32 major) {
-    if (major == GSS_S_COMPLETE)
-        return "GSS_S_COMPLETE";
+std::string joined(const std::vector<StatusPart> &parts, const char *separator) {
     std::string out;
-    append_value(out, kCallingErrors, major & 0xFF000000U);
-    append_value(out, kRoutineErrors, major & 0x00FF0000U);
-    append_bits(out, kSupplementaryBits, major & 0x0000FFFFU, " | ");
+    for (const StatusPart &part : parts)
+        out += (out.empty() ? "" : separator) + part.name;
     return out;
 }
 
+constexpr MinorStatus kMinorStatuses[] = {
+#define QXNEGO_CODE(value, name, text) {value, "QXNEGO", #name, text},
+#include "gssp2qxnego/qxnego_codes.def"
+#undef QXNEGO_CODE
+#define QXGSS_CODE(value, text) {value, "the framework", "", text},
+#include "gssp2qxnego/qxgss_codes.def"
+#undef QXGSS_CODE
+};
+
+} // namespace
+
+std::vector<StatusPart> major_parts(OM_uint32 major) {
+    std::vector<StatusPart> parts;
+    append_value(parts, "calling error", kCallingErrors, major & 0xFF000000U);
+    append_value(parts, "routine error", kRoutineErrors, major & 0x00FF0000U);
+    append_bits(parts, "supplementary", kSupplementaryBits, major & 0x0000FFFFU);
+    return parts;
+}
+
+std::string major_name(OM_uint32 major) {
+    return major == GSS_S_COMPLETE ? "GSS_S_COMPLETE" : joined(major_parts(major), " | ");
+}
+
+const MinorStatus *find_minor(OM_uint32 minor) {
+    const auto row = std::find_if(std::begin(kMinorStatuses), std::end(kMinorStatuses),
+                                  [&](const MinorStatus &known) { return known.value == minor; });
+    return row == std::end(kMinorStatuses) ? nullptr : row;
+}
+
 std::string minor_text(const qxgss_ftn_table_desc &table, qxgss_OID mechanism, OM_uint32 minor) {
-    if (const char *text = framework_text(minor); text != nullptr)
-        return text;
+    if (const MinorStatus *known = find_minor(minor); known != nullptr)
+        return known->text;
     OwnedBuffer text;
     OM_uint32 ignored = 0, message_context = 0;
     if (table.ftn_gssp_display_status != nullptr)
@@ -117,9 +130,9 @@ std::string minor_text(const qxgss_ftn_table_desc &table, qxgss_OID mechanism, O
 }
 
 std::string flag_names(OM_uint32 flags) {
-    std::string out;
-    append_bits(out, kFlags, flags, ", ");
-    return out.empty() ? "none" : out;
+    std::vector<StatusPart> parts;
+    append_bits(parts, "flag", kFlags, flags);
+    return parts.empty() ? "none" : joined(parts, ", ");
 }
 
 std::string code_text(OM_uint32 code) {

@@ -3,6 +3,7 @@
 #define QXNEGO_TOOLS_CODES_H
 
 #include <string>
+#include <vector>
 
 #include "qxgss/gssp.h"
 
@@ -11,7 +12,25 @@ namespace tools {
 // The names of RFC 2744 3.9.1 joined with " | ": calling error, routine error, supplementary bits.
 std::string major_name(OM_uint32 major);
 
-// The text of a minor status: a framework code's own, otherwise what the mechanism's display_status says.
+// A part of a major status: "calling error", "routine error" or "supplementary", with its name and text.
+struct StatusPart {
+    const char *field;
+    std::string name;
+    const char *text;
+};
+std::vector<StatusPart> major_parts(OM_uint32 major);
+
+struct MinorStatus {
+    OM_uint32 value;
+    const char *owner;
+    const char *name; // empty for the framework's
+    const char *text;
+};
+
+// A minor status of QXNEGO or of the framework; null for any other.
+const MinorStatus *find_minor(OM_uint32 minor);
+
+// The text of a minor status: that of QXNEGO's and the framework's rows, otherwise what display_status says.
 std::string minor_text(const qxgss_ftn_table_desc &table, qxgss_OID mechanism, OM_uint32 minor);
 
 // The names of the context flags (RFC 2744 5.19) in short form, "none" without any.

@@ -10,8 +10,12 @@ class App;
 namespace tools {
 
 void add_demo(CLI::App &program);
+void add_dump(CLI::App &program);
 void add_log(CLI::App &program);
+void add_mechs(CLI::App &program);
 void add_properties(CLI::App &program);
+void add_status(CLI::App &program);
+void add_try(CLI::App &program);
 
 } // namespace tools
 

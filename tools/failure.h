@@ -10,6 +10,13 @@ enum ExitStatus {
     kExitSuccess = 0,
     kExitFailure = 1,      // it was done, and the outcome is not what it should be; or it could not be done
     kExitUsage = 2,        // a wrong option or argument, a file that is not what the command reads
+    kExitConfiguration = 3,
+    kExitNetwork = 4,      // no connection, or the peer has gone or is silent
+    kExitProtocol = 5,     // the peer speaks something else, or goes beyond a limit
+    kExitNegotiation = 6,  // no mechanism is agreed on, or it does not authenticate the user
+    kExitConfirmation = 7, // the peers did not see the same tokens, or cannot confirm that they did
+    kExitPolicy = 8,       // the user is authenticated, and may not log on with the mechanism
+    kExitProtection = 9,   // a message is not protected as it should be
     kExitInterrupted = 130 // by a signal
 };
 

@@ -23,6 +23,11 @@ std::string reason() {
     return std::strerror(errno);
 }
 
+// The folder of this executable.
+fs::path here() {
+    return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
 Bytes read_stream(std::istream &in) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
@@ -70,11 +75,19 @@ fs::path library_folder(const std::string &given) {
             throw Failure(given + ": has no " + kMechanismLibrary, kExitUsage);
         return fs::absolute(given);
     }
-    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
     for (const char *relative : {"../lib", QXNEGO_INSTALLED_LIBRARIES})
-        if (fs::exists(here / relative / kMechanismLibrary))
-            return fs::weakly_canonical(here / relative);
+        if (fs::exists(here() / relative / kMechanismLibrary))
+            return fs::weakly_canonical(here() / relative);
     throw Failure(std::string(kMechanismLibrary) + " is not where it belongs; name its folder with --library-path");
+}
+
+fs::path configuration_file(const std::string &given) {
+    const fs::path file =
+        given.empty() ? fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION) : fs::path(given);
+    if (!fs::exists(file))
+        throw Failure(file.string() + ": there is no such file" + (given.empty() ? "; name one with --config" : ""),
+                      kExitUsage);
+    return file;
 }
 
 } // namespace tools

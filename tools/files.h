@@ -33,6 +33,10 @@ class TemporaryFolder {
 // executable, in the build tree or installed. Throws Failure when QXNEGO's library is in neither.
 std::filesystem::path library_folder(const std::string &given);
 
+// The framework's configuration file: the given one, or else the one that belongs to this executable when installed.
+// Throws Failure (usage) when there is no such file.
+std::filesystem::path configuration_file(const std::string &given);
+
 } // namespace tools
 
 #endif

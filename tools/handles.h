@@ -8,6 +8,11 @@
 
 namespace tools {
 
+// A descriptor over bytes that stay the caller's.
+inline qxgss_buffer_desc view(std::string_view text) {
+    return {text.size(), const_cast<char *>(text.data())};
+}
+
 class OwnedBuffer {
   public:
     OwnedBuffer() = default;

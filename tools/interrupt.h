@@ -4,11 +4,15 @@
 
 namespace tools {
 
-// Catches SIGINT and SIGTERM from now on; a call that waits then returns EINTR.
+// Catches SIGINT and SIGTERM from now on; a call that waits then returns EINTR. The same signal a second time ends the
+// process at once.
 void interrupt_on_signals();
 
 // Throws Failure with kExitInterrupted once such a signal has come. To be called around everything that waits.
 void throw_if_interrupted();
+
+// A descriptor that can be read from once such a signal has come, in every thread; nobody reads it.
+int interrupt_descriptor();
 
 } // namespace tools
 

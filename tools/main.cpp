@@ -22,6 +22,10 @@ int run(int argc, char **argv) {
     tools::add_demo(program);
     tools::add_properties(program);
     tools::add_log(program);
+    tools::add_dump(program);
+    tools::add_mechs(program);
+    tools::add_status(program);
+    tools::add_try(program);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

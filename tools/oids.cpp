@@ -52,4 +52,11 @@ std::string mechanism_name(ByteView der) {
     return dotted.empty() ? hex(der, ".") : dotted;
 }
 
+std::string well_known_oid(std::string_view name) {
+    for (const WellKnown &row : kMechanisms)
+        if (name == row.name)
+            return row.dotted;
+    return {};
+}
+
 } // namespace tools

@@ -15,6 +15,9 @@ std::string dotted_oid(ByteView der);
 // not look into the registry, so it also names what only the peer has.
 std::string mechanism_name(ByteView der);
 
+// The dotted OID of a well-known mechanism; empty for any other name.
+std::string well_known_oid(std::string_view name);
+
 } // namespace tools
 
 #endif

@@ -1,5 +1,6 @@
 // QXNEGO_inquire_properties_for_user: built once for a completed negotiation and kept; every request gets a copy.
-// Before completion every request builds afresh.
+// Before completion every request builds afresh. What was kept is not given out once the negotiation's state has
+// changed: the buffer is then empty.
 #include "gssp2qxnego/gssp2qxnegoutil/guards.h"
 
 using namespace qxnego;

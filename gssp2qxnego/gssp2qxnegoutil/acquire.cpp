@@ -13,14 +13,12 @@ struct Request {
     qxgss_cred_usage_t usage;
 };
 
+// The set of the one OID is made here: the framework's would cost three blocks of the heap for each candidate.
 OM_uint32 call_mechanism(OM_uint32 *pMinorStatus, const Request &request, NegMechEntry_desc &entry) {
-    OidSet<gssp_release_oid_set> mechanism;
-    OM_uint32 major = gssp_create_empty_oid_set(pMinorStatus, mechanism.get());
-    if (!failed(major))
-        major = gssp_add_oid_set_member(pMinorStatus, entry.pMechOid, mechanism.get());
-    if (failed(major))
-        return major;
-    return table_of(entry).ftn_gssp_acquire_cred(pMinorStatus, request.desiredName, request.lifetime, *mechanism,
+    if (!usable(entry.pMechOid))
+        return report(pMinorStatus, GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT);
+    qxgss_OID_set_desc mechanism = {1, entry.pMechOid};
+    return table_of(entry).ftn_gssp_acquire_cred(pMinorStatus, request.desiredName, request.lifetime, &mechanism,
                                                  request.usage, &entry.pMechCredential, nullptr, nullptr);
 }
 

@@ -36,9 +36,9 @@ OM_uint32 QXNEGO_INT_InitializeContext(OM_uint32 *pMinorStatus, OM_uint32 IsInit
 OM_uint32 QXNEGO_INT_ReleaseNegContext(OM_uint32 *pMinorStatus, NegContext_t pNegContext) {
     if (pNegContext == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_NEG_CONTEXT);
-    gssp_release_buffer(nullptr, &pNegContext->AuthenticationIdBuf);
-    gssp_release_buffer(nullptr, &pNegContext->UserNameBuf);
-    gssp_release_buffer(nullptr, &pNegContext->ProfileNameBuf);
+    discard(pNegContext->AuthenticationIdBuf);
+    discard(pNegContext->UserNameBuf);
+    discard(pNegContext->ProfileNameBuf);
 
     LastFailure result;
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;

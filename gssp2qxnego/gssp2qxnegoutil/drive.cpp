@@ -70,7 +70,7 @@ OM_uint32 drive(OM_uint32 *pMinorStatus, const DriveTexts &texts, NegContext_t p
         OM_uint32 major = GSS_S_UNAVAILABLE;
         OM_uint32 minor = GSSP_E_FUNCTION_UNAVAILABLE;
         if (const auto slot = table_of(entry).*Slot; slot != nullptr) {
-            gssp_release_buffer(nullptr, &entry.OutputToken);
+            discard(entry.OutputToken);
             minor = QXNEGO_E_SUCCESSFUL;
             major = operate(slot, entry, &minor);
         }

@@ -37,13 +37,26 @@ inline bool present(const qxgss_buffer_desc &buffer) {
     return buffer.length != 0 && buffer.value != nullptr;
 }
 
+// An OID that can be compared: it has bytes.
+inline bool usable(const qxgss_OID_desc *oid) {
+    return oid != nullptr && oid->length != 0 && oid->elements != nullptr;
+}
+
 struct Free {
     void operator()(void *p) const { std::free(p); }
 };
 template <typename T> using Heap = std::unique_ptr<T, Free>;
 
-template <typename T> Heap<T> zeroed(std::size_t count = 1) {
+template <typename T> Heap<T> zeroed(std::size_t count) {
     return Heap<T>(static_cast<T *>(std::calloc(count, sizeof(T))));
+}
+
+// A single record, for which malloc is the faster way: calloc passes by the blocks that the C library keeps at hand.
+template <typename T> Heap<T> zeroed() {
+    Heap<T> record(static_cast<T *>(std::malloc(sizeof(T))));
+    if (record != nullptr)
+        *record = T{};
+    return record;
 }
 
 // A copy of a NUL-terminated text; null when memory is lacking.
@@ -59,9 +72,13 @@ inline Heap<char> copy_text(const char *text) {
 class SecretText {
   public:
     explicit SecretText(const qxgss_buffer_desc &source)
-        : size_(source.length + 1), text_(size_ != 0 ? zeroed<char>(size_) : nullptr) {
-        if (text_ != nullptr && present(source))
-            std::memcpy(text_.get(), source.value, source.length);
+        : size_(source.length + 1), text_(size_ != 0 ? static_cast<char *>(std::malloc(size_)) : nullptr) {
+        if (text_ == nullptr)
+            return;
+        const std::size_t length = present(source) ? source.length : 0;
+        if (length != 0)
+            std::memcpy(text_.get(), source.value, length);
+        text_.get()[length] = '\0';
     }
     SecretText(const SecretText &) = delete;
     SecretText &operator=(const SecretText &) = delete;
@@ -75,6 +92,13 @@ class SecretText {
     std::size_t size_;
     Heap<char> text_;
 };
+
+// Releases a field's contents. Most fields are empty most of the time: the framework is not called for those.
+inline void discard(qxgss_buffer_desc &buffer) {
+    if (buffer.value != nullptr)
+        gssp_release_buffer(nullptr, &buffer);
+    buffer = {};
+}
 
 // Moves a NUL-terminated heap text into a buffer, whose old contents are released; its length is without the NUL.
 inline void take_text(qxgss_buffer_desc &buffer, Heap<char> text) {
@@ -170,22 +194,26 @@ inline OM_uint32 release_mechanism_name(const NegMechEntry_desc &entry, OM_uint3
     return release != nullptr ? release(pMinorStatus, ppName) : gssp_release_name(pMinorStatus, ppName);
 }
 
-// The first entry with that OID, or -1 in `found`. An entry without an OID ends the search: the framework's comparison
-// refuses it.
+// The first entry with that OID, or -1 in `found`. An entry without an OID ends the search, with the status of the
+// framework's comparison, which refuses it; the others are compared here, as a long list is met by a long token. OIDs
+// of mechanisms differ in their last byte first.
 inline OM_uint32 find_mechanism(OM_uint32 *pMinorStatus, const NegMechList_desc &list, qxgss_OID_desc &oid,
                                 OM_sint32 &found) {
     found = -1;
+    const auto *bytes = static_cast<const unsigned char *>(oid.elements);
     for (OM_uint32 i = 0; list.pNegMech != nullptr && i < list.Count; ++i) {
-        OM_sint32 difference = 0;
-        const OM_uint32 major = gssp_compare_oids(pMinorStatus, &oid, list.pNegMech[i].pMechOid, &difference);
-        if (failed(major))
-            return major;
-        if (difference == 0) {
+        const qxgss_OID_desc *other = list.pNegMech[i].pMechOid;
+        if (!usable(other))
+            return report(pMinorStatus, GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT);
+        const OM_uint32 last = oid.length - 1;
+        const auto *otherBytes = static_cast<const unsigned char *>(other->elements);
+        if (other->length == oid.length && otherBytes[last] == bytes[last] &&
+            std::memcmp(otherBytes, bytes, last) == 0) {
             found = static_cast<OM_sint32>(i);
             break;
         }
     }
-    return GSS_S_COMPLETE;
+    return succeed(pMinorStatus);
 }
 
 // The entry that the negotiation has selected, or null when the index designates none.

@@ -12,21 +12,16 @@ constexpr OM_uint32 kFirstRecords = 64;
 constexpr OM_uint32 kMoreRecords = 16;
 constexpr char kNoInformation[] = "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.";
 
-NegLogRecord snapshot_context(const NegContext_desc &context) {
-    NegLogRecord record{};
+void snapshot_context(const NegContext_desc &context, NegLogRecord &record) {
     record.IsInitiator = context.IsInitiator;
     record.TokenNum = context.TokenNum;
     record.IsPolicyApplied = context.IsPolicyApplied;
     record.NegState = context.NegState;
     record.NegStateFromPeer = context.NegStateFromPeer;
     record.ElapsedTime = QXNEGO_INT_GetElapsedTime(context.NegLog.BaseTime);
-    return record;
 }
 
-// The entry's part of a record, whose status text the record then owns.
-OM_uint32 snapshot_entry(OM_uint32 *pMinorStatus, const NegMechEntry_desc &entry, NegLogRecord &record) {
-    if (entry.pMechOid == nullptr || entry.pMechOid->length == 0 || entry.pMechOid->elements == nullptr)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_MECH_OID);
+void snapshot_entry(const NegMechEntry_desc &entry, NegLogRecord &record) {
     record.MechOid = *entry.pMechOid;
     record.MechState = entry.MechState;
     record.MechReason = entry.MechReason;
@@ -34,10 +29,16 @@ OM_uint32 snapshot_entry(OM_uint32 *pMinorStatus, const NegMechEntry_desc &entry
     record.GssMinorStatus = entry.GssMinorStatus;
     record.MechIndex = entry.MechIndex;
     record.IsCtxEstablished = entry.IsCtxEstablished;
+}
+
+// A copy of the status text of an entry that can be recorded.
+OM_uint32 copy_status_text(OM_uint32 *pMinorStatus, const NegMechEntry_desc &entry, qxgss_buffer_desc &text) {
+    if (!usable(entry.pMechOid))
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_MECH_OID);
     if (!present(entry.GssMinorStatusText))
         return GSS_S_COMPLETE;
-    qxgss_buffer_desc text = entry.GssMinorStatusText;
-    return gssp_duplicate_buffer(pMinorStatus, &text, &record.GssMinorStatusText);
+    qxgss_buffer_desc source = entry.GssMinorStatusText;
+    return gssp_duplicate_buffer(pMinorStatus, &source, &text);
 }
 
 } // namespace
@@ -86,7 +87,7 @@ OM_uint32 QXNEGO_INT_NegLogEntry(OM_uint32 *pMinorStatus, const char *pszLogStri
     if (log.Count >= log.MaxCount)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
 
-    NegLogRecord record = snapshot_context(*pNegContext); // aside, so that an entry that fails leaves its slot clean
+    // What can fail comes first, so that an entry that fails leaves its slot clean.
     if (pszLogString == nullptr && pNegMechEntry == nullptr)
         pszLogString = kNoInformation;
     Heap<char> text;
@@ -95,13 +96,18 @@ OM_uint32 QXNEGO_INT_NegLogEntry(OM_uint32 *pMinorStatus, const char *pszLogStri
         if (text == nullptr)
             return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MALLOC);
     }
+    qxgss_buffer_desc statusText{};
     if (pNegMechEntry != nullptr) {
-        const OM_uint32 major = snapshot_entry(pMinorStatus, *pNegMechEntry, record);
+        const OM_uint32 major = copy_status_text(pMinorStatus, *pNegMechEntry, statusText);
         if (failed(major))
             return major;
     }
+    NegLogRecord &record = log.pRecords[log.Count++];
+    snapshot_context(*pNegContext, record);
+    if (pNegMechEntry != nullptr)
+        snapshot_entry(*pNegMechEntry, record);
+    record.GssMinorStatusText = statusText;
     record.pszLogString = text.release();
-    log.pRecords[log.Count++] = record;
     return succeed(pMinorStatus);
 }
 
@@ -111,7 +117,7 @@ OM_uint32 QXNEGO_INT_ReleaseNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegCon
     NegLog_desc &log = pNegContext->NegLog;
     if (log.pRecords != nullptr) {
         for (OM_uint32 i = 0; i < log.Count; ++i) {
-            gssp_release_buffer(nullptr, &log.pRecords[i].GssMinorStatusText);
+            discard(log.pRecords[i].GssMinorStatusText);
             std::free(log.pRecords[i].pszLogString);
         }
         std::free(log.pRecords);

@@ -46,7 +46,7 @@ OM_uint32 QXNEGO_INT_NegMechStateChange(OM_uint32 *pMinorStatus, NegMechState_et
     pNegMechEntry->GssMajorStatus = GssMajorStatus;
     pNegMechEntry->GssMinorStatus = GssMinorStatus;
     if (pGssMinorStatusText != nullptr) {
-        gssp_release_buffer(nullptr, &pNegMechEntry->GssMinorStatusText);
+        discard(pNegMechEntry->GssMinorStatusText);
         const OM_uint32 major =
             gssp_duplicate_buffer(pMinorStatus, pGssMinorStatusText, &pNegMechEntry->GssMinorStatusText);
         if (failed(major))
@@ -89,10 +89,10 @@ OM_uint32 QXNEGO_INT_ReleaseNegMechList(OM_uint32 *pMinorStatus, NegMechList_t p
 
     for (OM_uint32 i = 0; i < pNegMechList->Count; ++i) {
         NegMechEntry_desc &entry = pNegMechList->pNegMech[i];
-        gssp_release_buffer(nullptr, &entry.GssMinorStatusText);
-        gssp_release_buffer(nullptr, &entry.InputToken);
-        gssp_release_buffer(nullptr, &entry.OutputToken);
-        gssp_release_buffer(nullptr, &entry.SsoAuthenticationIdBuf);
+        discard(entry.GssMinorStatusText);
+        discard(entry.InputToken);
+        discard(entry.OutputToken);
+        discard(entry.SsoAuthenticationIdBuf);
         release_mechanism_objects(entry, result);
         std::free(entry.MechOidFromPeer.elements);
         entry.MechOidFromPeer.elements = nullptr;

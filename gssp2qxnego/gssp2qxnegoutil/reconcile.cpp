@@ -57,12 +57,12 @@ OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMech
         move_buffer(peer.InputToken, local.InputToken);
     }
     if (peer.SsoAuthenticationIdBuf.length != 0) {
-        gssp_release_buffer(nullptr, &local.SsoAuthenticationIdBuf);
+        discard(local.SsoAuthenticationIdBuf);
         move_buffer(peer.SsoAuthenticationIdBuf, local.SsoAuthenticationIdBuf);
     }
     // What was not moved is empty, but may still have a value.
-    gssp_release_buffer(nullptr, &peer.InputToken);
-    gssp_release_buffer(nullptr, &peer.SsoAuthenticationIdBuf);
+    discard(peer.InputToken);
+    discard(peer.SsoAuthenticationIdBuf);
     return succeed(pMinorStatus);
 }
 
@@ -123,7 +123,7 @@ OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNeg
     if (list.Count == 0 || list.pNegMech == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_EMPTY_LIST);
     const qxgss_OID oid = pNegMech->pMechOid;
-    if (oid == nullptr || oid->length == 0 || oid->elements == nullptr)
+    if (!usable(oid))
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_MECH);
 
     OM_sint32 found = -1;

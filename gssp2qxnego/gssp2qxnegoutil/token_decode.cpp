@@ -69,9 +69,9 @@ struct PeerEntry : NegMechEntry_desc {
     ~PeerEntry() {
         if (pMechOid == &MechOidFromPeer)
             std::free(MechOidFromPeer.elements);
-        gssp_release_buffer(nullptr, &GssMinorStatusText);
-        gssp_release_buffer(nullptr, &InputToken);
-        gssp_release_buffer(nullptr, &SsoAuthenticationIdBuf);
+        discard(GssMinorStatusText);
+        discard(InputToken);
+        discard(SsoAuthenticationIdBuf);
     }
 };
 
@@ -80,7 +80,7 @@ void read_text(ElementReader &items, OM_uint32 tag, qxgss_buffer_desc &field) {
     qxgss_buffer_desc text{};
     if (!items.optional(tag, text))
         return;
-    gssp_release_buffer(nullptr, &field);
+    discard(field);
     field = text;
 }
 
@@ -99,7 +99,7 @@ OM_uint32 read_selected_mechanism(OM_uint32 *pMinorStatus, ElementReader &items,
     const Heap<void> oidBytes(oid.elements);
     if (!items.ok())
         return items.fail(pMinorStatus);
-    if (oid.length == 0 || oid.elements == nullptr)
+    if (!usable(&oid))
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_SELECTED_OID);
 
     OM_sint32 found = -1;

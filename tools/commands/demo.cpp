@@ -78,12 +78,18 @@ Outcome run(const Scenario &scenario, const fs::path &libraries) {
     Process client([&, &mine = client_end, &other = server_end](Report &report) {
         other.close();
         const Framework framework(QXGSS_CLIENT, folder.path() / "client.conf", report);
-        negotiate_as_client(framework, mine, scenario.logon(), "demo@localhost", report);
+        Negotiation negotiation(framework, report);
+        negotiation.run_as_client(frames_over(mine), scenario.logon(), "demo@localhost", GSS_C_MUTUAL_FLAG);
+        negotiation.inquire_properties();
+        negotiation.close();
     });
     Process server([&, &mine = server_end, &other = client_end](Report &report) {
         other.close();
         const Framework framework(QXGSS_SERVER, folder.path() / "server.conf", report);
-        negotiate_as_server(framework, mine, report);
+        Negotiation negotiation(framework, report);
+        negotiation.run_as_server(frames_over(mine));
+        negotiation.inquire_properties();
+        negotiation.close();
     });
     client_end.close();
     server_end.close();

@@ -1,0 +1,356 @@
+// Every allocation fails once, and with all later ones: each subject runs with allocation number 0, 1, 2 ... failing until
+// a run sees no failure. A call then fails with a status of the tables or is right; its outputs are whole, the handles
+// can be asked and deleted, nothing is left, and no block that is given back holds the password.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "qxat/qxatldapauthorize.h"
+#include "qxgss/internal.h"
+#include "tests/failing_heap.h"
+#include "tests/scenarios.h"
+
+namespace {
+
+using namespace harness;
+using failing_heap::Window;
+
+constexpr std::string_view kPassword = "Tr0ub4dor-x3";
+int points = 0; // allocations failed, of all subjects
+
+bool is_in_tables(OM_uint32 minor) {
+    const bool error = (minor & 0x80000000U) != 0;
+    return error && (std::strcmp(qxnegoerrtostr(minor), "?") != 0 || std::strcmp(qxgsserrtostr(minor), "?") != 0 ||
+                     minor == scripted::Behaviour().minor || minor == scripted::kBadToken);
+}
+
+// A call of the code under test: only what it allocates can fail.
+template <typename... Parameters>
+OM_uint32 called(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
+    OM_uint32 major = 0, minor = 0;
+    {
+        const Window open;
+        major = call(&minor, arguments...);
+    }
+    EXPECT_TRUE(GSS_ERROR(major) == 0 || is_in_tables(minor)) << hex(major) << '/' << hex(minor);
+    return major;
+}
+
+// A buffer of a call: whole or empty, and empty after a failure.
+struct Output : qxgss_buffer_desc {
+    Output() : qxgss_buffer_desc{0, nullptr} {}
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+    ~Output() { gssp_release_buffer(nullptr, this); }
+    void check(OM_uint32 major) const {
+        EXPECT_EQ(length == 0, value == nullptr);
+        EXPECT_TRUE(GSS_ERROR(major) == 0 || value == nullptr);
+    }
+};
+
+// ---- Negotiations --------------------------------------------------------------------------------------------------
+
+void log_on(Peer &peer, Side side, const char *logon) {
+    if (logon == nullptr)
+        return;
+    char text[200];
+    std::snprintf(text, sizeof text, "%s%s%s", logon, std::strstr(logon, "password=") == nullptr ? " password=" : " ",
+                  std::strstr(logon, "password=") == nullptr ? kPassword.data() : "");
+    qxgss_buffer_desc buffer{std::strlen(text), text};
+    qxgss_name_t name = nullptr, kept = nullptr;
+    qxgss_OID_set mechs = nullptr;
+    called(qxgss_import_name, &buffer, GSS_C_NT_QXAT_MECHDATA_UTF8, &name);
+    const OM_uint32 major = called(QXNEGO_acquire_cred, name, 600, pQxnegoMechOidSet,
+                                   side == kClient ? GSS_C_INITIATE : GSS_C_ACCEPT, &peer.credential, &mechs, nullptr);
+    EXPECT_EQ(GSS_ERROR(major) == 0, peer.credential != nullptr);
+    EXPECT_EQ(GSS_ERROR(major) == 0, mechs != nullptr);
+    gssp_release_name(nullptr, &name);
+    gssp_release_oid_set(nullptr, &mechs);
+    const OM_uint32 inquired = called(QXNEGO_inquire_cred, peer.credential, &kept, nullptr, nullptr, &mechs);
+    EXPECT_TRUE(GSS_ERROR(inquired) == 0 || (kept == nullptr && mechs == nullptr));
+    gssp_release_name(nullptr, &kept);
+    gssp_release_oid_set(nullptr, &mechs);
+}
+
+OM_uint32 establish(Peer &peer, Side side, const std::string &token, qxgss_buffer_t output) {
+    qxgss_buffer_desc input{token.size(), const_cast<char *>(token.data())};
+    peer.act();
+    if (side == kClient)
+        return called(QXNEGO_init_sec_context, peer.credential, &peer.context, nullptr, nullptr, 0, 0, nullptr, &input,
+                      &peer.mech_type, output, &peer.flags, &peer.lifetime);
+    return called(QXNEGO_accept_sec_context, &peer.context, peer.credential, &input, nullptr, &peer.source,
+                  &peer.mech_type, output, &peer.flags, &peer.lifetime, &peer.delegated);
+}
+
+// One call of a side; false when the negotiation ends with it.
+bool step(Peer &peer, Side side, std::string &token, bool &done) {
+    Output output;
+    gssp_release_name(nullptr, &peer.source);
+    const OM_uint32 major = establish(peer, side, token, &output);
+    EXPECT_EQ(output.length == 0, output.value == nullptr);
+    EXPECT_TRUE(major == GSS_S_COMPLETE || (peer.source == nullptr && peer.delegated == nullptr));
+    EXPECT_TRUE(GSS_ERROR(major) != 0 || peer.context != nullptr);
+    done = major == GSS_S_COMPLETE;
+    token = text_of(output);
+    return GSS_ERROR(major) == 0;
+}
+
+// Inquiries and messages of a context in any state.
+void use(Peer &peer) {
+    if (peer.context == nullptr)
+        return;
+    peer.act();
+    char text[] = "message";
+    qxgss_buffer_desc message{7, text};
+    Output wrapped, opened, mic, properties;
+    OM_uint32 flags = 0, limit = 0;
+    int open = 0;
+    wrapped.check(called(QXNEGO_wrap, peer.context, 1, 0, &message, nullptr, &wrapped));
+    opened.check(called(QXNEGO_unwrap, peer.context, &wrapped, &opened, nullptr, nullptr));
+    mic.check(called(QXNEGO_get_mic, peer.context, 0, &message, &mic));
+    called(QXNEGO_verify_mic, peer.context, &message, &mic, nullptr);
+    called(QXNEGO_wrap_size_limit, peer.context, 1, 0, 100, &limit);
+    called(QXNEGO_inquire_context, peer.context, nullptr, nullptr, nullptr, nullptr, &flags, nullptr, &open);
+    for (int i = 0; i < 2; ++i) {
+        Output each;
+        each.check(called(QXNEGO_inquire_properties_for_user, peer.context, &each));
+    }
+}
+
+void release(Peer &peer) {
+    peer.act();
+    if (peer.delegated != nullptr) {
+        const std::string letter(1, static_cast<char>('A' - 1 + static_cast<char *>(peer.mech_type->elements)[9]));
+        registered(letter).MechFtnTable.ftn_gssp_release_cred(nullptr, &peer.delegated);
+    }
+    if (peer.context != nullptr)
+        called(QXNEGO_delete_sec_context, &peer.context, nullptr);
+    if (peer.credential != nullptr)
+        called(QXNEGO_release_cred, &peer.credential);
+    EXPECT_TRUE(peer.context == nullptr && peer.credential == nullptr);
+}
+
+// Both agree, on a mechanism that policy and authorization do not forbid in the same negotiation without failures.
+void expect_right(const Scenario &scenario, const Session &session) {
+    const auto letter = [](const Peer &peer) {
+        return static_cast<char>('A' - 1 + static_cast<const char *>(peer.mech_type->elements)[9]);
+    };
+    EXPECT_EQ(letter(session.client), letter(session.server));
+    for (const char *reason : {"35", "39"})
+        EXPECT_EQ(std::strstr(scenario.server_entries, (letter(session.server) + std::string(reason)).c_str()),
+                  nullptr);
+}
+
+void negotiate(const Scenario &scenario) {
+    prepare(scenario);
+    for (int letter = 'A'; letter < 'A' + scripted::kMechanisms; ++letter) {
+        scripted::Behaviour &server = scripted::script().at(static_cast<char>(letter), kServer);
+        server.source = "anna@REALM";
+        server.delegates = true;
+        server.properties = {"\x09\0\x0C\0\x04\0anna\0\0", 12};
+    }
+    Session session(scenario.client, scenario.server);
+    log_on(session.client, kClient, scenario.logon);
+    log_on(session.server, kServer, scenario.server_logon);
+    // A side that could not log on does not call: without a credential it would be another user.
+    bool go_on = (session.client.credential != nullptr) == (scenario.logon != nullptr) &&
+                 (session.server.credential != nullptr) == (scenario.server_logon != nullptr);
+    bool done[2] = {false, false};
+    std::string token;
+    for (int turn = 0; go_on && turn < 8 && !(done[0] && done[1]); ++turn) {
+        const Side side = turn % 2 == 0 ? kClient : kServer;
+        go_on = step(session.side(side), side, token, done[side]) && (done[side] || !token.empty());
+        if (turn == 1)
+            use(session.server);
+    }
+    if (go_on && done[0] && done[1])
+        expect_right(scenario, session);
+    for (Peer *peer : {&session.client, &session.server}) {
+        use(*peer);
+        release(*peer);
+    }
+}
+
+// ---- Everything else -----------------------------------------------------------------------------------------------
+
+// Configures from the file, asks, and shuts down again.
+void configure_framework(const std::string &path) {
+    Output message;
+    const OM_uint32 major = called(qxgss_configure, QXGSS_SERVER, path.c_str(), &message);
+    EXPECT_EQ(message.length == 0, message.value == nullptr);
+    EXPECT_EQ(GSS_ERROR(major) == 0, pMechInfo != nullptr && MechCount != 0);
+    for (OM_uint32 i = 0; i < MechCount; ++i)
+        EXPECT_EQ(pMechInfo[i].fUseMech == GSSP_MECH_UNUSED, pMechInfo[i].pszMessage != nullptr);
+    for (const auto call : {QXNEGO_indicate_mechs, +[](OM_uint32 *minor, qxgss_OID_set *set) {
+                                return QXNEGO_inquire_names_for_mech(minor, nullptr, set);
+                            }}) {
+        qxgss_OID_set set = nullptr;
+        EXPECT_TRUE(GSS_ERROR(called(call, &set)) == 0 || set == nullptr);
+        gssp_release_oid_set(nullptr, &set);
+    }
+    release_module_state();
+    qxgss_shutdown(nullptr);
+}
+
+void show_statuses() {
+    qxgss_OID oid = pQxnegoMechOid;
+    for (const OM_uint32 status : {QXNEGO_E_CALLOC, QXNEGO_E_NO_MECHANISM}) {
+        Output text;
+        text.check(called(QXNEGO_display_status, status, GSS_C_MECH_CODE, oid, nullptr, &text));
+    }
+}
+
+// The framework's operations on names and OIDs.
+void handle_names() {
+    std::string wide;
+    for (const char c : kPassword)
+        wide += {c, 0};
+    for (const qxgss_OID type : {GSS_C_NT_QXAT_MECHDATA_UTF8, GSS_C_NT_QXAT_MECHDATA_UTF16}) {
+        std::string text = type == GSS_C_NT_QXAT_MECHDATA_UTF8 ? std::string(kPassword) : wide;
+        qxgss_buffer_desc buffer{text.size(), text.data()};
+        qxgss_name_t name = nullptr;
+        qxgss_cred_id_t credential = nullptr;
+        const OM_uint32 major = called(qxgss_import_name, &buffer, type, &name);
+        EXPECT_EQ(GSS_ERROR(major) == 0, name != nullptr);
+        if (name != nullptr)
+            EXPECT_EQ(GSS_ERROR(called(QXNEGO_acquire_cred, name, 1, nullptr, GSS_C_BOTH, &credential, nullptr,
+                                       nullptr)) == 0,
+                      credential != nullptr);
+        if (credential != nullptr)
+            called(QXNEGO_release_cred, &credential);
+        gssp_release_name(nullptr, &name);
+        explicit_bzero(text.data(), text.size());
+    }
+    explicit_bzero(wide.data(), wide.size());
+}
+
+void handle_oids() {
+    qxgss_OID oid = nullptr;
+    qxgss_OID_set set = nullptr, policy = nullptr;
+    for (const char *dotted : {"1.3.6.1.4.1.32473.9.9", "2.999.4294967295", "1.3.6.1.4.1.32473.2.1"})
+        EXPECT_EQ(GSS_ERROR(called(gssp_mechoidstr_to_oid, dotted, &oid)) == 0, oid != nullptr);
+    if (GSS_ERROR(called(gssp_create_empty_oid_set, &set)) == 0 && oid != nullptr)
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::size_t before = set->count;
+            const OM_uint32 major = called(gssp_add_oid_set_member, oid, &set);
+            EXPECT_EQ(set->count, before + (GSS_ERROR(major) == 0));
+        }
+    gssp_release_oid_set(nullptr, &set);
+    const OM_uint32 major = called(gssp_inquire_mech_policy_for_user, "onlya", &policy);
+    EXPECT_EQ(GSS_ERROR(major) == 0, policy != nullptr && policy->count == 1);
+    gssp_release_oid_set(nullptr, &policy);
+    qxgss::forget_unregistered_oids();
+}
+
+void parse_logons() {
+    const struct {
+        const char *text;
+        unsigned flags;
+    } syntaxes[] = {
+        {"authcid=anna password=Tr0ub4dor-x3 realm=r authzid=z mech=m user=u profile=p userproperties=x", 0},
+        {"authcid='an na' password=\"Tr0ub4dor-x3\"", 0},
+        {"anna user=u password=Tr0ub4dor-x3", 0},
+        {"anna@@Tr0ub4dor-x3 user=u", QXAT_FLAG_UNESCAPE_PASSWORD},
+        {"anna@R@@Tr0ub4dor-x3 profile=p", QXAT_FLAG_UNESCAPE_ALL},
+        {"'anna@@Tr0ub4dor-x3' authcid=twice", QXAT_FLAG_UNESCAPE_ALL},
+        {"authcid=a password=Tr0ub4dor-x3 user=b user=c", 0},
+    };
+    for (const auto &syntax : syntaxes) {
+        char *parts[9]{};
+        const OM_uint32 major = called(qxat_parse_logon, syntax.text, &parts[0], &parts[1], &parts[2], &parts[3],
+                                       &parts[4], &parts[5], &parts[6], &parts[7], &parts[8],
+                                       static_cast<qxat_flags_t>(syntax.flags));
+        for (char *part : parts) {
+            EXPECT_TRUE(part == nullptr || GSS_ERROR(major) == 0);
+            if (part == nullptr)
+                continue;
+            explicit_bzero(part, std::strlen(part)); // as its owner must
+            qxgss_buffer_desc owned{1, part};
+            gssp_release_buffer(nullptr, &owned);
+        }
+    }
+}
+
+void write_records() {
+    char text[] = "text", more[] = "more";
+    qxs_name_t none[] = {nullptr}, two[] = {text, more, nullptr};
+    qxs_authorizations_t user{};
+    user.ta_authorizeas = QXS_AUTHZ_USER;
+    user.ta_service = user.ta_ldapurl = user.ta_databasename = text;
+    user.ta_roles = two;
+    user.ta_profile = user.ta_user = none;
+    Output records, mechanism;
+    unsigned char authenticated = 1;
+    records.check(called(qxat_fill_authorizations, &records, "anna", "dom", &user, nullptr, nullptr, 1));
+    qxgss_OID_desc oid = oid_of('A');
+    mechanism.check(called(qxat_fill_mechinfo, &records, &mechanism, &authenticated, &oid));
+}
+
+// ---- The sweep -----------------------------------------------------------------------------------------------------
+
+struct Subject {
+    std::string name;
+    std::function<void()> run;
+};
+
+void sweep(const Subject &subject, bool all_later) {
+    bool happened = true;
+    for (int n = 0; happened && !testing::Test::HasFailure(); ++n) {
+        const long before = failing_heap::live_blocks();
+        {
+            const failing_heap::InWindows failing(n, all_later);
+            subject.run();
+            happened = failing.happened();
+        }
+        EXPECT_EQ(failing_heap::live_blocks(), before);
+        EXPECT_EQ(scripted::live_objects(), 0);
+        EXPECT_EQ(failing_heap::secrets_given_back(), 0);
+        points += happened;
+        if (testing::Test::HasFailure())
+            ADD_FAILURE() << subject.name << ": allocation " << n << (all_later ? " and all later" : "") << " failed";
+    }
+    scripted::reset();
+}
+
+class AllocationSweep : public testing::Test {
+  protected:
+    void SetUp() override {
+        OM_uint32 major = 0;
+        scripted::reset();
+        ASSERT_EQ(configure(&major, configuration()), "");
+        failing_heap::watch_for(kPassword);
+    }
+    void TearDown() override { std::printf("%d allocations failed\n", points); }
+};
+
+TEST_F(AllocationSweep, Negotiations) {
+    for (const Scenario &scenario : scenarios())
+        for (const bool all_later : {false, true})
+            sweep({scenario.name, [&] { negotiate(scenario); }}, all_later);
+}
+
+TEST_F(AllocationSweep, Configuration) {
+    qxgss_shutdown(nullptr);
+    release_module_state();
+    for (const char *more : {"default = [\"A\"]\n", "default = [\"nobody\"]\n", "= wrong"}) {
+        const std::string path = testing::TempDir() + "allocation_sweep.toml";
+        std::ofstream(path) << configuration() << "[policy]\n" << more;
+        for (const bool all_later : {false, true})
+            sweep({more, [&] { configure_framework(path); }}, all_later);
+        std::remove(path.c_str());
+    }
+}
+
+TEST_F(AllocationSweep, EverythingElse) {
+    const Subject subjects[] = {{"names", handle_names},    {"OIDs", handle_oids},       {"statuses", show_statuses},
+                                {"logons", parse_logons},   {"records", write_records}};
+    for (const Subject &subject : subjects)
+        for (const bool all_later : {false, true})
+            sweep(subject, all_later);
+}
+
+} // namespace

@@ -1,0 +1,142 @@
+// qxnego status CODE...: what a major or minor status is called, what it is made of, and its text. A mechanism's own
+// statuses follow no common layout, so that only the mechanism can tell them.
+#include <charconv>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "tools/codes.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
+#include "tools/registry.h"
+
+namespace tools {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr OM_uint32 kMinorMark = 1U << 29; // set in every minor status of the layout, in no major one
+constexpr const char *kSeverities[] = {"success", "reserved", "warning", "error"};
+
+struct Options {
+    std::vector<std::string> codes;
+    std::string mechanism;
+    std::string configuration;
+    bool json = false;
+};
+
+// Hexadecimal with 0x in front, with a letter, or of eight digits as logs have it; otherwise decimal.
+OM_uint32 parse_code(const std::string &text) {
+    const bool has_prefix = text.starts_with("0x") || text.starts_with("0X");
+    const std::string digits = has_prefix ? text.substr(2) : text;
+    const bool is_hex = has_prefix || digits.size() == 8 || digits.find_first_of("abcdefABCDEF") != digits.npos;
+    OM_uint32 code = 0;
+    const char *end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, code, is_hex ? 16 : 10);
+    if (error != std::errc() || stop != end)
+        throw Failure(text + ": is no status, which is a number of 32 bits, hexadecimal or decimal", kExitUsage);
+    return code;
+}
+
+Json describe_major(OM_uint32 code) {
+    Json out = {{"code", code_text(code)}, {"kind", "major"}, {"name", major_name(code)}, {"parts", Json::array()}};
+    for (const StatusPart &part : major_parts(code))
+        out["parts"].push_back({{"field", part.field}, {"name", part.name}, {"text", part.text}});
+    return out;
+}
+
+Json describe_minor(OM_uint32 code) {
+    Json out = {{"code", code_text(code)},
+                {"kind", "minor"},
+                {"severity", kSeverities[code >> 30]},
+                {"component", code >> 24 & 0xF},
+                {"message", code & 0xFFFF}};
+    const MinorStatus *known = find_minor(code);
+    out["owner"] = known == nullptr ? Json() : Json(known->owner);
+    out["name"] = known == nullptr || *known->name == '\0' ? Json() : Json(known->name);
+    out["text"] = known == nullptr ? Json() : Json(known->text);
+    return out;
+}
+
+// A code of a mechanism's own: its text is what the mechanism says.
+Json describe_own(const MechInfo_t &mechanism, OM_uint32 code) {
+    return {{"code", code_text(code)},
+            {"kind", "mechanism"},
+            {"owner", printable(mechanism.pszMechName)},
+            {"text", printable(minor_text(mechanism.MechFtnTable, mechanism.pMechOid, code))}};
+}
+
+std::string text_or(const Json &value, const char *otherwise) {
+    return value.is_null() ? otherwise : value.get<std::string>();
+}
+
+void print_text(const Json &status) {
+    std::cout << status["code"].get<std::string>() << "  ";
+    if (status["kind"] == "major") {
+        std::cout << "major status " << status["name"].get<std::string>() << '\n';
+        for (const Json &part : status["parts"])
+            std::cout << "  " << part["field"].get<std::string>() << ' ' << part["name"].get<std::string>() << ": "
+                      << part["text"].get<std::string>() << '\n';
+        return;
+    }
+    if (status["kind"] == "mechanism") {
+        std::cout << "minor status of " << status["owner"].get<std::string>() << '\n'
+                  << "  " << status["text"].get<std::string>() << '\n';
+        return;
+    }
+    std::cout << "minor status of " << text_or(status["owner"], "another mechanism, or of nobody");
+    std::cout << (status["name"].is_null() ? "" : ", " + status["name"].get<std::string>()) << '\n'
+              << "  severity " << status["severity"].get<std::string>() << ", component " << status["component"]
+              << ", message " << status["message"] << '\n'
+              << "  " << text_or(status["text"], "(no text)") << '\n';
+}
+
+Json describe(const std::vector<OM_uint32> &codes) {
+    Json all = Json::array();
+    for (OM_uint32 code : codes)
+        all.push_back((code & kMinorMark) != 0 ? describe_minor(code) : describe_major(code));
+    return all;
+}
+
+Json describe_with(const Options &options, const std::vector<OM_uint32> &codes) {
+    const Registry registry(QXGSS_CLIENT, configuration_file(options.configuration));
+    const MechInfo_t *mechanism = registry.find(options.mechanism);
+    if (mechanism == nullptr)
+        throw Failure(options.mechanism + ": is no mechanism of the configuration", kExitUsage);
+    Json all = Json::array();
+    for (OM_uint32 code : codes)
+        all.push_back(describe_own(*mechanism, code));
+    return all;
+}
+
+void run_status(const Options &options) {
+    std::vector<OM_uint32> codes;
+    for (const std::string &text : options.codes)
+        codes.push_back(parse_code(text));
+    const Json all = options.mechanism.empty() ? describe(codes) : describe_with(options, codes);
+    if (options.json)
+        std::cout << all.dump(2) << '\n';
+    else
+        for (const Json &status : all)
+            print_text(status);
+}
+
+} // namespace
+
+void add_status(CLI::App &program) {
+    CLI::App *command = program.add_subcommand("status", "Explain major and minor statuses");
+    auto options = std::make_shared<Options>();
+    command->add_option("CODE", options->codes, "Hexadecimal (0xE3000406, or E3000406 as in a log) or decimal")
+        ->required();
+    command->add_option("--mechanism", options->mechanism, "They are this mechanism's own minor statuses: ask it")
+        ->type_name("NAME");
+    add_configuration_option(*command, options->configuration);
+    command->add_flag("--json", options->json, "As JSON");
+    command->callback([options] { run_status(*options); });
+}
+
+} // namespace tools
