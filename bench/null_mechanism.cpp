@@ -1,8 +1,8 @@
 // A mechanism that does nothing, so that what is measured around it is the cost of the layers above. It answers for any
-// OID; an OID whose last byte has bit 0x40 takes two legs, any other the initiator's token alone.
+// OID of 9 bytes, whose last one says how many legs it takes: below 0x40 one, below 0x60 two, else three.
 //
 //     token: 60 len | 06 09 OID | flags (4)   of the initiator, 17 bytes
-//            "R" | flags (4)                  of the acceptor, 5 bytes
+//            "R" | flags (4)                  of the acceptor and the third leg, 5 bytes
 //
 // Per side and handshake it allocates its context and one block for each token. A credential is an address.
 #include <array>
@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kOidLength = 9;
 constexpr unsigned char kTwoLegs = 0x40;
+constexpr unsigned char kThreeLegs = 0x60;
 constexpr char kMic[] = {'n', 'u', 'l', 'l', '-', 'm', 'e', 'c', 'h', '-', 'm', 'i', 'c', '-', '0', '1'};
 
 using Flags = std::array<unsigned char, 4>;
@@ -25,12 +26,13 @@ struct InitiatorToken {
     Flags flags;
 };
 
-struct AcceptorToken {
+struct ShortToken {
     unsigned char tag = 'R';
     Flags flags;
 };
 
 struct Context {
+    int legs;
     bool open;
     Flags flags;
 };
@@ -46,11 +48,16 @@ OM_uint32 put(qxgss_buffer_t output, const void *bytes, std::size_t length) {
     return GSS_S_COMPLETE;
 }
 
-OM_uint32 make_context(qxgss_ctx_id_t *ppContext, bool open, const Flags &flags) {
+int legs_of(const InitiatorToken &token) {
+    const unsigned char last = token.oid[kOidLength - 1];
+    return 1 + (last >= kTwoLegs) + (last >= kThreeLegs);
+}
+
+OM_uint32 make_context(qxgss_ctx_id_t *ppContext, int legs, bool open, const Flags &flags) {
     auto *context = static_cast<Context *>(std::malloc(sizeof(Context)));
     if (context == nullptr)
         return GSS_S_FAILURE;
-    *context = {open, flags};
+    *context = {legs, open, flags};
     *ppContext = context;
     return GSS_S_COMPLETE;
 }
@@ -68,7 +75,8 @@ OM_uint32 begin(qxgss_ctx_id_t *ppContext, const qxgss_OID_desc &oid, OM_uint32 
     InitiatorToken token;
     std::memcpy(token.oid, oid.elements, kOidLength);
     std::memcpy(&token.flags, &reqFlags, sizeof reqFlags);
-    const OM_uint32 major = make_context(ppContext, (token.oid[kOidLength - 1] & kTwoLegs) == 0, token.flags);
+    const int legs = legs_of(token);
+    const OM_uint32 major = make_context(ppContext, legs, legs == 1, token.flags);
     return major == GSS_S_COMPLETE ? put(output, &token, sizeof token) : major;
 }
 
@@ -99,9 +107,12 @@ NULL_EXPORT NULLMECH_init_sec_context(OM_uint32 *pMinor, qxgss_cred_id_t, qxgss_
         if (const OM_uint32 major = begin(ppContext, *pMechType, ReqFlags, pOutput); major != GSS_S_COMPLETE)
             return major;
     } else {
-        if (pInput->length != sizeof(AcceptorToken))
+        if (pInput->length != sizeof(ShortToken))
             return GSS_S_DEFECTIVE_TOKEN;
-        static_cast<Context *>(*ppContext)->open = true;
+        auto *begun = static_cast<Context *>(*ppContext);
+        begun->open = true;
+        if (begun->legs == 3 && put(pOutput, pInput->value, pInput->length) != GSS_S_COMPLETE)
+            return GSS_S_FAILURE;
     }
     const auto *context = static_cast<const Context *>(*ppContext);
     if (ppActual != nullptr)
@@ -116,11 +127,16 @@ NULL_EXPORT NULLMECH_accept_sec_context(OM_uint32 *pMinor, qxgss_ctx_id_t *ppCon
                                         OM_uint32 *pTimeRec, qxgss_cred_id_t *ppDelegated) {
     *pMinor = 0;
     *pOutput = {};
+    if (*ppContext != nullptr) {
+        static_cast<Context *>(*ppContext)->open = true;
+        return GSS_S_COMPLETE;
+    }
     InitiatorToken token;
     if (pInput->length != sizeof token)
         return GSS_S_DEFECTIVE_TOKEN;
     std::memcpy(&token, pInput->value, sizeof token);
-    if (const OM_uint32 major = make_context(ppContext, true, token.flags); major != GSS_S_COMPLETE)
+    const int legs = legs_of(token);
+    if (const OM_uint32 major = make_context(ppContext, legs, legs < 3, token.flags); major != GSS_S_COMPLETE)
         return major;
     if (ppSource != nullptr)
         *ppSource = nullptr;
@@ -129,10 +145,12 @@ NULL_EXPORT NULLMECH_accept_sec_context(OM_uint32 *pMinor, qxgss_ctx_id_t *ppCon
     if (ppDelegated != nullptr)
         *ppDelegated = nullptr;
     give_results(token.flags, pRetFlags, pTimeRec);
-    if ((token.oid[kOidLength - 1] & kTwoLegs) == 0)
+    if (legs == 1)
         return GSS_S_COMPLETE;
-    const AcceptorToken reply{.flags = token.flags};
-    return put(pOutput, &reply, sizeof reply);
+    ShortToken reply;
+    reply.flags = token.flags;
+    const OM_uint32 major = put(pOutput, &reply, sizeof reply);
+    return major == GSS_S_COMPLETE && legs == 3 ? GSS_S_CONTINUE_NEEDED : major;
 }
 
 NULL_EXPORT NULLMECH_delete_sec_context(OM_uint32 *pMinor, qxgss_ctx_id_t *ppContext, qxgss_buffer_t) {

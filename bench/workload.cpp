@@ -13,12 +13,12 @@ namespace {
 
 constexpr OM_uint32 kFlags = GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG |
                              GSS_C_INTEG_FLAG;
-constexpr int kTwoLegs = 0x40; // as the null mechanism has it
+constexpr int kFirstOfLegs[] = {0, 0, 0x40, 0x60}; // as the null mechanism has them
 
 std::string configuration(int candidates, int legs) {
     std::string negotiates, mechanisms;
     for (int i = 0; i < candidates; ++i) {
-        const std::string number = std::to_string(i + (legs == 2 ? kTwoLegs : 0));
+        const std::string number = std::to_string(kFirstOfLegs[legs] + i);
         const std::string oid = "\"1.3.6.1.4.1.32473." + number + "\"";
         negotiates += "{ oid = " + oid + " }, ";
         mechanisms += "[[mechanism]]\nname = \"NULL-" + number + "\"\noid = " + oid +
@@ -112,6 +112,16 @@ qxgss_buffer_desc first_token(const qxgss_ftn_table_desc &table, qxgss_cred_id_t
                                                             nullptr, nullptr, nullptr, &token, nullptr, nullptr);
     expect(GSS_ERROR(major) == 0, "init_sec_context", major, minor);
     return token;
+}
+
+void accept_first(const qxgss_ftn_table_desc &table, qxgss_cred_id_t acceptor, qxgss_buffer_desc token,
+                  qxgss_ctx_id_t *ppContext) {
+    qxgss_buffer_desc reply{};
+    OM_uint32 minor = 0;
+    const OM_uint32 major = table.ftn_gssp_accept_sec_context(&minor, ppContext, acceptor, &token, nullptr, nullptr,
+                                                              nullptr, &reply, nullptr, nullptr, nullptr);
+    expect(major == GSS_S_CONTINUE_NEEDED, "accept_sec_context", major, minor);
+    gssp_release_buffer(nullptr, &reply);
 }
 
 } // namespace bench

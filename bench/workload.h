@@ -9,7 +9,7 @@
 
 namespace bench {
 
-// Negotiation over so many null mechanisms, of one or two legs. One at a time in a process.
+// Negotiation over so many null mechanisms (at most 64 of one leg, 32 of two or three). One at a time in a process.
 class Framework {
   public:
     Framework(int candidates, int legs);
@@ -57,6 +57,10 @@ class Handshake {
 
 // The client's first token, which the caller releases.
 qxgss_buffer_desc first_token(const qxgss_ftn_table_desc &table, qxgss_cred_id_t initiator, qxgss_ctx_id_t *ppContext);
+
+// The server's first call with it, after which the server waits for another token: a half-open context.
+void accept_first(const qxgss_ftn_table_desc &table, qxgss_cred_id_t acceptor, qxgss_buffer_desc token,
+                  qxgss_ctx_id_t *ppContext);
 
 void expect(bool condition, const char *what, OM_uint32 major = 0, OM_uint32 minor = 0);
 

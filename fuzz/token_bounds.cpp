@@ -1,8 +1,6 @@
-// What the worst tokens cost a server that accepts them: time and peak memory for each shape, at an eighth, a half and
+// What the worst tokens cost the server that accepts them: time and peak memory of each shape, at an eighth, a half and
 // all of what the decoder admits. One byte or one element more must be refused.
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,8 +12,48 @@
 
 namespace {
 
+// Bytes on the heap of the code under test.
+std::size_t held = 0;
+std::size_t peak = 0;
+
+void *take(void *block) {
+    held += malloc_usable_size(block);
+    peak = std::max(peak, held);
+    return block;
+}
+
+} // namespace
+
+// The linker's --wrap option puts these before the code under test.
+extern "C" {
+void *__real_malloc(std::size_t size);
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_realloc(void *block, std::size_t size);
+void __real_free(void *block);
+
+void *__wrap_malloc(std::size_t size) {
+    return take(__real_malloc(size));
+}
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+    return take(__real_calloc(count, size));
+}
+void *__wrap_realloc(void *block, std::size_t size) {
+    held -= malloc_usable_size(block);
+    return take(__real_realloc(block, size));
+}
+void __wrap_free(void *block) {
+    held -= malloc_usable_size(block);
+    __real_free(block);
+}
+}
+
+namespace {
+
+using fuzz::require;
+
 constexpr unsigned kMostMechanisms = (GSSPASN_DECODE_MAX_ELEMENTS - 4) / 3; // beside outer element, list, state, user
-constexpr char kFirst[] = "\x2B\x06\x01\x04\x01\x81\xFD\x59\x02\x01";       // the OID of mechanism A
+constexpr unsigned kMostFailed = (GSSPASN_DECODE_MAX_ELEMENTS - 4) / 7;
+constexpr char kFirst[] = "\x2B\x06\x01\x04\x01\x81\xFD\x59\x02\x01"; // the OID of mechanism A
 
 std::string element(int identifier, const std::string &contents) {
     std::string length;
@@ -49,104 +87,81 @@ std::string unknown(unsigned number, std::size_t length) {
     return oid;
 }
 
-// Each shape, with about `size` bytes of what it is about, spread over `count` mechanisms.
+// The shapes: about `size` bytes of what each is about, in one mechanism or spread over `count`.
+std::string with_inner_token(std::size_t size, unsigned) {
+    return token(mechanism({kFirst, 10}, element(0x81, "\1") + element(0x86, std::string(size, 'x'))), "anna");
+}
+std::string with_user(std::size_t size, unsigned) {
+    return token(mechanism({kFirst, 10}, element(0x81, "\1") + element(0x86, "A1")), std::string(size, 'x'));
+}
+std::string with_long_oids(std::size_t size, unsigned count) {
+    std::string all;
+    for (unsigned i = 0; i < count; ++i)
+        all += mechanism(unknown(i, size / count));
+    return token(all, "anna");
+}
+std::string with_short_oids(std::size_t, unsigned count) {
+    return with_long_oids(10 * std::size_t{count}, count);
+}
+std::string with_status_texts(std::size_t size, unsigned count) {
+    std::string all;
+    for (unsigned i = 0; i < count; ++i)
+        all += mechanism({kFirst, 10}, error(std::string(size / count, 'x')));
+    return token(all, "anna");
+}
+
 struct Shape {
     const char *name;
-    unsigned elements; // of one mechanism
+    unsigned count; // the most that there can be
     std::string (*make)(std::size_t size, unsigned count);
 };
-constexpr Shape kShapes[] = {
-    {"one inner token", 0,
-     [](std::size_t size, unsigned) {
-         return token(mechanism({kFirst, 10}, element(0x81, "\1") + element(0x86, std::string(size, 'x'))), "anna");
-     }},
-    {"one status text", 0,
-     [](std::size_t size, unsigned) {
-         return token(mechanism({kFirst, 10}, error(std::string(size, 'x'))) + mechanism(unknown(0, 10)), "anna");
-     }},
-    {"one user", 0,
-     [](std::size_t size, unsigned) { return token(mechanism({kFirst, 10}), std::string(size, 'x')); }},
-    {"unknown mechanisms, short OIDs", 3,
-     [](std::size_t, unsigned count) {
-         std::string all;
-         for (unsigned i = 0; i < count; ++i)
-             all += mechanism(unknown(i, 10));
-         return token(all, "anna");
-     }},
-    {"unknown mechanisms, long OIDs", 3,
-     [](std::size_t size, unsigned count) {
-         std::string all;
-         for (unsigned i = 0; i < count; ++i)
-             all += mechanism(unknown(i, size / count));
-         return token(all, "anna");
-     }},
-    {"status texts of one mechanism", 7,
-     [](std::size_t size, unsigned count) {
-         std::string all;
-         for (unsigned i = 0; i < count; ++i)
-             all += mechanism({kFirst, 10}, error(std::string(size / count, 'x')));
-         return token(all, "anna");
-     }},
-};
+constexpr Shape kShapes[] = {{"one inner token", 1, with_inner_token},
+                             {"one user name", 1, with_user},
+                             {"one status text", 1, with_status_texts},
+                             {"status texts of one mechanism", kMostFailed, with_status_texts},
+                             {"unknown mechanisms, short OIDs", kMostMechanisms, with_short_oids},
+                             {"unknown mechanisms, long OIDs", kMostMechanisms, with_long_oids}};
 
 struct Cost {
     double milliseconds;
-    long kilobytes;
-    harness::Outcome outcome;
+    std::size_t bytes;
+    OM_uint32 minor;
 };
 
 // One call with the token, the user's properties, and the end of the context.
 Cost accept(const std::string &bytes) {
+    scripted::reset();
     harness::Peer server(harness::kServer, "AB");
-    rusage before{}, after{};
-    getrusage(RUSAGE_SELF, &before);
+    const std::size_t before = peak = held;
     const auto start = std::chrono::steady_clock::now();
-    Cost cost{0, 0, server.call(bytes)};
+    const OM_uint32 minor = server.call(bytes).minor;
     qxgss_buffer_desc properties{};
-    if (server.context != nullptr)
-        QXNEGO_inquire_properties_for_user(nullptr, server.context, &properties);
+    QXNEGO_inquire_properties_for_user(nullptr, server.context, &properties);
     gssp_release_buffer(nullptr, &properties);
     server.end();
-    cost.milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    getrusage(RUSAGE_SELF, &after);
-    cost.kilobytes = after.ru_maxrss - before.ru_maxrss;
-    return cost;
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+    return {time.count(), peak - before, minor};
 }
 
-// In a process of its own, whose peak memory nothing before has raised; the fastest of five.
-bool measure(const Shape &shape, const std::string &bytes) {
-    std::fflush(stdout);
-    if (const pid_t child = fork(); child != 0) {
-        int status = 1;
-        waitpid(child, &status, 0);
-        return status == 0;
-    }
-    Cost cost = accept(bytes);
-    const OM_uint32 minor = cost.outcome.minor;
-    for (int i = 0; i < 4; ++i)
-        cost.milliseconds = std::min(cost.milliseconds, accept(bytes).milliseconds);
-    std::printf("| %s | %zu | %.2f | %ld |\n", shape.name, bytes.size(), cost.milliseconds, cost.kilobytes);
-    std::fflush(stdout);
-    _exit(minor == GSSPASN_E_ENCODING || minor == GSSPASN_E_STACK_FULL); // accepted, or rejected by the negotiation
+// A token of that shape that is at most so large, and hardly smaller unless the shape is.
+std::string sized(const Shape &shape, std::size_t size, unsigned count) {
+    const std::size_t bytes = shape.make(size, count).size();
+    const std::size_t beside = bytes - std::min(size, bytes);
+    return shape.make(size - beside - count, count); // each of them has whole bytes
 }
 
-OM_uint32 minor_of(const std::string &bytes) {
-    return accept(bytes).outcome.minor;
-}
-
-// The largest token of the shape that the decoder admits has exactly the limit's size, or number of elements.
-bool run(const Shape &shape) {
-    const std::size_t room = GSSPASN_DECODE_MAX_TOKEN;
-    bool good = true;
+void measure(const Shape &shape) {
     for (const unsigned part : {8U, 2U, 1U}) {
-        const unsigned count = shape.elements == 7 ? 145 / part : kMostMechanisms / part;
-        std::size_t size = room / part;
-        std::string bytes = shape.make(size, count);
-        while (bytes.size() > room / part)
-            bytes = shape.make(--size, count);
-        good = measure(shape, bytes) && good;
+        const unsigned count = std::max(1U, shape.count / part);
+        const std::string bytes = sized(shape, GSSPASN_DECODE_MAX_TOKEN / part, count);
+        Cost cost = accept(bytes);
+        require(cost.minor != GSSPASN_E_ENCODING && cost.minor != GSSPASN_E_STACK_FULL,
+                "what the limits admit is read");
+        for (int i = 0; i < 4; ++i)
+            cost.milliseconds = std::min(cost.milliseconds, accept(bytes).milliseconds);
+        std::printf("| %s | %u | %zu | %.2f | %zu |\n", shape.name, count, bytes.size(), cost.milliseconds,
+                    cost.bytes / 1024);
     }
-    return good;
 }
 
 } // namespace
@@ -154,14 +169,16 @@ bool run(const Shape &shape) {
 int main() {
     OM_uint32 major = 0;
     harness::configure(&major, harness::configuration());
-    fuzz::require(major == GSS_S_COMPLETE, "the mechanisms are configured");
-    std::printf("| Shape | Bytes | ms | KiB |\n|---|---:|---:|---:|\n");
-    bool good = true;
+    require(major == GSS_S_COMPLETE, "the mechanisms are configured");
+    std::printf("| Token | Mechanisms | Bytes | ms | Heap, KiB |\n|---|---:|---:|---:|---:|\n");
     for (const Shape &shape : kShapes)
-        good = run(shape) && good;
-    fuzz::require(good, "what the limits admit is read");
+        measure(shape);
 
-    const std::string largest = kShapes[2].make(GSSPASN_DECODE_MAX_TOKEN - 37, 0);
-    std::printf("%zu\n", largest.size());
-    static_cast<void>(minor_of);
+    std::size_t size = GSSPASN_DECODE_MAX_TOKEN - 64;
+    while (with_user(size, 1).size() < GSSPASN_DECODE_MAX_TOKEN)
+        ++size;
+    require(accept(with_user(size, 1)).minor == QXNEGO_E_SUCCESSFUL, "a token of the largest size is read");
+    require(accept(with_user(size + 1, 1)).minor == GSSPASN_E_ENCODING, "a byte more is refused");
+    require(accept(with_short_oids(0, kMostMechanisms)).minor == QXNEGO_E_NO_MECHANISM, "all elements are read");
+    require(accept(with_short_oids(0, kMostMechanisms + 1)).minor == GSSPASN_E_STACK_FULL, "more are refused");
 }

@@ -25,14 +25,15 @@ namespace {
 using Element = gsspasn_element_struct;
 
 constexpr unsigned char kTokenTag = 0xFF; // no element has it
-constexpr std::size_t kFirstCapacity = 64;
+constexpr std::size_t kSmallest = 8;
+constexpr std::size_t kUsualBytes = 4; // of an element in a list of mechanisms, headers included
 constexpr std::size_t kMaxElements = 1 + GSSPASN_DECODE_MAX_ELEMENTS;
 constexpr std::size_t kIndefinite = SIZE_MAX; // no length is as large
 
 class Parser {
   public:
     explicit Parser(const qxgss_buffer_desc &token)
-        : at_(static_cast<const unsigned char *>(token.value)), end_(at_ + token.length) {}
+        : at_(static_cast<const unsigned char *>(token.value)), end_(at_ + token.length), limit_(end_) {}
 
     OM_uint32 run();
     Element *release() { return elements_.release(); }
@@ -44,17 +45,18 @@ class Parser {
         bool indefinite;
     };
 
-    OM_uint32 read_element(const unsigned char *limit);
-    OM_uint32 read_inside(const Open &open);
-    OM_uint32 enter(std::size_t length, const unsigned char *limit);
-    OM_uint32 read_end_of_contents(const unsigned char *limit);
-    std::optional<std::size_t> read_length(const unsigned char *limit);
+    OM_uint32 read_element();
+    std::optional<std::size_t> read_length();
+    std::optional<std::size_t> read_long_length(std::size_t octets);
     OM_uint32 add(unsigned char tag, bool constructed);
     bool grow();
+    OM_uint32 enter(std::size_t length);
+    bool at_end_of_contents() const;
     OM_uint32 close();
 
     const unsigned char *at_;
     const unsigned char *end_;
+    const unsigned char *limit_; // of the innermost open element
     qxgss::Heap<Element> elements_;
     std::size_t count_ = 0;
     std::size_t capacity_ = 0;
@@ -64,24 +66,21 @@ class Parser {
 
 OM_uint32 Parser::run() {
     OM_uint32 status = add(kTokenTag, true);
-    if (status == GSSPASN_E_SUCCESS)
-        status = read_element(end_);
-    while (status == GSSPASN_E_SUCCESS && depth_ != 0)
-        status = read_inside(open_[depth_ - 1]);
+    if (status != GSSPASN_E_SUCCESS)
+        return status;
+    do {
+        status = read_element();
+        while (status == GSSPASN_E_SUCCESS && depth_ != 0 && at_end_of_contents())
+            status = close();
+    } while (status == GSSPASN_E_SUCCESS && depth_ != 0);
     if (status != GSSPASN_E_SUCCESS)
         return status;
     elements_[0].span = static_cast<OM_uint32>(count_);
     return at_ == end_ ? GSSPASN_E_SUCCESS : GSSPASN_E_ENCODING;
 }
 
-OM_uint32 Parser::read_inside(const Open &open) {
-    if (!open.indefinite)
-        return at_ == open.limit ? close() : read_element(open.limit);
-    return at_ != open.limit && *at_ == 0 ? read_end_of_contents(open.limit) : read_element(open.limit);
-}
-
-OM_uint32 Parser::read_element(const unsigned char *limit) {
-    if (at_ == limit)
+inline OM_uint32 Parser::read_element() {
+    if (at_ == limit_)
         return GSSPASN_E_ENCODING;
     const unsigned identifier = *at_++;
     if ((identifier & qxgss::kClassMask) != qxgss::kContextSpecific)
@@ -89,7 +88,7 @@ OM_uint32 Parser::read_element(const unsigned char *limit) {
     if ((identifier & qxgss::kTagMask) > qxgss::kMaxTag)
         return GSSPASN_E_TAG_INVALID;
     const bool constructed = (identifier & qxgss::kConstructed) != 0;
-    const std::optional<std::size_t> length = read_length(limit);
+    const std::optional<std::size_t> length = read_length();
     if (!length || (*length == kIndefinite && !constructed))
         return GSSPASN_E_ENCODING;
     const OM_uint32 status = add(static_cast<unsigned char>(identifier & qxgss::kTagMask), constructed);
@@ -97,60 +96,54 @@ OM_uint32 Parser::read_element(const unsigned char *limit) {
         return status;
     ++elements_[depth_ == 0 ? 0 : open_[depth_ - 1].element].children;
     if (constructed)
-        return enter(*length, limit);
+        return enter(*length);
     elements_[count_ - 1].length = static_cast<OM_uint32>(*length);
     at_ += *length;
     return GSSPASN_E_SUCCESS;
 }
 
-OM_uint32 Parser::enter(std::size_t length, const unsigned char *limit) {
-    if (depth_ == GSSPASN_DECODE_MAX_DEPTH)
-        return GSSPASN_E_STACK_FULL;
-    const bool indefinite = length == kIndefinite;
-    open_[depth_++] = {static_cast<OM_uint32>(count_ - 1), indefinite ? limit : at_ + length, indefinite};
-    return GSSPASN_E_SUCCESS;
-}
-
-OM_uint32 Parser::read_end_of_contents(const unsigned char *limit) {
-    if (limit - at_ < 2 || at_[1] != 0)
-        return GSSPASN_E_ENCODING;
-    at_ += 2;
-    return close();
-}
-
-// A length that fits before the limit, or kIndefinite. Leading zero octets are BER, if not DER.
-std::optional<std::size_t> Parser::read_length(const unsigned char *limit) {
-    if (at_ == limit)
+// A length that fits before the limit, or kIndefinite.
+inline std::optional<std::size_t> Parser::read_length() {
+    if (at_ == limit_)
         return std::nullopt;
-    std::size_t length = *at_++;
+    const std::size_t length = *at_++;
     if (length == qxgss::kLongLength)
         return kIndefinite;
-    if (length > qxgss::kLongLength) {
-        std::size_t octets = length - qxgss::kLongLength;
-        if (octets == 0x7F || octets > static_cast<std::size_t>(limit - at_)) // X.690 8.1.3.5 c reserves 0xFF
-            return std::nullopt;
-        for (length = 0; octets != 0; --octets) {
-            length = length << 8 | *at_++;
-            if (length > static_cast<std::size_t>(limit - at_)) // more octets make it no smaller: nothing overflows
-                return std::nullopt;
-        }
-    }
-    if (length > static_cast<std::size_t>(limit - at_))
+    if (length > qxgss::kLongLength)
+        return read_long_length(length - qxgss::kLongLength);
+    if (length > static_cast<std::size_t>(limit_ - at_))
         return std::nullopt;
     return length;
 }
 
-OM_uint32 Parser::add(unsigned char tag, bool constructed) {
-    if (count_ == kMaxElements)
-        return GSSPASN_E_STACK_FULL;
-    if (count_ == capacity_ && !grow())
-        return GSSPASN_E_NO_MEMORY;
+// Leading zero octets are BER, if not DER.
+std::optional<std::size_t> Parser::read_long_length(std::size_t octets) {
+    if (octets == 0x7F || octets > static_cast<std::size_t>(limit_ - at_)) // X.690 8.1.3.5 c reserves 0xFF
+        return std::nullopt;
+    std::size_t length = 0;
+    for (; octets != 0; --octets) {
+        length = length << 8 | *at_++;
+        if (length > static_cast<std::size_t>(limit_ - at_)) // more octets make it no smaller: nothing overflows
+            return std::nullopt;
+    }
+    return length;
+}
+
+inline OM_uint32 Parser::add(unsigned char tag, bool constructed) {
+    if (count_ == capacity_) {
+        if (count_ == kMaxElements)
+            return GSSPASN_E_STACK_FULL;
+        if (!grow())
+            return GSSPASN_E_NO_MEMORY;
+    }
     elements_[count_++] = {at_, 0, 1, 1, 0, tag, constructed};
     return GSSPASN_E_SUCCESS;
 }
 
+// The first block suits the token's length, so that a usual one needs no other.
 bool Parser::grow() {
-    const std::size_t capacity = std::clamp(2 * capacity_, kFirstCapacity, kMaxElements);
+    const std::size_t usual = kSmallest + static_cast<std::size_t>(end_ - at_) / kUsualBytes;
+    const std::size_t capacity = std::min(capacity_ == 0 ? usual : 2 * capacity_, kMaxElements);
     void *elements = std::realloc(elements_.get(), capacity * sizeof(Element));
     if (elements == nullptr)
         return false;
@@ -160,9 +153,29 @@ bool Parser::grow() {
     return true;
 }
 
-OM_uint32 Parser::close() {
-    const OM_uint32 element = open_[--depth_].element;
-    elements_[element].span = static_cast<OM_uint32>(count_) - element;
+inline OM_uint32 Parser::enter(std::size_t length) {
+    if (depth_ == GSSPASN_DECODE_MAX_DEPTH)
+        return GSSPASN_E_STACK_FULL;
+    const bool indefinite = length == kIndefinite;
+    if (!indefinite)
+        limit_ = at_ + length;
+    open_[depth_++] = {static_cast<OM_uint32>(count_ - 1), limit_, indefinite};
+    return GSSPASN_E_SUCCESS;
+}
+
+inline bool Parser::at_end_of_contents() const {
+    return open_[depth_ - 1].indefinite ? at_ != limit_ && *at_ == 0 : at_ == limit_;
+}
+
+inline OM_uint32 Parser::close() {
+    const Open &open = open_[--depth_];
+    if (open.indefinite) { // two zero octets, X.690 8.1.5
+        if (limit_ - at_ < 2 || at_[1] != 0)
+            return GSSPASN_E_ENCODING;
+        at_ += 2;
+    }
+    limit_ = depth_ == 0 ? end_ : open_[depth_ - 1].limit;
+    elements_[open.element].span = static_cast<OM_uint32>(count_) - open.element;
     return GSSPASN_E_SUCCESS;
 }
 
@@ -175,7 +188,7 @@ bool is_parent(gsspasn_decoding_t handle) {
 }
 
 // Searches on from the parent's `next`, which only `pass` moves: what fails leaves every child to later requests.
-OM_uint32 find(Element &parent, OM_uint32 tag, bool constructed, Element **ppChild) {
+inline OM_uint32 find(Element &parent, OM_uint32 tag, bool constructed, Element **ppChild) {
     if (tag > qxgss::kMaxTag)
         return GSSPASN_E_TAG_INVALID;
     OM_uint32 at = parent.next;
@@ -234,19 +247,20 @@ template <typename Descriptor> OM_uint32 decode_bytes(const Element &item, void 
     return GSSPASN_E_SUCCESS;
 }
 
-using Decode = OM_uint32 (*)(const Element &item, void *pValue);
-
-Decode decode_of(OM_uint32 ItemType) {
+OM_uint32 decode(const Element &item, OM_uint32 ItemType, void *pValue) {
     switch (ItemType) {
     case GSSPASN_INTEGER:
-        return decode_integer;
+        return decode_integer(item, pValue);
     case GSSPASN_OCTET_STRING:
-        return decode_bytes<qxgss_buffer_desc>;
-    case GSSPASN_OBJECT_IDENTIFIER:
-        return decode_bytes<qxgss_OID_desc>;
+        return decode_bytes<qxgss_buffer_desc>(item, pValue);
     default:
-        return nullptr;
+        return decode_bytes<qxgss_OID_desc>(item, pValue);
     }
+}
+
+// The item types are also those that a mechanism may count on in any framework: there are no others.
+bool is_item_type(OM_uint32 ItemType) {
+    return ItemType == GSSPASN_INTEGER || ItemType == GSSPASN_OCTET_STRING || ItemType == GSSPASN_OBJECT_IDENTIFIER;
 }
 
 } // namespace
@@ -292,13 +306,12 @@ OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_u
         return GSSPASN_E_NO_HANDLE;
     if (pValue == nullptr)
         return GSSPASN_E_ARGUMENT;
-    const Decode decode = decode_of(ItemType);
-    if (decode == nullptr)
+    if (!is_item_type(ItemType))
         return GSSPASN_E_ITEM_TYPE;
     Element *item = nullptr;
     OM_uint32 status = find(*Handle, Tag, false, &item);
     if (status == GSSPASN_E_SUCCESS)
-        status = decode(*item, pValue);
+        status = decode(*item, ItemType, pValue);
     if (status == GSSPASN_E_SUCCESS)
         pass(*Handle, *item);
     return status;

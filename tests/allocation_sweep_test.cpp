@@ -1,6 +1,6 @@
-// Every allocation fails once, and with all later ones: each subject runs with allocation number 0, 1, 2 ... failing until
-// a run sees no failure. A call then fails with a status of the tables or is right; its outputs are whole, the handles
-// can be asked and deleted, nothing is left, and no block that is given back holds the password.
+// Every allocation fails once, and with all later ones: each subject runs with allocation number 0, 1, 2 ... failing
+// until a run sees no failure. A call then fails with a status of the tables or is right; its outputs are whole, the
+// handles can be asked and deleted, nothing is left, and no block that is given back holds the password.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -63,7 +63,8 @@ void log_on(Peer &peer, Side side, const char *logon) {
     qxgss_buffer_desc buffer{std::strlen(text), text};
     qxgss_name_t name = nullptr, kept = nullptr;
     qxgss_OID_set mechs = nullptr;
-    called(qxgss_import_name, &buffer, GSS_C_NT_QXAT_MECHDATA_UTF8, &name);
+    if (GSS_ERROR(called(qxgss_import_name, &buffer, GSS_C_NT_QXAT_MECHDATA_UTF8, &name)) != 0)
+        return;
     const OM_uint32 major = called(QXNEGO_acquire_cred, name, 600, pQxnegoMechOidSet,
                                    side == kClient ? GSS_C_INITIATE : GSS_C_ACCEPT, &peer.credential, &mechs, nullptr);
     EXPECT_EQ(GSS_ERROR(major) == 0, peer.credential != nullptr);
@@ -140,9 +141,9 @@ void expect_right(const Scenario &scenario, const Session &session) {
         return static_cast<char>('A' - 1 + static_cast<const char *>(peer.mech_type->elements)[9]);
     };
     EXPECT_EQ(letter(session.client), letter(session.server));
-    for (const char *reason : {"35", "39"})
-        EXPECT_EQ(std::strstr(scenario.server_entries, (letter(session.server) + std::string(reason)).c_str()),
-                  nullptr);
+    const std::string usual = scenario.server_entries != nullptr ? scenario.server_entries : "";
+    for (const char *forbidden : {"35", "39"})
+        EXPECT_EQ(usual.find(letter(session.server) + std::string(forbidden)), std::string::npos);
 }
 
 void negotiate(const Scenario &scenario) {
@@ -199,8 +200,9 @@ void configure_framework(const std::string &path) {
 void show_statuses() {
     qxgss_OID oid = pQxnegoMechOid;
     for (const OM_uint32 status : {QXNEGO_E_CALLOC, QXNEGO_E_NO_MECHANISM}) {
-        Output text;
-        text.check(called(QXNEGO_display_status, status, GSS_C_MECH_CODE, oid, nullptr, &text));
+        Output text; // its length is set before the memory is asked for, and stays
+        const OM_uint32 major = called(QXNEGO_display_status, status, GSS_C_MECH_CODE, oid, nullptr, &text);
+        EXPECT_EQ(GSS_ERROR(major) == 0, text.value != nullptr);
     }
 }
 
@@ -216,10 +218,9 @@ void handle_names() {
         qxgss_cred_id_t credential = nullptr;
         const OM_uint32 major = called(qxgss_import_name, &buffer, type, &name);
         EXPECT_EQ(GSS_ERROR(major) == 0, name != nullptr);
-        if (name != nullptr)
-            EXPECT_EQ(GSS_ERROR(called(QXNEGO_acquire_cred, name, 1, nullptr, GSS_C_BOTH, &credential, nullptr,
-                                       nullptr)) == 0,
-                      credential != nullptr);
+        const OM_uint32 acquired =
+            called(QXNEGO_acquire_cred, name, 1, nullptr, GSS_C_BOTH, &credential, nullptr, nullptr);
+        EXPECT_EQ(GSS_ERROR(acquired) == 0, credential != nullptr);
         if (credential != nullptr)
             called(QXNEGO_release_cred, &credential);
         gssp_release_name(nullptr, &name);
@@ -231,8 +232,10 @@ void handle_names() {
 void handle_oids() {
     qxgss_OID oid = nullptr;
     qxgss_OID_set set = nullptr, policy = nullptr;
-    for (const char *dotted : {"1.3.6.1.4.1.32473.9.9", "2.999.4294967295", "1.3.6.1.4.1.32473.2.1"})
-        EXPECT_EQ(GSS_ERROR(called(gssp_mechoidstr_to_oid, dotted, &oid)) == 0, oid != nullptr);
+    for (const char *dotted : {"1.3.6.1.4.1.32473.9.9", "2.999.4294967295", "1.3.6.1.4.1.32473.2.1"}) {
+        const OM_uint32 major = called(gssp_mechoidstr_to_oid, dotted, &oid);
+        EXPECT_EQ(GSS_ERROR(major) == 0, oid != nullptr);
+    }
     if (GSS_ERROR(called(gssp_create_empty_oid_set, &set)) == 0 && oid != nullptr)
         for (std::size_t i = 0; i < 3; ++i) {
             const std::size_t before = set->count;
@@ -261,9 +264,9 @@ void parse_logons() {
     };
     for (const auto &syntax : syntaxes) {
         char *parts[9]{};
-        const OM_uint32 major = called(qxat_parse_logon, syntax.text, &parts[0], &parts[1], &parts[2], &parts[3],
-                                       &parts[4], &parts[5], &parts[6], &parts[7], &parts[8],
-                                       static_cast<qxat_flags_t>(syntax.flags));
+        const OM_uint32 major =
+            called(qxat_parse_logon, syntax.text, &parts[0], &parts[1], &parts[2], &parts[3], &parts[4], &parts[5],
+                   &parts[6], &parts[7], &parts[8], static_cast<qxat_flags_t>(syntax.flags));
         for (char *part : parts) {
             EXPECT_TRUE(part == nullptr || GSS_ERROR(major) == 0);
             if (part == nullptr)
@@ -338,7 +341,7 @@ TEST_F(AllocationSweep, Configuration) {
     release_module_state();
     for (const char *more : {"default = [\"A\"]\n", "default = [\"nobody\"]\n", "= wrong"}) {
         const std::string path = testing::TempDir() + "allocation_sweep.toml";
-        std::ofstream(path) << configuration() << "[policy]\n" << more;
+        std::ofstream(path) << configuration({kStandard[0], kStandard[1]}) << "[policy]\n" << more;
         for (const bool all_later : {false, true})
             sweep({more, [&] { configure_framework(path); }}, all_later);
         std::remove(path.c_str());
@@ -346,8 +349,11 @@ TEST_F(AllocationSweep, Configuration) {
 }
 
 TEST_F(AllocationSweep, EverythingElse) {
-    const Subject subjects[] = {{"names", handle_names},    {"OIDs", handle_oids},       {"statuses", show_statuses},
-                                {"logons", parse_logons},   {"records", write_records}};
+    const Subject subjects[] = {{"names", handle_names},
+                                {"OIDs", handle_oids},
+                                {"statuses", show_statuses},
+                                {"logons", parse_logons},
+                                {"records", write_records}};
     for (const Subject &subject : subjects)
         for (const bool all_later : {false, true})
             sweep(subject, all_later);

@@ -144,10 +144,11 @@ char *__wrap_strndup(const char *text, std::size_t size) {
 }
 }
 
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    return with_new && fails() ? nullptr : counted(__real_malloc(size));
+}
 void *operator new(std::size_t size) {
-    if (with_new && fails())
-        throw std::bad_alloc();
-    void *block = counted(__real_malloc(size));
+    void *block = operator new(size, std::nothrow);
     if (block == nullptr)
         throw std::bad_alloc();
     return block;

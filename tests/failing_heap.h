@@ -1,5 +1,6 @@
-// Makes the allocations of the code under test fail, and watches what it leaves behind. A program that uses it is linked
-// with the objects under test, not with shared libraries of them: only objects have their heap operations replaced.
+// Makes the allocations of the code under test fail, and watches what it leaves behind. A program that uses it is
+// linked with the objects under test, not with shared libraries of them: only objects have their heap operations
+// replaced.
 #ifndef QXNEGO_FAILING_HEAP_H
 #define QXNEGO_FAILING_HEAP_H
 
@@ -42,8 +43,8 @@ class Window {
 // Blocks that are allocated, by whomever.
 long live_blocks();
 
-// From now on counts the blocks that are given back while they hold that text (at most 16 bytes of ASCII), in any of the
-// UTF encodings; an empty one ends it. A block that realloc replaces is given back as well.
+// From now on counts the blocks that are given back while they hold that text (at most 16 bytes of ASCII), in any of
+// the UTF encodings; an empty one ends it. A block that realloc replaces is given back as well.
 void watch_for(std::string_view secret);
 int secrets_given_back();
 

@@ -19,10 +19,11 @@ struct Object {
     Object *next;
 };
 
-Script current;
-Object *objects = nullptr;
-std::array<Call, 512> call_log;
-std::size_t call_count = 0;
+// Each thread has a script and objects of its own.
+thread_local Script current;
+thread_local Object *objects = nullptr;
+thread_local std::array<Call, 512> call_log;
+thread_local std::size_t call_count = 0;
 
 std::array<std::array<unsigned char, 10>, kMechanisms> oid_bytes{{
     {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x01},

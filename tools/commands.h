@@ -9,11 +9,13 @@ class App;
 
 namespace tools {
 
+void add_connect(CLI::App &program);
 void add_demo(CLI::App &program);
 void add_dump(CLI::App &program);
 void add_log(CLI::App &program);
 void add_mechs(CLI::App &program);
 void add_properties(CLI::App &program);
+void add_serve(CLI::App &program);
 void add_status(CLI::App &program);
 void add_try(CLI::App &program);
 

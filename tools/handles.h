@@ -53,6 +53,21 @@ class OwnedName {
     qxgss_name_t name_ = nullptr;
 };
 
+class OwnedOidSet {
+  public:
+    OwnedOidSet() = default;
+    OwnedOidSet(const OwnedOidSet &) = delete;
+    OwnedOidSet &operator=(const OwnedOidSet &) = delete;
+    ~OwnedOidSet() { gssp_release_oid_set(nullptr, &set_); }
+
+    qxgss_OID_set *out() { return &set_; }
+    qxgss_OID_set get() const { return set_; }
+    bool is_empty() const { return set_ == nullptr || set_->count == 0; }
+
+  private:
+    qxgss_OID_set set_ = nullptr;
+};
+
 class Credential {
   public:
     explicit Credential(const qxgss_ftn_table_desc &table) : table_(table) {}

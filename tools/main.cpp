@@ -20,6 +20,8 @@ int run(int argc, char **argv) {
     program.set_version_flag("--version", "qxnego " QXNEGO_VERSION);
     program.require_subcommand(1);
     tools::add_demo(program);
+    tools::add_serve(program);
+    tools::add_connect(program);
     tools::add_properties(program);
     tools::add_log(program);
     tools::add_dump(program);

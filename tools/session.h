@@ -46,12 +46,17 @@ class Session {
 
   private:
     TokenExchange exchange();
-    template <typename Run> void negotiate(const Run &run);
     bool send_token(ByteView token);
     std::optional<Bytes> receive_token();
-    void admit_nameless();
+    template <typename Run> void negotiate(const Run &run);
+    void keep_views();
+    bool is_claim_refused() const;
+    void negotiate_nameless();
     void confirm_tokens(const char *own_role, const char *peer_role);
+    void send_views();
+    void receive_views();
     void check_policy();
+    [[noreturn]] void refuse(const std::string &why, ExitStatus status);
     [[noreturn]] void end(EndReason reason, const std::string &why, ExitStatus status);
     Bytes protect(ByteView text);
     Bytes unprotect(const Bytes &message);
@@ -64,6 +69,7 @@ class Session {
     Transcript transcript_;
     unsigned received_tokens_ = 0;
     Claims claims_;
+    std::string claim_refusal_; // why the claimed name is refused; empty when it is not
 };
 
 } // namespace tools

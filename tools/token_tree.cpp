@@ -235,12 +235,12 @@ void read_outer(const OpenToken &token, TokenTree &tree) {
         tree.fault = Fault{0, GSSPASN_E_TAG_NOT_FOUND, "the outer tag is neither [0], INIT, nor [1], RESP"};
         return;
     }
+    tree.form = outer.name = is_init ? "INIT" : "RESP";
     const OM_uint32 status = gsspasn_get_top_decode_sequence(token.get(), outer.tag, &children, &count);
     if (status != GSSPASN_E_SUCCESS) {
         tree.fault = Fault{0, status, "the outer element is not constructed"};
         return;
     }
-    tree.form = outer.name = is_init ? "INIT" : "RESP";
     if (count == 0) {
         tree.fault = Fault{1, is_init ? QXNEGO_E_BAD_INIT_TOKEN : QXNEGO_E_BAD_RESP_TOKEN, "the token is empty"};
         return;

@@ -21,9 +21,15 @@ class Walker {
     }
 
   private:
-    bool fail(std::size_t offset, OM_uint32 status, const char *why) {
+    bool fail(std::size_t offset, OM_uint32 status, const std::string &why) {
         walk_.fault = Fault{offset, status, why};
         return false;
+    }
+    // A length that does not fit before the limit.
+    bool fail_beyond(std::size_t offset, std::size_t limit, std::size_t length) {
+        return fail(offset, GSSPASN_E_ENCODING,
+                    "the length is " + std::to_string(length) + ", and only " + std::to_string(limit - at_) +
+                        (limit == token_.size() ? " bytes follow" : " bytes follow in the element around it"));
     }
     bool read_element(std::size_t limit, std::size_t depth, std::vector<Element> &siblings);
     bool read_length(std::size_t limit, Element &element);
@@ -76,7 +82,7 @@ bool Walker::read_length(std::size_t limit, Element &element) {
     if (indefinite_)
         return true;
     element.length = octet;
-    return element.length <= limit - at_ || fail(at_ - 1, GSSPASN_E_ENCODING, "the length goes beyond what is there");
+    return element.length <= limit - at_ || fail_beyond(at_ - 1, limit, element.length);
 }
 
 bool Walker::read_long_length(std::size_t limit, Element &element) {
@@ -87,7 +93,7 @@ bool Walker::read_long_length(std::size_t limit, Element &element) {
     for (const std::size_t end = at_ + octets; at_ != end;) {
         element.length = element.length << 8 | token_[at_++];
         if (element.length > limit - at_)
-            return fail(begin, GSSPASN_E_ENCODING, "the length goes beyond what is there");
+            return fail_beyond(begin, limit, element.length);
     }
     return true;
 }

@@ -168,7 +168,7 @@ class LastFailure {
 // The registry's record at an index; null outside the registry. Nobody else indexes the registry, and the two below
 // answer for entries made for the peer only, whose index is -1.
 inline const MechInfo_t *registered(OM_sint32 index) {
-    if (index < 0 || static_cast<OM_uint32>(index) >= MechCount)
+    if (static_cast<OM_uint32>(index) >= MechCount) // a negative index is larger than any count
         return nullptr;
     return &pMechInfo[index];
 }
@@ -219,8 +219,7 @@ inline OM_uint32 find_mechanism(OM_uint32 *pMinorStatus, const NegMechList_desc 
 // The entry that the negotiation has selected, or null when the index designates none.
 inline NegMechEntry_t selected_entry(const NegContext_desc &context) {
     const NegMechList_desc &list = context.NegMechList;
-    if (list.pNegMech == nullptr || context.SelectedMechListIndex < 0 ||
-        static_cast<OM_uint32>(context.SelectedMechListIndex) >= list.Count)
+    if (list.pNegMech == nullptr || static_cast<OM_uint32>(context.SelectedMechListIndex) >= list.Count)
         return nullptr;
     return &list.pNegMech[context.SelectedMechListIndex];
 }

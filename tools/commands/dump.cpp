@@ -82,12 +82,14 @@ std::string surroundings(ByteView token, std::size_t offset) {
 }
 
 void print_text(const TokenTree &tree, ByteView token, bool inner) {
-    std::cout << (tree.form.empty() ? "A token" : tree.form + " token") << " of " << token.size() << " bytes\n\n";
+    std::cout << (tree.form.empty() ? "A token" : tree.form + " token") << " of " << token.size() << " bytes\n";
     Table table({"offset", "  size", "element", "value"});
     for (const Element &element : tree.elements)
         add_element(table, element, token, inner, 0);
-    if (!tree.elements.empty())
+    if (!tree.elements.empty()) {
+        std::cout << '\n';
         table.print(std::cout);
+    }
     if (!tree.fault)
         return;
     std::cout << "\nByte " << tree.fault->offset << " is wrong: " << tree.fault->why << '\n'

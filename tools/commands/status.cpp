@@ -74,15 +74,22 @@ std::string text_or(const Json &value, const char *otherwise) {
     return value.is_null() ? otherwise : value.get<std::string>();
 }
 
+void print_major(const Json &status) {
+    bool is_known = true;
+    std::cout << "major status " << status["name"].get<std::string>() << '\n';
+    for (const Json &part : status["parts"]) {
+        std::cout << "  " << part["field"].get<std::string>() << ' ' << part["name"].get<std::string>() << ": "
+                  << part["text"].get<std::string>() << '\n';
+        is_known = is_known && part["text"] != "unknown";
+    }
+    if (!is_known)
+        std::cout << "  (a minor status of a mechanism's own? --mechanism explains those)\n";
+}
+
 void print_text(const Json &status) {
     std::cout << status["code"].get<std::string>() << "  ";
-    if (status["kind"] == "major") {
-        std::cout << "major status " << status["name"].get<std::string>() << '\n';
-        for (const Json &part : status["parts"])
-            std::cout << "  " << part["field"].get<std::string>() << ' ' << part["name"].get<std::string>() << ": "
-                      << part["text"].get<std::string>() << '\n';
-        return;
-    }
+    if (status["kind"] == "major")
+        return print_major(status);
     if (status["kind"] == "mechanism") {
         std::cout << "minor status of " << status["owner"].get<std::string>() << '\n'
                   << "  " << status["text"].get<std::string>() << '\n';

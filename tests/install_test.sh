@@ -1,0 +1,52 @@
+#!/bin/sh
+# The installed tree: a program builds against it in both ways and runs, and the command finds its libraries and its
+# configuration there. Usage: install_test.sh BUILD_FOLDER C_COMPILER COMPILER_FLAGS
+set -eu
+build=$1 compiler=$2 flags=$3
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+prefix="$folder/usr"
+
+cmake --install "$build" --prefix "$prefix" >"$folder/log" || { cat "$folder/log"; exit 1; }
+libraries=$(dirname "$(find "$prefix" -name libqxgss.so)")
+examples="$prefix/share/doc/qxnego/examples"
+test -s "$prefix/share/man/man1/qxnego.1" -a -s "$prefix/share/man/man5/qxgss.conf.5"
+
+# The program configures the framework with the installed sample and reaches QXNEGO.
+mkdir "$folder/program"
+cat >"$folder/program/main.c" <<'END'
+#include <gssp2qxnego/gssp2qxnego.h>
+#include <qxgss/gssp.h>
+int main(int argc, char **argv) {
+    qxgss_OID_set names = NULL;
+    if (argc != 2 || qxgss_configure(NULL, QXGSS_SERVER, argv[1], NULL) != GSS_S_COMPLETE || MechCount != 2)
+        return 1;
+    if (pMechInfo[0].MechFtnTable.ftn_gssp_indicate_mechs(NULL, &names) != GSS_S_COMPLETE || names->count != 1)
+        return 2;
+    gssp_release_oid_set(NULL, &names);
+    return qxgss_shutdown(NULL) != GSS_S_COMPLETE;
+}
+END
+cat >"$folder/program/CMakeLists.txt" <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(program LANGUAGES C)
+find_package(qxnego 1.0 REQUIRED)
+add_executable(program main.c)
+target_link_libraries(program PRIVATE qxnego::qxgss)
+END
+cd "$folder/program"
+found=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs qxnego)
+# shellcheck disable=SC2086 # flags are words
+"$compiler" -Wall -Wextra -Werror $flags main.c -o with-pkg-config $found
+LD_LIBRARY_PATH="$libraries" ./with-pkg-config "$examples/qxgss.conf"
+cmake -S . -B out -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix" >>"$folder/log"
+cmake --build out >>"$folder/log"
+out/program "$examples/qxgss.conf"
+
+# The command: its libraries by themselves, its configuration where an administrator puts it.
+"$prefix/bin/qxnego" demo both --brief | grep -q 'both: as expected'
+mkdir -p "$prefix/etc/qxgss"
+cp "$examples"/* "$prefix/etc/qxgss"
+test "$("$prefix/bin/qxnego" mechs | grep -c ' yes ')" -eq 2
+"$prefix/bin/qxnego" try --user alice --offer SCRAM-SHA-256 | grep -q 'Selected: SCRAM-SHA-256'
+echo "installed, built against and run"

@@ -1,0 +1,222 @@
+// Every byte of every token: all tokens of the scenarios, changed in every way below, are handed to both roles at every
+// leg. Whatever comes, the call ends with a status of the tables, the context can be asked, fed again and deleted, and
+// a completion is one that a valid peer could have had. Run with QXNEGO_SWEEP=full; without it a sample is tried.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <set>
+
+#include "tests/scenarios.h"
+
+namespace {
+
+using namespace harness;
+
+// ---- Changed tokens ------------------------------------------------------------------------------------------------
+
+struct Element {
+    unsigned char tag = 0;
+    std::string content; // of a primitive one
+    std::vector<Element> children;
+};
+
+// The elements of one of our own tokens: DER, one length octet or two. `lengths` collects where lengths begin.
+std::vector<Element> parse(std::string_view token, std::size_t at, std::size_t end, std::vector<std::size_t> &lengths) {
+    std::vector<Element> elements;
+    while (at < end) {
+        Element &element = elements.emplace_back();
+        element.tag = static_cast<unsigned char>(token[at]);
+        lengths.push_back(++at);
+        std::size_t length = static_cast<unsigned char>(token[at++]);
+        if (length == 0x81)
+            length = static_cast<unsigned char>(token[at++]);
+        else if (length == 0x82)
+            length = static_cast<unsigned char>(token[at]) * 256U + static_cast<unsigned char>(token[at + 1]), at += 2;
+        if ((element.tag & 0x20) != 0)
+            element.children = parse(token, at, at + length, lengths);
+        else
+            element.content = token.substr(at, length);
+        at += length;
+    }
+    return elements;
+}
+
+std::string encode(const std::vector<Element> &elements) {
+    std::string out;
+    for (const Element &element : elements) {
+        const std::string content = (element.tag & 0x20) != 0 ? encode(element.children) : element.content;
+        out += static_cast<char>(element.tag);
+        if (content.size() > 255)
+            out += {'\x82', static_cast<char>(content.size() >> 8)};
+        else if (content.size() > 127)
+            out += '\x81';
+        out += static_cast<char>(content.size());
+        out += content;
+    }
+    return out;
+}
+
+// Calls use(siblings, index) for element number `number` in the order of the token; false when there are fewer.
+template <typename Use> bool at_element(std::vector<Element> &siblings, int &number, Use use) {
+    for (std::size_t i = 0; i < siblings.size(); ++i) {
+        if (number-- == 0) {
+            use(siblings, i);
+            return true;
+        }
+        if (at_element(siblings[i].children, number, use))
+            return true;
+    }
+    return false;
+}
+
+void change_structure(const std::vector<Element> &token, std::vector<std::string> &out) {
+    using Siblings = std::vector<Element>;
+    const auto changed = [&](int number, auto use) {
+        Siblings copy = token;
+        const bool found = at_element(copy, number, use);
+        out.push_back(encode(copy));
+        return found;
+    };
+    std::set<unsigned char> tags;
+    Siblings copy = token;
+    for (int number = 0, n; at_element(copy, n = number, [&](Siblings &s, std::size_t i) { tags.insert(s[i].tag); });)
+        ++number;
+    bool found = true;
+    for (int number = 0; found; ++number) {
+        found =
+            changed(number, [](Siblings &s, std::size_t i) { s.erase(s.begin() + static_cast<std::ptrdiff_t>(i)); });
+        changed(number, [](Siblings &s, std::size_t i) {
+            const Element twice = s[i];
+            s.insert(s.begin() + static_cast<std::ptrdiff_t>(i), twice);
+        });
+        changed(number, [](Siblings &s, std::size_t i) { std::swap(s[i], s[(i + 1) % s.size()]); });
+        for (const unsigned char tag : tags)
+            changed(number, [tag](Siblings &s, std::size_t i) { s[i].tag = tag; });
+    }
+}
+
+std::vector<std::string> changes(const std::string &token) {
+    std::vector<std::string> out;
+    for (std::size_t length = 0; length < token.size(); ++length)
+        out.push_back(token.substr(0, length));
+    for (std::size_t i = 0; i < token.size(); ++i)
+        for (const int value : {0x00, 0x01, 0x02, 0x03, 0x7F, 0x80, 0x81, 0xA0, 0xFF}) {
+            out.push_back(token);
+            out.back()[i] = static_cast<char>(value);
+        }
+    std::vector<std::size_t> lengths;
+    const std::vector<Element> elements = parse(token, 0, token.size(), lengths);
+    EXPECT_EQ(encode(elements), token);
+    for (const std::size_t at : lengths) {
+        for (const int step : {-1, 1}) {
+            out.push_back(token);
+            out.back()[at] = static_cast<char>(token[at] + step);
+        }
+        for (const char *longest :
+             {"\x7E", "\x83\x0F\xFF\xFF", "\x84\xFF\xFF\xFF\xFF", "\x88\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"})
+            out.push_back(std::string(token).replace(at, 1, longest));
+    }
+    change_structure(elements, out);
+    return out;
+}
+
+// ---- What must hold ------------------------------------------------------------------------------------------------
+
+// Whether "onlya" and so on stand for another mechanism than that one.
+bool forbids(std::string_view user, char letter) {
+    return user.size() == 5 && user.substr(0, 4) == "only" && user[4] >= 'a' && user[4] <= 'd' &&
+           user[4] != letter - 'A' + 'a';
+}
+
+// The selected mechanism has itself established its context with its own tokens, and may be used by whom it is for.
+void expect_earned(const Peer &peer, Side side) {
+    const NegContext_desc &negotiation = peer.negotiation();
+    int open = 0;
+    EXPECT_EQ(
+        QXNEGO_inquire_context(nullptr, peer.context, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &open),
+        GSS_S_COMPLETE);
+    EXPECT_EQ(open, 1);
+    const NegMechEntry_desc &entry = negotiation.NegMechList.pNegMech[negotiation.SelectedMechListIndex];
+    EXPECT_EQ(entry.MechState, NEG_MECH_STATE_SELECTED);
+    if (side == kClient)
+        return;
+    const char letter = static_cast<char>('A' - 1 + static_cast<const char *>(entry.pMechOid->elements)[9]);
+    EXPECT_EQ(negotiation.IsPolicyApplied, 1U);
+    EXPECT_FALSE(letter == 'B' && negotiation.UserNameBuf.length + negotiation.ProfileNameBuf.length != 0);
+    bool allowed = !forbids(text_of(negotiation.AuthenticationIdBuf), letter);
+    if (negotiation.UserNameBuf.length != 0)
+        allowed = !forbids(text_of(negotiation.UserNameBuf), letter);
+    else if (negotiation.IsSso != 0)
+        for (OM_uint32 i = 0; i < negotiation.NegMechList.Count; ++i)
+            allowed |= !forbids(text_of(negotiation.NegMechList.pNegMech[i].SsoAuthenticationIdBuf), letter);
+    EXPECT_TRUE(allowed);
+}
+
+void feed(Peer &peer, Side side, std::string_view token) {
+    const Outcome outcome = peer.call(token);
+    ASSERT_NE(peer.context, nullptr);
+    if (outcome.major == GSS_S_COMPLETE)
+        expect_earned(peer, side);
+    else if (outcome.major == GSS_S_CONTINUE_NEEDED)
+        EXPECT_EQ(outcome.minor, QXNEGO_E_CONTINUE_NEEDED);
+    else
+        EXPECT_TRUE((std::strcmp(qxnegoerrtostr(outcome.minor), "?") != 0 ||
+                     std::strcmp(qxgsserrtostr(outcome.minor), "?") != 0 || outcome.minor == 0xC5000007U) &&
+                    GSS_ERROR(outcome.major) != 0 && outcome.output != Output::kToken)
+            << hex(outcome.major) << '/' << hex(outcome.minor);
+    qxgss_buffer_desc properties{};
+    EXPECT_EQ(QXNEGO_inquire_properties_for_user(nullptr, peer.context, &properties), GSS_S_COMPLETE);
+    gssp_release_buffer(nullptr, &properties);
+}
+
+// The scenario up to that leg, the changed token for one side, and the right one afterwards.
+void try_token(const Scenario &scenario, const std::vector<std::string> &tokens, std::size_t leg, Side side,
+               const std::string &changed) {
+    prepare(scenario);
+    {
+        Session session(scenario.client, scenario.server);
+        log_on(scenario, session);
+        session.client.call("");
+        for (std::size_t i = 0; i < leg; ++i)
+            session.side(i % 2 == 0 ? kServer : kClient).call(tokens[i]);
+        Peer &peer = session.side(side);
+        feed(peer, side, changed);
+        feed(peer, side, tokens[leg]);
+    }
+    EXPECT_EQ(scripted::live_objects(), 0);
+}
+
+TEST(TokenSweep, NoChangedTokenDoesHarm) {
+    OM_uint32 major = 0;
+    ASSERT_EQ(configure(&major, configuration()), "");
+    const char *how = std::getenv("QXNEGO_SWEEP");
+    const bool full = how != nullptr && std::strcmp(how, "full") == 0;
+    const std::size_t stride = full ? 1 : 11; // a prime, so that the sample falls everywhere
+    std::size_t number = 0, tried = 0;
+    for (const Scenario &scenario : scenarios()) {
+        prepare(scenario);
+        std::vector<std::string> tokens;
+        {
+            Session session(scenario.client, scenario.server);
+            log_on(scenario, session);
+            session.run();
+            tokens = session.tokens;
+        }
+        for (const std::string &token : tokens)
+            for (const std::string &changed : changes(token))
+                for (std::size_t leg = 0; leg < tokens.size(); ++leg)
+                    for (const Side side : {kClient, kServer}) {
+                        if (++number % stride != 0)
+                            continue;
+                        ++tried;
+                        try_token(scenario, tokens, leg, side, changed);
+                        ASSERT_FALSE(HasFailure()) << scenario.name << ", leg " << leg << ", "
+                                                   << (side == kClient ? "client" : "server") << ": " << hex(changed);
+                    }
+    }
+    scripted::reset();
+    std::printf("%zu tokens tried of %zu\n", tried, number);
+}
+
+} // namespace
