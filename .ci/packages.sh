@@ -9,11 +9,13 @@ build_packages=(
     libkrb5-dev                 # mechanisms/hostgss
     libcli11-dev                # tools: the command's options
     nlohmann-json3-dev          # tools: output for programs
+    libssl-dev                  # tools: base64, digests
 )
 test_packages=(
     libgtest-dev                # all of them
     krb5-kdc krb5-admin-server  # tests/realm.sh: a private Kerberos realm
     gss-ntlmssp                 # tests/hostgss_test.cpp
+    krb5-user python3           # tests/network_test.py
 )
 
 # Installs those of the named packages that are missing.

@@ -1,5 +1,5 @@
-// Running the cases: by Google Benchmark, or for the counters. Allocations are printed as "allocations NAME COUNT BYTES";
-// instructions go into a dump of callgrind that carries the name.
+// Running the cases: by Google Benchmark, or for the counters. Allocations are printed as "allocations NAME COUNT
+// BYTES"; instructions go into a dump of callgrind that carries the name.
 #include "bench/cases.h"
 
 #include <cstdio>

@@ -1,6 +1,6 @@
-// The cases of a benchmark program. Each prepares what it needs and then repeats one call, either by Google Benchmark or,
-// with --counts, a fixed number of times for the counters of instructions and allocations, which do not depend on the
-// machine's load.
+// The cases of a benchmark program. Each prepares what it needs and then repeats one call, either by Google Benchmark
+// or, with --counts, a fixed number of times for the counters of instructions and allocations, which do not depend on
+// the machine's load.
 #ifndef QXNEGO_CASES_H
 #define QXNEGO_CASES_H
 

@@ -1,6 +1,6 @@
-// The codec on the first token of a negotiation: a mechanism entry of 89 bytes (OID of 9 bytes, two integers, inner token
-// of 64 bytes) so many times, and at last as much as a token may hold. Encoding goes from the context's records to a new
-// buffer, decoding from the buffer to new framework records of every field.
+// The codec on the first token of a negotiation: a mechanism entry of 89 bytes (OID of 9 bytes, two integers, inner
+// token of 64 bytes) so many times, and at last as much as a token may hold. Encoding goes from the context's records
+// to a new buffer, decoding from the buffer to new framework records of every field.
 #include <string>
 #include <vector>
 

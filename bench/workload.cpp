@@ -11,11 +11,11 @@ namespace bench {
 
 namespace {
 
-constexpr OM_uint32 kFlags = GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG |
-                             GSS_C_INTEG_FLAG;
+constexpr OM_uint32 kFlags =
+    GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
 constexpr int kFirstOfLegs[] = {0, 0, 0x40, 0x60}; // as the null mechanism has them
 
-std::string configuration(int candidates, int legs) {
+std::string null_mechanisms(int candidates, int legs) {
     std::string negotiates, mechanisms;
     for (int i = 0; i < candidates; ++i) {
         const std::string number = std::to_string(kFirstOfLegs[legs] + i);
@@ -26,9 +26,7 @@ std::string configuration(int candidates, int legs) {
                       "properties = { authentication = true, authorization = true, single_sign_on = false, rank = " +
                       std::to_string(i) + " }\n";
     }
-    return "[[mechanism]]\nname = \"QXNEGO\"\noid = \"1.3.6.1.4.1.32473.1.1\"\nlibrary = \"" QXNEGO_LIBRARY
-           "\"\nprefix = \"QXNEGO\"\nnegotiates = [ " +
-           negotiates + "]\n" + mechanisms;
+    return negotiation_over(negotiates, mechanisms);
 }
 
 } // namespace
@@ -40,9 +38,17 @@ void expect(bool condition, const char *what, OM_uint32 major, OM_uint32 minor) 
     std::abort();
 }
 
-Framework::Framework(int candidates, int legs) {
+std::string negotiation_over(const std::string &negotiates, const std::string &mechanisms) {
+    return "[[mechanism]]\nname = \"QXNEGO\"\noid = \"1.3.6.1.4.1.32473.1.1\"\nlibrary = \"" QXNEGO_LIBRARY
+           "\"\nprefix = \"QXNEGO\"\nnegotiates = [ " +
+           negotiates + "]\n" + mechanisms;
+}
+
+Framework::Framework(int candidates, int legs) : Framework(null_mechanisms(candidates, legs)) {}
+
+Framework::Framework(const std::string &configuration) {
     const std::string file = "/tmp/qxnego-bench-" + std::to_string(getpid()) + ".toml";
-    std::ofstream(file) << configuration(candidates, legs);
+    std::ofstream(file) << configuration;
     qxgss_buffer_desc message{};
     OM_uint32 minor = 0;
     const OM_uint32 major = qxgss_configure(&minor, QXGSS_SERVER, file.c_str(), &message);
@@ -90,7 +96,7 @@ void Handshake::run() {
     qxgss_buffer_desc toServer{}, toClient{};
     do {
         toServer = {};
-        clientMajor = table_.ftn_gssp_init_sec_context(&minor, initiator_, &client, nullptr, mech_, kFlags, 0, nullptr,
+        clientMajor = table_.ftn_gssp_init_sec_context(&minor, initiator_, &client, target, mech_, kFlags, 0, nullptr,
                                                        &toClient, nullptr, &toServer, &flags, nullptr);
         expect(GSS_ERROR(clientMajor) == 0, "init_sec_context", clientMajor, minor);
         gssp_release_buffer(nullptr, &toClient);

@@ -1,5 +1,5 @@
-// The work that is measured: a framework configured with null mechanisms, and handshakes of a client and a server in one
-// thread. Whatever fails ends the program: a figure of a failed handshake would be worth nothing.
+// The work that is measured: a framework configured with null mechanisms, and handshakes of a client and a server in
+// one thread. Whatever fails ends the program: a figure of a failed handshake would be worth nothing.
 #ifndef QXNEGO_WORKLOAD_H
 #define QXNEGO_WORKLOAD_H
 
@@ -9,15 +9,17 @@
 
 namespace bench {
 
-// Negotiation over so many null mechanisms (at most 64 of one leg, 32 of two or three). One at a time in a process.
+// A configured framework, whose first mechanism is QXNEGO. One at a time in a process.
 class Framework {
   public:
+    explicit Framework(const std::string &configuration);
+    // Negotiation over so many null mechanisms (at most 64 of one leg, 32 of two or three).
     Framework(int candidates, int legs);
     Framework(const Framework &) = delete;
     Framework &operator=(const Framework &) = delete;
     ~Framework();
 
-    // The function tables of QXNEGO and of the first mechanism.
+    // The function tables of QXNEGO and of the next mechanism.
     const qxgss_ftn_table_desc &qxnego() const { return pMechInfo[0].MechFtnTable; }
     const qxgss_ftn_table_desc &mechanism() const { return pMechInfo[1].MechFtnTable; }
 };
@@ -48,12 +50,16 @@ class Handshake {
 
     qxgss_ctx_id_t client = nullptr;
     qxgss_ctx_id_t server = nullptr;
+    qxgss_name_t target = nullptr; // borrowed
 
   private:
     const qxgss_ftn_table_desc &table_;
     qxgss_cred_id_t initiator_, acceptor_;
     qxgss_OID mech_;
 };
+
+// A configuration in which QXNEGO negotiates these: a list of OIDs and the [[mechanism]] sections.
+std::string negotiation_over(const std::string &negotiates, const std::string &mechanisms);
 
 // The client's first token, which the caller releases.
 qxgss_buffer_desc first_token(const qxgss_ftn_table_desc &table, qxgss_cred_id_t initiator, qxgss_ctx_id_t *ppContext);

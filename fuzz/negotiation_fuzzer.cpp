@@ -1,6 +1,7 @@
 // A whole conversation of both roles. The input picks a scenario, changes how its mechanisms behave, and decides for
 // each call what becomes of the peer's token and which allocation fails.
 #include <climits>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -20,88 +21,66 @@ using harness::Side;
 namespace {
 
 using Table = qxgss_ftn_table_desc;
+using scripted::Behaviour;
 
 constexpr int kTurns = 12;
 
-// One more thing that a mechanism does otherwise than the scenario says.
+// What a mechanism can do otherwise than the scenario says.
+constexpr void (*kAlterations[])(Table &) = {
+    [](Table &t) { t = {}; },
+    [](Table &t) { t.ftn_gssp_init_sec_context = nullptr; },
+    [](Table &t) { t.ftn_gssp_accept_sec_context = nullptr; },
+    [](Table &t) { t.ftn_gssp_delete_sec_context = nullptr; },
+    [](Table &t) { t.ftn_gssp_acquire_cred = nullptr; },
+    [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; },
+    [](Table &t) { t.ftn_gssp_display_status = nullptr; },
+    [](Table &t) { t.ftn_gssp_release_name = nullptr; },
+    [](Table &t) { t.ftn_gssp_inquire_properties_for_user = nullptr; },
+    [](Table &t) { t.ftn_gssp_unwrap = nullptr; },
+};
+constexpr const char *kTexts[] = {nullptr, "", "anna", "anna@realm@@secret", "onlyb", "\\@'\"", "a,b"};
+constexpr std::string_view kProperties[] = {
+    {},                                           // none
+    {"\x0D\0\x08\0\1\0r\0", 8},                   // a role
+    {"\x08\0\x10\0\2\0\1\1\0\0\0\0\0\0\0\0", 16}, // attributes
+    {"x", 1},                                     // no record
+};
+
+template <typename T, std::size_t n> const T &choice(const T (&choices)[n], unsigned value) {
+    return choices[value % n];
+}
+
+constexpr void (*kChanges[])(Behaviour &how, unsigned value) = {
+    [](Behaviour &how, unsigned value) { how.failing_call = static_cast<int>(value % 4); },
+    [](Behaviour &how, unsigned value) { how.error_token = value % 2 != 0; },
+    [](Behaviour &how, unsigned value) { how.acquire_fails = value % 2 != 0; },
+    [](Behaviour &how, unsigned value) { how.release_cred_fails = value % 2 != 0; },
+    [](Behaviour &how, unsigned value) { how.delete_fails = value % 2 != 0; },
+    [](Behaviour &how, unsigned value) { how.messages_fail = value % 2 != 0; },
+    [](Behaviour &how, unsigned value) { how.supplementary = value & 0x1E; },
+    [](Behaviour &how, unsigned value) { how.principal = static_cast<scripted::Principal>(value % 5); },
+    [](Behaviour &how, unsigned value) { how.principal_text = choice(kTexts, value) ? choice(kTexts, value) : "anna"; },
+    [](Behaviour &how, unsigned value) { how.text = choice(kTexts, value); },
+    [](Behaviour &how, unsigned value) { how.source = choice(kTexts, value); },
+    [](Behaviour &how, unsigned value) { how.delegates = value % 2 != 0; },
+    [](Behaviour &how, unsigned value) { how.properties = choice(kProperties, value); },
+    [](Behaviour &how, unsigned value) { how.alter = choice(kAlterations, value); },
+};
+
 void change_behaviour(Input &input) {
-    using scripted::Principal;
-    static constexpr Principal kPrincipals[] = {Principal::kText, Principal::kNoName, Principal::kNoElements,
-                                                Principal::kEmptyText, Principal::kFailure};
-    static constexpr const char *kTexts[] = {nullptr, "", "anna", "anna@realm@@secret", "onlyb", "\\@'\"", "a,b"};
-    static constexpr const char *kProperties[] = {"", "\x0d\0\x08\0\1\0r\0", "\x08\0\x10\0\2\0\1\1\0\0\0\0\0\0\0\0",
-                                                  "x"};
-    static constexpr std::size_t kPropertiesSizes[] = {0, 8, 16, 1};
-    static constexpr void (*kAlterations[])(Table &) = {
-        [](Table &t) { t = {}; },
-        [](Table &t) { t.ftn_gssp_init_sec_context = nullptr; },
-        [](Table &t) { t.ftn_gssp_accept_sec_context = nullptr; },
-        [](Table &t) { t.ftn_gssp_delete_sec_context = nullptr; },
-        [](Table &t) { t.ftn_gssp_acquire_cred = nullptr; },
-        [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; },
-        [](Table &t) { t.ftn_gssp_display_status = nullptr; },
-        [](Table &t) { t.ftn_gssp_release_name = nullptr; },
-        [](Table &t) { t.ftn_gssp_inquire_properties_for_user = nullptr; },
-        [](Table &t) { t.ftn_gssp_unwrap = nullptr; },
-    };
     const char letter = static_cast<char>('A' + input.below(scripted::kMechanisms));
-    scripted::Behaviour &how =
-        scripted::script().at(letter, input.below(2) != 0 ? scripted::kServer : scripted::kClient);
-    const unsigned what = input.below(15), value = input.byte();
-    const bool flag = value % 2 != 0;
-    const char *text = kTexts[value % std::size(kTexts)];
-    switch (what) {
-    case 0:
+    const Side side = input.below(2) != 0 ? scripted::kServer : scripted::kClient;
+    const unsigned what = input.below(std::size(kChanges) + 1), value = input.byte();
+    if (what == 0)
         scripted::script().legs[static_cast<std::size_t>(letter - 'A')] = 1 + static_cast<int>(value % 6);
-        break;
-    case 1:
-        how.failing_call = static_cast<int>(value % 4);
-        break;
-    case 2:
-        how.error_token = flag;
-        break;
-    case 3:
-        how.acquire_fails = flag;
-        break;
-    case 4:
-        how.release_cred_fails = flag;
-        break;
-    case 5:
-        how.delete_fails = flag;
-        break;
-    case 6:
-        how.messages_fail = flag;
-        break;
-    case 7:
-        how.supplementary = value & 0x1E;
-        break;
-    case 8:
-        how.principal = kPrincipals[value % std::size(kPrincipals)];
-        break;
-    case 9:
-        how.principal_text = text != nullptr ? text : "anna";
-        break;
-    case 10:
-        how.text = text;
-        break;
-    case 11:
-        how.source = text;
-        break;
-    case 12:
-        how.delegates = flag;
-        break;
-    case 13:
-        how.properties = {kProperties[value % 4], kPropertiesSizes[value % 4]};
-        break;
-    default:
-        how.alter = kAlterations[value % std::size(kAlterations)];
-    }
+    else
+        kChanges[what - 1](scripted::script().at(letter, side), value);
 }
 
 // Whether every mechanism can release what it makes.
 bool all_release() {
     for (const auto &sides : scripted::script().behaviour)
-        for (const scripted::Behaviour &how : sides) {
+        for (const Behaviour &how : sides) {
             Table table = harness::registered("A").MechFtnTable;
             if (how.alter != nullptr)
                 how.alter(table);

@@ -2,9 +2,11 @@
 //
 // Every record goes into a zeroed buffer and has a length that is a multiple of 4; what does not fit is an error, never
 // cut.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <span>
 
 #include "qxat/qxatldapauthorize.h"
 
@@ -23,17 +25,17 @@ OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 minor) {
     return minor == GSSP_E_SUCCESS ? GSS_S_COMPLETE : GSS_S_FAILURE;
 }
 
-std::size_t count(qxs_namelist_t names) {
+std::span<qxs_name_t> entries(qxs_namelist_t names) {
     std::size_t n = 0;
     while (names != nullptr && names[n] != nullptr)
         ++n;
-    return n;
+    return {names, n};
 }
 
 // Takes every "extuser" out but one that moved into the place just freed; whether there was one.
 bool remove_external_user(qxs_namelist_t users) {
     bool found = false;
-    std::size_t n = count(users);
+    std::size_t n = entries(users).size();
     for (std::size_t i = 0; i < n; ++i) {
         if (qxat_stricmp(users[i], kExternalUser) != 0)
             continue;
@@ -49,17 +51,13 @@ bool remove_external_user(qxs_namelist_t users) {
 // The requested name when it is in the list, without a request the only name of the list or none (null). False when
 // the request is not in the list, or there is none and several names to choose from.
 bool choose(qxs_namelist_t names, const char *desired, const char *&chosen) {
-    const std::size_t n = count(names);
+    const std::span<qxs_name_t> list = entries(names);
     chosen = desired;
     if (desired == nullptr) {
-        chosen = n == 1 ? names[0] : nullptr;
-        return n <= 1;
+        chosen = list.size() == 1 ? list.front() : nullptr;
+        return list.size() <= 1;
     }
-    for (std::size_t i = 0; i < n; ++i) {
-        if (qxat_stricmp(names[i], desired) == 0)
-            return true;
-    }
-    return false;
+    return std::any_of(list.begin(), list.end(), [&](const char *name) { return qxat_stricmp(name, desired) == 0; });
 }
 
 // What the records say; a null text or list is left out.
@@ -83,8 +81,8 @@ template <typename F> void each_item(const Grant &grant, F put) {
     put_text(QXGSS_DATA_ID_DOMAIN, grant.domain);
     put(QXGSS_DATA_ID_ATTRIBUTES, &grant.authorized);
     put_text(QXGSS_DATA_ID_PROFILE, grant.profile);
-    for (std::size_t i = 0, n = count(grant.roles); i < n; ++i)
-        put_text(QXGSS_DATA_ID_ROLE, grant.roles[i]);
+    for (const char *role : entries(grant.roles))
+        put_text(QXGSS_DATA_ID_ROLE, role);
     put_text(QXGSS_DATA_ID_MECHDATA, grant.authcid);
     put_text(QXGSS_DATA_ID_AUDITTRAIL_ID, grant.authcid);
     put_text(QXGSS_DATA_ID_AUTHUSERSTRING, grant.address);

@@ -293,6 +293,17 @@ void write_records() {
     mechanism.check(called(qxat_fill_mechinfo, &records, &mechanism, &authenticated, &oid));
 }
 
+// More records than the log has room for at first.
+void fill_log() {
+    NegContext_desc context{};
+    called(QXNEGO_INT_InitNegLog, &context);
+    for (int i = 0; i < 130; ++i)
+        called(QXNEGO_INT_NegLogEntry, "text", nullptr, &context);
+    Output rendered;
+    rendered.check(called(QXNEGO_INT_GetNegLog, &context, 0U, &rendered));
+    called(QXNEGO_INT_ReleaseNegLog, &context);
+}
+
 // ---- The sweep -----------------------------------------------------------------------------------------------------
 
 struct Subject {
@@ -339,7 +350,9 @@ TEST_F(AllocationSweep, Negotiations) {
 TEST_F(AllocationSweep, Configuration) {
     qxgss_shutdown(nullptr);
     release_module_state();
-    for (const char *more : {"default = [\"A\"]\n", "default = [\"nobody\"]\n", "= wrong"}) {
+    for (const char *more :
+         {"default = [\"A\"]\n", "default = [\"nobody\"]\n",
+          "default = []\n[[mechanism]]\nname = \"X\"\noid = \"1.2.3\"\nprefix = \"NONE\"\n", "= wrong"}) {
         const std::string path = testing::TempDir() + "allocation_sweep.toml";
         std::ofstream(path) << configuration({kStandard[0], kStandard[1]}) << "[policy]\n" << more;
         for (const bool all_later : {false, true})
@@ -349,11 +362,8 @@ TEST_F(AllocationSweep, Configuration) {
 }
 
 TEST_F(AllocationSweep, EverythingElse) {
-    const Subject subjects[] = {{"names", handle_names},
-                                {"OIDs", handle_oids},
-                                {"statuses", show_statuses},
-                                {"logons", parse_logons},
-                                {"records", write_records}};
+    const Subject subjects[] = {{"names", handle_names},  {"OIDs", handle_oids},      {"statuses", show_statuses},
+                                {"logons", parse_logons}, {"records", write_records}, {"log", fill_log}};
     for (const Subject &subject : subjects)
         for (const bool all_later : {false, true})
             sweep(subject, all_later);

@@ -1,16 +1,17 @@
 // The ASN.1 codec: what it writes to the byte, what it reads, and that nothing but a well-formed token gets in.
 #include <cstring>
-#include <initializer_list>
 #include <memory>
 #include <sstream>
-#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "qxgss/gssp.h"
 #include "qxgss/gsspasn.h"
+#include "tests/support.h"
 
 namespace {
+
+using namespace support;
 
 using Bytes = std::string;
 constexpr OM_uint32 kOk = GSSPASN_E_SUCCESS;
@@ -45,10 +46,10 @@ Bytes element(unsigned identifier, const Bytes &contents, Form form = Form::kDef
     return out + static_cast<char>(0x80 + length.size()) + length + contents;
 }
 
-// In the order in which the calls stand, unlike arguments of a function.
-void expect_ok(std::initializer_list<OM_uint32> statuses) {
-    for (const OM_uint32 status : statuses)
-        EXPECT_EQ(status, kOk);
+// All calls give that status; they are made in the order in which they stand, unlike arguments of a function.
+void expect(OM_uint32 expected, std::initializer_list<OM_uint32> statuses) {
+    for (const OM_uint32 &status : statuses)
+        EXPECT_EQ(status, expected) << "number " << &status - statuses.begin();
 }
 
 struct Encoder {
@@ -60,20 +61,19 @@ struct Encoder {
         return gsspasn_put_encode_item(handle, tag, type, value);
     }
     OM_uint32 integer(OM_uint32 tag, OM_uint32 value) { return put(tag, GSSPASN_INTEGER, &value); }
-    OM_uint32 octets(OM_uint32 tag, Bytes bytes) {
-        const qxgss_buffer_desc buffer{bytes.size(), bytes.data()};
+    OM_uint32 octets(OM_uint32 tag, const Bytes &bytes) {
+        const qxgss_buffer_desc buffer = view(bytes);
         return put(tag, GSSPASN_OCTET_STRING, &buffer);
     }
-    OM_uint32 oid(OM_uint32 tag, Bytes bytes) {
-        const qxgss_OID_desc oid{static_cast<OM_uint32>(bytes.size()), bytes.data()};
-        return put(tag, GSSPASN_OBJECT_IDENTIFIER, &oid);
+    OM_uint32 oid(OM_uint32 tag, const Bytes &bytes) {
+        const qxgss_OID_desc value = oid_view(bytes);
+        return put(tag, GSSPASN_OBJECT_IDENTIFIER, &value);
     }
     OM_uint32 close(Bytes *out) {
         qxgss_buffer_desc buffer{7, this};
         const OM_uint32 status = gsspasn_close_encode_handle(&handle, &buffer);
         EXPECT_EQ(buffer.length == 0, buffer.value == nullptr);
-        out->assign(static_cast<char *>(buffer.value), buffer.length);
-        gssp_release_buffer(nullptr, &buffer);
+        *out = taken(buffer);
         EXPECT_EQ(handle, nullptr);
         return status;
     }
@@ -114,9 +114,7 @@ Bytes item(gsspasn_decoding_t parent, OM_uint32 tag, OM_uint32 type = GSSPASN_OC
     if (is_oid)
         buffer = {oid.length, oid.elements};
     EXPECT_EQ(buffer.length == 0, buffer.value == nullptr);
-    const Bytes bytes(static_cast<char *>(buffer.value), buffer.length);
-    gssp_release_buffer(nullptr, &buffer);
-    return bytes;
+    return taken(buffer);
 }
 
 Bytes walk(gsspasn_decoding_t parent);
@@ -175,9 +173,9 @@ TEST(AsnEncode, WritesDer) {
     Encoder e;
     EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT), kOk);
     Bytes out;
-    expect_ok({e.start(0), e.start(0), e.start(0), e.oid(0, hex("2a8648")), e.integer(1, 1), e.integer(3, 0xE3000408),
-               e.octets(5, ""), e.octets(30, "\xff"), e.stop(0), e.stop(0), e.integer(1, 128), e.octets(2, "ab"),
-               e.stop(0), e.close(&out)});
+    expect(kOk, {e.start(0), e.start(0), e.start(0), e.oid(0, hex("2a8648")), e.integer(1, 1), e.integer(3, 0xE3000408),
+                 e.octets(5, ""), e.octets(30, "\xff"), e.stop(0), e.stop(0), e.integer(1, 128), e.octets(2, "ab"),
+                 e.stop(0), e.close(&out)});
     EXPECT_EQ(out, golden);
 }
 
@@ -192,8 +190,8 @@ TEST(AsnEncode, LengthsOfEverySizeNested) {
             const Bytes contents(length - less, 'x');
             Encoder e;
             Bytes out;
-            expect_ok(
-                {e.start(1), e.start(0), e.octets(6, contents), e.stop(0), e.integer(1, 2), e.stop(1), e.close(&out)});
+            expect(kOk, {e.start(1), e.start(0), e.octets(6, contents), e.stop(0), e.integer(1, 2), e.stop(1),
+                         e.close(&out)});
             EXPECT_EQ(out, element(0xA1, element(0xA0, element(0x86, contents)) + hex("810102")));
         }
     }
@@ -203,22 +201,20 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
     Encoder e;
     const qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, too_long{SIZE_MAX, &e}, at_the_edge{PTRDIFF_MAX, &e};
     const qxgss_OID_desc no_elements{5, nullptr};
-    EXPECT_EQ(e.stop(0), GSSPASN_E_TAG_MISMATCH);
-    EXPECT_EQ(e.start(31), GSSPASN_E_TAG_INVALID);
+    expect(GSSPASN_E_TAG_MISMATCH, {e.stop(0)});
+    expect(GSSPASN_E_TAG_INVALID, {e.start(31)});
     for (OM_uint32 level = 0; level != GSSPASN_ENCODE_MAX_DEPTH; ++level)
         EXPECT_EQ(e.start(level), kOk);
-    EXPECT_EQ(e.start(0), GSSPASN_E_STACK_FULL);
-    EXPECT_EQ(e.stop(9), GSSPASN_E_TAG_MISMATCH);
-    EXPECT_EQ(e.integer(31, 1), GSSPASN_E_TAG_INVALID);
-    EXPECT_EQ(e.integer(0xFFFFFFFF, 1), GSSPASN_E_TAG_INVALID);
-    EXPECT_EQ(e.oid(0, ""), GSSPASN_E_ENCODING);
-    EXPECT_EQ(e.put(0, 3, &e), GSSPASN_E_ITEM_TYPE);
-    EXPECT_EQ(e.put(0, GSSPASN_INTEGER, nullptr), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(e.put(0, GSSPASN_OCTET_STRING, &no_value), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(e.put(0, GSSPASN_OBJECT_IDENTIFIER, &no_elements), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(e.put(0, GSSPASN_OCTET_STRING, &too_long), GSSPASN_E_NO_MEMORY);
-    EXPECT_EQ(e.put(0, GSSPASN_OCTET_STRING, &at_the_edge), GSSPASN_E_NO_MEMORY);
-    EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, 1), GSSPASN_E_ARGUMENT);
+    expect(GSSPASN_E_STACK_FULL, {e.start(0)});
+    expect(GSSPASN_E_TAG_MISMATCH, {e.stop(9)});
+    expect(GSSPASN_E_TAG_INVALID, {e.integer(31, 1), e.integer(0xFFFFFFFF, 1)});
+    expect(GSSPASN_E_ENCODING, {e.oid(0, "")});
+    expect(GSSPASN_E_ITEM_TYPE, {e.put(0, 3, &e)});
+    expect(GSSPASN_E_ARGUMENT, {e.put(0, GSSPASN_INTEGER, nullptr), e.put(0, GSSPASN_OCTET_STRING, &no_value),
+                                e.put(0, GSSPASN_OBJECT_IDENTIFIER, &no_elements),
+                                gsspasn_set_encode_tagging(e.handle, 1), gsspasn_open_encode_handle(nullptr)});
+    expect(GSSPASN_E_NO_MEMORY,
+           {e.put(0, GSSPASN_OCTET_STRING, &too_long), e.put(0, GSSPASN_OCTET_STRING, &at_the_edge)});
     Bytes expected, out;
     for (OM_uint32 level = GSSPASN_ENCODE_MAX_DEPTH; level-- != 0; expected = element(0xA0 + level, expected))
         EXPECT_EQ(e.stop(level), kOk);
@@ -227,13 +223,10 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
 
     Encoder unfinished;
     EXPECT_EQ(unfinished.start(0), kOk);
-    EXPECT_EQ(unfinished.close(&out), GSSPASN_E_TAG_MISMATCH);
+    expect(GSSPASN_E_TAG_MISMATCH, {unfinished.close(&out)});
     EXPECT_EQ(out, "");
-    EXPECT_EQ(unfinished.close(&out), GSSPASN_E_NO_HANDLE);
-    EXPECT_EQ(unfinished.start(0), GSSPASN_E_NO_HANDLE);
-    EXPECT_EQ(unfinished.stop(0), GSSPASN_E_NO_HANDLE);
-    EXPECT_EQ(unfinished.integer(0, 0), GSSPASN_E_NO_HANDLE);
-    EXPECT_EQ(gsspasn_open_encode_handle(nullptr), GSSPASN_E_ARGUMENT);
+    expect(GSSPASN_E_NO_HANDLE,
+           {unfinished.close(&out), unfinished.start(0), unfinished.stop(0), unfinished.integer(0, 0)});
 }
 
 TEST(Asn, IntegersAtTheEdges) {
@@ -243,7 +236,7 @@ TEST(Asn, IntegersAtTheEdges) {
         const auto value = static_cast<OM_uint32>(std::stoul(contents, nullptr, 16));
         Encoder e;
         Bytes out;
-        expect_ok({e.start(0), e.integer(1, value), e.stop(0), e.close(&out)});
+        expect(kOk, {e.start(0), e.integer(1, value), e.stop(0), e.close(&out)});
         EXPECT_EQ(out, element(0xA0, element(0x81, hex(contents))));
         Decoder d(out);
         OM_uint32 back = ~value;
@@ -261,28 +254,21 @@ TEST(Asn, IntegersAtTheEdges) {
 }
 
 TEST(AsnDecode, RefusesWhatIsMalformed) {
-    for (const char *token : {
-             "# empty",
-             "a0 00 00 # trailing octet",
-             "a0 00 a0 00 # two elements",
-             "80 80 00 00 # primitive of indefinite length",
-             "a0 80 81 01 05 # no end of contents",
-             "a0 80 00 # half an end of contents",
-             "a0 80 00 01 # end of contents with a length",
-             "a0 80 00 00 00 00 # one too many",
-             "a0 03 a0 80 00 00 # end of contents half beyond the parent",
-             "a0 03 81 02 05 00 # child longer than its parent",
-             "a0 01 81 # child without a length",
-             "a0 04 81 82 00 01 # length octets use up the parent",
-             "a0 84 ff ff ff ff",
-             "a0 88 ff ff ff ff ff ff ff ff",
-             "a0 89 01 00 00 00 00 00 00 00 00 # 2^64",
-         })
-        EXPECT_EQ(Decoder(hex(token)).status, GSSPASN_E_ENCODING) << token;
-    for (const char *token : {"30 00", "60 00", "e0 00", "a0 02 04 00", "a0 02 00 00"})
-        EXPECT_EQ(Decoder(hex(token)).status, GSSPASN_E_CLASS_INVALID) << token;
-    for (const char *token : {"bf 1f 00", "a0 03 9f 1f 00"})
-        EXPECT_EQ(Decoder(hex(token)).status, GSSPASN_E_TAG_INVALID) << token;
+    const std::pair<OM_uint32, std::vector<const char *>> cases[] = {
+        {GSSPASN_E_ENCODING,
+         {"# empty", "a0 00 00 # trailing octet", "a0 00 a0 00 # two elements",
+          "80 80 00 00 # primitive of indefinite length", "a0 80 81 01 05 # no end of contents",
+          "a0 80 00 # half an end of contents", "a0 80 00 01 # end of contents with a length",
+          "a0 80 00 00 00 00 # one too many", "a0 03 a0 80 00 00 # end of contents half beyond the parent",
+          "a0 03 81 02 05 00 # child longer than its parent", "a0 01 81 # child without a length",
+          "a0 04 81 82 00 01 # length octets use up the parent", "a0 84 ff ff ff ff", "a0 88 ff ff ff ff ff ff ff ff",
+          "a0 89 01 00 00 00 00 00 00 00 00 # 2^64"}},
+        {GSSPASN_E_CLASS_INVALID, {"30 00", "60 00", "e0 00", "a0 02 04 00", "a0 02 00 00"}},
+        {GSSPASN_E_TAG_INVALID, {"bf 1f 00", "a0 03 9f 1f 00"}},
+    };
+    for (const auto &[status, tokens] : cases)
+        for (const char *token : tokens)
+            EXPECT_EQ(Decoder(hex(token)).status, status) << token;
     const Bytes reserved = hex("a0ff") + Bytes(127, '\0'); // would be a length of 0 in 127 octets
     EXPECT_EQ(Decoder(reserved).status, GSSPASN_E_ENCODING);
 }
@@ -346,59 +332,49 @@ TEST(AsnDecode, LooksUpForwardAndFailuresDisturbNothing) {
     ASSERT_EQ(d.status, kOk);
     const gsspasn_decoding_t top = d.top();
     EXPECT_EQ(d.count, 10U);
-    EXPECT_EQ(item(top, 0), "!FB");
-    EXPECT_EQ(sequence(top, 1), "!F9");
-    EXPECT_EQ(item(top, 1, 3), "!FC");
-    EXPECT_EQ(item(top, 31), "!F4");
-    EXPECT_EQ(item(top, 1), "\x05");
-    EXPECT_EQ(item(top, 1), "!FB"); // delivered once
-    EXPECT_EQ(item(top, 2), "a");
-    EXPECT_EQ(item(top, 2, GSSPASN_OBJECT_IDENTIFIER), "b");
-    EXPECT_EQ(item(top, 2), "!FB");
-    EXPECT_EQ(item(top, 3), "!FB"); // the token has it behind [4]
-    EXPECT_EQ(item(top, 4), "!FA");
-    EXPECT_EQ(sequence(top, 4), "4(0=x )1");
-    EXPECT_EQ(sequence(top, 4), "4()0");
-    EXPECT_EQ(item(top, 6), "");
-    EXPECT_EQ(item(top, 9), "!FA"); // seen beyond [8], which stays
-    EXPECT_EQ(item(top, 8), "z");
-    EXPECT_EQ(sequence(top, 9), "9()0");
-    EXPECT_EQ(item(top, 8), "!FB"); // descending: gone
-    EXPECT_EQ(item(top, 9), "c");
-    EXPECT_EQ(item(top, 9), "!FB");
+    // clang-format off
+    const std::pair<Bytes, Bytes> answers[] = {
+        {item(top, 0), "!FB"}, {sequence(top, 1), "!F9"}, {item(top, 1, 3), "!FC"}, {item(top, 31), "!F4"},
+        {item(top, 1), "\x05"}, {item(top, 1), "!FB"}, // delivered once
+        {item(top, 2), "a"}, {item(top, 2, GSSPASN_OBJECT_IDENTIFIER), "b"}, {item(top, 2), "!FB"},
+        {item(top, 3), "!FB"}, // the token has it behind [4]
+        {item(top, 4), "!FA"}, {sequence(top, 4), "4(0=x )1"}, {sequence(top, 4), "4()0"}, {item(top, 6), ""},
+        {item(top, 9), "!FA"}, // seen beyond [8], which stays
+        {item(top, 8), "z"}, {sequence(top, 9), "9()0"}, {item(top, 8), "!FB"}, // descending: gone
+        {item(top, 9), "c"}, {item(top, 9), "!FB"},
+    };
+    // clang-format on
+    for (const auto &[got, expected] : answers)
+        EXPECT_EQ(got, expected);
 }
 
 TEST(AsnDecode, HandlesAndPointers) {
     Decoder d(sample()), primitive(hex("80 01 05"));
     gsspasn_decoding_t children = d.top(1), none = nullptr, *const out = &none;
     OM_uint32 count = 0;
-    EXPECT_EQ(gsspasn_get_top_decode_sequence(d.handle, 0, out, &count), GSSPASN_E_TAG_NOT_FOUND);
-    EXPECT_EQ(gsspasn_get_top_decode_sequence(d.handle, 31, out, &count), GSSPASN_E_TAG_INVALID);
-    EXPECT_EQ(gsspasn_get_top_decode_sequence(primitive.handle, 0, out, &count), GSSPASN_E_NOT_SEQUENCE);
-    EXPECT_EQ(gsspasn_get_top_decode_sequence(d.handle, 1, nullptr, &count), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(gsspasn_get_decode_sequence(children, 0, out, nullptr), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(gsspasn_get_decode_item(children, 1, GSSPASN_INTEGER, nullptr), GSSPASN_E_ARGUMENT);
+    expect(GSSPASN_E_TAG_NOT_FOUND, {gsspasn_get_top_decode_sequence(d.handle, 0, out, &count)});
+    expect(GSSPASN_E_TAG_INVALID, {gsspasn_get_top_decode_sequence(d.handle, 31, out, &count)});
+    expect(GSSPASN_E_NOT_SEQUENCE, {gsspasn_get_top_decode_sequence(primitive.handle, 0, out, &count)});
     for (const gsspasn_decoding_t wrong : {none, children}) {
-        gsspasn_decoding_t handle = wrong;
-        EXPECT_EQ(gsspasn_set_decode_tagging(handle, GSSP_TAGGING_IMPLICIT), GSSPASN_E_NO_HANDLE);
-        EXPECT_EQ(gsspasn_get_top_decode_sequence(handle, 1, out, &count), GSSPASN_E_NO_HANDLE);
-        EXPECT_EQ(gsspasn_close_decode_handle(&handle), GSSPASN_E_NO_HANDLE); // the decoder stays
+        gsspasn_decoding_t handle = wrong; // the decoder stays
+        expect(GSSPASN_E_NO_HANDLE,
+               {gsspasn_set_decode_tagging(handle, GSSP_TAGGING_IMPLICIT),
+                gsspasn_get_top_decode_sequence(handle, 1, out, &count), gsspasn_close_decode_handle(&handle)});
     }
-    for (const gsspasn_decoding_t wrong : {none, d.handle}) {
-        EXPECT_EQ(gsspasn_get_decode_sequence(wrong, 1, out, &count), GSSPASN_E_NO_HANDLE);
-        EXPECT_EQ(gsspasn_get_decode_item(wrong, 1, GSSPASN_INTEGER, &count), GSSPASN_E_NO_HANDLE);
-    }
-    EXPECT_EQ(none, nullptr);
-    EXPECT_EQ(gsspasn_set_decode_tagging(d.handle, GSSP_TAGGING_IMPLICIT), kOk);
-    EXPECT_EQ(gsspasn_set_decode_tagging(d.handle, 1), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(gsspasn_get_decode_sequence(d.top(1), 0, out, &count), kOk);
-    EXPECT_EQ(count, 2U);
-
+    for (const gsspasn_decoding_t wrong : {none, d.handle})
+        expect(GSSPASN_E_NO_HANDLE, {gsspasn_get_decode_sequence(wrong, 1, out, &count),
+                                     gsspasn_get_decode_item(wrong, 1, GSSPASN_INTEGER, &count)});
     qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, empty{};
-    EXPECT_EQ(gsspasn_open_decode_handle(out, &no_value), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(gsspasn_open_decode_handle(out, &empty), GSSPASN_E_ENCODING);
-    EXPECT_EQ(gsspasn_open_decode_handle(out, nullptr), GSSPASN_E_ARGUMENT);
-    EXPECT_EQ(gsspasn_open_decode_handle(nullptr, &empty), GSSPASN_E_ARGUMENT);
+    expect(GSSPASN_E_ENCODING, {gsspasn_open_decode_handle(out, &empty)});
+    expect(GSSPASN_E_ARGUMENT, {gsspasn_get_top_decode_sequence(d.handle, 1, nullptr, &count),
+                                gsspasn_get_decode_sequence(children, 0, out, nullptr),
+                                gsspasn_get_decode_item(children, 1, GSSPASN_INTEGER, nullptr),
+                                gsspasn_set_decode_tagging(d.handle, 1), gsspasn_open_decode_handle(out, &no_value),
+                                gsspasn_open_decode_handle(out, nullptr), gsspasn_open_decode_handle(nullptr, &empty)});
+    EXPECT_EQ(none, nullptr);
+    expect(kOk, {gsspasn_set_decode_tagging(d.handle, GSSP_TAGGING_IMPLICIT),
+                 gsspasn_get_decode_sequence(d.top(1), 0, out, &count)});
+    EXPECT_EQ(count, 2U);
 }
 
 } // namespace

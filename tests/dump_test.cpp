@@ -99,7 +99,7 @@ TEST(Dump, MarksTheFirstWrongByte) {
     };
     const Case cases[] = {
         {__LINE__, "", 0, "an element should begin here"},
-        {__LINE__, "a003a00580", 3, "the length is 5, and only 1 bytes follow in the element around it"},
+        {__LINE__, "a006a00280058100", 5, "the length is 5, and only 0 bytes follow in the element around it"},
         {__LINE__, "a005a0038000", 1, "the length is 5, and only 4 bytes follow"},
         {__LINE__, "a00da008a006800101010101810102", 9, "the element's class is not context-specific"},
         {__LINE__, "a00da008a0068001018101018101020101", 15, "more bytes follow the outer element"},

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <tuple>
 
 #include "tests/negotiation_harness.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -18,6 +18,11 @@ void set_text(qxgss_buffer_desc &buffer, std::string_view text) {
 }
 
 constexpr const char *kDone = "00000000/230003E8";
+
+// The outcome of a failure with that minor status; of success when there is none.
+std::string failed(const std::string &minor) {
+    return minor.empty() ? kDone : "000D0000/" + minor;
+}
 
 // A fresh context with these mechanisms, whose log begins after them; entries in the notation of the harness.
 struct Context : Peer {
@@ -59,51 +64,44 @@ TEST_F(Engine, NullArguments) {
     Context context(kClient, "A");
     qxgss_buffer_desc none{0, nullptr}, some{1, &none};
     NegMechList_desc list{}, empty{};
-    const struct {
-        int line;
-        std::string got;
-        const char *expected;
-    } rows[] = {
-        {__LINE__, outcome(QXNEGO_INT_InitializeContext, 1U, nullptr), "02080000/E30003FF"},
-        {__LINE__, outcome(QXNEGO_INT_ReleaseNegContext, nullptr), "020D0000/E3000400"},
-        {__LINE__, outcome(QXNEGO_INT_ReleaseNegMechList, nullptr), "020D0000/E30003F6"},
-        {__LINE__, outcome(QXNEGO_INT_ReleaseNegMechList, &empty), kDone},
-        {__LINE__, outcome(QXNEGO_INT_GetNegMechList, nullptr, nullptr, nullptr), "020D0000/E3000409"},
-        {__LINE__, outcome(QXNEGO_INT_GetNegMechList, nullptr, &list, nullptr), "010D0000/E3000409"},
-        {__LINE__, outcome(QXNEGO_INT_GetNegMechList, &empty, &list, nullptr), "000D0000/E3000406"},
-        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 3U, nullptr, nullptr), "000D0000/E300040B"},
-        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 1U, nullptr, nullptr), "010D0000/E30003F6"},
-        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 2U, &none, context.get()), "010D0000/E30003F6"},
-        {__LINE__, outcome(QXNEGO_INT_ProcessInputToken, 2U, &some, nullptr), "020D0000/E30003F6"},
-        {__LINE__, outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, nullptr), "020D0000/E30003FA"},
-        {__LINE__, outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, &none), "010D0000/E30003F6"},
-        {__LINE__, outcome(QXNEGO_INT_ProcessNegMech, nullptr, nullptr), "010D0000/E30003F6"},
-        {__LINE__, outcome(QXNEGO_INT_SelectMechanism, nullptr), "020D0000/E30003F7"},
-        {__LINE__, outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, nullptr), "020D0000/E30003F7"},
-        {__LINE__, outcome(QXNEGO_INT_Apply_Authorization_Rules, nullptr), "000D0000/E3000400"},
-        {__LINE__, outcome(QXNEGO_INT_SetAuthInfo, nullptr, nullptr), "000D0000/E3000400"},
-        {__LINE__, outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, nullptr), "000D0000/E3000400"},
-        {__LINE__, outcome(QXNEGO_INT_SetReturns, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-         "020D0000/E3000406"},
-        {__LINE__, outcome(QXNEGO_INT_InitNegLog, nullptr), "020D0000/E3000400"},
-        {__LINE__, outcome(QXNEGO_INT_NegLogEntry, nullptr, nullptr, nullptr), "020D0000/E3000400"},
-        {__LINE__, outcome(QXNEGO_INT_ReleaseNegLog, nullptr), "010D0000/E3000400"},
-    };
-    for (const auto &row : rows)
-        EXPECT_EQ(row.got, row.expected) << "line " << row.line;
+    support::expect_all("02080000/E30003FF", {outcome(QXNEGO_INT_InitializeContext, 1U, nullptr)});
+    support::expect_all("020D0000/E3000400",
+                        {outcome(QXNEGO_INT_ReleaseNegContext, nullptr), outcome(QXNEGO_INT_InitNegLog, nullptr),
+                         outcome(QXNEGO_INT_NegLogEntry, nullptr, nullptr, nullptr)});
+    support::expect_all("010D0000/E3000400", {outcome(QXNEGO_INT_ReleaseNegLog, nullptr)});
+    support::expect_all("000D0000/E3000400", {outcome(QXNEGO_INT_Apply_Authorization_Rules, nullptr),
+                                              outcome(QXNEGO_INT_SetAuthInfo, nullptr, nullptr),
+                                              outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, nullptr)});
+    support::expect_all("020D0000/E30003F6", {outcome(QXNEGO_INT_ReleaseNegMechList, nullptr),
+                                              outcome(QXNEGO_INT_ProcessInputToken, 2U, &some, nullptr)});
+    support::expect_all("010D0000/E30003F6", {outcome(QXNEGO_INT_ProcessInputToken, 1U, nullptr, nullptr),
+                                              outcome(QXNEGO_INT_ProcessInputToken, 2U, &none, context.get()),
+                                              outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, &none),
+                                              outcome(QXNEGO_INT_ProcessNegMech, nullptr, nullptr)});
+    support::expect_all("020D0000/E30003F7", {outcome(QXNEGO_INT_SelectMechanism, nullptr),
+                                              outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, nullptr),
+                                              outcome(QXNEGO_INT_NegMechStateChange, NEG_MECH_STATE_SELECTED,
+                                                      NEG_MECH_REASON_AVAILABLE, 0U, 0U, nullptr, nullptr)});
+    support::expect_all("020D0000/E30003FA", {outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, nullptr)});
+    support::expect_all("000D0000/E300040B", {outcome(QXNEGO_INT_ProcessInputToken, 3U, nullptr, nullptr)});
+    support::expect_all("020D0000/E3000409", {outcome(QXNEGO_INT_GetNegMechList, nullptr, nullptr, nullptr)});
+    support::expect_all("010D0000/E3000409", {outcome(QXNEGO_INT_GetNegMechList, nullptr, &list, nullptr)});
+    support::expect_all("000D0000/E3000406", {outcome(QXNEGO_INT_GetNegMechList, &empty, &list, nullptr)});
+    support::expect_all("020D0000/E3000406",
+                        {outcome(QXNEGO_INT_SetReturns, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)});
+    support::expect_all(kDone, {outcome(QXNEGO_INT_ReleaseNegMechList, &empty)});
     // A list without entries or without an array, in each operation that goes through it.
     const NegMechList_desc good = context->NegMechList;
     for (const bool array : {false, true}) {
         context->NegMechList = {array ? 0 : good.Count, array ? good.pNegMech : nullptr};
-        const char *const expected = array ? "000D0000/E3000406" : "000D0000/E3000408";
-        EXPECT_EQ(outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, context.get()), expected);
-        EXPECT_EQ(
-            outcome(QXNEGO_INT_Mechs_Init_Contexts, nullptr, 0U, 0U, nullptr, nullptr, nullptr, nullptr, context.get()),
-            expected);
-        EXPECT_EQ(outcome(QXNEGO_INT_Mechs_Accept_Contexts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                          context.get()),
-                  expected);
-        EXPECT_EQ(outcome(QXNEGO_INT_SetReturns, context.get(), nullptr, nullptr, nullptr, nullptr, nullptr), expected);
+        support::expect_all(
+            array ? "000D0000/E3000406" : "000D0000/E3000408",
+            {outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, context.get()),
+             outcome(QXNEGO_INT_Mechs_Init_Contexts, nullptr, 0U, 0U, nullptr, nullptr, nullptr, nullptr,
+                     context.get()),
+             outcome(QXNEGO_INT_Mechs_Accept_Contexts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                     context.get()),
+             outcome(QXNEGO_INT_SetReturns, context.get(), nullptr, nullptr, nullptr, nullptr, nullptr)});
         EXPECT_EQ(outcome(QXNEGO_INT_SelectMechanism, context.get()), "010D0000/E3000406");
     }
     context->NegMechList = good;
@@ -141,65 +139,52 @@ TEST_F(Engine, StateChangesAreCheckedAndMarked) {
             const bool state_valid = state >= 1 && state <= 3, valid = state_valid && reason >= 1 && reason <= 9;
             EXPECT_EQ(outcome(QXNEGO_INT_NegMechStateChange, static_cast<NegMechState_et>(state),
                               static_cast<NegMechReason_et>(reason), 7U, 8U, reason % 2 == 0 ? &text : nullptr, &entry),
-                      valid         ? kDone
-                      : state_valid ? "000D0000/E300040E"
-                                    : "000D0000/E300040D")
+                      failed(valid         ? ""
+                             : state_valid ? "E300040E"
+                                           : "E300040D"))
                 << state << " " << reason;
             EXPECT_EQ(entry.MechState, valid ? state : 1U);
             EXPECT_EQ(entry.MechReason, valid ? reason : 1U);
             EXPECT_EQ(entry.IsMechStateChanged, OM_uint32{valid});
         }
     EXPECT_EQ(context.entries(), "A11(00000007/00000008 why)"); // an odd reason came without a text
-    EXPECT_EQ(outcome(QXNEGO_INT_NegMechStateChange, NEG_MECH_STATE_SELECTED, NEG_MECH_REASON_AVAILABLE, 0U, 0U,
-                      nullptr, nullptr),
-              "020D0000/E30003F7");
 }
 
 // ---- Selection -----------------------------------------------------------------------------------------------------
 
 TEST_F(Engine, Selection) {
+    // clang-format off
     const struct {
         int line;
         const char *before;
-        OM_uint32 policy;
-        NegState_et from_peer;
+        OM_uint32 policy, from_peer;
         OM_sint32 index;
-        const char *status;
-        const char *after;
-        NegState_et state;
+        const char *minor, *after;
+        OM_uint32 state;
         OM_sint32 selected;
         const char *log;
     } rows[] = {
-        {__LINE__, "A11+ B11+ C35", 1, NEG_STATE_INCOMPLETE, -1, kDone, "A26+ B36+ C35", NEG_STATE_COMPLETED, 0,
-         "[0p] select:A26 select:B36"},
-        {__LINE__, "A32 B11 C11+", 1, NEG_STATE_INCOMPLETE, -1, kDone, "A32 B11 C11+", NEG_STATE_INCOMPLETE, -1, ""},
-        {__LINE__, "A11+ B11+ C11+", 0, NEG_STATE_INCOMPLETE, -1, kDone, "A11+ B11+ C11+", NEG_STATE_INCOMPLETE, -1,
-         ""},
-        {__LINE__, "A32 B34 C11+", 1, NEG_STATE_INCOMPLETE, -1, kDone, "A32 B34 C26+", NEG_STATE_COMPLETED, 2,
-         "[0p] select:C26"},
-        {__LINE__, "A32+ B34 C35", 1, NEG_STATE_INCOMPLETE, -1, "000D0000/E3000406", "A32+ B34 C35", NEG_STATE_REJECT,
-         -1, ""},
-        {__LINE__, "A11+ B26+ C11", 1, NEG_STATE_INCOMPLETE, 1, "000D0000/E300040F", "A11+ B26+ C11",
-         NEG_STATE_INCOMPLETE, 1, ""},
-        {__LINE__, "A11+ B11+ C01", 1, NEG_STATE_REJECT, -1, "000D0000/E300040F", "A11+ B11+ C01", NEG_STATE_INCOMPLETE,
-         -1, ""},
-        {__LINE__, "A11+ B26+ C11", 0, NEG_STATE_COMPLETED, 1, kDone, "A11+ B26+ C11", NEG_STATE_COMPLETED, 1,
-         "[0] complete:B26"},
-        {__LINE__, "A11+ B26 C11", 1, NEG_STATE_COMPLETED, 1, "000D0000/E30003F3", "A11+ B26 C11", NEG_STATE_INCOMPLETE,
-         1, ""},
-        {__LINE__, "A11+ B11+ C11+", 1, NEG_STATE_COMPLETED, -1, "000D0000/E30003F3", "A11+ B11+ C11+",
-         NEG_STATE_INCOMPLETE, -1, ""},
-        {__LINE__, "A11+ B11+ C11+", 1, NEG_STATE_COMPLETED, 3, "000D0000/E30003F3", "A11+ B11+ C11+",
-         NEG_STATE_INCOMPLETE, 3, ""},
+        {__LINE__, "A11+ B11+ C35", 1, 2, -1, "", "A26+ B36+ C35", 1, 0, "[0p] select:A26 select:B36"},
+        {__LINE__, "A32 B11 C11+", 1, 2, -1, "", "A32 B11 C11+", 2, -1, ""},
+        {__LINE__, "A11+ B11+ C11+", 0, 2, -1, "", "A11+ B11+ C11+", 2, -1, ""},
+        {__LINE__, "A32 B34 C11+", 1, 2, -1, "", "A32 B34 C26+", 1, 2, "[0p] select:C26"},
+        {__LINE__, "A32+ B34 C35", 1, 2, -1, "E3000406", "A32+ B34 C35", 3, -1, ""},
+        {__LINE__, "A11+ B26+ C11", 1, 2, 1, "E300040F", "A11+ B26+ C11", 2, 1, ""},
+        {__LINE__, "A11+ B11+ C01", 1, 3, -1, "E300040F", "A11+ B11+ C01", 2, -1, ""},
+        {__LINE__, "A11+ B26+ C11", 0, 1, 1, "", "A11+ B26+ C11", 1, 1, "[0] complete:B26"},
+        {__LINE__, "A11+ B26 C11", 1, 1, 1, "E30003F3", "A11+ B26 C11", 2, 1, ""},
+        {__LINE__, "A11+ B11+ C11+", 1, 1, -1, "E30003F3", "A11+ B11+ C11+", 2, -1, ""},
+        {__LINE__, "A11+ B11+ C11+", 1, 1, 3, "E30003F3", "A11+ B11+ C11+", 2, 3, ""},
     };
+    // clang-format on
     for (const auto &row : rows) {
         SCOPED_TRACE(row.line);
         Context context(kServer, "ABC");
         context.set(row.before);
         context->IsPolicyApplied = row.policy;
-        context->NegStateFromPeer = row.from_peer;
+        context->NegStateFromPeer = static_cast<NegState_et>(row.from_peer);
         context->SelectedMechListIndex = row.index;
-        EXPECT_EQ(outcome(QXNEGO_INT_SelectMechanism, context.get()), row.status);
+        EXPECT_EQ(outcome(QXNEGO_INT_SelectMechanism, context.get()), failed(row.minor));
         EXPECT_EQ(context.entries(), row.after);
         EXPECT_EQ(context->NegState, row.state);
         EXPECT_EQ(context->SelectedMechListIndex, row.selected);
@@ -209,53 +194,30 @@ TEST_F(Engine, Selection) {
 
 // ---- Tokens by hand ------------------------------------------------------------------------------------------------
 
-// Writes a token with whatever elements a test wants in it.
-class Writer {
-  public:
-    explicit Writer(OM_uint32 outer) : outer_(outer) {
-        gsspasn_open_encode_handle(&handle_);
-        start(outer);
-    }
-    Writer &start(OM_uint32 tag) {
-        gsspasn_start_encode_sequence(handle_, tag);
-        return *this;
-    }
-    Writer &stop(OM_uint32 tag = 0) {
-        gsspasn_stop_encode_sequence(handle_, tag);
-        return *this;
-    }
-    Writer &number(OM_uint32 tag, OM_uint32 value) {
-        gsspasn_put_encode_item(handle_, tag, GSSPASN_INTEGER, &value);
-        return *this;
-    }
-    Writer &text(OM_uint32 tag, std::string_view value) {
-        qxgss_buffer_desc buffer{value.size(), const_cast<char *>(value.data())};
-        gsspasn_put_encode_item(handle_, tag, GSSPASN_OCTET_STRING, &buffer);
-        return *this;
-    }
-    Writer &oid(OM_uint32 tag, char mechanism) {
-        const qxgss_OID_desc value = oid_of(mechanism);
-        gsspasn_put_encode_item(handle_, tag, GSSPASN_OBJECT_IDENTIFIER, &value);
-        return *this;
-    }
-    // A mechanism element up to its reason (0: none); left open.
-    Writer &mech(char mechanism, OM_uint32 state, OM_uint32 reason = 0) {
-        start(0).oid(0, mechanism).number(1, state);
-        return reason == 0 ? *this : number(2, reason);
-    }
-    std::string token() {
-        qxgss_buffer_desc out{};
-        stop(outer_);
-        EXPECT_EQ(gsspasn_close_encode_handle(&handle_, &out), GSSPASN_E_SUCCESS);
-        std::string bytes(text_of(out));
-        gssp_release_buffer(nullptr, &out);
-        return bytes;
-    }
-
-  private:
-    OM_uint32 outer_;
-    gsspasn_encoding_t handle_ = nullptr;
-};
+// Elements of tokens, whatever a test wants in them; none is longer than 127 octets.
+std::string tlv(OM_uint32 identifier, const std::string &contents) {
+    return std::string{static_cast<char>(identifier), static_cast<char>(contents.size())} + contents;
+}
+std::string text(OM_uint32 tag, const std::string &value) {
+    return tlv(0x80 + tag, value);
+}
+std::string number(OM_uint32 tag, OM_uint32 value) {
+    std::string octets(1, static_cast<char>(value)); // X.690 8.3.2: no octet more than needed
+    for (; value > 0x7F; value >>= 8)
+        octets.insert(octets.begin(), static_cast<char>(value >> 8));
+    return tlv(0x80 + tag, octets);
+}
+std::string oid(OM_uint32 tag, char mechanism) {
+    const qxgss_OID_desc value = oid_of(mechanism);
+    return tlv(0x80 + tag, {static_cast<char *>(value.elements), value.length});
+}
+std::string list(const std::string &elements) {
+    return tlv(0xA0, elements);
+}
+// Without a reason when that is 0.
+std::string mech(char mechanism, OM_uint32 state, OM_uint32 reason = 0, const std::string &more = "") {
+    return tlv(0xA0, oid(0, mechanism) + number(1, state) + (reason == 0 ? "" : number(2, reason)) + more);
+}
 
 std::string process(Context &context, OM_uint32 type, const std::string &token) {
     std::string copy = token;
@@ -264,81 +226,47 @@ std::string process(Context &context, OM_uint32 type, const std::string &token) 
 }
 
 TEST_F(Engine, TokensAreReadAndReconciled) {
-    using Write = void (*)(Writer & writer);
+    const std::string goes_on = number(1, 2);
+    // clang-format off
     const struct {
         int line;
-        Side side;
-        const char *before; // B holds the input token "old" and the identity "old"
-        Write write;        // inside the outer element of a RESP
-        const char *status;
-        const char *after;
-        const char *buffers_of_b;
-        const char *log;
+        std::string items; // of a RESP
+        const char *minor, *log;
+        const char *after = "A11 B11 C11", *buffers_of_b = "old old"; // it holds an input token and an identity
+        Side side = kServer;
+        const char *before = "A11 B11 C11";
     } rows[] = {
-        {__LINE__, kClient, "A11 B11 C11",
-         [](Writer &w) {
-             w.start(0).mech('A', 3, 5).stop().mech('B', 1).text(6, "new").text(7, "id").stop().stop().number(1, 2);
-         },
-         kDone, "A35 B11 C11", "new id", "[0] peer:A35 adopt:A35 peer:B11"},
-        {__LINE__, kClient, "A32 B37 C11",
-         [](Writer &w) { w.start(0).mech('A', 2, 6).stop().mech('B', 1, 1).text(6, "new").stop().stop().number(1, 2); },
-         kDone, "A32 B37 C11", "new old", "[0] peer:A26 peer:B11"},
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) { w.start(0).mech('B', 2).text(6, "").text(7, "").stop().stop().number(1, 2); }, kDone,
-         "A11 B21 C11", "old old", "[0] peer:B21 adopt:B21"},
+        {__LINE__, list(mech('A', 3, 5) + mech('B', 1, 0, text(6, "new") + text(7, "id"))) + goes_on,
+         "", "[0] peer:A35 adopt:A35 peer:B11", "A35 B11 C11", "new id", kClient},
+        {__LINE__, list(mech('A', 2, 6) + mech('B', 1, 1, text(6, "new"))) + goes_on,
+         "", "[0] peer:A26 peer:B11", "A32 B37 C11", "new old", kClient, "A32 B37 C11"},
+        {__LINE__, list(mech('B', 2, 0, text(6, "") + text(7, ""))) + goes_on, "", "[0] peer:B21 adopt:B21", "A11 B21 C11"},
         // A status is read only with the reason that has one; then all three are needed.
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) {
-             w.start(0).mech('A', 3, 2).number(3, 0x80010000U).number(4, 0xE3000408U).text(5, "t").stop();
-             w.mech('B', 3, 5).number(3, 0x80010000U).text(6, "new").stop().stop().number(1, 2);
-         },
-         kDone, "A32(80010000/E3000408 t) B35 C11", "new old", "[0] peer:A32 adopt:A32 peer:B35 adopt:B35"},
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) {
-             w.start(0).mech('A', 3, 2).number(3, 1).number(4, 2).text(6, "new").stop().stop().number(1, 2);
-         },
-         "000D0000/E10000FB", "A11 B11 C11", "old old", ""},
+        {__LINE__, list(mech('A', 3, 2, number(3, 0x80010000U) + number(4, 0xE3000408U) + text(5, "t")) +
+                        mech('B', 3, 5, number(3, 0x80010000U) + text(6, "new"))) + goes_on,
+         "", "[0] peer:A32 adopt:A32 peer:B35 adopt:B35", "A32(80010000/E3000408 t) B35 C11", "new old"},
+        {__LINE__, list(mech('A', 3, 2, number(3, 1) + number(4, 2) + text(6, "new"))) + goes_on, "E10000FB", ""},
         // States and reasons are checked when they are adopted; what was read before stays.
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) {
-             w.start(0).mech('A', 3, 5).stop().mech('B', 0).text(6, "new").text(7, "id").stop();
-             w.mech('C', 3, 5).stop().stop().number(1, 2);
-         },
-         "000D0000/E300040D", "A35 B11 C11", "old old", "[0] peer:A35 adopt:A35 peer:B01"},
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).mech('A', 3, 10).stop().stop().number(1, 2); },
-         "000D0000/E300040E", "A11 B11 C11", "old old", "[0] peer:A310"},
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).mech('A', 1, 77).stop().stop().number(1, 2); },
-         kDone, "A11 B11 C11", "old old", "[0] peer:A177"},
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) { w.start(0).mech('A', 0x80000000U, 1).stop().stop().number(1, 2); }, "000D0000/E300040D",
-         "A11 B11 C11", "old old", "[0] peer:A21474836481"},
+        {__LINE__, list(mech('A', 3, 5) + mech('B', 0, 0, text(6, "new") + text(7, "id")) + mech('C', 3, 5)) + goes_on,
+         "E300040D", "[0] peer:A35 adopt:A35 peer:B01", "A35 B11 C11"},
+        {__LINE__, list(mech('A', 3, 10)) + goes_on, "E300040E", "[0] peer:A310"},
+        {__LINE__, list(mech('A', 1, 77)) + goes_on, "", "[0] peer:A177"},
+        {__LINE__, list(mech('A', 0x80000000U, 1)) + goes_on, "E300040D", "[0] peer:A21474836481"},
         // Unknown mechanisms are appended, rejected for the side's own reason, whatever the peer said of them.
-        {__LINE__, kClient, "A11 B11 C11",
-         [](Writer &w) {
-             w.start(0).mech('D', 2, 2).number(3, 1).number(4, 2).text(5, "t").text(6, "x").text(7, "y").stop();
-             w.stop().number(1, 2);
-         },
-         kDone, "A11 B11 C11 D33", "old old", "[0] unknown:D22 refuse:D33"},
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) { w.start(0).mech('D', 0).stop().mech('D', 3, 5).stop().stop().number(1, 2); }, kDone,
-         "A11 B11 C11 D34", "old old", "[0] unknown:D00 refuse:D34 peer:D35"},
+        {__LINE__, list(mech('D', 2, 2, number(3, 1) + number(4, 2) + text(5, "t") + text(6, "x") + text(7, "y"))) + goes_on,
+         "", "[0] unknown:D22 refuse:D33", "A11 B11 C11 D33", "old old", kClient},
+        {__LINE__, list(mech('D', 0) + mech('D', 3, 5)) + goes_on,
+         "", "[0] unknown:D00 refuse:D34 peer:D35", "A11 B11 C11 D34"},
         // Structure
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &) {}, "000D0000/E300041E", "A11 B11 C11", "old old", ""},
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.number(1, 2); }, "000D0000/E10000FB", "A11 B11 C11",
-         "old old", ""},
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.text(0, "x").number(1, 2); }, "000D0000/E10000F9",
-         "A11 B11 C11", "old old", ""},
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).stop().number(1, 2); }, "000D0000/E3000408",
-         "A11 B11 C11", "old old", ""},
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) { w.start(0).start(0).oid(0, 'A').stop().stop().number(1, 2); }, "000D0000/E10000FB",
-         "A11 B11 C11", "old old", ""},
-        {__LINE__, kServer, "A11 B11 C11",
-         [](Writer &w) { w.start(0).start(0).start(0).stop().number(1, 1).stop().stop().number(1, 2); },
-         "000D0000/E10000FA", "A11 B11 C11", "old old", ""},
-        {__LINE__, kServer, "A11 B11 C11", [](Writer &w) { w.start(0).mech('A', 1, 1).stop().stop(); },
-         "000D0000/E10000FB", "A11 B11 C11", "old old", "[0] peer:A11"},
+        {__LINE__, "", "E300041E", ""},
+        {__LINE__, goes_on, "E10000FB", ""},
+        {__LINE__, text(0, "x") + goes_on, "E10000F9", ""},
+        {__LINE__, list("") + goes_on, "E3000408", ""},
+        {__LINE__, list(tlv(0xA0, oid(0, 'A'))) + goes_on, "E10000FB", ""},
+        {__LINE__, list(tlv(0xA0, list("") + number(1, 1))) + goes_on, "E10000FA", ""},
+        {__LINE__, list(mech('A', 1, 1)), "E10000FB", "[0] peer:A11"},
     };
+    // clang-format on
     for (const auto &row : rows) {
         SCOPED_TRACE(row.line);
         Context context(row.side, "ABC");
@@ -347,9 +275,7 @@ TEST_F(Engine, TokensAreReadAndReconciled) {
         set_text(context.entry(1).SsoAuthenticationIdBuf, "old");
         for (OM_uint32 i = 0; i < 3; ++i)
             context.entry(i).IsMechStateChanged = 0;
-        Writer writer(1);
-        row.write(writer);
-        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, writer.token()), row.status);
+        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, tlv(0xA1, row.items)), failed(row.minor));
         EXPECT_EQ(context.entries(), row.after);
         EXPECT_EQ(std::string(text_of(context.entry(1).InputToken)) + " " +
                       std::string(text_of(context.entry(1).SsoAuthenticationIdBuf)),
@@ -359,8 +285,7 @@ TEST_F(Engine, TokensAreReadAndReconciled) {
             EXPECT_EQ(context.entry(i).IsMechStateChanged, OM_uint32{i >= 3}) << i;
     }
     Context context(kServer, "A"); // an element without children, for which any of the mechanism's own codes will do
-    EXPECT_EQ(process(context, 2, Writer(1).start(0).start(0).stop().stop().number(1, 2).token()).substr(0, 12),
-              "000D0000/E30");
+    EXPECT_EQ(process(context, 2, tlv(0xA1, list(list("")) + goes_on)).substr(0, 12), "000D0000/E30");
 }
 
 // What neither side can use is released, a value without a length too, and is cleared where the reader looks for it.
@@ -383,52 +308,48 @@ TEST_F(Engine, NothingIsLeftInThePeersEntry) {
     }
 }
 
-// A list that changes nothing, then these items.
-Writer &&with_list(Writer &&writer, OM_uint32 state) {
-    writer.start(0).mech('A', 1, 1).stop().stop().number(1, state);
-    return std::move(writer);
+// A token with a list that changes nothing, then these items.
+std::string told(OM_uint32 state, const std::string &items = "", OM_uint32 outer = 0xA1) {
+    return tlv(outer, list(mech('A', 1, 1)) + number(1, state) + items);
 }
 
 TEST_F(Engine, ItemsOfTheWholeToken) {
+    // clang-format off
     const struct {
         int line;
-        std::string token;
-        const char *status;
-        OM_uint32 from_peer;
+        OM_uint32 state;
+        std::string items;
+        const char *minor;
         OM_sint32 selected;
         const char *log;
     } rows[] = {
-        {__LINE__, with_list(Writer(1), 1).oid(2, 'C').token(), kDone, 1, 2, "[0] peer:A11 peer-state"},
-        {__LINE__, with_list(Writer(1), 1).oid(2, 'D').token(), "000D0000/E3000413", 1, -1, "[0] peer:A11 peer-state"},
-        {__LINE__, with_list(Writer(1), 1).token(), "000D0000/E10000FB", 1, -1, "[0] peer:A11 peer-state"},
-        {__LINE__, with_list(Writer(1), 3).oid(2, 'C').token(), kDone, 3, -1, "[0] peer:A11 peer-state"},
-        {__LINE__, with_list(Writer(1), 0).token(), "000D0000/E300040F", 0, -1, "[0] peer:A11"},
-        {__LINE__, with_list(Writer(1), 4).token(), "000D0000/E3000410", 4, -1, "[0] peer:A11"},
-        {__LINE__, with_list(Writer(1), 5).token(), "000D0000/E300040F", 5, -1, "[0] peer:A11"},
-        {__LINE__, with_list(Writer(1), 2).number(3, 1).token(), kDone, 2, -1, "[0] peer:A11 [0p] policy-told"},
-        {__LINE__, with_list(Writer(1), 2).number(3, 0).token(), kDone, 2, -1, "[0] peer:A11"},
-        {__LINE__, with_list(Writer(1), 2).text(3, "").token(), "000D0000/E10000F3", 2, -1, "[0] peer:A11"},
+        {__LINE__, 1, oid(2, 'C'), "", 2, "[0] peer:A11 peer-state"},
+        {__LINE__, 1, oid(2, 'D'), "E3000413", -1, "[0] peer:A11 peer-state"},
+        {__LINE__, 1, "", "E10000FB", -1, "[0] peer:A11 peer-state"},
+        {__LINE__, 3, oid(2, 'C'), "", -1, "[0] peer:A11 peer-state"},
+        {__LINE__, 0, "", "E300040F", -1, "[0] peer:A11"},
+        {__LINE__, 4, "", "E3000410", -1, "[0] peer:A11"},
+        {__LINE__, 5, "", "E300040F", -1, "[0] peer:A11"},
+        {__LINE__, 2, number(3, 1), "", -1, "[0] peer:A11 [0p] policy-told"},
+        {__LINE__, 2, number(3, 0), "", -1, "[0] peer:A11"},
+        {__LINE__, 2, text(3, ""), "E10000F3", -1, "[0] peer:A11"},
     };
+    // clang-format on
     for (const auto &row : rows) {
         SCOPED_TRACE(row.line);
         Context context(kServer, "ABC");
-        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, row.token), row.status);
-        EXPECT_EQ(context->NegStateFromPeer, row.from_peer);
+        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, told(row.state, row.items)), failed(row.minor));
+        EXPECT_EQ(context->NegStateFromPeer, row.state);
         EXPECT_EQ(context->SelectedMechListIndex, row.selected);
         EXPECT_EQ(context.log(), row.log);
-        if (row.selected >= 0) {
-            EXPECT_EQ(context->SelectedMechInfoIndex, context.entry(2).MechIndex);
-        }
+        EXPECT_TRUE(row.selected < 0 || context->SelectedMechInfoIndex == context.entry(2).MechIndex);
     }
-    Context told(kClient, "A"); // the policy flag is read once
+    Context client(kClient, "A"), server(kServer, "A"); // the policy flag is read once
     for (const OM_uint32 flag : {1U, 0U, 1U})
-        EXPECT_EQ(process(told, 2, with_list(Writer(1), 2).number(3, flag).token()), kDone);
-    EXPECT_EQ(told.log(), "[0] peer:A11 [0p] policy-told peer:A11 peer:A11");
-
-    Context server(kServer, "A");
-    EXPECT_EQ(process(server, 1, Writer(0).token()), "000D0000/E300041D");
-    EXPECT_EQ(process(server, 1, with_list(Writer(0), 2).text(2, "a").number(3, 1).text(4, "u").text(5, "p").token()),
-              kDone);
+        EXPECT_EQ(process(client, 2, told(2, number(3, flag))), kDone);
+    EXPECT_EQ(client.log(), "[0] peer:A11 [0p] policy-told peer:A11 peer:A11");
+    EXPECT_EQ(process(server, 1, tlv(0xA0, "")), "000D0000/E300041D");
+    EXPECT_EQ(process(server, 1, told(2, text(2, "a") + number(3, 1) + text(4, "u") + text(5, "p"), 0xA0)), kDone);
     EXPECT_EQ(text_of(server->AuthenticationIdBuf), "a");
     EXPECT_EQ(server->IsSso, 1U);
     EXPECT_EQ(text_of(server->UserNameBuf), "u");
@@ -455,14 +376,12 @@ TEST_F(Engine, PolicyIsLookedUpOnce) {
 }
 
 TEST_F(Engine, PolicyFailsWhenNothingInTheListIsAllowed) {
-    for (const auto &[before, user, expected, after] :
-         {std::tuple{"A32 B11", "onlyc", "000D0000/E3000406", "A32 B35(00000000/21000064)"},
-          {"A11 B32", "onlyb", kDone, "A35(00000000/21000064) B32"}}) {
+    for (const bool allowed : {false, true}) {
         Context context(kServer, "AB");
-        context.set(before);
-        set_text(context->UserNameBuf, user);
-        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), expected);
-        EXPECT_EQ(context.entries(), after);
+        context.set(allowed ? "A11 B32" : "A32 B11");
+        set_text(context->UserNameBuf, allowed ? "onlyb" : "onlyc");
+        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), failed(allowed ? "" : "E3000406"));
+        EXPECT_EQ(context.entries(), allowed ? "A35(00000000/21000064) B32" : "A32 B35(00000000/21000064)");
         EXPECT_EQ(context->IsPolicyApplied, 1U);
     }
 }
@@ -481,47 +400,40 @@ TEST_F(Engine, PrincipalsAreUsersOfOneItem) {
 
 TEST_F(Engine, TokensThatMustNotBeWritten) {
     using Alter = void (*)(NegContext_desc & context);
+    // clang-format off
     const struct {
         int line;
         Side side;
         OM_uint32 type;
+        const char *minor;
         Alter alter;
-        const char *status;
     } rows[] = {
-        {__LINE__, kClient, 3, [](auto &) {}, "000D0000/E300040B"},
-        {__LINE__, kServer, 1, [](auto &) {}, "000D0000/E300040C"},
-        {__LINE__, kClient, 1, [](auto &c) { c.TokenNum = 1; }, "000D0000/E300040C"},
-        {__LINE__, kClient, 1, [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }, "000D0000/E300040F"},
-        {__LINE__, kClient, 1, [](auto &c) { c.NegState = NEG_STATE_REJECT; }, "000D0000/E300040F"},
-        {__LINE__, kServer, 2, [](auto &c) { c.NegState = NEG_STATE_INVALID; }, "000D0000/E300040F"},
-        {__LINE__, kServer, 2, [](auto &c) { c.NegState = NEG_STATE_INVALID_LAST; }, "000D0000/E300040F"},
-        {__LINE__, kClient, 1, [](auto &) {}, "000D0000/E300041C"},
-        {__LINE__, kClient, 1,
-         [](auto &c) {
-             c.IsSso = 1;
-             set_text(c.AuthenticationIdBuf, "anna");
-         },
-         "000D0000/E30003F3"},
-        {__LINE__, kServer, 2, [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }, "000D0000/E30003F6"},
-        {__LINE__, kServer, 2, [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr; }, "000D0000/E30003F6"},
-        {__LINE__, kServer, 2,
-         [](auto &c) {
-             c.NegMechList.pNegMech[0].IsMechStateChanged = 0;
-             c.NegMechList.pNegMech[0].MechState = NEG_MECH_STATE_REJECTED;
-         },
-         "000D0000/E300041A"},
-        {__LINE__, kServer, 2, [](auto &c) { c.NegStateFromPeer = NEG_STATE_REJECT; }, kDone},
-        {__LINE__, kClient, 2, [](auto &c) { c.NegStateFromPeer = NEG_STATE_COMPLETED; }, kDone},
+        {__LINE__, kClient, 3, "E300040B", [](auto &) {}},
+        {__LINE__, kServer, 1, "E300040C", [](auto &) {}},
+        {__LINE__, kClient, 1, "E300040C", [](auto &c) { c.TokenNum = 1; }},
+        {__LINE__, kClient, 1, "E300040F", [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }},
+        {__LINE__, kClient, 1, "E300040F", [](auto &c) { c.NegState = NEG_STATE_REJECT; }},
+        {__LINE__, kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID; }},
+        {__LINE__, kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID_LAST; }},
+        {__LINE__, kClient, 1, "E300041C", [](auto &) {}},
+        {__LINE__, kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, set_text(c.AuthenticationIdBuf, "anna"); }},
+        {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }},
+        {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr; }},
+        {__LINE__, kServer, 2, "E300041A", [](auto &c) { c.NegMechList.pNegMech[0].IsMechStateChanged = 0,
+                                                         c.NegMechList.pNegMech[0].MechState = NEG_MECH_STATE_REJECTED; }},
+        {__LINE__, kServer, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_REJECT; }},
+        {__LINE__, kClient, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_COMPLETED; }},
     };
+    // clang-format on
     for (const auto &row : rows) {
+        SCOPED_TRACE(row.line);
         Context context(row.side, "A");
         row.alter(context.negotiation());
         const OM_uint32 changed = context.entry(0).IsMechStateChanged;
         qxgss_buffer_desc out{4, &context};
-        EXPECT_EQ(outcome(QXNEGO_INT_ConstructOutputToken, row.type, context.get(), &out), row.status)
-            << "line " << row.line;
-        EXPECT_TRUE(out.length == 0 && out.value == nullptr) << "line " << row.line;
-        EXPECT_EQ(context.entry(0).IsMechStateChanged, changed) << "line " << row.line;
+        EXPECT_EQ(outcome(QXNEGO_INT_ConstructOutputToken, row.type, context.get(), &out), failed(row.minor));
+        EXPECT_TRUE(out.length == 0 && out.value == nullptr);
+        EXPECT_EQ(context.entry(0).IsMechStateChanged, changed);
     }
 }
 
@@ -589,8 +501,7 @@ TEST_F(Engine, AFailedRecordLeavesNoTrace) {
     EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, "next", nullptr, context.get()), kDone);
     const NegLogRecord &record = context->NegLog.pRecords[0];
     EXPECT_STREQ(record.pszLogString, "next");
-    EXPECT_EQ(record.MechState, 0U);
-    EXPECT_EQ(record.MechOid.length, 0U);
+    EXPECT_TRUE(record.MechState == 0 && record.MechOid.length == 0);
 }
 
 TEST_F(Engine, ARecordIsASnapshot) {

@@ -1,14 +1,14 @@
 // The rendered log: every line and its condition, where lines, records and the banner are cut, and a golden text.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <gtest/gtest.h>
-#include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "tests/failing_heap.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -34,6 +34,9 @@ std::time_t __wrap_time(std::time_t *) {
 
 namespace {
 
+using namespace support;
+
+constexpr const char *kDone = "00000000/230003E8", *kNoMemory = "000D0000/E30003F8";
 const std::string kTitle = "\nQXNEGO Negotiation Log\n\n\nPackage: QuorvGSS\nVersion: 16.00.00.01\n";
 
 std::string time_line() {
@@ -47,9 +50,7 @@ char error_text[] = {'n', 'o', '\0', 't', 'i', '\n', 'c', 'k', 'e', 't'};
 std::string format(NegLogRecord record, OM_uint32 number = 0) {
     char *text = nullptr;
     std::size_t length = 99;
-    OM_uint32 minor = 0;
-    EXPECT_EQ(QXNEGO_INT_FormatOneNegLogRecord(&minor, &record, number, 0, &text, &length), GSS_S_COMPLETE);
-    EXPECT_EQ(minor, 0x230003E8U);
+    EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, &record, number, 0, &text, &length), kDone);
     const std::string result(text, length);
     EXPECT_EQ(text[length], '\0');
     std::free(text);
@@ -85,13 +86,14 @@ class LogText : public testing::Test {
 };
 
 TEST_F(LogText, RecordsHaveAllTheirLines) {
-    EXPECT_EQ(format(record_), "Record 0: QXNEGO_accept_sec_context call 1\n"
-                               "   Text:             op: event\n"
-                               "   IsPolicyApplied:  FALSE\n"
-                               "   NegState:         Incomplete\n"
-                               "   NegStateFromPeer: Completed\n"
-                               "   Elapsed Time:     0 ms\n"
-                               "\n");
+    EXPECT_EQ(format(record_), R"(Record 0: QXNEGO_accept_sec_context call 1
+   Text:             op: event
+   IsPolicyApplied:  FALSE
+   NegState:         Incomplete
+   NegStateFromPeer: Completed
+   Elapsed Time:     0 ms
+
+)");
     entry_.IsInitiator = 2;
     entry_.TokenNum = 2;
     entry_.MechState = NEG_MECH_STATE_REJECTED;
@@ -102,64 +104,57 @@ TEST_F(LogText, RecordsHaveAllTheirLines) {
     entry_.IsCtxEstablished = 5;
     entry_.IsPolicyApplied = 1;
     entry_.ElapsedTime = 1234;
-    EXPECT_EQ(format(entry_, 70), std::string("Record 70: QXNEGO_init_sec_context call 3\n"
-                                              "   Text:             op: event\n"
-                                              "   Mechanism:        KRB\n"
-                                              "   MechState:        Rejected\n"
-                                              "   MechReason:       GSSAPI Error\n"
-                                              "   GSS MajorStatus:  000D0000\n"
-                                              "   GSS MinorStatus:  C5ABCDEF\n"
-                                              "   GSS MinorStatusText:  ") +
-                                      std::string(error_text, sizeof error_text) +
-                                      "\n"
-                                      "   IsCtxEstablished: TRUE\n"
-                                      "   IsPolicyApplied:  TRUE\n"
-                                      "   NegState:         Incomplete\n"
-                                      "   NegStateFromPeer: Completed\n"
-                                      "   Elapsed Time:     1234 ms\n"
-                                      "\n");
+    std::string expected = R"(Record 70: QXNEGO_init_sec_context call 3
+   Text:             op: event
+   Mechanism:        KRB
+   MechState:        Rejected
+   MechReason:       GSSAPI Error
+   GSS MajorStatus:  000D0000
+   GSS MinorStatus:  C5ABCDEF
+   GSS MinorStatusText:  %
+   IsCtxEstablished: TRUE
+   IsPolicyApplied:  TRUE
+   NegState:         Incomplete
+   NegStateFromPeer: Completed
+   Elapsed Time:     1234 ms
+
+)";
+    expected.replace(expected.find('%'), 1, error_text, sizeof error_text);
+    EXPECT_EQ(format(entry_, 70), expected);
 }
 
 TEST_F(LogText, LinesFollowTheRecord) {
     using Change = void (*)(NegLogRecord &);
+    const char *const oid = "   Mechanism OID:    2a.86.48.86.f7.12.01.02.02\n";
+    // clang-format off
     const struct {
         int line;
         Change change;
-        const char *label;
-        const char *value; // null: the line is left out
+        const char *there, *missing; // where lines begin
     } cases[] = {
-        {__LINE__, [](NegLogRecord &r) { r.pszLogString = nullptr; }, "   Text: ", nullptr},
-        {__LINE__, [](NegLogRecord &r) { r.TokenNum = 0xFFFFFFFEU; }, "Record 0: QXNEGO_accept",
-         "_sec_context call -1"},
-        {__LINE__, [](NegLogRecord &r) { r.MechIndex = -1; }, "   Mechanism OID:    ", "2a.86.48.86.f7.12.01.02.02"},
-        {__LINE__, [](NegLogRecord &r) { r.MechIndex = 2; }, "   Mechanism OID:    ", "2a.86.48.86.f7.12.01.02.02"},
-        {__LINE__, [](NegLogRecord &r) { r.MechIndex = -1, r.MechOid.length = 0; }, "   Mechanism OID:    ", ""},
-        {__LINE__, [](NegLogRecord &r) { r.MechOid.elements = nullptr; }, "   Mech", nullptr},
-        {__LINE__, [](NegLogRecord &r) { r.MechOid.elements = nullptr; }, "   IsCtxEstablished", nullptr},
-        {__LINE__, [](NegLogRecord &r) { r.MechState = NEG_MECH_STATE_INVALID_LAST; },
-         "   MechState:        ", "Invalid MechState (4)"},
-        {__LINE__, [](NegLogRecord &r) { r.MechReason = NegMechReason_et{0xFFFFFFFFU}; },
-         "   MechReason:       ", "Invalid MechReason (-1)"},
-        {__LINE__, [](NegLogRecord &r) { r.GssMajorStatus = 1; }, "   GSS ", nullptr},
-        {__LINE__, [](NegLogRecord &r) { r.MechReason = NEG_MECH_REASON_GSSAPI_ERROR; }, "   GSS MinorStatusText",
-         nullptr},
-        {__LINE__, [](NegLogRecord &r) { r.NegState = NEG_STATE_INVALID_LAST; },
-         "   NegState:         ", "Invalid NegState (5)"},
-        {__LINE__, [](NegLogRecord &r) { r.NegStateFromPeer = NEG_STATE_INVALID; },
-         "   NegStateFromPeer: ", "Invalid NegState (0)"},
-        {__LINE__, [](NegLogRecord &r) { r.ElapsedTime = ~OM_uint64{6}; }, "   Elapsed Time:     ", "-7 ms"},
-        {__LINE__, [](NegLogRecord &r) { r.ElapsedTime = OM_uint64{1} << 63; },
-         "   Elapsed Time:     ", "-9223372036854775808 ms"},
+        {__LINE__, [](auto &r) { r.pszLogString = nullptr; }, "", "   Text: "},
+        {__LINE__, [](auto &r) { r.TokenNum = 0xFFFFFFFEU; }, "Record 0: QXNEGO_accept_sec_context call -1\n", nullptr},
+        {__LINE__, [](auto &r) { r.MechIndex = -1; }, oid, nullptr},
+        {__LINE__, [](auto &r) { r.MechIndex = 2; }, oid, nullptr},
+        {__LINE__, [](auto &r) { r.MechIndex = -1, r.MechOid.length = 0; }, "   Mechanism OID:    \n", nullptr},
+        {__LINE__, [](auto &r) { r.MechOid.elements = nullptr; }, "", "   Mech"},
+        {__LINE__, [](auto &r) { r.MechOid.elements = nullptr; }, "", "   IsCtxEstablished"},
+        {__LINE__, [](auto &r) { r.MechState = NEG_MECH_STATE_INVALID_LAST; }, "   MechState:        Invalid MechState (4)\n", nullptr},
+        {__LINE__, [](auto &r) { r.MechReason = NegMechReason_et{0xFFFFFFFFU}; }, "   MechReason:       Invalid MechReason (-1)\n", nullptr},
+        {__LINE__, [](auto &r) { r.GssMajorStatus = 1; }, "", "   GSS "},
+        {__LINE__, [](auto &r) { r.MechReason = NEG_MECH_REASON_GSSAPI_ERROR; }, "", "   GSS MinorStatusText"},
+        {__LINE__, [](auto &r) { r.NegState = NEG_STATE_INVALID_LAST; }, "   NegState:         Invalid NegState (5)\n", nullptr},
+        {__LINE__, [](auto &r) { r.NegStateFromPeer = NEG_STATE_INVALID; }, "   NegStateFromPeer: Invalid NegState (0)\n", nullptr},
+        {__LINE__, [](auto &r) { r.ElapsedTime = ~OM_uint64{6}; }, "   Elapsed Time:     -7 ms\n", nullptr},
+        {__LINE__, [](auto &r) { r.ElapsedTime = OM_uint64{1} << 63; }, "   Elapsed Time:     -9223372036854775808 ms\n", nullptr},
     };
-    for (const auto &c : cases) {
+    // clang-format on
+    for (const auto &[line, change, there, missing] : cases) {
         NegLogRecord record = entry_;
-        c.change(record);
+        change(record);
         const std::string text = "\n" + format(record);
-        const std::string label = std::string("\n") + c.label;
-        if (c.value == nullptr)
-            EXPECT_EQ(text.find(label), std::string::npos) << c.line << text;
-        else
-            EXPECT_NE(text.find(label + c.value + "\n"), std::string::npos) << c.line << text;
+        EXPECT_NE(text.find(std::string("\n") + there), std::string::npos) << line << text;
+        EXPECT_TRUE(missing == nullptr || text.find(std::string("\n") + missing) == std::string::npos) << line << text;
     }
 }
 
@@ -224,12 +219,8 @@ TEST_F(LogText, WholeLogIsBannerAndRecords) {
     for (OM_uint32 count = 0; count <= records.size(); ++count) {
         context.NegLog.Count = count;
         qxgss_buffer_desc text{};
-        OM_uint32 minor = 0;
-        ASSERT_EQ(QXNEGO_INT_GetNegLog(&minor, &context, 0, &text), GSS_S_COMPLETE);
-        EXPECT_EQ(minor, 0x230003E8U);
-        EXPECT_EQ(std::string(static_cast<char *>(text.value), text.length),
-                  expected + (count == 0 ? "\nNo records found in Negotiation Log.\n\n" : ""));
-        gssp_release_buffer(nullptr, &text);
+        ASSERT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), kDone);
+        EXPECT_EQ(taken(text), expected + (count == 0 ? "\nNo records found in Negotiation Log.\n\n" : ""));
         if (count < records.size())
             expected += format(records[count], count);
     }
@@ -237,25 +228,18 @@ TEST_F(LogText, WholeLogIsBannerAndRecords) {
 
 TEST_F(LogText, RefusesNullPointersInOrder) {
     NegContext_desc context{};
-    OM_uint32 minor = 0;
-    EXPECT_EQ(QXNEGO_INT_GetNegLog(&minor, nullptr, 0, nullptr), 0x020D0000U);
-    EXPECT_EQ(minor, 0xE30003FAU);
-    for (NegContext_t given : {static_cast<NegContext_t>(nullptr), &context}) {
-        qxgss_buffer_desc text{1, &context};
-        EXPECT_EQ(QXNEGO_INT_GetNegLog(&minor, given, 0, &text), 0x010D0000U);
-        EXPECT_EQ(minor, given == nullptr ? 0xE3000400U : 0xE300040AU);
-        EXPECT_EQ(text.length, 0U);
-        EXPECT_EQ(text.value, nullptr);
-    }
-    std::size_t length = 7;
-    EXPECT_EQ(QXNEGO_INT_NegLogBanner(&minor, 0, nullptr, &length), 0x020D0000U);
-    EXPECT_EQ(minor, 0xE30003F6U);
-    EXPECT_EQ(length, 0U);
+    qxgss_buffer_desc text{1, &context};
+    EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, nullptr, 0, nullptr), "020D0000/E30003FA");
+    EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, nullptr, 0, &text), "010D0000/E3000400");
+    EXPECT_TRUE(text.length == 0 && text.value == nullptr);
+    text = {1, &context};
+    EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), "010D0000/E300040A");
+    EXPECT_TRUE(text.length == 0 && text.value == nullptr);
+    std::size_t lengths[] = {7, 7};
     char *piece = text_;
-    length = 7;
-    EXPECT_EQ(QXNEGO_INT_FormatOneNegLogRecord(&minor, nullptr, 0, 0, &piece, &length), GSS_S_COMPLETE);
-    EXPECT_EQ(length, 0U);
-    EXPECT_EQ(piece, nullptr);
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogBanner, 0, nullptr, &lengths[0]), "020D0000/E30003F6");
+    EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, nullptr, 0, 0, &piece, &lengths[1]), kDone);
+    EXPECT_TRUE(lengths[0] == 0 && lengths[1] == 0 && piece == nullptr);
     EXPECT_EQ(QXNEGO_INT_FormatOneNegLogRecord(nullptr, &record_, 0, 0, nullptr, nullptr), GSS_S_COMPLETE);
 }
 
@@ -264,30 +248,20 @@ TEST_F(LogText, ReportsLackOfMemory) {
     context.NegLog.pRecords = &entry_;
     context.NegLog.Count = 1;
     entry_.MechIndex = -1;
-    OM_uint32 minor = 0;
     qxgss_buffer_desc text{};
     char *piece = nullptr;
     std::size_t length = 7;
     {
         const failing_heap::From failing(0);
-        EXPECT_EQ(QXNEGO_INT_GetNegLog(&minor, &context, 0, &text), GSS_S_FAILURE);
-        EXPECT_EQ(minor, 0xE30003F8U);
-        EXPECT_EQ(text.value, nullptr);
-        minor = 0;
-        EXPECT_EQ(QXNEGO_INT_NegLogBanner(&minor, 0, &piece, &length), GSS_S_FAILURE);
-        EXPECT_EQ(minor, 0xE30003F8U);
-        EXPECT_EQ(QXNEGO_INT_FormatOneNegLogRecord(&minor, &entry_, 0, 0, &piece, &length), GSS_S_FAILURE);
-        EXPECT_EQ(minor, 0xE30003F8U);
-        EXPECT_EQ(piece, nullptr);
-        EXPECT_EQ(length, 0U);
+        EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), kNoMemory);
+        EXPECT_EQ(outcome(QXNEGO_INT_NegLogBanner, 0, &piece, &length), kNoMemory);
+        EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, &entry_, 0, 0, &piece, &length), kNoMemory);
+        EXPECT_TRUE(text.value == nullptr && piece == nullptr && length == 0);
     }
     // Neither the OID's text nor the smaller block is worth failing for.
     const failing_heap::From failing(1);
-    ASSERT_EQ(QXNEGO_INT_GetNegLog(&minor, &context, 0, &text), GSS_S_COMPLETE);
-    EXPECT_NE(
-        std::string(static_cast<char *>(text.value), text.length).find("   Mechanism OID:    <Unable to print OID>\n"),
-        std::string::npos);
-    gssp_release_buffer(nullptr, &text);
+    ASSERT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), kDone);
+    EXPECT_NE(taken(text).find("   Mechanism OID:    <Unable to print OID>\n"), std::string::npos);
 }
 
 } // namespace

@@ -10,6 +10,9 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <vector>
+
+#include <gtest/gtest.h>
 
 #include "qxgss/gssp.h"
 #include "qxgss/qxgss_records.h"
@@ -64,6 +67,11 @@ std::string outcome(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_ide
     return text;
 }
 
+inline void expect_all(const std::string &expected, const std::vector<std::string> &outcomes) {
+    for (std::size_t i = 0; i < outcomes.size(); ++i)
+        EXPECT_EQ(outcomes[i], expected) << "number " << i;
+}
+
 // "ID:LENGTH[data]" of each record, "8:LENGTH(count authorized authenticated policy)" of an attributes record; what
 // does not belong to a record comes last.
 inline std::string described(const std::string &buffer) {
@@ -84,6 +92,13 @@ inline std::string described(const std::string &buffer) {
             text += bytes[at + i] == 0 ? "" : " not filled up with zeros";
     }
     return text + buffer.substr(at);
+}
+
+// A mechanism's table in a configuration; without a library it is in the program itself. Its last lines are `more`.
+inline std::string mechanism(const std::string &name, const std::string &oid, const std::string &prefix,
+                             const std::string &library = "", const std::string &more = "") {
+    return "[[mechanism]]\nname = \"" + name + "\"\noid = \"" + oid + "\"\nprefix = \"" + prefix + "\"\n" +
+           (library.empty() ? "" : "library = \"" + library + "\"\n") + more;
 }
 
 inline const MechInfo_t &registered(const std::string &name) {

@@ -2,7 +2,6 @@
 #include "tools/connection_options.h"
 
 #include <iostream>
-#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -57,9 +56,10 @@ void print(std::ostream &out, const ConnectionOptions &options, const Connection
 std::unique_ptr<Framework> configure(OM_uint32 role, const ConnectionOptions &options) {
     Report report;
     auto framework = std::make_unique<Framework>(role, configuration_file(options.configuration), report);
-    std::istringstream lines(report.calls.front().text);
-    for (std::string line; !options.json && std::getline(lines, line);)
-        std::cerr << "qxnego: " << printable(line) << '\n';
+    for (OM_uint32 i = 0; i != MechCount && !options.json; ++i)
+        if (pMechInfo[i].fUseMech == GSSP_MECH_UNUSED && pMechInfo[i].pszMessage != nullptr)
+            std::cerr << "qxnego: " << printable(pMechInfo[i].pszMechName) << " is not in use: "
+                      << printable(pMechInfo[i].pszMessage) << '\n';
     return framework;
 }
 

@@ -48,7 +48,8 @@ Registry::Registry(OM_uint32 role, const std::filesystem::path &configuration) {
     OM_uint32 minor = 0;
     OwnedBuffer message;
     if (GSS_ERROR(qxgss_configure(&minor, role, configuration.c_str(), message.get())) != 0)
-        throw Failure(message.empty() ? minor_text({}, nullptr, minor) : std::string(message.text()), kExitUsage);
+        throw Failure(message.empty() ? minor_text({}, nullptr, minor) : std::string(message.text()),
+                      kExitConfiguration);
 }
 
 Registry::~Registry() {

@@ -19,7 +19,8 @@ namespace tools {
 // One at a time in a process. Contexts and credentials go before it does.
 class Registry {
   public:
-    // `role` is QXGSS_CLIENT or QXGSS_SERVER. Throws Failure (usage) with the framework's line for a wrong file.
+    // `role` is QXGSS_CLIENT or QXGSS_SERVER. Throws Failure (configuration) with the framework's line for a wrong
+    // file.
     Registry(OM_uint32 role, const std::filesystem::path &configuration);
     Registry(const Registry &) = delete;
     Registry &operator=(const Registry &) = delete;

@@ -86,14 +86,15 @@ OM_uint32 accept_at_once(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *, qxgss_cred_i
 const MechInfo_t &usable_qxnego(const Registry &registry) {
     const MechInfo_t *qxnego = registry.qxnego();
     if (qxnego == nullptr)
-        throw Failure("the configuration has no mechanism QXNEGO");
+        throw Failure("the configuration has no mechanism QXNEGO", kExitConfiguration);
     if (qxnego->fUseMech == GSSP_MECH_UNUSED)
-        throw Failure(std::string("QXNEGO is not in use: ") + qxnego->pszMessage);
+        throw Failure(std::string("QXNEGO is not in use (qxnego mechs tells more): ") + qxnego->pszMessage,
+                      kExitConfiguration);
     const qxgss_ftn_table_desc &table = qxnego->MechFtnTable;
     if (table.ftn_gssp_acquire_cred == nullptr || table.ftn_gssp_release_cred == nullptr ||
         table.ftn_gssp_accept_sec_context == nullptr || table.ftn_gssp_delete_sec_context == nullptr ||
         table.ftn_gssp_inquire_properties_for_user == nullptr)
-        throw Failure("QXNEGO's library lacks operations that a server needs");
+        throw Failure("QXNEGO's library lacks operations that a server needs", kExitConfiguration);
     return *qxnego;
 }
 

@@ -33,8 +33,8 @@ struct Decision {
     std::vector<Ruling> rulings;
 };
 
-// The registry is a server's. Its function tables are changed; it serves nothing else afterwards. Throws Failure when
-// QXNEGO is not in use, and (usage) for a mechanism that has no OID.
+// The registry is a server's. Its function tables are changed; it serves nothing else afterwards. Throws Failure
+// (configuration) when QXNEGO is not in use, and (usage) for a mechanism that has no OID.
 Decision rehearse(const Registry &registry, const Request &request);
 
 } // namespace tools

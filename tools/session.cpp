@@ -34,7 +34,7 @@ std::string causes(const std::vector<View> &views) {
     return out;
 }
 
-std::string quoted(const std::string &name) {
+std::string in_quotes(const std::string &name) {
     return '"' + name + '"';
 }
 
@@ -49,12 +49,12 @@ std::string why_forbidden(const Report &report, qxgss_OID mechanism) {
         return "the mechanism has proved no name that the policy could be looked up for";
     OwnedOidSet allowed;
     if (GSS_ERROR(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed.out())) != 0)
-        return "the policy cannot be looked up for the proved name " + quoted(user);
+        return "the policy cannot be looked up for the proved name " + in_quotes(user);
     int is_member = 0;
     if (allowed.is_empty() ||
         (GSS_ERROR(gssp_test_oid_set_member(nullptr, mechanism, allowed.get(), &is_member)) == 0 && is_member != 0))
         return {};
-    return "the policy does not let the proved name " + quoted(user) + " log on with " + report.mechanism;
+    return "the policy does not let the proved name " + in_quotes(user) + " log on with " + report.mechanism;
 }
 
 } // namespace
@@ -104,11 +104,10 @@ template <typename Run> void Session::negotiate(const Run &run) {
     negotiation_ = std::make_unique<Negotiation>(framework_, connection_.report);
     try {
         run(*negotiation_);
-    } catch (const Failure &failure) {
+    } catch (const Failure &) {
         keep_views();
         negotiation_->close();
-        const bool is_refusal = failure.status() == kExitNegotiation;
-        throw Failure((is_refusal ? causes(connection_.own) : "") + failure.what(), failure.status());
+        throw;
     }
     keep_views();
 }
@@ -150,13 +149,24 @@ void Session::receive_views() {
     connection_.other = decode_views(*views);
 }
 
-void Session::log_on(const Logon &logon) {
+void Session::log_on_and_confirm(const Logon &logon) {
     negotiate([&](Negotiation &negotiation) {
         negotiation.run_as_client(exchange(), logon.text, logon.target, logon.flags);
     });
     if (!connection_.report.established)
-        throw Failure(causes(connection_.own) + connection_.report.failure, kExitNegotiation);
+        throw Failure(connection_.report.failure, kExitNegotiation);
     confirm_tokens("client", "server");
+}
+
+// A server may refuse after this side is complete, so the causes are told for both.
+void Session::log_on(const Logon &logon) {
+    try {
+        log_on_and_confirm(logon);
+    } catch (const Failure &failure) {
+        if (failure.status() != kExitNegotiation)
+            throw;
+        throw Failure(causes(connection_.own) + failure.what(), kExitNegotiation);
+    }
     send_views();
     receive_views();
 }
@@ -197,7 +207,7 @@ void Session::admit() {
     connection_.claimed = claims_.name;
     if (is_claim_refused()) {
         connection_.refused = "claimed";
-        claim_refusal_ = "the policy lets the claimed name " + quoted(claims_.name) + " log on with none of these";
+        claim_refusal_ = "the policy lets the claimed name " + in_quotes(claims_.name) + " log on with none of these";
         negotiate_nameless();
     }
     if (!connection_.report.established && !claim_refusal_.empty())

@@ -50,6 +50,7 @@ class Session {
     std::optional<Bytes> receive_token();
     template <typename Run> void negotiate(const Run &run);
     void keep_views();
+    void log_on_and_confirm(const Logon &logon);
     bool is_claim_refused() const;
     void negotiate_nameless();
     void confirm_tokens(const char *own_role, const char *peer_role);

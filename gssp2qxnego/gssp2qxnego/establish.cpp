@@ -13,10 +13,19 @@ using namespace qxnego;
 
 namespace {
 
-// A later call of either side: counts it and reads the peer's token.
+// A later call of either side: counts it and reads the peer's token. What is complete stays with its mechanism when a
+// token names another one: messages still go to the selected context, and the other may have none.
 OM_uint32 continue_with(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInputToken, NegContext_desc &negotiation) {
     ++negotiation.TokenNum;
-    return QXNEGO_INT_ProcessInputToken(pMinorStatus, NEG_MECH_TOKENTYPE_RESP, pInputToken, &negotiation);
+    const OM_sint32 inList = negotiation.SelectedMechListIndex;
+    const OM_sint32 inRegistry = negotiation.SelectedMechInfoIndex;
+    const OM_uint32 major =
+        QXNEGO_INT_ProcessInputToken(pMinorStatus, NEG_MECH_TOKENTYPE_RESP, pInputToken, &negotiation);
+    if (negotiation.NegState != NEG_STATE_COMPLETED || negotiation.SelectedMechListIndex == inList)
+        return major;
+    negotiation.SelectedMechListIndex = inList;
+    negotiation.SelectedMechInfoIndex = inRegistry;
+    return failed(major) ? major : report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NONE_SELECTED);
 }
 
 // The caller's results, as QXNEGO_INT_SetReturns takes them.

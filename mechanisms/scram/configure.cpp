@@ -37,7 +37,7 @@ void append(qxgss_buffer_t pBuffer, const std::string &text) {
     if (grown == nullptr)
         return;
     pBuffer->value = grown;
-    std::memcpy(static_cast<char *>(grown) + pBuffer->length, text.data(), text.size());
+    text.copy(static_cast<char *>(grown) + pBuffer->length, text.size());
     pBuffer->length += text.size();
 }
 

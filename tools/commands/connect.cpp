@@ -17,7 +17,7 @@ namespace tools {
 
 namespace {
 
-constexpr std::size_t kMessageSize = 16 * 1024;
+constexpr std::size_t kMessageSize = std::size_t{16} * 1024;
 
 struct Options : ConnectionOptions {
     std::string address;

@@ -19,7 +19,7 @@ std::string read_log_file(const std::string &file) {
     const Bytes content = read_file(file);
     if (is_negotiation_log(as_text(content)))
         return std::string(as_text(content));
-    const std::string log = read_properties(content).log;
+    std::string log = read_properties(content).log;
     if (log.empty())
         throw Failure(file + ": holds no negotiation log", kExitUsage);
     return log;

@@ -54,7 +54,7 @@ void run_try(const Options &options) {
     const Decision decision = rehearse(registry, options.request);
     options.json ? print_json(decision) : print_text(decision);
     if (decision.selected.empty())
-        throw Failure("no mechanism is selected: " + printable(decision.failure));
+        throw Failure("no mechanism is selected: " + printable(decision.failure), kExitNegotiation);
 }
 
 } // namespace

@@ -1,0 +1,169 @@
+"""What the network tests stand on: serve and connect as processes, a proxy that sees and changes frames, and the few
+octets of BER that a changed token needs."""
+import json
+import os
+import queue
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import time
+
+QXNEGO = os.environ["QXNEGO"]
+LIBRARIES = os.environ["QXNEGO_LIBRARIES"]
+VERIFIERS = os.environ["QXNEGO_VERIFIERS"]
+TOKEN, CONFIRMATION, VIEWS, MESSAGE, END = range(1, 6)
+PATIENCE = 60  # seconds; a machine under load is no fault
+
+KERBEROS, NTLM = "1.2.840.113554.1.2.2", "1.3.6.1.4.1.311.2.2.10"
+SCRAM, SCRAM_1 = "1.3.6.1.5.5.18", "1.3.6.1.5.5.14"
+MECHANISMS = {  # name: library, prefix, single sign-on, rank
+    KERBEROS: ("Kerberos", "hostgss", "HOSTGSS", "true", 10),
+    NTLM: ("NTLMSSP", "hostgss", "HOSTGSS", "true", 20),
+    SCRAM: ("SCRAM-SHA-256", "scram", "SCRAM_SHA_256", "false", 30),
+    SCRAM_1: ("SCRAM-SHA-1", "scram", "SCRAM_SHA_1", "false", 40),
+}
+
+
+def configuration(folder, name, negotiates, policy="", registered=()):
+    """Writes a configuration file; what is only registered may be named in the policy."""
+    offer = ", ".join('{ oid = "%s" }' % oid for oid in negotiates)
+    text = 'library_path = "%s"\n[[mechanism]]\nname = "QXNEGO"\noid = "1.3.6.1.4.1.32473.1.1"\n' % LIBRARIES
+    text += 'library = "libgssp2qxnego.so"\nprefix = "QXNEGO"\nnegotiates = [ %s ]\n' % offer
+    for oid in [*negotiates, *registered]:
+        mechanism, library, prefix, sso, rank = MECHANISMS[oid]
+        text += '[[mechanism]]\nname = "%s"\noid = "%s"\nlibrary = "lib%s.so"\n' % (mechanism, oid, library)
+        text += 'prefix = "%s"\n[mechanism.properties]\nauthentication = true\nauthorization = true\n' % prefix
+        text += "single_sign_on = %s\nrank = %d\n" % (sso, rank)
+        if library == "scram":
+            text += '[mechanism.settings]\nverifiers_file = "%s"\n' % VERIFIERS
+    path = os.path.join(folder, name)
+    with open(path, "w") as file:
+        file.write(text + policy)
+    return path
+
+
+class Server:
+    """qxnego serve on a free port of an address; `next` waits for the report of the next connection that ended."""
+
+    def __init__(self, config, *options, address="127.0.0.1", env=None):
+        self.errors = tempfile.TemporaryFile()
+        arguments = ["--listen", address + ":0", "--config", config, "--json", "--refusal-time", "300", *options]
+        self.process = subprocess.Popen([QXNEGO, "serve", *arguments], stdout=subprocess.PIPE, stderr=self.errors,
+                                        env=env, text=True)
+        self.addresses = []
+        self.address = json.loads(self.process.stdout.readline())["address"]
+        self.reports = queue.Queue()
+        threading.Thread(target=self.read, daemon=True).start()
+
+    def read(self):
+        for line in self.process.stdout:
+            event = json.loads(line)
+            if event["event"] == "listening":
+                self.addresses.append(event["address"])
+            else:
+                self.reports.put(event)
+
+    def next(self):
+        return self.reports.get(timeout=PATIENCE)
+
+    def stop(self, number=signal.SIGTERM):
+        """Ends it; its exit status and what it wrote to the standard error."""
+        self.process.send_signal(number)
+        status = self.process.wait(PATIENCE)
+        self.errors.seek(0)
+        return status, self.errors.read().decode()
+
+
+def start_client(address, *options, logon=None, env=None):
+    command = [QXNEGO, "connect", address, *options] + (["--logon", logon] if logon else [])
+    return subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=env)
+
+
+def run_client(address, *options, logon=None, env=None, messages=b""):
+    client = start_client(address, *options, logon=logon, env=env)
+    out, err = client.communicate(messages, PATIENCE)
+    return client.returncode, out, err.decode()
+
+
+def frame(kind, contents):
+    return struct.pack(">IB", len(contents), kind) + contents
+
+
+def read_frame(stream):
+    head = stream.read(5)
+    if len(head) < 5:
+        return None
+    length, kind = struct.unpack(">IB", head)
+    return kind, stream.read(length)
+
+
+class Proxy:
+    """Between a client and the server at an address. `change(is_client, number, contents)` may return other contents of
+    a token, by its number from that side; `seen` keeps (type, length) of the server's frames, `times` their moments."""
+
+    def __init__(self, address, change=None):
+        host, port = address.rsplit(":", 1)
+        self.target, self.change = (host, int(port)), change or (lambda is_client, number, contents: contents)
+        self.seen, self.times, self.raw = [], [], b""
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.address = "127.0.0.1:%d" % self.listener.getsockname()[1]
+        threading.Thread(target=self.run, daemon=True).start()
+
+    def run(self):
+        client, _ = self.listener.accept()
+        server = socket.create_connection(self.target)
+        threading.Thread(target=self.forward, args=(client, server, True), daemon=True).start()
+        self.forward(server, client, False)
+
+    def forward(self, source, sink, is_client):
+        number = 0
+        stream = source.makefile("rb")
+        try:
+            while (one := read_frame(stream)) is not None:
+                kind, contents = one
+                if kind == TOKEN:
+                    number += 1
+                    contents = self.change(is_client, number, contents)
+                if not is_client:
+                    self.seen.append((kind, len(contents)))
+                    self.times.append(time.monotonic())
+                    self.raw = frame(kind, contents)
+                sink.sendall(frame(kind, contents))
+            sink.shutdown(socket.SHUT_WR)
+        except OSError:
+            pass
+
+
+# ---- Tokens as lists: an element is [identifier octet, contents], contents a list when it is constructed.
+
+def decode(data):
+    elements = []
+    while data:
+        identifier, length, at = data[0], data[1], 2
+        if length >= 0x80:
+            at += length - 0x80
+            length = int.from_bytes(data[2:at], "big")
+        contents = data[at:at + length]
+        elements.append([identifier, decode(contents) if identifier & 0x20 else contents])
+        data = data[at + length:]
+    return elements
+
+
+def encode(elements):
+    out = b""
+    for identifier, contents in elements:
+        body = encode(contents) if isinstance(contents, list) else contents
+        size = len(body).to_bytes(4, "big").lstrip(b"\0")
+        head = bytes([len(body)]) if len(body) < 0x80 else bytes([0x80 + len(size)]) + size
+        out += bytes([identifier]) + head + body
+    return out
+
+
+def change_entries(contents, change):
+    """The token with its list of mechanisms changed in place."""
+    token = decode(contents)
+    change(token[0][1][0][1])
+    return encode(token)
