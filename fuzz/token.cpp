@@ -11,14 +11,8 @@
 namespace fuzz {
 namespace {
 
-constexpr unsigned char kOids[][10] = {
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x01},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x02},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x03},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x04},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x01, 0x01}, // QXNEGO's own
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x7F}, // nobody's
-};
+// The OIDs of the scripted mechanisms, but for the last byte, which is 1 to 4 there.
+constexpr unsigned char kOid[10] = {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x00};
 constexpr OM_uint32 kNumbers[] = {0, 1, 2,  3,          4,          5,          6,          7,
                                   8, 9, 10, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0x000D0000, 0xC5000007};
 
@@ -46,7 +40,7 @@ class Maker {
   private:
     void mechanisms() {
         gsspasn_start_encode_sequence(encoder_, 0);
-        for (unsigned count = input_.below(6); count != 0; --count) {
+        for (unsigned count = input_.below(64); count != 0; --count) {
             gsspasn_start_encode_sequence(encoder_, 0);
             items({GSSPASN_OBJECT_IDENTIFIER, GSSPASN_INTEGER, GSSPASN_INTEGER, GSSPASN_INTEGER, GSSPASN_INTEGER,
                    GSSPASN_OCTET_STRING, GSSPASN_OCTET_STRING, GSSPASN_OCTET_STRING},
@@ -71,8 +65,9 @@ class Maker {
         if (type == GSSPASN_INTEGER) {
             gsspasn_put_encode_item(encoder_, tag, type, &kNumbers[value % std::size(kNumbers)]);
         } else if (type == GSSPASN_OBJECT_IDENTIFIER) {
-            const auto &oid = kOids[value % std::size(kOids)];
-            const qxgss_OID_desc mechanism{sizeof oid, const_cast<unsigned char *>(oid)};
+            std::string oid(std::begin(kOid), std::end(kOid));
+            oid.back() = static_cast<char>(value);
+            const qxgss_OID_desc mechanism{static_cast<OM_uint32>(oid.size()), oid.data()};
             gsspasn_put_encode_item(encoder_, tag, type, &mechanism);
         } else {
             // Inner tokens of the scripted mechanisms, and texts of the input's.

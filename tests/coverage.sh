@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source .ci/packages.sh
-build=${1:-build/coverage}
+build=${1:-build/gcov}
 
 need_packages "${build_packages[@]}" libgtest-dev python3
 programs=(allocation_sweep_test asn_test engine_test entry_points_test framework_test loader_test log_text_test

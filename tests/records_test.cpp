@@ -112,6 +112,7 @@ TEST(QxnegoInfo, SizesTheLogRecord) {
         {std::string(1002, 'x'), 1012, 1002},
         {std::string(65525, 'x'), 65532, 65525},
         {std::string(65526, 'x'), 65532, 65525},
+        {long_log.substr(0, 65525), 65532, 65525},
         {long_log, (whole + 10) & ~std::size_t{3}, whole},
         {fitting, 65532, 65525},
     };

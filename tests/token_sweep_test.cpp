@@ -91,6 +91,7 @@ void change_structure(const std::vector<Element> &token, std::vector<std::string
             s.insert(s.begin() + static_cast<std::ptrdiff_t>(i), twice);
         });
         changed(number, [](Siblings &s, std::size_t i) { std::swap(s[i], s[(i + 1) % s.size()]); });
+        changed(number, [](Siblings &s, std::size_t i) { s[i] = {s[i].tag, "", {}}; });
         for (const unsigned char tag : tags)
             changed(number, [tag](Siblings &s, std::size_t i) { s[i].tag = tag; });
     }

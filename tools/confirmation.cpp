@@ -53,13 +53,11 @@ Bytes confirm(const Negotiation &negotiation, const Report &report, const Bytes 
     OM_uint32 minor = 0;
     OwnedBuffer mic;
     qxgss_buffer_desc text = view(as_text(statement));
-    const OM_uint32 major =
-        negotiation.table().ftn_gssp_get_mic(&minor, negotiation.context(), 0, &text, mic.get());
+    const OM_uint32 major = negotiation.table().ftn_gssp_get_mic(&minor, negotiation.context(), 0, &text, mic.get());
     if (major == GSS_S_UNAVAILABLE)
         return {};
     if (GSS_ERROR(major) != 0 || mic.empty())
-        throw Failure("the mechanism gives no MIC: " + major_name(major) + ' ' + code_text(minor),
-                      kExitConfirmation);
+        throw Failure("the mechanism gives no MIC: " + major_name(major) + ' ' + code_text(minor), kExitConfirmation);
     return Bytes(mic.bytes().begin(), mic.bytes().end());
 }
 

@@ -19,8 +19,8 @@ class Transcript {
     Transcript();
     void add(ByteView token);
 
-    // What a side signs: its role ("client" or "server"), then the SHA-256 of the tokens (FIPS 180-4). The role in front
-    // keeps a side's MIC from being sent back to it as its peer's.
+    // What a side signs: its role ("client" or "server"), then the SHA-256 of the tokens (FIPS 180-4). The role in
+    // front keeps a side's MIC from being sent back to it as its peer's.
     Bytes statement(const char *role) const;
 
   private:

@@ -21,9 +21,9 @@ struct StatusName {
 };
 
 constexpr StatusName kStatusNames[] = {
-    {kExitSuccess, "success"},           {kExitUsage, "usage"},         {kExitConfiguration, "configuration"},
-    {kExitNetwork, "network"},           {kExitProtocol, "protocol"},   {kExitNegotiation, "negotiation"},
-    {kExitConfirmation, "confirmation"}, {kExitPolicy, "policy"},       {kExitProtection, "protection"},
+    {kExitSuccess, "success"},           {kExitUsage, "usage"},       {kExitConfiguration, "configuration"},
+    {kExitNetwork, "network"},           {kExitProtocol, "protocol"}, {kExitNegotiation, "negotiation"},
+    {kExitConfirmation, "confirmation"}, {kExitPolicy, "policy"},     {kExitProtection, "protection"},
     {kExitInterrupted, "interrupted"},
 };
 

@@ -58,8 +58,8 @@ std::unique_ptr<Framework> configure(OM_uint32 role, const ConnectionOptions &op
     auto framework = std::make_unique<Framework>(role, configuration_file(options.configuration), report);
     for (OM_uint32 i = 0; i != MechCount && !options.json; ++i)
         if (pMechInfo[i].fUseMech == GSSP_MECH_UNUSED && pMechInfo[i].pszMessage != nullptr)
-            std::cerr << "qxnego: " << printable(pMechInfo[i].pszMechName) << " is not in use: "
-                      << printable(pMechInfo[i].pszMessage) << '\n';
+            std::cerr << "qxnego: " << printable(pMechInfo[i].pszMechName)
+                      << " is not in use: " << printable(pMechInfo[i].pszMessage) << '\n';
     return framework;
 }
 

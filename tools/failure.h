@@ -8,8 +8,8 @@ namespace tools {
 
 enum ExitStatus {
     kExitSuccess = 0,
-    kExitFailure = 1,      // it was done, and the outcome is not what it should be; or it could not be done
-    kExitUsage = 2,        // a wrong option or argument, a file that is not what the command reads
+    kExitFailure = 1, // it was done, and the outcome is not what it should be; or it could not be done
+    kExitUsage = 2,   // a wrong option or argument, a file that is not what the command reads
     kExitConfiguration = 3,
     kExitNetwork = 4,      // no connection, or the peer has gone or is silent
     kExitProtocol = 5,     // the peer speaks something else, or goes beyond a limit

@@ -82,8 +82,7 @@ fs::path library_folder(const std::string &given) {
 }
 
 fs::path configuration_file(const std::string &given) {
-    const fs::path file =
-        given.empty() ? fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION) : fs::path(given);
+    fs::path file = given.empty() ? fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION) : fs::path(given);
     if (!fs::exists(file))
         throw Failure(file.string() + ": there is no such file" + (given.empty() ? "; name one with --config" : ""),
                       kExitUsage);

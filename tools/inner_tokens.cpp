@@ -56,7 +56,7 @@ std::string kind_of_framed(ByteView token) {
 } // namespace
 
 std::string kind_of_inner_token(ByteView token) {
-    const std::string framed = !token.empty() && token[0] == 0x60 ? kind_of_framed(token) : "";
+    std::string framed = !token.empty() && token[0] == 0x60 ? kind_of_framed(token) : "";
     if (!framed.empty())
         return framed;
     const char *kind = find(kBeginnings, as_text(token));

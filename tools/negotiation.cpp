@@ -154,10 +154,9 @@ void Negotiation::run_as_client(const TokenExchange &exchange, const std::string
     if (!logon.empty())
         acquire(logon);
     run("init_sec_context", exchange, {}, [&](OM_uint32 *minor, qxgss_buffer_t input, qxgss_buffer_t output) {
-        return table().ftn_gssp_init_sec_context(minor, credential_.get(), context_.out(), target_name.get(),
-                                                 framework_.mechanism(), flags, GSS_C_INDEFINITE,
-                                                 QXGSS_C_NO_CHANNEL_BINDINGS, input, &actual_mechanism_, output,
-                                                 &flags_, nullptr);
+        return table().ftn_gssp_init_sec_context(
+            minor, credential_.get(), context_.out(), target_name.get(), framework_.mechanism(), flags,
+            GSS_C_INDEFINITE, QXGSS_C_NO_CHANNEL_BINDINGS, input, &actual_mechanism_, output, &flags_, nullptr);
     });
 }
 

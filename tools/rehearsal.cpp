@@ -208,6 +208,7 @@ std::string name_of(qxgss_OID oid) {
 // The client as the server's answer leaves it: a server that fails sends none.
 std::vector<View> client_views(const std::vector<qxgss_OID> &offer, const Outcome &outcome) {
     std::vector<View> views;
+    views.reserve(offer.size());
     for (qxgss_OID oid : offer)
         views.push_back({name_of(oid), std::string(qxnego::word(NEG_MECH_STATE_AVAILABLE)), "", ""});
     for (const View &server : outcome.views) {

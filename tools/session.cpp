@@ -29,8 +29,8 @@ std::string causes(const std::vector<View> &views) {
     std::string out;
     for (const View &view : views)
         if (view.state == "Rejected" && view.reason != "Due to Rank")
-            out += view.mechanism + ": " + (view.status_text.empty() ? view.reason : on_one_line(view.status_text)) +
-                   "; ";
+            out +=
+                view.mechanism + ": " + (view.status_text.empty() ? view.reason : on_one_line(view.status_text)) + "; ";
     return out;
 }
 
@@ -185,9 +185,8 @@ void Session::negotiate_nameless() {
     const std::vector<View> views = connection_.own;
     const TokenExchange peer = exchange();
     bool is_first = true;
-    const TokenExchange nameless = {peer.send, [&] {
-                                        return std::exchange(is_first, false) ? claims_.nameless : peer.receive();
-                                    }};
+    const TokenExchange nameless = {peer.send,
+                                    [&] { return std::exchange(is_first, false) ? claims_.nameless : peer.receive(); }};
     try {
         negotiate([&](Negotiation &negotiation) { negotiation.run_as_server(nameless); });
     } catch (const Failure &failure) {

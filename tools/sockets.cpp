@@ -66,7 +66,7 @@ std::string address_of(const Descriptor &socket, decltype(&getsockname) ask) {
     sockaddr_storage address{};
     socklen_t length = sizeof address;
     return ask(socket.get(), reinterpret_cast<sockaddr *>(&address), &length) == 0 ? address_text(address, length)
-                                                                                    : "?";
+                                                                                   : "?";
 }
 
 // A descriptor, or none with the reason in errno.

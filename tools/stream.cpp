@@ -34,7 +34,6 @@ constexpr End kEnds[] = {
     throw Failure("the peer ended the connection for a reason that is not known here", kExitProtocol);
 }
 
-
 } // namespace
 
 Stream::Stream(Descriptor socket, const Limits &limits) : socket_(std::move(socket)), limits_(limits) {}
@@ -90,7 +89,8 @@ std::optional<Bytes> Stream::receive(FrameType type) {
         return std::nullopt;
     const std::uint32_t length = (std::uint32_t{head[0]} << 24) | (std::uint32_t{head[1]} << 16) |
                                  (std::uint32_t{head[2]} << 8) | std::uint32_t{head[3]};
-    if (head[4] < static_cast<unsigned char>(FrameType::kToken) || head[4] > static_cast<unsigned char>(FrameType::kEnd))
+    if (head[4] < static_cast<unsigned char>(FrameType::kToken) ||
+        head[4] > static_cast<unsigned char>(FrameType::kEnd))
         throw Failure("the peer speaks something else (a frame of type " + std::to_string(head[4]) + ")",
                       kExitProtocol);
     if (length > limits_.frame)

@@ -41,7 +41,6 @@ class Stream {
     Stream(Descriptor socket, const Limits &limits);
 
     void set_deadline(Clock::time_point deadline) { deadline_ = deadline; }
-    const Limits &limits() const { return limits_; }
 
     // False when the peer has gone. Throws Failure (network) when the deadline has come.
     bool send(FrameType type, ByteView contents);

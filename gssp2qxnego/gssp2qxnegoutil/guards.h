@@ -194,26 +194,31 @@ inline OM_uint32 release_mechanism_name(const NegMechEntry_desc &entry, OM_uint3
     return release != nullptr ? release(pMinorStatus, ppName) : gssp_release_name(pMinorStatus, ppName);
 }
 
-// The first entry with that OID, or -1 in `found`. An entry without an OID ends the search, with the status of the
-// framework's comparison, which refuses it; the others are compared here, as a long list is met by a long token. OIDs
-// of mechanisms differ in their last byte first.
+// Whether two OIDs with bytes differ at first sight. Those of mechanisms differ in their last byte first.
+inline bool differ(const qxgss_OID_desc &one, const qxgss_OID_desc &other) {
+    return one.length != other.length || static_cast<const unsigned char *>(one.elements)[one.length - 1] !=
+                                             static_cast<const unsigned char *>(other.elements)[other.length - 1];
+}
+
+// The first entry with that OID, or -1 in `found`. Most entries are passed over without a call, as a long list is met
+// by a long token; an entry without an OID is left to the framework's comparison, whose failure ends the search.
 inline OM_uint32 find_mechanism(OM_uint32 *pMinorStatus, const NegMechList_desc &list, qxgss_OID_desc &oid,
                                 OM_sint32 &found) {
     found = -1;
-    const auto *bytes = static_cast<const unsigned char *>(oid.elements);
     for (OM_uint32 i = 0; list.pNegMech != nullptr && i < list.Count; ++i) {
-        const qxgss_OID_desc *other = list.pNegMech[i].pMechOid;
-        if (!usable(other))
-            return report(pMinorStatus, GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT);
-        const OM_uint32 last = oid.length - 1;
-        const auto *otherBytes = static_cast<const unsigned char *>(other->elements);
-        if (other->length == oid.length && otherBytes[last] == bytes[last] &&
-            std::memcmp(otherBytes, bytes, last) == 0) {
+        const qxgss_OID other = list.pNegMech[i].pMechOid;
+        if (usable(other) && differ(oid, *other))
+            continue;
+        OM_sint32 difference = 0;
+        const OM_uint32 major = gssp_compare_oids(pMinorStatus, &oid, other, &difference);
+        if (failed(major))
+            return major;
+        if (difference == 0) {
             found = static_cast<OM_sint32>(i);
             break;
         }
     }
-    return succeed(pMinorStatus);
+    return GSS_S_COMPLETE;
 }
 
 // The entry that the negotiation has selected, or null when the index designates none.
