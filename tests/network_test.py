@@ -175,9 +175,10 @@ class Scram(Case):
         self.log_on(server, expect=4)
         with socket.create_server(("127.0.0.1", 0)) as silent:
             client = start_client("127.0.0.1:%d" % silent.getsockname()[1], "--config", self.client, logon=ALICE)
-            silent.accept()[0].recv(1)
-            client.terminate()
-            self.assertIn(b"interrupted", client.communicate(timeout=PATIENCE)[1])
+            with silent.accept()[0] as peer:
+                peer.recv(1)
+                client.terminate()
+                self.assertIn(b"interrupted", client.communicate(timeout=PATIENCE)[1])
             self.assertEqual(client.returncode, 130)
 
     def test_wrong_arguments(self):

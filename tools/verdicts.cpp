@@ -73,6 +73,7 @@ std::vector<View> views_of(const std::vector<LogRecord> &log) {
 
 std::vector<Verdict> join(const std::vector<View> &client, const std::vector<View> &server) {
     std::vector<Verdict> out;
+    out.reserve(client.size() + server.size());
     for (const View &view : client)
         out.push_back(verdict_on(view.mechanism, &view, find(server, view.mechanism)));
     for (const View &view : server)
