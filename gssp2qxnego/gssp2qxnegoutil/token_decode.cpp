@@ -115,6 +115,49 @@ OM_uint32 read_selected_mechanism(OM_uint32 *pMinorStatus, ElementReader &items,
     return GSS_S_COMPLETE;
 }
 
+// What differs between the two kinds of token before their own items begin.
+struct TokenKind {
+    OM_uint32 tag;
+    OM_uint32 emptyToken; // minor status of an outer element without children
+    bool mayReject;
+    const char *stateChanged;
+};
+
+constexpr TokenKind kInitToken = {0, QXNEGO_E_BAD_INIT_TOKEN, false,
+                                  "QXNEGO_INT_DecodeNegTokenInit: Peer has changed Negotiation State"};
+constexpr TokenKind kRespToken = {1, QXNEGO_E_BAD_RESP_TOKEN, true,
+                                  "QXNEGO_INT_DecodeNegTokenResp: Peer has changed Negotiation State"};
+
+// Reads a token's mechanisms and the peer's state, and gives its children, of which the items behind the state are
+// left.
+OM_uint32 read_up_to_state(OM_uint32 *pMinorStatus, const TokenKind &kind, gsspasn_decoding_t handle,
+                           NegContext_t context, gsspasn_decoding_t &children) {
+    if (const OM_uint32 major = null_handle_or_context(pMinorStatus, handle, context); failed(major))
+        return major;
+    OM_uint32 count = 0;
+    const OM_uint32 status = gsspasn_get_top_decode_sequence(handle, kind.tag, &children, &count);
+    if (status != GSSPASN_E_SUCCESS)
+        return report(pMinorStatus, GSS_S_FAILURE, status);
+    if (count == 0)
+        return report(pMinorStatus, GSS_S_FAILURE, kind.emptyToken);
+    if (const OM_uint32 major = QXNEGO_INT_DecodeNegMechList(pMinorStatus, children, context); failed(major))
+        return major;
+
+    ElementReader items(children);
+    items.required(1, context->NegStateFromPeer);
+    if (!items.ok())
+        return items.fail(pMinorStatus);
+    const NegState_et state = context->NegStateFromPeer;
+    if (state == NEG_STATE_REQUEST_MIC)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_STATE_UNSUPPORTED);
+    const bool isOver = state == NEG_STATE_COMPLETED || (state == NEG_STATE_REJECT && kind.mayReject);
+    if (!isOver && state != NEG_STATE_INCOMPLETE)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_STATE);
+    if (isOver)
+        QXNEGO_INT_NegLogEntry(nullptr, kind.stateChanged, nullptr, context);
+    return GSS_S_COMPLETE;
+}
+
 } // namespace
 
 OM_uint32 QXNEGO_INT_ProcessInputToken(OM_uint32 *pMinorStatus, OM_uint32 TokenType, qxgss_buffer_t pInputToken,
@@ -139,34 +182,11 @@ OM_uint32 QXNEGO_INT_ProcessInputToken(OM_uint32 *pMinorStatus, OM_uint32 TokenT
 
 OM_uint32 QXNEGO_INT_DecodeNegTokenInit(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                         NegContext_t pNegContext) {
-    if (const OM_uint32 major = null_handle_or_context(pMinorStatus, pDecodeHandle, pNegContext); failed(major))
-        return major;
     gsspasn_decoding_t children = nullptr;
-    OM_uint32 count = 0;
-    const OM_uint32 status = gsspasn_get_top_decode_sequence(pDecodeHandle, 0, &children, &count);
-    if (status != GSSPASN_E_SUCCESS)
-        return report(pMinorStatus, GSS_S_FAILURE, status);
-    if (count == 0)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_INIT_TOKEN);
-    if (const OM_uint32 major = QXNEGO_INT_DecodeNegMechList(pMinorStatus, children, pNegContext); failed(major))
+    const OM_uint32 major = read_up_to_state(pMinorStatus, kInitToken, pDecodeHandle, pNegContext, children);
+    if (failed(major))
         return major;
-
     ElementReader items(children);
-    items.required(1, pNegContext->NegStateFromPeer);
-    if (!items.ok())
-        return items.fail(pMinorStatus);
-    switch (pNegContext->NegStateFromPeer) {
-    case NEG_STATE_COMPLETED:
-        QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_DecodeNegTokenInit: Peer has changed Negotiation State", nullptr,
-                               pNegContext);
-        break;
-    case NEG_STATE_INCOMPLETE:
-        break;
-    case NEG_STATE_REQUEST_MIC:
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_STATE_UNSUPPORTED);
-    default:
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_STATE);
-    }
     read_text(items, 2, pNegContext->AuthenticationIdBuf);
     items.optional(3, pNegContext->IsSso);
     read_text(items, 4, pNegContext->UserNameBuf);
@@ -176,38 +196,16 @@ OM_uint32 QXNEGO_INT_DecodeNegTokenInit(OM_uint32 *pMinorStatus, gsspasn_decodin
 
 OM_uint32 QXNEGO_INT_DecodeNegTokenResp(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                         NegContext_t pNegContext) {
-    if (const OM_uint32 major = null_handle_or_context(pMinorStatus, pDecodeHandle, pNegContext); failed(major))
-        return major;
     gsspasn_decoding_t children = nullptr;
-    OM_uint32 count = 0;
-    const OM_uint32 status = gsspasn_get_top_decode_sequence(pDecodeHandle, 1, &children, &count);
-    if (status != GSSPASN_E_SUCCESS)
-        return report(pMinorStatus, GSS_S_FAILURE, status);
-    if (count == 0)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_RESP_TOKEN);
-    if (const OM_uint32 major = QXNEGO_INT_DecodeNegMechList(pMinorStatus, children, pNegContext); failed(major))
+    OM_uint32 major = read_up_to_state(pMinorStatus, kRespToken, pDecodeHandle, pNegContext, children);
+    if (failed(major))
         return major;
-
     ElementReader items(children);
-    items.required(1, pNegContext->NegStateFromPeer);
-    if (!items.ok())
-        return items.fail(pMinorStatus);
-    switch (pNegContext->NegStateFromPeer) {
-    case NEG_STATE_COMPLETED:
-    case NEG_STATE_REJECT:
-        QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_DecodeNegTokenResp: Peer has changed Negotiation State", nullptr,
-                               pNegContext);
-        break;
-    case NEG_STATE_INCOMPLETE:
-        break;
-    case NEG_STATE_REQUEST_MIC:
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_STATE_UNSUPPORTED);
-    default:
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_STATE);
-    }
-    if (pNegContext->NegStateFromPeer == NEG_STATE_COMPLETED)
-        if (const OM_uint32 major = read_selected_mechanism(pMinorStatus, items, *pNegContext); failed(major))
+    if (pNegContext->NegStateFromPeer == NEG_STATE_COMPLETED) {
+        major = read_selected_mechanism(pMinorStatus, items, *pNegContext);
+        if (failed(major))
             return major;
+    }
     if (pNegContext->IsPolicyApplied == 0) {
         items.optional(3, pNegContext->IsPolicyApplied);
         if (!items.ok())
