@@ -217,7 +217,7 @@ OM_uint32 get_sequence(Element &parent, OM_uint32 tag, gsspasn_decoding_t *pChil
 }
 
 // Contents of a non-negative value (X.690 8.3) that has 32 bits at most.
-OM_uint32 decode_integer(const Element &item, void *pValue) {
+OM_uint32 read_integer(const Element &item, void *pValue) {
     const unsigned char *contents = item.contents;
     const bool sign_only = item.length > 1 && contents[0] == 0;
     if (item.length == 0 || item.length > (sign_only ? 5 : 4) || (contents[0] & 0x80) != 0)
@@ -231,31 +231,27 @@ OM_uint32 decode_integer(const Element &item, void *pValue) {
     return GSSPASN_E_SUCCESS;
 }
 
-void *copy_contents(const Element &item) {
-    void *copy = std::malloc(item.length);
-    if (copy != nullptr)
+OM_uint32 get_integer(Element &parent, const Element &item, void *pValue) {
+    const OM_uint32 status = read_integer(item, pValue);
+    if (status == GSSPASN_E_SUCCESS)
+        pass(parent, item);
+    return status;
+}
+
+// OCTET STRING and OBJECT IDENTIFIER: a length and a block of their own, none for an empty one. Not inline, so that
+// the other items need none of the registers that a call of the allocator wants kept.
+template <typename Descriptor>
+[[gnu::noinline]] OM_uint32 get_bytes(Element &parent, const Element &item, void *pValue) {
+    void *copy = nullptr;
+    if (item.length != 0) {
+        copy = std::malloc(item.length);
+        if (copy == nullptr)
+            return GSSPASN_E_NO_MEMORY;
         std::memcpy(copy, item.contents, item.length);
-    return copy;
-}
-
-// OCTET STRING and OBJECT IDENTIFIER: a length and a block of their own, none for an empty one.
-template <typename Descriptor> OM_uint32 decode_bytes(const Element &item, void *pValue) {
-    void *copy = item.length == 0 ? nullptr : copy_contents(item);
-    if (item.length != 0 && copy == nullptr)
-        return GSSPASN_E_NO_MEMORY;
-    *static_cast<Descriptor *>(pValue) = {item.length, copy};
-    return GSSPASN_E_SUCCESS;
-}
-
-OM_uint32 decode(const Element &item, OM_uint32 ItemType, void *pValue) {
-    switch (ItemType) {
-    case GSSPASN_INTEGER:
-        return decode_integer(item, pValue);
-    case GSSPASN_OCTET_STRING:
-        return decode_bytes<qxgss_buffer_desc>(item, pValue);
-    default:
-        return decode_bytes<qxgss_OID_desc>(item, pValue);
     }
+    *static_cast<Descriptor *>(pValue) = {item.length, copy};
+    pass(parent, item);
+    return GSSPASN_E_SUCCESS;
 }
 
 // The item types are also those that a mechanism may count on in any framework: there are no others.
@@ -309,12 +305,17 @@ OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_u
     if (!is_item_type(ItemType))
         return GSSPASN_E_ITEM_TYPE;
     Element *item = nullptr;
-    OM_uint32 status = find(*Handle, Tag, false, &item);
-    if (status == GSSPASN_E_SUCCESS)
-        status = decode(*item, ItemType, pValue);
-    if (status == GSSPASN_E_SUCCESS)
-        pass(*Handle, *item);
-    return status;
+    const OM_uint32 status = find(*Handle, Tag, false, &item);
+    if (status != GSSPASN_E_SUCCESS)
+        return status;
+    switch (ItemType) {
+    case GSSPASN_INTEGER:
+        return get_integer(*Handle, *item, pValue);
+    case GSSPASN_OCTET_STRING:
+        return get_bytes<qxgss_buffer_desc>(*Handle, *item, pValue);
+    default:
+        return get_bytes<qxgss_OID_desc>(*Handle, *item, pValue);
+    }
 }
 
 OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle) {

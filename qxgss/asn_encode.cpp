@@ -24,9 +24,7 @@ namespace {
 constexpr std::size_t kFirstCapacity = 512;
 constexpr std::size_t kLargest = PTRDIFF_MAX; // no object is larger
 
-bool reserve(gsspasn_encoder_struct &encoder, std::size_t more) {
-    if (more <= encoder.capacity - encoder.size)
-        return true;
+bool grow(gsspasn_encoder_struct &encoder, std::size_t more) {
     if (more > kLargest - encoder.size)
         return false;
     const std::size_t capacity = std::max({encoder.size + more, 2 * encoder.capacity, kFirstCapacity});
@@ -36,6 +34,10 @@ bool reserve(gsspasn_encoder_struct &encoder, std::size_t more) {
     encoder.bytes = static_cast<unsigned char *>(bytes);
     encoder.capacity = capacity;
     return true;
+}
+
+bool reserve(gsspasn_encoder_struct &encoder, std::size_t more) {
+    return more <= encoder.capacity - encoder.size || grow(encoder, more);
 }
 
 std::size_t length_octets(std::size_t length) {
@@ -52,18 +54,26 @@ void write_length(unsigned char *at, std::size_t length, std::size_t octets) {
         at[i] = static_cast<unsigned char>(length);
 }
 
-OM_uint32 append(gsspasn_encoder_struct &encoder, OM_uint32 tag, const void *contents, std::size_t length) {
-    if (length != 0 && contents == nullptr)
-        return GSSPASN_E_ARGUMENT;
+// Writes an element but for its contents, and gives the place for those; null when memory is lacking.
+unsigned char *append(gsspasn_encoder_struct &encoder, OM_uint32 tag, std::size_t length) {
     const std::size_t octets = length_octets(length);
     if (length > kLargest || !reserve(encoder, 1 + octets + length))
-        return GSSPASN_E_NO_MEMORY;
+        return nullptr;
     unsigned char *at = encoder.bytes + encoder.size;
     *at = static_cast<unsigned char>(qxgss::kContextSpecific | tag);
     write_length(at + 1, length, octets);
-    if (length != 0)
-        std::memcpy(at + 1 + octets, contents, length);
     encoder.size += 1 + octets + length;
+    return at + 1 + octets;
+}
+
+OM_uint32 append_bytes(gsspasn_encoder_struct &encoder, OM_uint32 tag, const void *bytes, std::size_t length) {
+    if (length != 0 && bytes == nullptr)
+        return GSSPASN_E_ARGUMENT;
+    unsigned char *contents = append(encoder, tag, length);
+    if (contents == nullptr)
+        return GSSPASN_E_NO_MEMORY;
+    if (length != 0)
+        std::memcpy(contents, bytes, length);
     return GSSPASN_E_SUCCESS;
 }
 
@@ -72,11 +82,13 @@ OM_uint32 append_integer(gsspasn_encoder_struct &encoder, OM_uint32 tag, const v
     OM_uint32 value;
     std::memcpy(&value, pValue, sizeof value);
     const std::size_t length = static_cast<std::size_t>(std::bit_width(value)) / 8 + 1;
-    unsigned char contents[sizeof value + 1];
+    unsigned char *contents = append(encoder, tag, length);
+    if (contents == nullptr)
+        return GSSPASN_E_NO_MEMORY;
     OM_uint64 rest = value;
     for (std::size_t i = length; i != 0; --i, rest >>= 8)
         contents[i - 1] = static_cast<unsigned char>(rest);
-    return append(encoder, tag, contents, length);
+    return GSSPASN_E_SUCCESS;
 }
 
 } // namespace
@@ -101,10 +113,10 @@ OM_uint32 gsspasn_start_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag
         return GSSPASN_E_TAG_INVALID;
     if (Handle->depth == GSSPASN_ENCODE_MAX_DEPTH)
         return GSSPASN_E_STACK_FULL;
-    const OM_uint32 status = append(*Handle, qxgss::kConstructed | Tag, nullptr, 0);
-    if (status == GSSPASN_E_SUCCESS)
-        Handle->open[Handle->depth++] = {Tag, Handle->size};
-    return status;
+    if (append(*Handle, qxgss::kConstructed | Tag, 0) == nullptr)
+        return GSSPASN_E_NO_MEMORY;
+    Handle->open[Handle->depth++] = {Tag, Handle->size};
+    return GSSPASN_E_SUCCESS;
 }
 
 OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag) {
@@ -138,11 +150,11 @@ OM_uint32 gsspasn_put_encode_item(gsspasn_encoding_t Handle, OM_uint32 Tag, OM_u
         return append_integer(*Handle, Tag, pValue);
     case GSSPASN_OCTET_STRING: {
         const auto &buffer = *static_cast<const qxgss_buffer_desc *>(pValue);
-        return append(*Handle, Tag, buffer.value, buffer.length);
+        return append_bytes(*Handle, Tag, buffer.value, buffer.length);
     }
     case GSSPASN_OBJECT_IDENTIFIER: {
         const auto &oid = *static_cast<const qxgss_OID_desc *>(pValue);
-        return oid.length == 0 ? GSSPASN_E_ENCODING : append(*Handle, Tag, oid.elements, oid.length);
+        return oid.length == 0 ? GSSPASN_E_ENCODING : append_bytes(*Handle, Tag, oid.elements, oid.length);
     }
     default:
         return GSSPASN_E_ITEM_TYPE;

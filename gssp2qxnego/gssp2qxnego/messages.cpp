@@ -10,6 +10,14 @@ bool missing(const qxgss_buffer_desc *buffer) {
     return buffer == nullptr || buffer->value == nullptr;
 }
 
+// The call for a caller that wants no minor status: the mechanism is given a place for it all the same. Apart from
+// `forward`, so that the usual call there needs no place on the stack and is a jump.
+template <typename Operation, typename... Arguments>
+[[gnu::noinline]] OM_uint32 call_without_minor(Operation operation, Arguments... arguments) {
+    OM_uint32 unwanted = QXNEGO_E_SUCCESSFUL;
+    return operation(&unwanted, arguments...);
+}
+
 // Calls the slot with the selected mechanism's context and these arguments; its statuses are passed on unchanged.
 template <auto Slot, typename... Arguments>
 OM_uint32 forward(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, bool inputMissing,
@@ -25,10 +33,8 @@ OM_uint32 forward(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, 
     const auto operation = mechanism.table->*Slot;
     if (operation == nullptr)
         return report(pMinorStatus, GSS_S_UNAVAILABLE, GSSP_E_FUNCTION_UNAVAILABLE);
-    if (pMinorStatus == nullptr) { // the mechanism is given a place for it all the same
-        OM_uint32 unwanted = QXNEGO_E_SUCCESSFUL;
-        return operation(&unwanted, mechanism.entry->pMechContext, arguments...);
-    }
+    if (pMinorStatus == nullptr)
+        return call_without_minor(operation, mechanism.entry->pMechContext, arguments...);
     *pMinorStatus = QXNEGO_E_SUCCESSFUL;
     return operation(pMinorStatus, mechanism.entry->pMechContext, arguments...);
 }

@@ -167,10 +167,12 @@ class LastFailure {
 
 // The registry's record at an index; null outside the registry. Nobody else indexes the registry, and the two below
 // answer for entries made for the peer only, whose index is -1.
+inline bool is_registered(OM_sint32 index) {
+    return static_cast<OM_uint32>(index) < MechCount; // a negative index is larger than any count
+}
+
 inline const MechInfo_t *registered(OM_sint32 index) {
-    if (static_cast<OM_uint32>(index) >= MechCount) // a negative index is larger than any count
-        return nullptr;
-    return &pMechInfo[index];
+    return is_registered(index) ? &pMechInfo[index] : nullptr;
 }
 
 inline bool in_use(OM_sint32 index) {
@@ -237,11 +239,10 @@ struct Selected {
 };
 
 inline Selected selected(const NegContext_desc &context) {
-    const MechInfo_t *mechanism = registered(context.SelectedMechInfoIndex);
     const NegMechEntry_t entry = selected_entry(context);
-    if (mechanism == nullptr || entry == nullptr)
+    if (!is_registered(context.SelectedMechInfoIndex) || entry == nullptr)
         return {nullptr, nullptr};
-    return {&mechanism->MechFtnTable, entry};
+    return {&pMechInfo[context.SelectedMechInfoIndex].MechFtnTable, entry};
 }
 
 } // namespace qxnego
