@@ -21,7 +21,7 @@ struct SessionOptions {
 };
 
 struct Logon {
-    std::string text; // the logon string; empty for single sign-on
+    const std::string &text; // the logon string, which is not copied; empty for single sign-on
     std::string target;
     OM_uint32 flags = 0;
 };

@@ -102,7 +102,7 @@ inline void discard(qxgss_buffer_desc &buffer) {
 
 // Moves a NUL-terminated heap text into a buffer, whose old contents are released; its length is without the NUL.
 inline void take_text(qxgss_buffer_desc &buffer, Heap<char> text) {
-    gssp_release_buffer(nullptr, &buffer);
+    discard(buffer);
     buffer.length = std::strlen(text.get());
     buffer.value = text.release();
 }
@@ -113,15 +113,11 @@ class Buffer {
     Buffer() = default;
     Buffer(const Buffer &) = delete;
     Buffer &operator=(const Buffer &) = delete;
-    ~Buffer() { reset(); }
+    ~Buffer() { discard(desc_); }
 
     qxgss_buffer_t get() { return &desc_; }
     const qxgss_buffer_desc &operator*() const { return desc_; }
-    void reset() {
-        if (desc_.value != nullptr)
-            gssp_release_buffer(nullptr, &desc_);
-        desc_ = {};
-    }
+    void reset() { discard(desc_); }
     qxgss_buffer_desc release() {
         qxgss_buffer_desc taken = desc_;
         desc_ = {};

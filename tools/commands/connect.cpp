@@ -1,6 +1,5 @@
 // qxnego connect HOST:PORT: logs on to a qxnego serve, sends messages and shows the echo. Its exit status tells the
 // class of a failure.
-#include <fstream>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
@@ -11,13 +10,13 @@
 
 #include "tools/commands.h"
 #include "tools/connection_options.h"
-#include "tools/files.h"
 
 namespace tools {
 
 namespace {
 
 constexpr std::size_t kMessageSize = std::size_t{16} * 1024;
+constexpr std::size_t kLongestLogon = std::size_t{64} * 1024;
 
 struct Options : ConnectionOptions {
     std::string address;
@@ -31,34 +30,39 @@ struct Options : ConnectionOptions {
     bool no_messages = false;
 };
 
-// A secret text, wiped when it goes.
+// A secret text of some length at most, which it never exceeds: so it lies in one place, which is wiped when it goes.
 class Secret {
   public:
-    explicit Secret(std::string text) : text_(std::move(text)) {}
+    Secret() { text_.reserve(kLongestLogon); }
     Secret(const Secret &) = delete;
     Secret &operator=(const Secret &) = delete;
-    ~Secret() { explicit_bzero(text_.data(), text_.size()); }
-    const std::string &get() const { return text_; }
+    ~Secret() { explicit_bzero(text_.data(), text_.capacity()); }
+    std::string &text() { return text_; }
 
   private:
     std::string text_;
 };
-
-// The first line of the file, or the option's text; empty for single sign-on.
-std::string read_logon(const Options &options) {
-    if (options.logon_file.empty())
-        return options.logon;
-    Bytes content = read_file(options.logon_file);
-    std::string text(as_text(content));
-    explicit_bzero(content.data(), content.size());
-    return text.substr(0, text.find('\n'));
-}
 
 Descriptor open_input(const std::string &file) {
     Descriptor input(file == "-" ? dup(STDIN_FILENO) : open(file.c_str(), O_RDONLY | O_CLOEXEC));
     if (input.get() < 0)
         throw Failure(file + ": " + strerror(errno), kExitUsage);
     return input;
+}
+
+// The file's first line. It is read octet by octet: no buffer keeps a copy of it, and the rest of the standard input
+// is left to the messages.
+void read_line(const std::string &file, std::string &line) {
+    const Descriptor input = open_input(file);
+    char octet = 0;
+    ssize_t got = 0;
+    while ((got = read(input.get(), &octet, 1)) == 1 && octet != '\n') {
+        if (line.size() == kLongestLogon)
+            throw Failure(file + ": its first line is too long for a logon string", kExitUsage);
+        line += octet;
+    }
+    if (got < 0)
+        throw Failure(file + ": " + strerror(errno), kExitUsage);
 }
 
 // What is there to read, at most a message; empty at the end.
@@ -107,14 +111,18 @@ void exchange_messages(Session &session, const Descriptor &input, const Options 
 void log_on_and_talk(const Framework &framework, const Options &options, const Descriptor &input,
                      Connection &connection) {
     const Address address = parse_address(options.address);
-    const Secret logon(read_logon(options));
+    Secret logon; // empty for single sign-on
+    if (options.logon_file.empty())
+        logon.text() = options.logon;
+    else
+        read_line(options.logon_file, logon.text());
     const Clock::time_point start = Clock::now();
     Stream stream(connect_to(address, start + options.session.limits.logon), options.session.limits);
     Session session(framework, stream, options.session, connection);
     const OM_uint32 flags = GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG |
                             GSS_C_INTEG_FLAG | (options.delegate ? GSS_C_DELEG_FLAG : 0U);
     const std::string target = options.target.empty() ? "host@" + address.host : options.target;
-    session.log_on({logon.get(), target, flags});
+    session.log_on({logon.text(), target, flags});
     connection.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     if (!options.json)
         print(std::cerr, options, connection);
