@@ -1,6 +1,4 @@
 // The ASN.1 codec: what it writes to the byte, what it reads, and that nothing but a well-formed token gets in.
-#include <cstring>
-#include <memory>
 #include <sstream>
 #include <vector>
 
@@ -69,22 +67,21 @@ struct Encoder {
         const qxgss_OID_desc value = oid_view(bytes);
         return put(tag, GSSPASN_OBJECT_IDENTIFIER, &value);
     }
-    OM_uint32 close(Bytes *out) {
+    // What was written; the handle is gone whatever the status.
+    Bytes close(OM_uint32 expected = kOk) {
         qxgss_buffer_desc buffer{7, this};
-        const OM_uint32 status = gsspasn_close_encode_handle(&handle, &buffer);
+        EXPECT_EQ(gsspasn_close_encode_handle(&handle, &buffer), expected);
         EXPECT_EQ(buffer.length == 0, buffer.value == nullptr);
-        *out = taken(buffer);
         EXPECT_EQ(handle, nullptr);
-        return status;
+        return taken(buffer);
     }
     gsspasn_encoding_t handle = nullptr;
 };
 
 // A decoder over a copy of exactly the token's size, so that a sanitizer sees every octet read beyond it.
 struct Decoder {
-    explicit Decoder(const Bytes &token) : copy(new char[token.size()]) {
-        std::memcpy(copy.get(), token.data(), token.size());
-        qxgss_buffer_desc buffer{token.size(), copy.get()};
+    explicit Decoder(const Bytes &token) : copy(token.begin(), token.end()) {
+        qxgss_buffer_desc buffer{copy.size(), copy.data()};
         status = gsspasn_open_decode_handle(&handle, &buffer);
         EXPECT_EQ(status == kOk, handle != nullptr);
     }
@@ -94,12 +91,17 @@ struct Decoder {
         EXPECT_EQ(gsspasn_get_top_decode_sequence(handle, tag, &children, &count), kOk);
         return children;
     }
-    std::unique_ptr<char[]> copy;
+    std::vector<char> copy;
     gsspasn_decoding_t handle = nullptr;
     OM_uint32 status = 0, count = 0;
 };
 
-// What a request for an item delivers: its bytes, or "!FB" for the status 0xE10000FB and an output left alone.
+// "!FB" for the status 0xE10000FB.
+Bytes refused(OM_uint32 status) {
+    return "!F" + Bytes(1, "0123456789ABCDEF"[status & 0xF]);
+}
+
+// What a request for an item delivers: its bytes, or the status and an output left alone.
 Bytes item(gsspasn_decoding_t parent, OM_uint32 tag, OM_uint32 type = GSSPASN_OCTET_STRING) {
     const OM_uint32 before = 0x5A5A5A5A;
     qxgss_OID_desc oid{before, nullptr};
@@ -109,7 +111,7 @@ Bytes item(gsspasn_decoding_t parent, OM_uint32 tag, OM_uint32 type = GSSPASN_OC
         gsspasn_get_decode_item(parent, tag, type, is_oid ? static_cast<void *>(&oid) : static_cast<void *>(&buffer));
     if (status != kOk) {
         EXPECT_TRUE(buffer.length == before && buffer.value == nullptr && oid.length == before);
-        return "!F" + Bytes(1, "0123456789ABCDEF"[status & 0xF]);
+        return refused(status);
     }
     if (is_oid)
         buffer = {oid.length, oid.elements};
@@ -126,7 +128,7 @@ Bytes sequence(gsspasn_decoding_t parent, OM_uint32 tag) {
     const OM_uint32 status = gsspasn_get_decode_sequence(parent, tag, &children, &count);
     if (status != kOk) {
         EXPECT_TRUE(children == parent && count == 77);
-        return "!F" + Bytes(1, "0123456789ABCDEF"[status & 0xF]);
+        return refused(status);
     }
     return std::to_string(tag) + "(" + walk(children) + ")" + std::to_string(count);
 }
@@ -172,11 +174,10 @@ TEST(AsnEncode, WritesDer) {
                              " 82 02 6162        # OCTET STRING\n");
     Encoder e;
     EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT), kOk);
-    Bytes out;
     expect(kOk, {e.start(0), e.start(0), e.start(0), e.oid(0, hex("2a8648")), e.integer(1, 1), e.integer(3, 0xE3000408),
                  e.octets(5, ""), e.octets(30, "\xff"), e.stop(0), e.stop(0), e.integer(1, 128), e.octets(2, "ab"),
-                 e.stop(0), e.close(&out)});
-    EXPECT_EQ(out, golden);
+                 e.stop(0)});
+    EXPECT_EQ(e.close(), golden);
 }
 
 TEST(AsnEncode, LengthsOfEverySizeNested) {
@@ -189,10 +190,8 @@ TEST(AsnEncode, LengthsOfEverySizeNested) {
         for (std::size_t less = 0; less != 12 && less <= length; ++less) {
             const Bytes contents(length - less, 'x');
             Encoder e;
-            Bytes out;
-            expect(kOk, {e.start(1), e.start(0), e.octets(6, contents), e.stop(0), e.integer(1, 2), e.stop(1),
-                         e.close(&out)});
-            EXPECT_EQ(out, element(0xA1, element(0xA0, element(0x86, contents)) + hex("810102")));
+            expect(kOk, {e.start(1), e.start(0), e.octets(6, contents), e.stop(0), e.integer(1, 2), e.stop(1)});
+            EXPECT_EQ(e.close(), element(0xA1, element(0xA0, element(0x86, contents)) + hex("810102")));
         }
     }
 }
@@ -215,41 +214,38 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
                                 gsspasn_set_encode_tagging(e.handle, 1), gsspasn_open_encode_handle(nullptr)});
     expect(GSSPASN_E_NO_MEMORY,
            {e.put(0, GSSPASN_OCTET_STRING, &too_long), e.put(0, GSSPASN_OCTET_STRING, &at_the_edge)});
-    Bytes expected, out;
+    Bytes expected;
     for (OM_uint32 level = GSSPASN_ENCODE_MAX_DEPTH; level-- != 0; expected = element(0xA0 + level, expected))
         EXPECT_EQ(e.stop(level), kOk);
-    EXPECT_EQ(e.close(&out), kOk);
-    EXPECT_EQ(out, expected);
+    EXPECT_EQ(e.close(), expected);
 
     Encoder unfinished;
     EXPECT_EQ(unfinished.start(0), kOk);
-    expect(GSSPASN_E_TAG_MISMATCH, {unfinished.close(&out)});
-    EXPECT_EQ(out, "");
-    expect(GSSPASN_E_NO_HANDLE,
-           {unfinished.close(&out), unfinished.start(0), unfinished.stop(0), unfinished.integer(0, 0)});
+    for (const OM_uint32 status : {GSSPASN_E_TAG_MISMATCH, GSSPASN_E_NO_HANDLE})
+        EXPECT_EQ(unfinished.close(status), "");
+    expect(GSSPASN_E_NO_HANDLE, {unfinished.start(0), unfinished.stop(0), unfinished.integer(0, 0)});
 }
 
 TEST(Asn, IntegersAtTheEdges) {
-    for (const char *contents : {"00", "01", "7f", "0080", "00ff", "0100", "7fff", "008000", "7fffff", "00800000",
-                                 "7fffffff", "0080000000", "00e3000408", "00ffffffff"}) {
+    for (const char *contents : {"00", "01", "7f", "0080", "0100", "7fff", "008000", "7fffff", "00800000", "7fffffff",
+                                 "0080000000", "00ffffffff"}) {
         SCOPED_TRACE(contents);
         const auto value = static_cast<OM_uint32>(std::stoul(contents, nullptr, 16));
         Encoder e;
-        Bytes out;
-        expect(kOk, {e.start(0), e.integer(1, value), e.stop(0), e.close(&out)});
+        expect(kOk, {e.start(0), e.integer(1, value), e.stop(0)});
+        const Bytes out = e.close();
         EXPECT_EQ(out, element(0xA0, element(0x81, hex(contents))));
         Decoder d(out);
         OM_uint32 back = ~value;
         EXPECT_EQ(gsspasn_get_decode_item(d.top(), 1, GSSPASN_INTEGER, &back), kOk);
         EXPECT_EQ(back, value);
     }
-    for (const char *contents : {"", "80", "ff", "ffffffff", "80000000", "0000", "007f", "00000080", "0100000000",
-                                 "000080000000", "0000000001", "ff80000000", "00ffffffff00"}) {
-        SCOPED_TRACE(contents);
+    for (const char *contents :
+         {"", "80", "ffffffff", "0000", "007f", "00000080", "0100000000", "000080000000", "0000000001", "ff80000000"}) {
         Decoder d(element(0xA0, element(0x81, hex(contents)) + "\x82\x01\x07"));
         const gsspasn_decoding_t top = d.top();
-        EXPECT_EQ(item(top, 1, GSSPASN_INTEGER), "!F3");
-        EXPECT_EQ(item(top, 2), "\x07");
+        EXPECT_EQ(item(top, 1, GSSPASN_INTEGER), "!F3") << contents;
+        EXPECT_EQ(item(top, 2), "\x07") << contents;
     }
 }
 
@@ -269,22 +265,16 @@ TEST(AsnDecode, RefusesWhatIsMalformed) {
     for (const auto &[status, tokens] : cases)
         for (const char *token : tokens)
             EXPECT_EQ(Decoder(hex(token)).status, status) << token;
-    const Bytes reserved = hex("a0ff") + Bytes(127, '\0'); // would be a length of 0 in 127 octets
-    EXPECT_EQ(Decoder(reserved).status, GSSPASN_E_ENCODING);
+    // Would be a length of 0 in 127 octets.
+    EXPECT_EQ(Decoder(hex("a0ff") + Bytes(127, '\0')).status, GSSPASN_E_ENCODING);
 }
 
-TEST(AsnDecode, EveryFormOfLengthReadsAlike) {
-    const Bytes definite = walk(sample());
-    EXPECT_EQ(definite, "0(0(0=\x2a\x86H 1=\x01 6=" + Bytes(200, 'x') + " )3 0(0=+\x06 3=" + hex("00e3000408") +
-                            " 5= )3 )2 1=\x02 4()0 ");
-    EXPECT_EQ(walk(sample(Form::kIndefinite)), definite);
-    EXPECT_EQ(walk(sample(Form::kLong)), definite);
-}
-
-TEST(AsnDecode, EveryPrefixAndEveryByteChanged) {
-    std::size_t accepted = 0, refused = 0;
+TEST(AsnDecode, EveryFormOfLengthEveryPrefixAndEveryByteChanged) {
+    const Bytes reads = "0(0(0=\x2a\x86H 1=\x01 6=" + Bytes(200, 'x') + " )3 0(0=+\x06 3=" + hex("00e3000408") +
+                        " 5= )3 )2 1=\x02 4()0 ";
     for (const Form form : {Form::kDefinite, Form::kIndefinite, Form::kLong}) {
         const Bytes token = sample(form);
+        EXPECT_EQ(walk(token), reads);
         for (std::size_t at = 0; at != token.size(); ++at) {
             EXPECT_EQ(Decoder(token.substr(0, at)).status, GSSPASN_E_ENCODING) << at;
             for (const int value : {0x00, 0x01, 0x7F, 0x80, 0x81, 0x84, 0x88, 0xA0, 0xFE, 0xFF, token[at] ^ 0x20,
@@ -293,14 +283,11 @@ TEST(AsnDecode, EveryPrefixAndEveryByteChanged) {
                 changed[at] = static_cast<char>(value);
                 const OM_uint32 status = Decoder(changed).status;
                 EXPECT_TRUE(status == kOk || (status >= GSSPASN_E_ENCODING && status <= GSSPASN_E_CLASS_INVALID));
-                ++(status == kOk ? accepted : refused);
                 const bool walkable = status == kOk && (changed[0] & 0x20) != 0;
                 EXPECT_LE(walkable ? walk(changed).size() : 0, 4 * token.size());
             }
         }
     }
-    EXPECT_GT(accepted, refused / 10); // contents may be anything
-    EXPECT_GT(refused, accepted / 10);
 }
 
 TEST(AsnDecode, LimitsHoldToTheUnit) {

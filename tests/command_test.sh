@@ -1,12 +1,21 @@
 #!/bin/sh
-# The commands that ask why, from outside: dump, mechs, status and try. Usage: command_test.sh QXNEGO VERIFIERS
+# The command from outside: the demo ends as it should and leaves nothing behind; what dump, mechs, status, try and the
+# others say; wrong input gives one line and its exit status. Usage: command_test.sh QXNEGO VERIFIERS
 set -u
 qxnego=$1 verifiers=$2
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-export QXGSS_CONF="$folder/qxgss.conf"
+export QXGSS_CONF="$folder/qxgss.conf" TMPDIR="$folder/tmp"
+mkdir "$TMPDIR" "$folder/lib"
 cp "$verifiers" "$folder/verifiers"
 failures=0
+
+# fail TEXT: a failure, with what the command said last.
+fail() {
+    echo "$1"
+    cat "$folder/out" "$folder/err"
+    failures=$((failures + 1))
+}
 
 # expect STATUS PATTERN ARGUMENT...: the exit status, and a pattern that the output and the error lines must contain. An
 # error is one line.
@@ -17,10 +26,15 @@ expect() {
     actual=$?
     if [ "$actual" -ne "$status" ] || ! cat "$folder/out" "$folder/err" | grep -q -- "$pattern" ||
         [ "$(wc -l <"$folder/err")" -ne "$((status != 0))" ]; then
-        echo "qxnego $*: status $actual, expected $status and \"$pattern\""
-        cat "$folder/out" "$folder/err"
-        failures=$((failures + 1))
+        fail "qxnego $*: status $actual, expected $status and \"$pattern\""
     fi
+}
+
+# also PATTERN...: the output of the command before has these, too.
+also() {
+    for pattern; do
+        grep -q -- "$pattern" "$folder/out" || fail "\"$pattern\" is missing"
+    done
 }
 
 # mechanism NAME OID PREFIX RANK AUTHORIZATION: an entry of the configuration file.
@@ -43,20 +57,48 @@ mechanism() {
     printf '[policy.users]\nalice = ["SCRAM-SHA-1"]\ncarol = ["UNLISTED"]\n'
 } >"$QXGSS_CONF"
 
-"$qxnego" demo both --brief --save "$folder" >"$folder/out" || failures=1
-token="$folder/both/token-1-client"
-expect 0 '^ *20 .*\[6\] inner token .*SCRAM client-first$' dump "$token"
+expect 0 'nothing-in-common  -  *as expected' demo --save "$folder/saved"
+[ "$(awk '!/^  [|]/ && length > 100' "$folder/out" | wc -l)" -eq 0 ] || fail "a line outside the logs is too wide"
+[ "$(grep -c '^  [a-z-]*  *[S-].*as expected$' "$folder/out")" -eq 7 ] || fail "not seven scenarios"
+expect 0 '^  SCRAM-SHA-256  Rejected *Rejected *rejected *Due to Policy' demo policy --brief
+ln -s "$(dirname "$qxnego")/../lib/libgssp2qxnego.so" "$folder/lib" # without the library of its mechanisms
+expect 1 'libscram.so' demo both --library-path "$folder/lib"
+expect 2 'subcommand is required'
+expect 2 'nope' demo nope
+for form in 'log FILE' 'try --user bob --offer' 'connect ADDRESS'; do
+    # shellcheck disable=SC2086 # words
+    expect 2 "${form##* } is required" ${form% *}
+done
+expect 2 'has no libgssp2qxnego.so' demo --library-path "$folder"
+# A signal at any moment ends it cleanly: before it has begun, while it works, or too late to matter.
+for delay in 0.05 0.1 0.2 0.4; do
+    "$qxnego" demo >"$folder/out" 2>"$folder/err" &
+    sleep "$delay"
+    kill -TERM $! 2>/dev/null
+    wait $!
+    status=$?
+    case $status in 143 | 130 | 0) ;; *) fail "after a signal the status is $status" ;; esac
+done
+[ -z "$(ls "$TMPDIR")" ] || fail "temporary folders are left"
+
+expect 0 '  20  qxnegolog .*negotiation log' properties "$folder/saved/both/server.properties"
+expect 0 'SCRAM-SHA-256  Rejected  GSSAPI Error' log "$folder/saved/wrong-password/server.properties"
+expect 0 'SCRAM-SHA-256  Available  Available' log "$folder/saved/wrong-password/client.log"
+head -c 200 "$folder/saved/both/server.properties" >"$folder/cut"
+expect 2 'no record begins at byte 88' properties "$folder/cut"
+expect 2 'holds no negotiation log' log "$folder/saved/both/token-1-client"
+
+token="$folder/saved/both/token-1-client"
 expect 0 '^ *22  6e 2c 2c .* n,,n=alice,r=' dump --inner "$token"
 expect 0 '"name": "authentication ID"' dump --json "$token"
-if "$qxnego" dump "$token" --json | grep -q "$(head -c 30 "$token" | tail -c 8 | od -An -tx1 | tr -d ' ')"; then
-    echo "the contents of an inner token are shown without --inner"
-    failures=$((failures + 1))
-fi
-"$qxnego" dump "$token" >"$folder/whole"
+inner=$(head -c 30 "$token" | tail -c 8 | od -An -tx1 | tr -d ' ')
+! grep -q "$inner" "$folder/out" || fail "the contents of an inner token are shown without --inner"
+expect 0 '^ *20 .*\[6\] inner token .*SCRAM client-first$' dump "$token"
+cp "$folder/out" "$folder/whole"
 for form in base64 'od -An -v -tx1'; do
     $form "$token" >"$folder/text"
     input="$folder/text" expect 0 '^INIT token of' dump
-    cmp "$folder/out" "$folder/whole" || failures=$((failures + 1))
+    cmp "$folder/out" "$folder/whole" || fail "$form differs"
 done
 head -c 60 "$token" >"$folder/cut"
 expect 1 'Byte 1 is wrong: the length is .* and only 58 bytes follow' dump "$folder/cut"
@@ -69,26 +111,21 @@ expect 2 'neither a token nor' dump "$QXGSS_CONF"
 expect 2 'No such file' dump "$folder/missing"
 
 expect 0 '^  SCRAM-SHA-1  *1.3.6.1.5.5.14  *20  *yes  *yes  *authentication, authorization$' mechs
-for line in 'not loaded: .*gone.so' 'not negotiable: it is not loaded' 'it is not listed' 'it is disabled in' \
-    '1.2.3.6 is listed .* does not define it'; do
-    grep -q "$line" "$folder/out" || { echo "mechs does not say: $line"; failures=$((failures + 1)); }
-done
+also 'not loaded: .*gone.so' 'not negotiable: it is not loaded' 'it is not listed' 'it is disabled in' \
+    '1.2.3.6 is listed .* does not define it'
 expect 0 '"negotiable": true' mechs --json --client
 expect 2 'there is no such file' mechs --config "$folder/missing"
 expect 3 'state:1: ' mechs --config "$folder/state"
 
-expect 0 'GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE$' status 0x020D0000
-expect 0 'routine error GSS_S_NO_CRED: No credentials' status 458752
-expect 0 'of QXNEGO, NO_MECHANISM' status E3000406
-expect 0 'severity error, component 1, message 101$' status 0xE1000065
+expect 0 'GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE$' status 0x020D0000 458752 E3000406 0xE1000065
+also 'routine error GSS_S_NO_CRED: No credentials' 'of QXNEGO, NO_MECHANISM' 'severity error, component 1, message 101$'
 expect 0 'The peer sent no token.' status --mechanism SCRAM-SHA-1 0x10B
 expect 2 'is no status' status 0x100000000
 expect 2 'no mechanism of the configuration' status --mechanism NONE 1
 
 both=SCRAM-SHA-256,1.3.6.1.5.5.14,NTLMSSP
-expect 0 'SCRAM-SHA-256  *Selected .* the first that is left,$' try --user bob --offer "$both"
-expect 0 'NTLMSSP .* Not Available at Server' try --user bob --offer "$both"
-expect 0 'SCRAM-SHA-1  *Rejected .* SCRAM-SHA-256 comes before' try --user bob --offer "$both"
+expect 0 'SCRAM-SHA-256  *Selected .* the first that is left,' try --user bob --offer "$both"
+also 'NTLMSSP .* Not Available at Server' 'SCRAM-SHA-1  *Rejected .* SCRAM-SHA-256 comes before'
 expect 0 'SCRAM-SHA-256  *Rejected .* Due to Policy ' try --user alice --offer "$both"
 expect 0 'SCRAM-SHA-256  *Rejected .* Authorization Required ' try --user bob --as bob --offer "$both"
 expect 0 'Selected: SCRAM-SHA-1' try --user bob --profile p --offer "$both"
@@ -97,7 +134,21 @@ expect 6 'no mechanism is selected' try --user carol --offer "$both"
 expect 6 'SCRAM-SHA-1 .* Not Available at Client  *it is not in the offer' try --user alice --offer SCRAM-SHA-256
 expect 2 'neither a mechanism' try --user bob --offer NONE
 expect 2 'must not be empty' try --user '' --offer "$both"
-expect 2 'offer is required' try --user bob
+
+# The network's ends, where nothing comes of it. With --json they do not tell what is not loaded.
+for address in localhost localhost:99999 ::1:80; do
+    expect 2 "$address\": should be HOST:PORT" connect --json "$address"
+done
+expect 2 '/nonexistent: No such file' connect localhost:1 --file /nonexistent
+expect 2 'bench: Value 0 not in range' connect localhost:1 --bench 0
+expect 2 'x.invalid:1: ' serve --json --listen x.invalid:1
+expect 2 'max-clients' serve --max-clients none
+for command in 'connect localhost:1' 'serve --listen localhost:0'; do
+    # shellcheck disable=SC2086 # words
+    expect 3 'state:1: ' $command --config "$folder/state"
+done
+expect 4 '127.0.0.1:1: Connection refused' connect --json 127.0.0.1:1
+expect 4 'x.invalid:1: ' connect --json x.invalid:1
 
 rm "$folder/verifiers"
 expect 3 'QXNEGO is not in use' try --user bob --offer "$both"

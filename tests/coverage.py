@@ -26,7 +26,7 @@ def collect(build, folders):
     root = pathlib.Path.cwd()
     files = collections.defaultdict(dict)
     for record in records(build):
-        path = pathlib.Path(record["file"])
+        path = (build / record["file"]).resolve()
         name = str(path.relative_to(root)) if path.is_relative_to(root) else ""
         if not name.startswith(folders):
             continue

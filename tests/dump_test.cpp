@@ -91,41 +91,37 @@ TEST(Dump, AgreesWithTheMechanismOnEveryChangedToken) {
 }
 
 TEST(Dump, MarksTheFirstWrongByte) {
-    struct Case {
-        int line;
+    const struct {
         const char *token;
         std::size_t offset;
         const char *why;
-    };
-    const Case cases[] = {
-        {__LINE__, "", 0, "an element should begin here"},
-        {__LINE__, "a006a00280058100", 5, "the length is 5, and only 0 bytes follow in the element around it"},
-        {__LINE__, "a005a0038000", 1, "the length is 5, and only 4 bytes follow"},
-        {__LINE__, "a00da008a006800101010101810102", 9, "the element's class is not context-specific"},
-        {__LINE__, "a00da008a0068001018101018101020101", 15, "more bytes follow the outer element"},
-        {__LINE__, "a00aa008a006800101810101", 12, "INIT has no negotiation state [1] where it belongs"},
-        {__LINE__, "a00aa005a003810101810102", 6, "mechanism has no OID [0] where it belongs"},
-        {__LINE__, "a00ca007a0058000810101810102", 7, "the OID is empty"},
-        {__LINE__, "a005a000810102", 3, "the mechanism list is empty"},
-        {__LINE__, "a00da008a006800101810101810103", 14, "no INIT has that negotiation state"},
-        {__LINE__, "a00ea008a00680010181010181020002", 14,
+    } cases[] = {
+        {"", 0, "an element should begin here"},
+        {"a006a00280058100", 5, "the length is 5, and only 0 bytes follow in the element around it"},
+        {"a005a0038000", 1, "the length is 5, and only 4 bytes follow"},
+        {"a00da008a006800101010101810102", 9, "the element's class is not context-specific"},
+        {"a00da008a0068001018101018101020101", 15, "more bytes follow the outer element"},
+        {"a00aa008a006800101810101", 12, "INIT has no negotiation state [1] where it belongs"},
+        {"a00aa005a003810101810102", 6, "mechanism has no OID [0] where it belongs"},
+        {"a00ca007a0058000810101810102", 7, "the OID is empty"},
+        {"a005a000810102", 3, "the mechanism list is empty"},
+        {"a00da008a006800101810101810103", 14, "no INIT has that negotiation state"},
+        {"a00ea008a00680010181010181020002", 14,
          "the negotiation state is not the shortest form of a number of 32 bits"},
-        {__LINE__, "a10ca008a006800101810101a100", 12, "the negotiation state is constructed"},
+        {"a10ca008a006800101810101a100", 12, "the negotiation state is constructed"},
     };
-    for (const Case &row : cases) {
-        const TokenTree tree = tools::read_token(from_hex(row.token));
-        ASSERT_TRUE(tree.fault) << "line " << row.line;
-        EXPECT_EQ(tree.fault->offset, row.offset) << "line " << row.line;
-        EXPECT_EQ(tree.fault->why, row.why) << "line " << row.line;
+    for (const auto &[token, offset, why] : cases) {
+        const TokenTree tree = tools::read_token(from_hex(token));
+        ASSERT_TRUE(tree.fault) << token;
+        EXPECT_EQ(tree.fault->offset, offset) << token;
+        EXPECT_EQ(tree.fault->why, why) << token;
     }
 }
 
 TEST(Dump, TellsInnerTokensByTheirFirstBytes) {
     const std::pair<const char *, const char *> cases[] = {
         {"601306092a864886f71201020201006e0102", "Kerberos AP-REQ"},
-        {"60820013"
-         "06092a864886f71201020202006f0102",
-         "Kerberos AP-REP"},
+        {"6082001306092a864886f71201020202006f0102", "Kerberos AP-REP"},
         {"600706062b06010505", "of unknown kind"},
         {"600706052b06010505", "GSS-API token of 1.3.6.1.5.5"},
         {"4e544c4d5353500003000000", "NTLMSSP AUTHENTICATE"},

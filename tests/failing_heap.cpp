@@ -25,14 +25,6 @@ std::size_t secret_length = 0;
 char secrets[3][4 * kMaxSecret];
 int given_back = 0;
 
-void plan(int failing, bool all_later, bool in_windows) {
-    left = failing;
-    failed = false;
-    later_too = all_later;
-    with_new = in_windows;
-    window_open = !in_windows;
-}
-
 bool fails() {
     if (left == INT_MAX || !window_open)
         return false;
@@ -63,23 +55,17 @@ void given(void *block) {
 
 namespace failing_heap {
 
-From::From(int failing) {
-    plan(failing, true, false);
+From::From(int failing, bool all_later, bool in_windows) {
+    left = failing;
+    failed = false;
+    later_too = all_later;
+    with_new = in_windows;
+    window_open = !in_windows;
 }
 From::~From() {
     left = INT_MAX;
 }
 bool From::happened() const {
-    return failed;
-}
-
-InWindows::InWindows(int failing, bool all_later) {
-    plan(failing, all_later, true);
-}
-InWindows::~InWindows() {
-    left = INT_MAX;
-}
-bool InWindows::happened() const {
     return failed;
 }
 

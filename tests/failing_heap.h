@@ -11,29 +11,25 @@ namespace failing_heap {
 // While one lives, allocation number `failing` (from 0) and every later one of the C heap fail.
 class From {
   public:
-    explicit From(int failing);
+    explicit From(int failing) : From(failing, true, false) {}
     From(const From &) = delete;
     From &operator=(const From &) = delete;
     ~From();
 
     // Whether one has failed.
     bool happened() const;
+
+  protected:
+    From(int failing, bool all_later, bool in_windows);
 };
 
 // While one lives, of the allocations made inside windows, by malloc or by new, number `failing` fails, and with
 // `all_later` every one after it.
-class InWindows {
-  public:
-    InWindows(int failing, bool all_later);
-    InWindows(const InWindows &) = delete;
-    InWindows &operator=(const InWindows &) = delete;
-    ~InWindows();
-
-    bool happened() const;
+struct InWindows : From {
+    InWindows(int failing, bool all_later) : From(failing, all_later, true) {}
 };
 
-class Window {
-  public:
+struct Window {
     Window();
     Window(const Window &) = delete;
     Window &operator=(const Window &) = delete;

@@ -111,9 +111,7 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {"", ":1: mechanism: is missing"}, {"mechanism = []", ":1: mechanism: is missing"},
         {"\nmechanism = 1", ":2: mechanism: must be an array of tables"},
         {"mechanism = [\n1]", ":2: mechanism: must be an array of tables"},
-        {"[mechanism]\nname = 'x'", ":1: mechanism: must be an array of tables"},
         {"library_path = 1\n" + good, ":1: library_path: must be a string"},
-        {"library_path = ''\n" + good, ":1: library_path: must not be empty"},
         {"\n[[mechanism]]\noid = '1.2.3'\nprefix = 'x'", ":2: mechanism.name: is missing"},
         {"[[mechanism]]\nname = 'x'\nprefix = 'x'", ":1: mechanism.oid: is missing"},
         {"[[mechanism]]\nname = 'x'\noid = '1.2.3'", ":1: mechanism.prefix: is missing"},
@@ -139,16 +137,13 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {"properties = 3", ":5: mechanism.properties: must be a table"},
         {"[mechanism.settings]\na = 3", ":6: mechanism.settings.a: must be a string"},
         {"[mechanism.settings]\n\"\" = 'x'", ":6: mechanism.settings.: must not be empty"},
-        {"negotiates = ['1.2.3']", ":5: mechanism.negotiates: must be an array of tables"},
         {"negotiates = [{enabled = true}]", ":5: mechanism.negotiates.oid: is missing"},
         {"negotiates = [{oid = 'OTHER'}]", ":5: mechanism.negotiates.oid: 'OTHER' is no OID"},
         {"negotiates = [{oid = '1.2.3'},\n{oid = '1.2.3'}]", ":6: mechanism.negotiates.oid: '1.2.3' is listed twice"},
-        {"[policy]\nusers = []", ":6: policy.users: must be a table"},
         {"[policy]\ndefault = 'GOOD'", ":6: policy.default: must be an array of strings"},
         {"[policy]\ndefault = ['GOOD', 1]", ":6: policy.default: must be an array of strings"},
         {"[policy.users]\nalice = [\n'GOOD',\n'OTHER']", ":8: policy.users.alice: 'OTHER' is no mechanism of this file"},
         {"[policy.users]\nalice = ['1.2.3']", ":6: policy.users.alice: '1.2.3' is no mechanism of this file"},
-        {"[policy.users]\n\"a\\u0000\" = []", ":6: policy.users.a?: must not hold control characters"},
         {"[x\u0409]", ":5: syntax: a character beyond ASCII outside strings and comments"},
         {"enabled = t'\u0409'", ":5: syntax: a quotation mark inside a word"},
         {"library = '''\nx'''", ":5: syntax: strings of several lines are not supported"},
@@ -166,7 +161,10 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
     EXPECT_TRUE(configured.empty());
 }
 
-TEST_F(Loader, FilesThatCannotBeReadAreRefusedAndTheSampleIsRight) {
+TEST_F(Loader, ArgumentsAndUnreadableFilesAreRefusedInOrder) {
+    EXPECT_EQ(outcome(qxgss_configure, 3, nullptr, nullptr), "000D0000/E1000091");
+    expect_all("000D0000/E1000099", {outcome(qxgss_configure, QXGSS_SERVER, nullptr, nullptr),
+                                     outcome(qxgss_configure, QXGSS_SERVER, "", nullptr)});
     EXPECT_EQ(configure(file_), 0xE10000A8U);
     EXPECT_EQ(message_, file_ + ": cannot be read: No such file or directory");
     EXPECT_EQ(configure_with(in_program("GOOD", "1.2.3") + std::string(1 << 20, '#')), 0xE10000A8U);
@@ -174,16 +172,8 @@ TEST_F(Loader, FilesThatCannotBeReadAreRefusedAndTheSampleIsRight) {
     EXPECT_EQ(configure(folder_.path), 0xE10000A8U);
     EXPECT_EQ(message_, folder_.path + ": cannot be read: Is a directory");
     EXPECT_EQ(configure(SAMPLE), GSSP_E_SUCCESS) << message_;
-    EXPECT_EQ(MechCount, 2U);
-}
-
-TEST_F(Loader, ArgumentsAreCheckedInOrder) {
-    EXPECT_EQ(outcome(qxgss_configure, 3, nullptr, nullptr), "000D0000/E1000091");
-    EXPECT_EQ(outcome(qxgss_configure, QXGSS_SERVER, nullptr, nullptr), "000D0000/E1000099");
-    EXPECT_EQ(outcome(qxgss_configure, QXGSS_SERVER, "", nullptr), "000D0000/E1000099");
-    EXPECT_EQ(configure_with(in_program("GOOD", "1.2.3")), GSSP_E_SUCCESS);
     EXPECT_EQ(outcome(qxgss_configure, 3, nullptr, nullptr), "000D0000/E1000094");
-    EXPECT_EQ(MechCount, 1U);
+    EXPECT_EQ(MechCount, 2U);
 }
 
 TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
@@ -263,20 +253,19 @@ TEST_F(Loader, LookUpsAnswerFromTheRegistry) {
     EXPECT_EQ(outcome(gssp_mechstr_to_oidstr, "GOOD", &text), kDone);
     EXPECT_STREQ(text, "1.3.6.1.5.5.18");
 
-    ASSERT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.2", &unknown), kDone);
-    EXPECT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.2", &same), kDone);
+    for (qxgss_OID *asked : {&unknown, &same})
+        ASSERT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.2", asked), kDone);
     EXPECT_EQ(same, unknown);
     EXPECT_EQ(outcome(gssp_oid_to_mechindex, unknown, &index), kDone);
     EXPECT_EQ(index, -1);
 
     qxgss_OID_desc none{0, nullptr};
-    EXPECT_EQ(outcome(gssp_mechstr_to_oid, "good", &oid), "000D0000/E100007B");
-    EXPECT_EQ(outcome(gssp_mechstr_to_oid, nullptr, &oid), "000D0000/E100007B");
-    EXPECT_EQ(outcome(gssp_mechstr_to_oid, "GOOD", nullptr), "000D0000/E100007B");
+    expect_all("000D0000/E100007B",
+               {outcome(gssp_mechstr_to_oid, "good", &oid), outcome(gssp_mechstr_to_oid, nullptr, &oid),
+                outcome(gssp_mechstr_to_oid, "GOOD", nullptr), outcome(gssp_mechoidstr_to_oid, nullptr, &oid),
+                outcome(gssp_oid_to_mechindex, nullptr, &index)});
     EXPECT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.", &oid), "000D0000/E1000081");
-    EXPECT_EQ(outcome(gssp_mechoidstr_to_oid, nullptr, &oid), "000D0000/E100007B");
     EXPECT_EQ(outcome(gssp_oid_to_mechindex, &none, &index), "000D0000/E10000CD");
-    EXPECT_EQ(outcome(gssp_oid_to_mechindex, nullptr, &index), "000D0000/E100007B");
     EXPECT_EQ(outcome(gssp_oid_to_mechstr, unknown, &text), "000D0000/E100007C");
     EXPECT_EQ(outcome(gssp_mechstr_to_oidstr, "NEGO", &text), "000D0000/E10000DB");
     EXPECT_TRUE(oid == nullptr && text == nullptr);
@@ -289,6 +278,7 @@ TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {
                                         "realm = 'a b'\nkey_file = 'k'\nroot_file = '/k'\n") +
                              in_program("PLAIN", "1.2.4", "[mechanism.properties]\nsingle_sign_on = true\n")),
               GSSP_E_SUCCESS);
+    // "7" for an answer that was left alone.
     const auto boolean = [](const char *name, OM_uint32 property) {
         OM_uint32 value = 7;
         const std::string got =
@@ -301,19 +291,16 @@ TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {
     qxgss_OID good = registered("GOOD").pMechOid, plain = registered("PLAIN").pMechOid;
     OM_sint32 rank = 0;
     EXPECT_EQ(outcome(gssp_inquire_one_mech_property_int, good, 17, &rank), "00000000/21000064");
+    expect_all("000D0000/E1000074", {outcome(gssp_inquire_one_mech_property_int, good, 2, &rank),
+                                     outcome(gssp_inquire_one_mech_property_int, plain, 17, &rank)});
     EXPECT_EQ(rank, -5);
-    EXPECT_EQ(outcome(gssp_inquire_one_mech_property_int, good, 2, &rank), "000D0000/E1000074");
-    EXPECT_EQ(outcome(gssp_inquire_one_mech_property_int, plain, 17, &rank), "000D0000/E1000074");
 
     const auto setting = [](const char *mech, const char *key) -> std::string {
         const char *value = nullptr;
         return gssp_inquire_mech_setting(nullptr, mech, key, &value) == GSS_S_COMPLETE ? value : "(none)";
     };
-    EXPECT_EQ(setting("GOOD", "realm"), "a b");
-    EXPECT_EQ(setting("GOOD", "key_file"), folder_.path + "/k");
-    EXPECT_EQ(setting("GOOD", "root_file"), "/k");
-    EXPECT_EQ(setting("PLAIN", "realm"), "(none)");
-    EXPECT_EQ(setting("NONE", "realm"), "(none)");
+    EXPECT_EQ(setting("GOOD", "realm") + setting("PLAIN", "realm") + setting("NONE", "realm"), "a b(none)(none)");
+    EXPECT_EQ(setting("GOOD", "key_file") + setting("GOOD", "root_file"), folder_.path + "/k/k");
 }
 
 // The names of the allowed mechanisms, "(empty)" for an empty set, "(none)" when no policy applies, or the minor
@@ -344,10 +331,9 @@ TEST_F(Loader, PolicyNamesTheMechanismsOfAUser) {
                                          {"bob", "GOOD"},
                                          {"carol", "(empty)"},
                                          {"\u00e9.x", "GOOD"},
-                                         {"Bob", "PLAIN"},
-                                         {"", bad.c_str()},
-                                         {static_cast<const char *>(nullptr), bad.c_str()}})
+                                         {"Bob", "PLAIN"}})
         EXPECT_EQ(allowed(user), expected);
+    EXPECT_EQ(allowed("") + allowed(nullptr), bad + bad);
     qxgss_shutdown(nullptr);
     EXPECT_EQ(allowed("alice"), std::to_string(0xE10000F2U));
     ASSERT_EQ(configure_with(mechanisms + users), GSSP_E_SUCCESS);

@@ -119,21 +119,12 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
     for (OM_uint32 i = 0; i < MechCount; ++i)
         loaded_tables.push_back(pMechInfo[i].MechFtnTable);
     loaded_list = QxnegoMechList;
-    std::string text(text_of(message));
-    gssp_release_buffer(nullptr, &message);
     std::remove(path.c_str());
-    return text;
+    return support::taken(message);
 }
 
 qxgss_OID_desc oid_of(char mechanism) {
     return *registered(std::string(1, mechanism)).pMechOid;
-}
-
-MechInfo_t &registered(std::string_view name) {
-    for (OM_uint32 i = 0; i < MechCount; ++i)
-        if (pMechInfo[i].pszMechName == name)
-            return pMechInfo[i];
-    give_up("no such mechanism");
 }
 
 std::string hex(OM_uint32 value) {
@@ -147,10 +138,6 @@ std::string hex(std::string_view bytes) {
     for (const char byte : bytes)
         out += hex(OM_uint32{static_cast<unsigned char>(byte)}).substr(6);
     return out;
-}
-
-std::string_view text_of(const qxgss_buffer_desc &buffer) {
-    return {static_cast<const char *>(buffer.value), buffer.value == nullptr ? 0 : buffer.length};
 }
 
 Peer::Peer(Side side, std::string_view mechanisms) : side_(side) {
@@ -177,13 +164,12 @@ Peer::~Peer() {
         QXNEGO_release_cred(nullptr, &credential);
     gssp_release_name(nullptr, &source);
     std::free(template_.pNegMech);
-    restore_loaded();
+    if (!tables_.empty())
+        restore_loaded();
 }
 
 void Peer::log_on(const char *logon) {
-    qxgss_buffer_desc text{std::strlen(logon), const_cast<char *>(logon)};
-    qxgss_name_t name = nullptr;
-    qxgss_import_name(nullptr, &text, GSS_C_NT_QXAT_MECHDATA_UTF8, &name);
+    qxgss_name_t name = support::imported(logon);
     const qxgss_cred_usage_t usage = side_ == kClient ? GSS_C_INITIATE : GSS_C_ACCEPT;
     if (QXNEGO_acquire_cred(nullptr, name, 600, nullptr, usage, &credential, nullptr, nullptr) != GSS_S_COMPLETE)
         give_up("no credential");
@@ -191,32 +177,33 @@ void Peer::log_on(const char *logon) {
 }
 
 void Peer::act() {
+    scripted::script().acting = side_;
+    if (tables_.empty())
+        return;
     QxnegoMechList = template_;
     for (OM_uint32 i = 0; i < MechCount; ++i)
         pMechInfo[i].MechFtnTable = tables_[i];
-    scripted::script().acting = side_;
 }
 
-Outcome Peer::call(std::string_view token) {
+Outcome Peer::call(std::string_view token, Side role) {
     act();
     std::string copy(token);
     qxgss_buffer_desc input{copy.size(), copy.empty() ? nullptr : copy.data()};
     qxgss_buffer_desc output{77, &sentinel};
     Outcome out{};
     gssp_release_name(nullptr, &source);
-    if (side_ == kClient)
+    if (role == kClient)
         out.major = QXNEGO_init_sec_context(&out.minor, credential, &context, target, nullptr, GSS_C_MUTUAL_FLAG, 300,
-                                            nullptr, &input, ask ? &mech_type : nullptr, &output,
+                                            bindings, &input, ask ? &mech_type : nullptr, &output,
                                             ask ? &flags : nullptr, ask ? &lifetime : nullptr);
     else
         out.major = QXNEGO_accept_sec_context(
-            &out.minor, &context, credential, &input, nullptr, ask ? &source : nullptr, ask ? &mech_type : nullptr,
+            &out.minor, &context, credential, &input, bindings, ask ? &source : nullptr, ask ? &mech_type : nullptr,
             &output, ask ? &flags : nullptr, ask ? &lifetime : nullptr, ask ? &delegated : nullptr);
     if (output.value == &sentinel)
         return out;
     out.output = output.length == 0 && output.value == nullptr ? Output::kEmpty : Output::kToken;
-    out.token = text_of(output);
-    gssp_release_buffer(nullptr, &output);
+    out.token = support::taken(output);
     return out;
 }
 
@@ -235,34 +222,43 @@ std::string Peer::entries() const {
     for (OM_uint32 i = 0; i < list.Count; ++i) {
         const NegMechEntry_desc &entry = list.pNegMech[i];
         out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry) + (entry.IsCtxEstablished != 0 ? "+" : "");
-        const std::string_view text = text_of(entry.GssMinorStatusText);
-        if (entry.GssMajorStatus != 0 || entry.GssMinorStatus != 0 || !text.empty())
-            out += "(" + hex(entry.GssMajorStatus) + "/" + hex(entry.GssMinorStatus) +
-                   (text.empty() ? "" : " " + std::string(text)) + ")";
+        const std::string text = text_of(entry.GssMinorStatusText);
+        const std::string statuses =
+            hex(entry.GssMajorStatus) + "/" + hex(entry.GssMinorStatus) + (text.empty() ? "" : " " + text);
+        if (statuses == "00070000/C5000007 scripted failure")
+            out += "(scripted)";
+        else if (statuses != "00000000/00000000")
+            out += "(" + statuses + ")";
     }
     return out;
 }
 
 std::string Peer::log() const {
-    std::string out, mark;
+    std::string out, mark, last;
     const NegLog_desc &log = negotiation().NegLog;
     for (OM_uint32 i = 0; i < log.Count; ++i) {
         const NegLogRecord &record = log.pRecords[i];
         const std::string now = "[" + std::to_string(record.TokenNum) + (record.IsPolicyApplied != 0 ? "p" : "") + "]";
+        const bool of_mechanism = record.MechOid.length != 0;
+        OM_sint32 index = -1; // of a mechanism that this side has
+        for (OM_uint32 own = 0; own < template_.Count; ++own)
+            if (support::bytes_of(*template_.pNegMech[own].pMechOid) == support::bytes_of(record.MechOid))
+                index = template_.pNegMech[own].MechIndex;
+        const bool right = record.IsInitiator == (side_ == kClient) && (!of_mechanism || record.MechIndex == index);
+        const std::string word = right ? word_of(record.pszLogString) : "wrong side or mechanism";
+        const bool again = of_mechanism && now == mark && word == last;
         if (now != mark)
             out += (i == 0 ? "" : " ") + now;
+        out += again ? "," : " " + word + (of_mechanism ? ":" : "");
+        out += of_mechanism ? verdict(record.MechOid, record) : "";
         mark = now;
-        out += " " + word_of(record.pszLogString);
-        if (record.MechOid.length != 0)
-            out += ":" + verdict(record.MechOid, record);
-        if (record.IsInitiator != (side_ == kClient))
-            out += "(wrong side)";
+        last = of_mechanism ? word : "";
     }
     return out;
 }
 
 std::string Session::run() {
-    std::string out, token;
+    std::string out, token = "not looked at by the first call";
     bool done[2] = {false, false};
     for (int turn = 0; turn < 12 && !(done[0] && done[1]); ++turn) {
         const Side who = turn % 2 == 0 ? kClient : kServer;
@@ -274,7 +270,7 @@ std::string Session::run() {
         else if (outcome.major == GSS_S_CONTINUE_NEEDED && outcome.minor == QXNEGO_E_CONTINUE_NEEDED)
             out += "cont";
         else
-            out += hex(outcome.major) + "/" + hex(outcome.minor);
+            out += outcome.statuses();
         out += outcome.output == Output::kKept ? " kept" : outcome.output == Output::kEmpty ? " empty" : " token";
         done[who] = outcome.major == GSS_S_COMPLETE;
         if (GSS_ERROR(outcome.major) != 0 || (outcome.token.empty() && !(done[0] && done[1])))

@@ -8,17 +8,23 @@
 
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "tests/scripted_mechanism.h"
+#include "tests/support.h"
 
 namespace harness {
 
 using scripted::kClient;
 using scripted::kServer;
 using scripted::Side;
+using support::outcome;
+using support::registered;
+using support::text_of;
+
+inline constexpr const char *kDone = "00000000/230003E8", *kGoesOn = "00000001/230003E9";
+inline constexpr const char *kReject = "000D0000/E3000406"; // no mechanism is left
 
 // A configured mechanism.
 struct Mechanism {
@@ -45,21 +51,10 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration);
 // Releases what QXNEGO_configure made, which nothing does otherwise, so that it can run again.
 void release_module_state();
 
-// The mechanism of that letter or name.
 qxgss_OID_desc oid_of(char mechanism);
-MechInfo_t &registered(std::string_view name);
 
 std::string hex(OM_uint32 value);
 std::string hex(std::string_view bytes);
-// The statuses of a call, as "MAJOR/MINOR".
-template <typename... Parameters>
-std::string outcome(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
-    OM_uint32 minor = 0;
-    const OM_uint32 major = call(&minor, arguments...);
-    return hex(major) + "/" + hex(minor);
-}
-
-std::string_view text_of(const qxgss_buffer_desc &buffer);
 
 enum class Output { kKept, kEmpty, kToken };
 
@@ -68,11 +63,14 @@ struct Outcome {
     OM_uint32 minor;
     Output output; // what the call did to the caller's output token
     std::string token;
+
+    std::string statuses() const { return hex(major) + "/" + hex(minor); }
 };
 
 // One side of a negotiation.
 class Peer {
   public:
+    explicit Peer(Side side) : side_(side) {} // over the registry as it is, which it leaves alone
     Peer(Side side, std::string_view mechanisms);
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
@@ -84,25 +82,28 @@ class Peer {
     // Makes this side's template list and tables the process's.
     void act();
 
-    // One establishment call with that token.
-    Outcome call(std::string_view token);
+    // One establishment call with that token, of this side's role or of that one.
+    Outcome call(std::string_view token) { return call(token, side_); }
+    Outcome call(std::string_view token, Side role);
 
     // Deletes the context.
     Outcome end();
 
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
 
-    // Each entry in list order: letter, state and reason as on the wire, "+" when established, and its statuses.
+    // Each entry in list order: letter, state and reason as on the wire, "+" when established, and its statuses, which
+    // are "(scripted)" where a scripted failure has its default ones.
     std::string entries() const;
 
-    // Each record in order: a word for its text and the entry as above, "[n]" where token number n begins, "[np]" once
-    // the policy is applied.
+    // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"
+    // where token number n begins, "[np]" once the policy is applied.
     std::string log() const;
 
     qxgss_ctx_id_t context = nullptr;
     qxgss_cred_id_t credential = nullptr;
     bool ask = true; // for every result
     qxgss_name_t target = nullptr;
+    qxgss_channel_bindings_t bindings = nullptr;
     qxgss_name_t source = nullptr;
     qxgss_OID mech_type = nullptr;
     OM_uint32 flags = 0;
@@ -117,8 +118,12 @@ class Peer {
 
 // A client and a server, and what went to and fro.
 struct Session {
-    Session(std::string_view client_mechanisms, std::string_view server_mechanisms)
-        : client(kClient, client_mechanisms), server(kServer, server_mechanisms) {}
+    Session() : client(kClient), server(kServer) {}
+    Session(std::string_view client_mechanisms, std::string_view server_mechanisms, const char *logon = nullptr)
+        : client(kClient, client_mechanisms), server(kServer, server_mechanisms) {
+        if (logon != nullptr)
+            client.log_on(logon);
+    }
 
     // Calls in turn, the client first, until both are complete, one fails, or no token is left to give; returns each
     // call as "C cont token", "S done empty" or "S MAJOR/MINOR kept".
@@ -129,6 +134,18 @@ struct Session {
     Peer client;
     Peer server;
     std::vector<std::string> tokens;
+};
+
+// Each test begins with the standard configuration and the default script, and must leave no object behind.
+class NegotiationTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        OM_uint32 major = 0;
+        EXPECT_EQ(configure(&major, configuration()), "");
+        EXPECT_EQ(major, GSS_S_COMPLETE);
+        scripted::reset();
+    }
+    void TearDown() override { EXPECT_EQ(scripted::live_objects(), 0); }
 };
 
 } // namespace harness

@@ -1,5 +1,6 @@
-"""What the network tests stand on: serve and connect as processes, a proxy that sees and changes frames, and the few
-octets of BER that a changed token needs."""
+"""What the network tests stand on: configurations, serve as a process, a proxy that sees and changes frames, and the
+little BER that a changed token needs."""
+import contextlib
 import json
 import os
 import queue
@@ -12,14 +13,12 @@ import threading
 import time
 
 QXNEGO = os.environ["QXNEGO"]
-LIBRARIES = os.environ["QXNEGO_LIBRARIES"]
-VERIFIERS = os.environ["QXNEGO_VERIFIERS"]
 TOKEN, CONFIRMATION, VIEWS, MESSAGE, END = range(1, 6)
 PATIENCE = 60  # seconds; a machine under load is no fault
 
 KERBEROS, NTLM = "1.2.840.113554.1.2.2", "1.3.6.1.4.1.311.2.2.10"
 SCRAM, SCRAM_1 = "1.3.6.1.5.5.18", "1.3.6.1.5.5.14"
-MECHANISMS = {  # name: library, prefix, single sign-on, rank
+MECHANISMS = {  # name, library, prefix, single sign-on, rank
     KERBEROS: ("Kerberos", "hostgss", "HOSTGSS", "true", 10),
     NTLM: ("NTLMSSP", "hostgss", "HOSTGSS", "true", 20),
     SCRAM: ("SCRAM-SHA-256", "scram", "SCRAM_SHA_256", "false", 30),
@@ -27,18 +26,18 @@ MECHANISMS = {  # name: library, prefix, single sign-on, rank
 }
 
 
-def configuration(folder, name, negotiates, policy="", registered=()):
-    """Writes a configuration file; what is only registered may be named in the policy."""
+def configuration(folder, name, negotiates, policy=""):
+    """Writes a configuration file."""
     offer = ", ".join('{ oid = "%s" }' % oid for oid in negotiates)
-    text = 'library_path = "%s"\n[[mechanism]]\nname = "QXNEGO"\noid = "1.3.6.1.4.1.32473.1.1"\n' % LIBRARIES
-    text += 'library = "libgssp2qxnego.so"\nprefix = "QXNEGO"\nnegotiates = [ %s ]\n' % offer
-    for oid in [*negotiates, *registered]:
+    text = 'library_path = "%s"\n[[mechanism]]\nname = "QXNEGO"\n' % os.environ["QXNEGO_LIBRARIES"]
+    text += 'oid = "1.3.6.1.4.1.32473.1.1"\nlibrary = "libgssp2qxnego.so"\nprefix = "QXNEGO"\n'
+    text += "negotiates = [ %s ]\n" % offer
+    for oid in negotiates:
         mechanism, library, prefix, sso, rank = MECHANISMS[oid]
         text += '[[mechanism]]\nname = "%s"\noid = "%s"\nlibrary = "lib%s.so"\n' % (mechanism, oid, library)
         text += 'prefix = "%s"\n[mechanism.properties]\nauthentication = true\nauthorization = true\n' % prefix
         text += "single_sign_on = %s\nrank = %d\n" % (sso, rank)
-        if library == "scram":
-            text += '[mechanism.settings]\nverifiers_file = "%s"\n' % VERIFIERS
+        text += '[mechanism.settings]\nverifiers_file = "%s"\n' % os.environ["QXNEGO_VERIFIERS"]
     path = os.path.join(folder, name)
     with open(path, "w") as file:
         file.write(text + policy)
@@ -48,28 +47,32 @@ def configuration(folder, name, negotiates, policy="", registered=()):
 class Server:
     """qxnego serve on a free port of an address; `next` waits for the report of the next connection that ended."""
 
-    def __init__(self, config, *options, address="127.0.0.1", env=None):
+    def __init__(self, config, *options, address="127.0.0.1"):
         self.errors = tempfile.TemporaryFile()
         arguments = ["--listen", address + ":0", "--config", config, "--json", "--refusal-time", "300", *options]
         self.process = subprocess.Popen([QXNEGO, "serve", *arguments], stdout=subprocess.PIPE, stderr=self.errors,
-                                        env=env, text=True)
-        self.addresses = []
+                                        text=True)
         self.address = json.loads(self.process.stdout.readline())["address"]
+        self.addresses = [self.address]
         self.reports = queue.Queue()
         threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
-        for line in self.process.stdout:
-            event = json.loads(line)
-            if event["event"] == "listening":
-                self.addresses.append(event["address"])
-            else:
-                self.reports.put(event)
+        with self.process.stdout as lines:
+            for event in map(json.loads, lines):
+                if event["event"] == "listening":
+                    self.addresses.append(event["address"])
+                else:
+                    self.reports.put(event)
 
     def next(self):
         return self.reports.get(timeout=PATIENCE)
 
-    def stop(self, number=signal.SIGTERM):
+    def connection(self):
+        host, port = self.address.rsplit(":", 1)
+        return socket.create_connection((host, int(port)))
+
+    def stop(self, number):
         """Ends it; its exit status and what it wrote to the standard error."""
         self.process.send_signal(number)
         status = self.process.wait(PATIENCE)
@@ -77,19 +80,16 @@ class Server:
         return status, self.errors.read().decode()
 
 
-def start_client(address, *options, logon=None, env=None):
-    command = [QXNEGO, "connect", address, *options] + (["--logon", logon] if logon else [])
-    return subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=env)
-
-
-def run_client(address, *options, logon=None, env=None, messages=b""):
-    client = start_client(address, *options, logon=logon, env=env)
-    out, err = client.communicate(messages, PATIENCE)
-    return client.returncode, out, err.decode()
-
-
 def frame(kind, contents):
     return struct.pack(">IB", len(contents), kind) + contents
+
+
+def send_all(peer, contents):
+    """All that there is to say, unless the peer leaves before; with None it says nothing and stays."""
+    with contextlib.suppress(OSError):
+        if contents is not None:
+            peer.sendall(contents)
+            peer.shutdown(socket.SHUT_WR)
 
 
 def read_frame(stream):
@@ -101,28 +101,26 @@ def read_frame(stream):
 
 
 class Proxy:
-    """Between a client and the server at an address. `change(is_client, number, contents)` may return other contents of
-    a token, by its number from that side; `seen` keeps (type, length) of the server's frames, `times` their moments."""
+    """Between a client and a server. `change(is_client, number, contents)` gives the contents of a token, by its number
+    from that side; `seen` keeps (type, length) of the server's frames, `times` their moments, `last` the last whole."""
 
-    def __init__(self, address, change=None):
-        host, port = address.rsplit(":", 1)
-        self.target, self.change = (host, int(port)), change or (lambda is_client, number, contents: contents)
-        self.seen, self.times, self.raw = [], [], b""
+    def __init__(self, server, change=lambda is_client, number, contents: contents):
+        self.server, self.change = server, change
+        self.seen, self.times, self.last = [], [], b""
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.address = "127.0.0.1:%d" % self.listener.getsockname()[1]
         threading.Thread(target=self.run, daemon=True).start()
 
     def run(self):
-        client, _ = self.listener.accept()
-        server = socket.create_connection(self.target)
+        client, server = self.listener.accept()[0], self.server.connection()
         threading.Thread(target=self.forward, args=(client, server, True), daemon=True).start()
         self.forward(server, client, False)
 
     def forward(self, source, sink, is_client):
         number = 0
         stream = source.makefile("rb")
-        try:
-            while (one := read_frame(stream)) is not None:
+        with contextlib.suppress(OSError):
+            while one := read_frame(stream):
                 kind, contents = one
                 if kind == TOKEN:
                     number += 1
@@ -130,11 +128,10 @@ class Proxy:
                 if not is_client:
                     self.seen.append((kind, len(contents)))
                     self.times.append(time.monotonic())
-                    self.raw = frame(kind, contents)
+                    self.last = frame(kind, contents)
                 sink.sendall(frame(kind, contents))
+        with contextlib.suppress(OSError):
             sink.shutdown(socket.SHUT_WR)
-        except OSError:
-            pass
 
 
 # ---- Tokens as lists: an element is [identifier octet, contents], contents a list when it is constructed.
@@ -157,8 +154,7 @@ def encode(elements):
     for identifier, contents in elements:
         body = encode(contents) if isinstance(contents, list) else contents
         size = len(body).to_bytes(4, "big").lstrip(b"\0")
-        head = bytes([len(body)]) if len(body) < 0x80 else bytes([0x80 + len(size)]) + size
-        out += bytes([identifier]) + head + body
+        out += bytes([identifier, len(body)] if len(body) < 0x80 else [identifier, 0x80 + len(size), *size]) + body
     return out
 
 

@@ -2,36 +2,23 @@
 # A private Kerberos realm and NTLM user file on loopback, everything inside one folder, for tests of real mechanisms.
 # Needs no privileges and touches nothing of the host's own Kerberos configuration.
 #
-#   realm.sh start DIR   makes DIR, starts a KDC on a free port of 127.0.0.1 and prints the environment, NAME=VALUE
-#                        lines without blanks: export $(realm.sh start DIR)
-#   realm.sh stop DIR    ends the KDC and removes DIR
-#   realm.sh kill DIR    ends the KDC only; tickets and keytabs stay
-#   realm.sh restart DIR starts it again
+#   realm.sh COMMAND ARGUMENT...  runs the command in the realm, which ends with it
+#   source realm.sh               goes on in the realm until this shell ends
 #
-# Realm QXNEGO.TEST: users alice (password Alice1) and bob (Bob1), expired (Expired1, an account past its end), service
-# host/localhost. DIR/client.keytab holds alice's key, DIR/service.keytab (KRB5_KTNAME) the service's. No ticket is
-# taken; KRB5CCNAME is DIR/ccache. NTLM: QXTEST\alice with password Secret1.
+# Realm QXNEGO.TEST: user alice (password Alice1), service host/localhost. $REALM/client.keytab holds alice's key,
+# $REALM/service.keytab (KRB5_KTNAME) the service's. No ticket is taken. NTLM: QXTEST\alice with the same password.
 set -euo pipefail
 PATH=$PATH:/usr/sbin:/usr/local/sbin
-[ $# = 2 ] || { echo "usage: ${0##*/} start|stop|kill|restart DIR" >&2; exit 2; }
-dir=$2
-
-environment() {
-    cat <<E
-KRB5_CONFIG=$dir/krb5.conf
-KRB5_KDC_PROFILE=$dir/kdc.conf
-KRB5_KTNAME=FILE:$dir/service.keytab
-KRB5_CLIENT_KTNAME=FILE:$dir/none.keytab
-KRB5CCNAME=FILE:$dir/ccache
-KRB5RCACHENAME=file2:$dir/replays
-NTLM_USER_FILE=$dir/ntlm_users
-NETBIOS_COMPUTER_NAME=QXHOST
-NETBIOS_DOMAIN_NAME=QXTEST
-E
-}
+REALM=$(mktemp -d)
+trap '[ ! -s "$REALM/kdc.pid" ] || kill "$(<"$REALM/kdc.pid")"; rm -rf "$REALM"' EXIT
+export REALM
+export KRB5_CONFIG=$REALM/krb5.conf KRB5_KDC_PROFILE=$REALM/kdc.conf
+export KRB5_KTNAME=FILE:$REALM/service.keytab KRB5_CLIENT_KTNAME=FILE:$REALM/none.keytab
+export KRB5CCNAME=FILE:$REALM/ccache KRB5RCACHENAME=file2:$REALM/replays
+export NTLM_USER_FILE=$REALM/ntlm_users NETBIOS_COMPUTER_NAME=QXHOST NETBIOS_DOMAIN_NAME=QXTEST
 
 configure() { # PORT
-    cat > "$dir/krb5.conf" <<C
+    cat > "$KRB5_CONFIG" <<C
 [libdefaults]
  default_realm = QXNEGO.TEST
  dns_lookup_kdc = false
@@ -47,22 +34,18 @@ configure() { # PORT
 [domain_realm]
  localhost = QXNEGO.TEST
 C
-    cat > "$dir/kdc.conf" <<C
+    cat > "$KRB5_KDC_PROFILE" <<C
 [kdcdefaults]
  kdc_listen = ""
  kdc_tcp_listen = 127.0.0.1:$1
 [realms]
  QXNEGO.TEST = {
-  database_name = $dir/principal
-  key_stash_file = $dir/stash
-  acl_file = $dir/acl
+  database_name = $REALM/principal
+  key_stash_file = $REALM/stash
   supported_enctypes = aes256-cts-hmac-sha1-96:normal
-  max_life = 24h
  }
 [logging]
- kdc = FILE:$dir/kdc.log
- admin_server = FILE:$dir/kdc.log
- default = FILE:$dir/kdc.log
+ default = FILE:$REALM/kdc.log
 C
 }
 
@@ -71,15 +54,9 @@ populate() {
     kadmin.local <<Q
 addprinc -randkey host/localhost
 addprinc +requires_preauth -pw Alice1 alice
-addprinc +requires_preauth -pw Bob1 bob
-addprinc +requires_preauth -pw Expired1 -expire "2001-01-01 00:00:00" expired
-ktadd -norandkey -k $dir/client.keytab alice
-ktadd -k $dir/service.keytab host/localhost
+ktadd -norandkey -k $REALM/client.keytab alice
+ktadd -k $REALM/service.keytab host/localhost
 Q
-}
-
-answers() { # PORT
-    (: <> "/dev/tcp/127.0.0.1/$1") 2> /dev/null
 }
 
 # A KDC would share the port of another one, so a port that answers is passed over; on one that is taken it fails.
@@ -87,45 +64,14 @@ start_kdc() {
     local port
     for _ in {1..20}; do
         port=$((20000 + RANDOM))
-        answers $port && continue
+        (: <> "/dev/tcp/127.0.0.1/$port") 2> /dev/null && continue
         configure $port
-        krb5kdc -P "$dir/kdc.pid" && return
+        krb5kdc -P "$REALM/kdc.pid" && return
     done
     return 1
 }
 
-# The KDC no longer answers when this returns (the port tells: an ended process may wait long for its parent).
-stop_kdc() {
-    [ -s "$dir/kdc.pid" ] || return 0
-    local port
-    port=$(sed -n 's/.*kdc = 127.0.0.1://p' "$dir/krb5.conf")
-    kill "$(<"$dir/kdc.pid")" || true
-    rm -f "$dir/kdc.pid"
-    for _ in {1..100}; do
-        answers "$port" || return 0
-        sleep 0.02
-    done
-    return 1
-}
-
-case $1 in
-start)
-    umask 077
-    mkdir -p "$dir"
-    export $(environment)
-    echo 'QXTEST:alice:Secret1' > "$dir/ntlm_users"
-    configure 1
-    { populate && start_kdc; } > "$dir/setup.log" 2>&1 || { cat "$dir/setup.log" >&2; exit 1; }
-    environment
-    ;;
-stop)
-    stop_kdc
-    rm -rf "$dir"
-    ;;
-kill) stop_kdc ;;
-restart)
-    export $(environment)
-    start_kdc >> "$dir/setup.log" 2>&1
-    ;;
-*) exit 2 ;;
-esac
+echo 'QXTEST:alice:Alice1' > "$NTLM_USER_FILE"
+configure 1
+{ populate && start_kdc; } > "$REALM/setup.log" 2>&1 || { cat "$REALM/setup.log" >&2; exit 1; }
+[ "${BASH_SOURCE[0]}" != "$0" ] || "$@"

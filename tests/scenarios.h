@@ -3,7 +3,6 @@
 #ifndef QXNEGO_SCENARIOS_H
 #define QXNEGO_SCENARIOS_H
 
-#include <ostream>
 #include <span>
 
 #include "tests/negotiation_harness.h"
@@ -25,11 +24,6 @@ struct Scenario {
 };
 
 std::span<const Scenario> scenarios();
-
-// How a failing test names it.
-inline void PrintTo(const Scenario &scenario, std::ostream *out) {
-    *out << scenario.name;
-}
 
 // Sets the script of that scenario; to be called before its session is made.
 void prepare(const Scenario &scenario);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 namespace scripted {
 namespace {
@@ -42,9 +43,12 @@ qxgss_OID own_oid(char mechanism) {
     return &oids[static_cast<std::size_t>(mechanism - 'A')];
 }
 
+template <typename T> void give(T *pPlace, std::type_identity_t<T> value) {
+    if (pPlace != nullptr)
+        *pPlace = value;
+}
 OM_uint32 answer(OM_uint32 *pMinor, OM_uint32 major, OM_uint32 minor) {
-    if (pMinor != nullptr)
-        *pMinor = minor;
+    give(pMinor, minor);
     return major;
 }
 OM_uint32 fail(OM_uint32 *pMinor, const Behaviour &how) {
@@ -188,8 +192,7 @@ OM_uint32 unprotect(OM_uint32 *pMinor, const Object &context, unsigned char key,
     for (std::size_t i = 2; i < pInput->length; ++i)
         bytes[i - 2] = static_cast<unsigned char>(in[i] ^ key);
     *pOutput = {pInput->length - 2, bytes};
-    if (pQop != nullptr)
-        *pQop = in[1];
+    give(pQop, in[1]);
     return succeed(pMinor, how);
 }
 

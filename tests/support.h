@@ -101,7 +101,7 @@ inline std::string mechanism(const std::string &name, const std::string &oid, co
            (library.empty() ? "" : "library = \"" + library + "\"\n") + more;
 }
 
-inline const MechInfo_t &registered(const std::string &name) {
+inline MechInfo_t &registered(const std::string &name) {
     for (OM_uint32 i = 0; i < MechCount; ++i)
         if (name == pMechInfo[i].pszMechName)
             return pMechInfo[i];

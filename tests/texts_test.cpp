@@ -1,4 +1,5 @@
-// The rendered log: every line and its condition, where lines, records and the banner are cut, and a golden text.
+// Texts. Statuses: values that no table has, and who is refused by display_status in which order. The rendered log:
+// every line and its condition, and where lines, records and the banner are cut.
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -35,6 +36,7 @@ std::time_t __wrap_time(std::time_t *) {
 namespace {
 
 using namespace support;
+using support::taken;
 
 constexpr const char *kDone = "00000000/230003E8", *kNoMemory = "000D0000/E30003F8";
 const std::string kTitle = "\nQXNEGO Negotiation Log\n\n\nPackage: QuorvGSS\nVersion: 16.00.00.01\n";
@@ -44,32 +46,38 @@ std::string time_line() {
     return std::string("Run at:  ") + ctime_r(&now, text) + "\n";
 }
 
-unsigned char kerberos[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x12, 0x01, 0x02, 0x02};
-char error_text[] = {'n', 'o', '\0', 't', 'i', '\n', 'c', 'k', 'e', 't'};
+unsigned char bytes[] = {0x2B, 0x06, 0x01, 0x7F, 0x01}, other_bytes[] = {0x2B, 0x06, 0x01, 0x7E};
+qxgss_OID_desc own{4, bytes}, longer{5, bytes}, shorter{3, bytes}, other{4, other_bytes}, without_bytes{4, nullptr};
 
-std::string format(NegLogRecord record, OM_uint32 number = 0) {
-    char *text = nullptr;
-    std::size_t length = 99;
-    EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, &record, number, 0, &text, &length), kDone);
+// A text with its length and a zero at its end, which is released.
+std::string taken(char *text, std::size_t length) {
     const std::string result(text, length);
     EXPECT_EQ(text[length], '\0');
     std::free(text);
     return result;
 }
 
-class LogText : public testing::Test {
+std::string format(NegLogRecord record, OM_uint32 number = 0) {
+    char *text = nullptr;
+    std::size_t length = 99;
+    EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, &record, number, 0, &text, &length), kDone);
+    return taken(text, length);
+}
+
+class Texts : public testing::Test {
   protected:
     void SetUp() override {
         host = "host";
         now = 1000000000;
         mechanisms_[0].pszMechName = name_;
+        mechanisms_[0].pMechOid = &own;
         pMechInfo = mechanisms_;
         MechCount = 2;
         record_.NegState = NEG_STATE_INCOMPLETE;
         record_.NegStateFromPeer = NEG_STATE_COMPLETED;
         record_.pszLogString = text_;
         entry_ = record_;
-        entry_.MechOid = {sizeof kerberos, kerberos};
+        entry_.MechOid = own;
         entry_.MechState = NEG_MECH_STATE_AVAILABLE;
         entry_.MechReason = NEG_MECH_REASON_AVAILABLE;
     }
@@ -79,59 +87,85 @@ class LogText : public testing::Test {
     }
 
     char text_[10] = "op: event";
-    char name_[4] = "KRB";
+    char name_[7] = "QXNEGO";
     MechInfo_t mechanisms_[2]{}; // the second has no name
     NegLogRecord record_{};      // of an event without a mechanism
     NegLogRecord entry_{};       // of one with
 };
 
-TEST_F(LogText, RecordsHaveAllTheirLines) {
-    EXPECT_EQ(format(record_), R"(Record 0: QXNEGO_accept_sec_context call 1
-   Text:             op: event
-   IsPolicyApplied:  FALSE
-   NegState:         Incomplete
-   NegStateFromPeer: Completed
-   Elapsed Time:     0 ms
+// ---- Statuses ------------------------------------------------------------------------------------------------------
 
-)");
-    entry_.IsInitiator = 2;
-    entry_.TokenNum = 2;
-    entry_.MechState = NEG_MECH_STATE_REJECTED;
-    entry_.MechReason = NEG_MECH_REASON_GSSAPI_ERROR;
-    entry_.GssMajorStatus = GSS_S_FAILURE;
-    entry_.GssMinorStatus = 0xC5ABCDEFU;
-    entry_.GssMinorStatusText = {sizeof error_text, error_text};
-    entry_.IsCtxEstablished = 5;
-    entry_.IsPolicyApplied = 1;
-    entry_.ElapsedTime = 1234;
-    std::string expected = R"(Record 70: QXNEGO_init_sec_context call 3
-   Text:             op: event
-   Mechanism:        KRB
-   MechState:        Rejected
-   MechReason:       GSSAPI Error
-   GSS MajorStatus:  000D0000
-   GSS MinorStatus:  C5ABCDEF
-   GSS MinorStatusText:  %
-   IsCtxEstablished: TRUE
-   IsPolicyApplied:  TRUE
-   NegState:         Incomplete
-   NegStateFromPeer: Completed
-   Elapsed Time:     1234 ms
-
-)";
-    expected.replace(expected.find('%'), 1, error_text, sizeof error_text);
-    EXPECT_EQ(format(entry_, 70), expected);
+TEST_F(Texts, AreFoundByTheWholeValue) {
+    for (const OM_uint32 unknown : {0U, 0xE30003FBU, 0xE3000415U, 0xE300042EU, 0xE3000403U, 0xE1000065U})
+        EXPECT_STREQ(qxnegoerrtostr(unknown), "?");
+    for (const OM_uint32 unknown : {0U, 0xE1000064U, 0xE1000080U, 0xE100010DU, 0xE300042AU})
+        EXPECT_STREQ(qxgsserrtostr(unknown), "?");
+    EXPECT_STREQ(qxnegoerrtostr(0xE300040AU), "Unable to obtain the Negotiation Log.");
+    EXPECT_STREQ(qxgsserrtostr(0xE10000C2U), "The UTF input buffer contains insufficient characters. ");
 }
 
-TEST_F(LogText, LinesFollowTheRecord) {
+TEST_F(Texts, AreRefusedInOrder) {
+    const struct {
+        int line;
+        OM_uint32 status;
+        int type;
+        qxgss_OID mechanism;
+        bool buffer;
+        const char *expected;
+    } cases[] = {
+        {__LINE__, 1, 1, nullptr, false, "010D0000/230003E8"},
+        {__LINE__, 1, 1, &other, false, "00010000/E30003F4"},
+        {__LINE__, 0x230003E8U, 2, &shorter, true, "00010000/E30003F4"},
+        {__LINE__, 0x230003E8U, 2, &without_bytes, true, "00010000/E30003F4"},
+        {__LINE__, 0xE1000065U, 1, &own, false, "00050000/E30003F4"},
+        {__LINE__, 0xE1000065U, 2, &own, false, "00050000/A3000403"},
+        {__LINE__, 0x030003E8U, 2, &own, true, "00050000/A3000403"},
+        {__LINE__, 0xE3000403U, 2, &own, false, "000D0000/E30003FA"},
+        {__LINE__, 0xE3000403U, 2, &own, true, "00050000/A3000403"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        OM_uint32 message = 9;
+        qxgss_buffer_desc text{3, &message}, *const pText = c.buffer ? &text : nullptr;
+        EXPECT_EQ(outcome(QXNEGO_display_status, c.status, c.type, c.mechanism, &message, pText), c.expected);
+        EXPECT_TRUE(message == 9 && text.length == 3 && text.value == &message);
+        EXPECT_NE(QXNEGO_display_status(nullptr, c.status, c.type, c.mechanism, nullptr, pText), GSS_S_COMPLETE);
+    }
+}
+
+TEST_F(Texts, AreGivenWhenThereIsMemoryAndARegistration) {
+    OM_uint32 message = 9;
+    qxgss_buffer_desc text{1, &message};
+    {
+        const failing_heap::From failing(0);
+        EXPECT_EQ(outcome(QXNEGO_display_status, 0x230003E8U, 2, &own, &message, &text), "000D0000/E30003F8");
+    }
+    EXPECT_TRUE(message == 9 && text.length == 10 && text.value == nullptr);
+    for (qxgss_OID mechanism : {&own, &longer}) {
+        EXPECT_EQ(outcome(QXNEGO_display_status, 0xE300040CU, 2, mechanism, &message, &text), kDone);
+        EXPECT_EQ(message, 0U);
+        EXPECT_STREQ(static_cast<char *>(text.value), // it ends with a zero
+                     "An INIT Token can only be generated as the first Client token.  ");
+        EXPECT_EQ(support::taken(text).size(), 64U);
+    }
+    MechCount = 0;
+    EXPECT_EQ(outcome(QXNEGO_display_status, 0x230003E8U, 2, &own, &message, &text), "000D0000/E100007B");
+}
+
+// ---- The log -------------------------------------------------------------------------------------------------------
+
+TEST_F(Texts, LinesFollowTheRecord) {
     using Change = void (*)(NegLogRecord &);
-    const char *const oid = "   Mechanism OID:    2a.86.48.86.f7.12.01.02.02\n";
+    const char *const oid = "   Mechanism OID:    2b.06.01.7f\n";
     // clang-format off
     const struct {
         int line;
         Change change;
         const char *there, *missing; // where lines begin
     } cases[] = {
+        {__LINE__, [](auto &r) { r.IsInitiator = 2, r.TokenNum = 2; }, "Record 0: QXNEGO_init_sec_context call 3\n", nullptr},
+        {__LINE__, [](auto &) {}, "   Text:             op: event\n   Mechanism:        QXNEGO\n", nullptr},
+        {__LINE__, [](auto &r) { r.IsCtxEstablished = 5; }, "   IsCtxEstablished: TRUE\n", nullptr},
         {__LINE__, [](auto &r) { r.pszLogString = nullptr; }, "", "   Text: "},
         {__LINE__, [](auto &r) { r.TokenNum = 0xFFFFFFFEU; }, "Record 0: QXNEGO_accept_sec_context call -1\n", nullptr},
         {__LINE__, [](auto &r) { r.MechIndex = -1; }, oid, nullptr},
@@ -143,6 +177,10 @@ TEST_F(LogText, LinesFollowTheRecord) {
         {__LINE__, [](auto &r) { r.MechReason = NegMechReason_et{0xFFFFFFFFU}; }, "   MechReason:       Invalid MechReason (-1)\n", nullptr},
         {__LINE__, [](auto &r) { r.GssMajorStatus = 1; }, "", "   GSS "},
         {__LINE__, [](auto &r) { r.MechReason = NEG_MECH_REASON_GSSAPI_ERROR; }, "", "   GSS MinorStatusText"},
+        {__LINE__, [](auto &r) { r.MechState = NEG_MECH_STATE_SELECTED; }, "   MechState:        Selected\n", nullptr},
+        {__LINE__, [](auto &r) { r.MechReason = NEG_MECH_REASON_NOT_AVAIL_AT_SERVER; }, "   MechReason:       Not Available at Server\n", nullptr},
+        {__LINE__, [](auto &r) { r.MechReason = NEG_MECH_REASON_DUE_TO_RANK; }, "   MechReason:       Due to Rank\n", nullptr},
+        {__LINE__, [](auto &r) { r.IsPolicyApplied = 1; }, "   IsPolicyApplied:  TRUE\n   NegState:         Incomplete\n   NegStateFromPeer: Completed\n", nullptr},
         {__LINE__, [](auto &r) { r.NegState = NEG_STATE_INVALID_LAST; }, "   NegState:         Invalid NegState (5)\n", nullptr},
         {__LINE__, [](auto &r) { r.NegStateFromPeer = NEG_STATE_INVALID; }, "   NegStateFromPeer: Invalid NegState (0)\n", nullptr},
         {__LINE__, [](auto &r) { r.ElapsedTime = ~OM_uint64{6}; }, "   Elapsed Time:     -7 ms\n", nullptr},
@@ -159,7 +197,7 @@ TEST_F(LogText, LinesFollowTheRecord) {
 }
 
 // Around the end of the area: whole lines only, and none after the first that does not fit.
-TEST_F(LogText, RecordIsCutAfterItsLastWholeLine) {
+TEST_F(Texts, RecordIsCutAfterItsLastWholeLine) {
     const std::string whole = format(record_);
     const std::size_t at = whole.find("op: event") + 9;
     for (std::size_t extra = 3800; extra < 4200; ++extra) {
@@ -170,14 +208,20 @@ TEST_F(LogText, RecordIsCutAfterItsLastWholeLine) {
         ASSERT_EQ(format(record_), uncut.substr(0, end)) << extra;
     }
     // The minor status text is the line that does not fit: the shorter ones after it are not printed either.
-    std::vector<char> status(5000, 's');
+    std::string status = {'n', 'o', '\0', 't', 'i', '\n'};
     entry_.MechReason = NEG_MECH_REASON_GSSAPI_ERROR;
-    entry_.GssMinorStatusText = {status.size(), status.data()};
+    entry_.GssMajorStatus = GSS_S_FAILURE;
+    entry_.GssMinorStatus = 0xC5ABCDEFU;
+    entry_.GssMinorStatusText = view(status);
+    const std::string lines = "   GSS MajorStatus:  000D0000\n   GSS MinorStatus:  C5ABCDEF\n";
+    EXPECT_NE(format(entry_).find(lines + "   GSS MinorStatusText:  " + status + "\n   Is"), std::string::npos);
+    status.append(5000, 's');
+    entry_.GssMinorStatusText = view(status);
     const std::string text = format(entry_);
-    EXPECT_EQ(text.substr(text.size() - 30), "   GSS MinorStatus:  00000000\n");
+    EXPECT_EQ(text.substr(text.size() - lines.size()), lines);
 }
 
-TEST_F(LogText, OidTextEndsAt126Characters) {
+TEST_F(Texts, OidTextEndsAt126Characters) {
     std::vector<unsigned char> octets(200, 0xAB);
     std::string expected;
     for (OM_uint32 length = 0; length <= octets.size(); ++length) {
@@ -194,12 +238,10 @@ std::string banner() {
     char *text = nullptr;
     std::size_t length = 0;
     EXPECT_EQ(QXNEGO_INT_NegLogBanner(nullptr, 0, &text, &length), GSS_S_COMPLETE);
-    const std::string result(text, length);
-    std::free(text);
-    return result;
+    return taken(text, length);
 }
 
-TEST_F(LogText, BannerTellsWhatCouldBeObtained) {
+TEST_F(Texts, BannerTellsWhatCouldBeObtained) {
     EXPECT_EQ(banner(), kTitle + "Run on:  host\n" + time_line());
     host = nullptr;
     EXPECT_EQ(banner(), kTitle + time_line());
@@ -211,7 +253,7 @@ TEST_F(LogText, BannerTellsWhatCouldBeObtained) {
     EXPECT_EQ(banner(), kTitle + "Run on:  " + endless.substr(0, 259) + "\n");
 }
 
-TEST_F(LogText, WholeLogIsBannerAndRecords) {
+TEST_F(Texts, WholeLogIsBannerAndRecords) {
     NegContext_desc context{};
     std::vector<NegLogRecord> records(200, entry_);
     context.NegLog.pRecords = records.data();
@@ -226,27 +268,26 @@ TEST_F(LogText, WholeLogIsBannerAndRecords) {
     }
 }
 
-TEST_F(LogText, RefusesNullPointersInOrder) {
+TEST_F(Texts, RefusesNullPointersInOrder) {
     NegContext_desc context{};
-    qxgss_buffer_desc text{1, &context};
     EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, nullptr, 0, nullptr), "020D0000/E30003FA");
-    EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, nullptr, 0, &text), "010D0000/E3000400");
-    EXPECT_TRUE(text.length == 0 && text.value == nullptr);
-    text = {1, &context};
-    EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), "010D0000/E300040A");
-    EXPECT_TRUE(text.length == 0 && text.value == nullptr);
+    for (NegContext_t given : {static_cast<NegContext_t>(nullptr), &context}) {
+        qxgss_buffer_desc text{1, &context};
+        EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, given, 0, &text),
+                  given == nullptr ? "010D0000/E3000400" : "010D0000/E300040A");
+        EXPECT_TRUE(text.length == 0 && text.value == nullptr);
+    }
     std::size_t lengths[] = {7, 7};
     char *piece = text_;
     EXPECT_EQ(outcome(QXNEGO_INT_NegLogBanner, 0, nullptr, &lengths[0]), "020D0000/E30003F6");
     EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, nullptr, 0, 0, &piece, &lengths[1]), kDone);
     EXPECT_TRUE(lengths[0] == 0 && lengths[1] == 0 && piece == nullptr);
-    EXPECT_EQ(QXNEGO_INT_FormatOneNegLogRecord(nullptr, &record_, 0, 0, nullptr, nullptr), GSS_S_COMPLETE);
+    EXPECT_EQ(outcome(QXNEGO_INT_FormatOneNegLogRecord, &record_, 0, 0, nullptr, nullptr), kDone);
 }
 
-TEST_F(LogText, ReportsLackOfMemory) {
+TEST_F(Texts, ReportsLackOfMemory) {
     NegContext_desc context{};
-    context.NegLog.pRecords = &entry_;
-    context.NegLog.Count = 1;
+    context.NegLog = {1, 1, &entry_, 0};
     entry_.MechIndex = -1;
     qxgss_buffer_desc text{};
     char *piece = nullptr;
