@@ -140,6 +140,10 @@ for address in localhost localhost:99999 ::1:80; do
     expect 2 "$address\": should be HOST:PORT" connect --json "$address"
 done
 expect 2 '/nonexistent: No such file' connect localhost:1 --file /nonexistent
+expect 2 '/nonexistent: No such file' connect --json localhost:1 --logon-file /nonexistent
+expect 2 'tmp: Is a directory' connect --json localhost:1 --logon-file "$TMPDIR"
+printf '%070000d\n' 0 >"$folder/logon"
+expect 2 'logon: its first line is too long' connect --json localhost:1 --logon-file "$folder/logon"
 expect 2 'bench: Value 0 not in range' connect localhost:1 --bench 0
 expect 2 'x.invalid:1: ' serve --json --listen x.invalid:1
 expect 2 'max-clients' serve --max-clients none

@@ -4,6 +4,12 @@
 
 #include "tests/peer.h"
 
+#ifdef __SANITIZE_ADDRESS__ // its own header does not come with g++
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*made)(const volatile void *, std::size_t),
+                                                         void (*freed)(const volatile void *));
+extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void *block);
+#endif
+
 namespace {
 
 using namespace std::string_literals;
@@ -144,9 +150,11 @@ TEST_P(EachMechanism, ProtectsMessagesBothWays) {
 TEST_P(EachMechanism, RefusesEveryPrefixAndAltersNoNameByAnyByte) {
     const auto check = [&](bool cut, const Peer &reader, const Peer &last) {
         EXPECT_TRUE(!cut || (&last == &reader && last.failed() && !last.text().empty()));
-        EXPECT_TRUE(!server.complete() || server.source == GetParam().source);
+        // gss-ntlmssp takes a user whose domain was struck out, but as one of no domain.
+        const bool named = server.source == GetParam().source || (ntlm && server.source == "alice");
+        EXPECT_TRUE(!server.complete() || named) << server.source;
     };
-    EXPECT_EQ(spoil_every_byte(client, server, "", check), GetParam().tokens);
+    EXPECT_EQ(spoil_every_byte(client, server, "\0"s, check), GetParam().tokens);
 }
 
 TEST_P(EachMechanism, TakesNamesInEveryForm) {
@@ -290,6 +298,40 @@ TEST(Acceptor, SaysWhichKeyTableIsMissing) {
     EXPECT_TRUE(server.failed() && server.text().find("service.keytab") != std::string::npos) << server.text();
     std::filesystem::rename(kept, keys);
 }
+
+// ---- Secrets --------------------------------------------------------------------------------------------------------
+
+#ifdef __SANITIZE_ADDRESS__
+
+std::string_view secret; // what is looked for; empty: nothing is
+std::size_t found = 0;
+
+void ignore(const volatile void *, std::size_t) {}
+void look_at(const volatile void *block) {
+    const auto *bytes = static_cast<const char *>(const_cast<const void *>(block));
+    const std::string_view text(bytes, __sanitizer_get_allocated_size(block));
+    found += !secret.empty() && text.find(secret) != text.npos;
+}
+
+// Whoever in the process frees it: the adapter, the framework, the host's library.
+TEST(Password, IsWipedBeforeItsMemoryIsFreed) {
+    const std::string right = kKerberos.logon, wrong = right + "x", away = right + " realm=OTHER.TEST";
+    ASSERT_NE(__sanitizer_install_malloc_and_free_hooks(ignore, look_at), 0);
+    secret = "Alice1";
+    {
+        Peer client("kerberos", right), server("kerberos"), refused("kerberos");
+        EXPECT_TRUE(established(client, server));
+        refused.acquire(wrong);
+        refused.acquire(away);
+        EXPECT_TRUE(refused.failed());
+    }
+    EXPECT_EQ(found, 0U);
+    { const std::string copy = right.c_str(); }
+    EXPECT_EQ(found, 1U); // so it would have been seen
+    secret = {};
+}
+
+#endif
 
 // ---- Configuration and arguments -----------------------------------------------------------------------------------
 

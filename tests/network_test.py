@@ -112,7 +112,7 @@ class Scram(Case):
         self.assertEqual(heard, heard[:1] * 3)
 
     def test_peers_that_speak_something_else(self):
-        server = self.serve(self.config, "--logon-time", "1", "--max-frame", "2048")
+        server = self.serve(self.config, "--logon-time", "3", "--max-frame", "2048")
         for sent, expected in ((b"GET / HTTP/1.1\r\nHost: localhost\r\n\r\n", "protocol"),
                                (frame(TOKEN, b"x" * 2049), "protocol"), (frame(TOKEN, b"x" * 99)[:50], "network"),
                                (frame(TOKEN, b"")[:3], "network"), (frame(MESSAGE, b"x"), "protocol"),
@@ -124,7 +124,7 @@ class Scram(Case):
         self.talk(server.address, ALICE)
 
     def test_servers_that_speak_something_else(self):
-        self.options = ("--no-messages", "--logon-time", "1", "--max-frame", "1024")
+        self.options = ("--no-messages", "--logon-time", "3", "--max-frame", "1024")
         for answer, expected in ((b"HTTP/1.1 400 Bad Request\r\n\r\n", 5), (frame(TOKEN, b"x")[:4], 4), (b"", 4),
                                  (None, 4), (frame(TOKEN, b"\0garbage"), 6), (frame(END, b"\1"), 6),
                                  (frame(END, b"\x63"), 5), (frame(TOKEN, b"x" * 1025)[:99], 5)):

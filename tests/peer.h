@@ -122,9 +122,9 @@ inline bool established(Peer &client, Peer &server) {
     return client.complete() && server.complete();
 }
 
-// Exchanges in which one token ends before one of its bytes, or has one of the values there; the number of tokens.
-// Without values, it is the byte with all its bits changed. `check` is told whether the token was cut, which end came
-// to read it, and at which the exchange ended.
+// Exchanges in which one token ends before one of its bytes, or has all its bits changed there, or one of the values;
+// the number of tokens. `check` is told whether the token was cut, which end came to read it, and at which the exchange
+// ended.
 template <typename Check>
 std::size_t spoil_every_byte(Peer &client, Peer &server, const std::string &values, const Check &check) {
     for (std::size_t spoilt = 1;; ++spoilt) {
@@ -137,7 +137,7 @@ std::size_t spoil_every_byte(Peer &client, Peer &server, const std::string &valu
             return spoilt - 1;
         const Peer &reader = spoilt % 2 == 1 ? server : client;
         for (std::size_t at = 0; at < size; ++at)
-            for (std::size_t way = 0; way <= std::max<std::size_t>(values.size(), 1); ++way) {
+            for (std::size_t way = 0; way <= 1 + values.size(); ++way) {
                 SCOPED_TRACE("token " + std::to_string(spoilt) + ", byte " + std::to_string(at) + ", way " +
                              std::to_string(way));
                 const Peer &last = exchange(client, server, [&](std::size_t number, std::string &token) {
@@ -145,7 +145,7 @@ std::size_t spoil_every_byte(Peer &client, Peer &server, const std::string &valu
                     if (number == spoilt && way == 0)
                         token.resize(place);
                     else if (number == spoilt)
-                        token[place] = values.empty() ? static_cast<char>(~token[place]) : values[way - 1];
+                        token[place] = way == 1 ? static_cast<char>(~token[place]) : values[way - 2];
                 });
                 EXPECT_TRUE(way != 0 || at != 0 || (last.failed() && &last == &reader));
                 check(way == 0, reader, last);

@@ -1,6 +1,7 @@
 // Establishing, inquiring and deleting contexts.
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
+#include "mechanisms/hostgss/ntlm_message.h"
 #include "mechanisms/hostgss/status.h"
 
 namespace hostgss {
@@ -127,6 +128,10 @@ OM_uint32 refuse_empty_token(OM_uint32 *pMinorStatus) {
     return refuse_argument(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, "The peer sent no token for this mechanism.");
 }
 
+OM_uint32 refuse_ntlm_message(OM_uint32 *pMinorStatus) {
+    return refuse_argument(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, "The peer's NTLM message lacks a field.");
+}
+
 OM_uint32 refuse_output(OM_uint32 *pMinorStatus) {
     return refuse_argument(pMinorStatus, kInaccessibleWrite, "There is no room for the token.");
 }
@@ -152,6 +157,8 @@ OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pIni
         return refuse_argument(pMinorStatus, GSS_S_BAD_MECH, "No mechanism is given.");
     if (*ppContextHandle != nullptr && view(pInputToken).empty())
         return refuse_empty_token(pMinorStatus);
+    if (lacks_ntlm_field(view(pInputToken)))
+        return refuse_ntlm_message(pMinorStatus);
     HostNameText target;
     const Status read = read_target(pTargetName, target);
     if (read.failed())
@@ -178,8 +185,10 @@ OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *pp
         return refuse_context(pMinorStatus);
     if (view(pInputToken).empty())
         return refuse_empty_token(pMinorStatus);
-    const ChannelBindings bindings(pInputChanBindings);
     const Bytes token = view(pInputToken);
+    if (lacks_ntlm_field(token))
+        return refuse_ntlm_message(pMinorStatus);
+    const ChannelBindings bindings(pInputChanBindings);
     const bool by_default = pAcceptorCredHandle == nullptr && *ppContextHandle == nullptr;
     const Status status =
         by_default ? accept_by_default(ppContextHandle, bindings.get(), token, leg, ppSrcName, ppDelegatedCredHandle)
