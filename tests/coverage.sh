@@ -13,6 +13,6 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="-O0 
 cmake --build "$build" --parallel "$(nproc)" --target "${programs[@]}" >/dev/null
 find "$build" -name '*.gcda' -delete
 for program in "${programs[@]}"; do
-    "$build/bin/$program" >/dev/null
+    "$build/bin/$program" >"$build/output" || { cat "$build/output"; exit 1; }
 done
 exec python3 tests/coverage.py "$build" gssp2qxnego qxat qxgss

@@ -121,7 +121,8 @@ TEST(QxnegoInfo, SizesTheLogRecord) {
         long_log += "Record 1\n" + std::string(4000, 'r') + "\n";
     std::size_t whole = long_log.rfind("\nRecord", 65525 - 1) + 1;
     const std::string fitting = long_log.substr(0, whole) + std::string(65525 - whole - 1, 'r') + "\nRecord 2\n";
-    const std::string not_fitting = std::string(fitting).insert(whole, "r");
+    const std::string not_fitting = std::string(fitting).insert(whole, "r"); // the last record begins one byte later
+    const std::size_t before = long_log.rfind("\nRecord", whole - 2) + 1;
     const struct {
         std::string log;
         std::size_t length, kept;
@@ -134,7 +135,7 @@ TEST(QxnegoInfo, SizesTheLogRecord) {
         {long_log.substr(0, 65525), 65532, 65525},
         {long_log, (whole + 10) & ~std::size_t{3}, whole},
         {fitting, 65532, 65525},
-        {not_fitting, (whole + 10) & ~std::size_t{3}, whole},
+        {not_fitting, (before + 10) & ~std::size_t{3}, before},
     };
     for (const auto &[log, length, kept] : cases) {
         qxgss_buffer_desc text = view(log), made{};
