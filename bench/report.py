@@ -9,15 +9,15 @@ REPETITIONS = 100  # as in cases.cpp
 
 
 def read_times(folder):
-    """Least CPU time of each case in ns, and the counters of many_bench."""
+    """Least CPU time of each case in ns, and the counters of that run."""
     least, counters = {}, {}
     for file in glob.glob(os.path.join(folder, "*.json")):
         for run in json.load(open(file))["benchmarks"]:
             if run["run_type"] != "iteration":
                 continue
             name = run["run_name"]
-            least[name] = min(run["cpu_time"], least.get(name, float("inf")))
-            counters[name] = run
+            if run["cpu_time"] < least.get(name, float("inf")):
+                least[name], counters[name] = run["cpu_time"], run
     return least, counters
 
 
