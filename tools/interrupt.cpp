@@ -1,6 +1,8 @@
 // The handler only leaves a note; whoever waits next finds it.
 #include "tools/interrupt.h"
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 
@@ -13,13 +15,17 @@ namespace tools {
 
 namespace {
 
-volatile std::sig_atomic_t is_interrupted = 0;
+// Read by every thread that waits. Without a lock it may be written by a signal handler.
+std::atomic<bool> is_interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
 int descriptor = -1;
 
 void note_signal(int) {
-    is_interrupted = 1;
+    const int before = errno;
+    is_interrupted = true;
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = write(descriptor, &one, sizeof one);
+    errno = before; // of the call that the signal came in
 }
 
 } // namespace
@@ -34,7 +40,7 @@ void interrupt_on_signals() {
 }
 
 void throw_if_interrupted() {
-    if (is_interrupted != 0)
+    if (is_interrupted)
         throw Failure("interrupted", kExitInterrupted);
 }
 
