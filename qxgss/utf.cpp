@@ -158,7 +158,7 @@ std::size_t unit_size(const qxgss_OID pType, gssp_utf_format_t format) {
 // Fills the empty output; the result is a minor status.
 OM_uint32 convert_text(const qxgss_buffer_desc &name, std::size_t unit, qxgss_buffer_desc &output) {
     // No text of any encoding becomes longer by more than half: three bytes for two of UTF-16.
-    if (name.length > SIZE_MAX / 2)
+    if (name.length > std::size_t{PTRDIFF_MAX} / 2)
         return GSSP_E_NO_MEMORY;
     Heap<unsigned char> block(static_cast<unsigned char *>(std::malloc(name.length + name.length / 2 + 1)));
     if (block == nullptr)
