@@ -27,7 +27,27 @@ struct WipeAndFree {
         std::free(text);
     }
 };
-using Secret = std::unique_ptr<char, WipeAndFree>;
+
+// Room for one value at a time, as long as the whole string: on the stack for those of usual length. Wiped at the end.
+class WorkBuffer {
+  public:
+    explicit WorkBuffer(std::size_t size)
+        : size_(size), text_(size <= sizeof own_ ? own_ : static_cast<char *>(std::malloc(size))) {}
+    WorkBuffer(const WorkBuffer &) = delete;
+    WorkBuffer &operator=(const WorkBuffer &) = delete;
+    ~WorkBuffer() {
+        if (text_ == own_)
+            explicit_bzero(text_, size_);
+        else if (text_ != nullptr)
+            WipeAndFree{size_}(text_);
+    }
+    char *get() const { return text_; }
+
+  private:
+    std::size_t size_;
+    char own_[1024]; // not cleared: what is read of it was written before
+    char *text_;
+};
 
 struct FreeLogon {
     void operator()(qxat_logon_t logon) const { qxat_free(logon); }
@@ -139,8 +159,8 @@ class LogonParser {
     OM_uint32 parse(const char *input) {
         if (input == nullptr)
             return GSSP_E_INVALID_ARGUMENT;
-        const std::size_t size = std::strlen(input) + 1;
-        value_ = Secret(static_cast<char *>(std::calloc(size, 1)), {size});
+        const WorkBuffer buffer(std::strlen(input) + 1);
+        value_ = buffer.get();
         if (value_ == nullptr)
             return QXAT_E_CALLOC;
         if (std::strncmp(input, ",,", 2) != 0)
@@ -172,7 +192,7 @@ class LogonParser {
     // GetString leaves the buffer alone when only white space is left: the value is then empty, not the one before.
     const char *read(const char *in) {
         *value_ = '\0';
-        return GetString(in, value_.get());
+        return GetString(in, value_);
     }
 
     // A comma where an item would begin ends the list.
@@ -199,7 +219,7 @@ class LogonParser {
     }
 
     OM_uint32 copy_value(char **output) {
-        return copy_to(output, value_.get(), std::strlen(value_.get()), QXAT_E_CALLOC);
+        return copy_to(output, value_, std::strlen(value_), QXAT_E_CALLOC);
     }
 
     OM_uint32 store(const Keyword &keyword) {
@@ -217,16 +237,16 @@ class LogonParser {
         char **authcid = keywords_[0].output;
         char **password = keywords_[1].output;
         if ((flags_ & QXAT_FLAG_UNESCAPE_ALL) == QXAT_FLAG_UNESCAPE_ALL)
-            return GetKrbStyleLogon(value_.get(), authcid, password);
+            return GetKrbStyleLogon(value_, authcid, password);
         if ((flags_ & QXAT_FLAG_UNESCAPE_PASSWORD) != 0)
-            return qxat_parse_non_upn(value_.get(), authcid, password);
+            return qxat_parse_non_upn(value_, authcid, password);
         return GSSP_E_SUCCESS;
     }
 
     char **upn_;
     const std::array<Keyword, 8> &keywords_; // authcid and password first
     qxat_flags_t flags_;
-    Secret value_{nullptr, {0}};
+    char *value_ = nullptr; // the last value read
 };
 
 } // namespace

@@ -128,16 +128,21 @@ TEST(LogonString, RefusalsLeaveNothing) {
     for (const auto &[statuses, flags, asked, inputs] : groups)
         for (const char *input : inputs)
             EXPECT_EQ(parse(input, flags, asked), statuses) << (input == nullptr ? "none" : input) << ' ' << flags;
-    // The statuses by the first allocation that fails.
+    // The statuses by the first allocation that fails. A text of more than 1,023 bytes has one more, for reading.
+    const std::string longest = "user=" + std::string(1018, 'u'), longer = longest + "u";
     const std::tuple<const char *, unsigned, std::vector<const char *>> failing_rows[] = {
-        {"joe@@pw user=u", QXAT_FLAG_UNESCAPE_PASSWORD, {kMemory, kMemory, kProperty, kProperty, kMemory}},
-        {"joe@R@@pw user=u", QXAT_FLAG_UNESCAPE_ALL, {kMemory, kMemory, kProperty, kProperty, kMemory}},
-        {"joe", QXAT_FLAG_UNESCAPE_ALL, {kMemory, kMemory, kProperty}},
+        {"joe@@pw user=u", QXAT_FLAG_UNESCAPE_PASSWORD, {kMemory, kProperty, kProperty, kMemory}},
+        {"joe@R@@pw user=u", QXAT_FLAG_UNESCAPE_ALL, {kMemory, kProperty, kProperty, kMemory}},
+        {"joe", QXAT_FLAG_UNESCAPE_ALL, {kMemory, kProperty}},
+        {",,x", 0, {"000D0000/E3000424"}},
+        {longest.c_str(), 0, {kMemory, ""}},
+        {longer.c_str(), 0, {kMemory, kMemory, ""}},
     };
     for (const auto &[input, flags, statuses] : failing_rows)
         for (std::size_t n = 0; n < statuses.size(); ++n) {
             const failing_heap::From failing(static_cast<int>(n));
-            EXPECT_EQ(parse(input, flags), statuses[n]) << input << ' ' << n;
+            const std::string expected = *statuses[n] != '\0' ? statuses[n] : std::string("user=[") + (input + 5) + "]";
+            EXPECT_EQ(parse(input, flags), expected) << input << ' ' << n;
         }
 }
 

@@ -193,6 +193,7 @@ TEST_F(StateTable, EveryCallInEveryState) {
         if (state.last != nullptr)
             made = fed(peer, state.last(good), state.side);
         EXPECT_EQ(made, state.made);
+        EXPECT_TRUE(state.last != another_selection || (peer.flags == 0 && peer.lifetime == 0));
         ASSERT_NE(peer.context, nullptr);
         peer.act();
         ask_all(peer.context, state.is);
