@@ -192,9 +192,9 @@ inline OM_uint32 find(Element &parent, OM_uint32 tag, bool constructed, Element 
     if (tag > qxgss::kMaxTag)
         return GSSPASN_E_TAG_INVALID;
     OM_uint32 at = parent.next;
-    while (at != parent.span && (&parent)[at].tag < tag)
+    while (at != parent.span && (&parent)[at].tag != tag)
         at += (&parent)[at].span;
-    if (at == parent.span || (&parent)[at].tag != tag)
+    if (at == parent.span)
         return GSSPASN_E_TAG_NOT_FOUND;
     Element *child = &parent + at;
     if (child->constructed != constructed)

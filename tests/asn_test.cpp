@@ -158,7 +158,7 @@ Bytes sample(Form form = Form::kDefinite) {
     };
     const Bytes first = make(0xA0, make(0x80, hex("2a8648")) + make(0x81, "\x01") + make(0x86, Bytes(200, 'x')));
     const Bytes second = make(0xA0, make(0x80, hex("2b06")) + make(0x83, hex("00e3000408")) + make(0x85, ""));
-    return make(0xA1, make(0xA0, first + second) + make(0x81, "\x02") + make(0xA4, "") + make(0x83, "\x01"));
+    return make(0xA1, make(0xA0, first + second) + make(0x81, "\x02") + make(0x83, "\x01") + make(0xA4, ""));
 }
 
 TEST(AsnEncode, WritesDer) {
@@ -271,7 +271,7 @@ TEST(AsnDecode, RefusesWhatIsMalformed) {
 
 TEST(AsnDecode, EveryFormOfLengthEveryPrefixAndEveryByteChanged) {
     const Bytes reads = "0(0(0=\x2a\x86H 1=\x01 6=" + Bytes(200, 'x') + " )3 0(0=+\x06 3=" + hex("00e3000408") +
-                        " 5= )3 )2 1=\x02 4()0 ";
+                        " 5= )3 )2 1=\x02 3=\x01 4()0 ";
     for (const Form form : {Form::kDefinite, Form::kIndefinite, Form::kLong}) {
         const Bytes token = sample(form);
         EXPECT_EQ(walk(token), reads);
@@ -314,21 +314,21 @@ TEST(AsnDecode, LimitsHoldToTheUnit) {
 }
 
 TEST(AsnDecode, LooksUpForwardAndFailuresDisturbNothing) {
-    Decoder d(hex("a0 20  81 01 05  82 01 61  82 01 62  a4 03 80 01 78  a4 00  86 00  88 01 7a  83 04 6c617465"
-                  "  a9 00  89 01 63"));
+    Decoder d(hex("a0 23  81 01 05  82 01 61  82 01 62  a4 03 80 01 78  a4 00  86 00  88 01 7a  8a 01 75"
+                  "  83 04 6c617465  a9 00  89 01 63"));
     ASSERT_EQ(d.status, kOk);
     const gsspasn_decoding_t top = d.top();
-    EXPECT_EQ(d.count, 10U);
+    EXPECT_EQ(d.count, 11U);
     // clang-format off
     const std::pair<Bytes, Bytes> answers[] = {
         {item(top, 0), "!FB"}, {sequence(top, 1), "!F9"}, {item(top, 1, 3), "!FC"}, {item(top, 31), "!F4"},
         {item(top, 1), "\x05"}, {item(top, 1), "!FB"}, // delivered once
         {item(top, 2), "a"}, {item(top, 2, GSSPASN_OBJECT_IDENTIFIER), "b"}, {item(top, 2), "!FB"},
-        {item(top, 3), "!FB"}, // the token has it behind [4]
         {item(top, 4), "!FA"}, {sequence(top, 4), "4(0=x )1"}, {sequence(top, 4), "4()0"}, {item(top, 6), ""},
         {item(top, 9), "!FA"}, // seen beyond [8], which stays
-        {item(top, 8), "z"}, {sequence(top, 9), "9()0"}, {item(top, 8), "!FB"}, // descending: gone
-        {item(top, 9), "c"}, {item(top, 9), "!FB"},
+        {item(top, 8), "z"}, {item(top, 8), "!FB"},
+        {item(top, 3), "late"}, {item(top, 10), "!FB"}, // which stood in front and was passed over
+        {sequence(top, 9), "9()0"}, {item(top, 9), "c"}, {item(top, 9), "!FB"},
     };
     // clang-format on
     for (const auto &[got, expected] : answers)

@@ -136,11 +136,13 @@ class Fields {
         return status == GSSPASN_E_TAG_NOT_FOUND && !required ? nullptr : found(tag, name, status);
     }
 
-    // The decoder's rule: what has a smaller tag is passed over, also by requests that find nothing.
+    // The decoder's rule: what stands in front of the element that is found is passed over. One that is missing belongs
+    // in front of the first larger tag.
     Element *found(OM_uint32 tag, const char *name, OM_uint32 status) {
         std::vector<Element> &children = parent_.children;
         std::size_t at = next_;
-        while (at != children.size() && children[at].tag < tag)
+        const bool missing = status == GSSPASN_E_TAG_NOT_FOUND;
+        while (at != children.size() && (missing ? children[at].tag < tag : children[at].tag != tag))
             ++at;
         if (status == GSSPASN_E_SUCCESS) {
             next_ = at + 1;
@@ -148,7 +150,7 @@ class Fields {
             return &children[at];
         }
         const std::size_t end = at == children.size() ? parent_.contents() + parent_.length : children[at].offset;
-        if (status == GSSPASN_E_TAG_NOT_FOUND)
+        if (missing)
             fail(end, status, parent_.name + " has no " + name + " [" + std::to_string(tag) + "] where it belongs");
         else if (status == GSSPASN_E_NOT_SEQUENCE || status == GSSPASN_E_NOT_ITEM)
             fail(end, status,
