@@ -71,7 +71,8 @@ void log_on(Peer &peer, Side side, const char *logon) {
     EXPECT_EQ(GSS_ERROR(major) == 0, mechs != nullptr);
     gssp_release_name(nullptr, &name);
     gssp_release_oid_set(nullptr, &mechs);
-    const OM_uint32 inquired = called(QXNEGO_inquire_cred, peer.credential, &kept, nullptr, nullptr, &mechs);
+    const OM_uint32 inquired =
+        called(QXNEGO_inquire_cred, peer.credential, side == kClient ? &kept : nullptr, nullptr, nullptr, &mechs);
     EXPECT_TRUE(GSS_ERROR(inquired) == 0 || (kept == nullptr && mechs == nullptr));
     gssp_release_name(nullptr, &kept);
     gssp_release_oid_set(nullptr, &mechs);
@@ -211,6 +212,8 @@ void handle_names() {
     EXPECT_EQ(GSS_ERROR(major) == 0, name != nullptr);
     const OM_uint32 acquired = called(QXNEGO_acquire_cred, name, 1, nullptr, GSS_C_BOTH, &credential, nullptr, nullptr);
     EXPECT_EQ(GSS_ERROR(acquired) == 0, credential != nullptr);
+    gssp_release_name(nullptr, &name);
+    called(QXNEGO_inquire_cred, credential, &name, nullptr, nullptr, nullptr);
     if (credential != nullptr)
         called(QXNEGO_release_cred, &credential);
     gssp_release_name(nullptr, &name);

@@ -223,7 +223,9 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
     EXPECT_EQ(unfinished.start(0), kOk);
     for (const OM_uint32 status : {GSSPASN_E_TAG_MISMATCH, GSSPASN_E_NO_HANDLE})
         EXPECT_EQ(unfinished.close(status), "");
-    expect(GSSPASN_E_NO_HANDLE, {unfinished.start(0), unfinished.stop(0), unfinished.integer(0, 0)});
+    expect(GSSPASN_E_NO_HANDLE, {unfinished.start(0), unfinished.stop(0), unfinished.integer(0, 0),
+                                 gsspasn_set_encode_tagging(nullptr, GSSP_TAGGING_IMPLICIT),
+                                 gsspasn_close_encode_handle(nullptr, nullptr), gsspasn_close_decode_handle(nullptr)});
 }
 
 TEST(Asn, IntegersAtTheEdges) {

@@ -52,7 +52,9 @@ using Engine = NegotiationTest;
 TEST_F(Engine, NullArguments) {
     Context context(kClient, "A");
     qxgss_buffer_desc none{0, nullptr}, some{1, &none};
-    NegMechList_desc list{}, empty{};
+    NegMechList_desc list{}, empty{}, no_array{1, nullptr};
+    const auto decoding = reinterpret_cast<gsspasn_decoding_t>(&none); // followed by nobody
+    const auto encoding = reinterpret_cast<gsspasn_encoding_t>(&none);
     const std::pair<const char *, std::string> rows[] = {
         {"02080000/E30003FF", outcome(QXNEGO_INT_InitializeContext, 1U, nullptr)},
         {"020D0000/E3000400", outcome(QXNEGO_INT_ReleaseNegContext, nullptr)},
@@ -68,6 +70,10 @@ TEST_F(Engine, NullArguments) {
         {"010D0000/E30003F6", outcome(QXNEGO_INT_ProcessInputToken, 2U, &none, context.get())},
         {"010D0000/E30003F6", outcome(QXNEGO_INT_ConstructOutputToken, 2U, nullptr, &none)},
         {"010D0000/E30003F6", outcome(QXNEGO_INT_ProcessNegMech, nullptr, nullptr)},
+        {"020D0000/E30003F6", outcome(QXNEGO_INT_ProcessNegMech, &context.entry(0), nullptr)},
+        {"010D0000/E30003F6", outcome(QXNEGO_INT_DecodeNegTokenInit, nullptr, context.get())},
+        {"010D0000/E30003F6", outcome(QXNEGO_INT_DecodeNegMechList, nullptr, context.get())},
+        {"020D0000/E30003F6", outcome(QXNEGO_INT_DecodeNegMech, decoding, nullptr)},
         {"020D0000/E30003F7", outcome(QXNEGO_INT_SelectMechanism, nullptr)},
         {"020D0000/E30003F7", outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, nullptr)},
         {"020D0000/E30003F7", outcome(QXNEGO_INT_NegMechStateChange, NEG_MECH_STATE_SELECTED, NEG_MECH_REASON_AVAILABLE,
@@ -77,14 +83,21 @@ TEST_F(Engine, NullArguments) {
         {"020D0000/E3000409", outcome(QXNEGO_INT_GetNegMechList, nullptr, nullptr, nullptr)},
         {"010D0000/E3000409", outcome(QXNEGO_INT_GetNegMechList, nullptr, &list, nullptr)},
         {"000D0000/E3000406", outcome(QXNEGO_INT_GetNegMechList, &empty, &list, nullptr)},
+        {"000D0000/E3000406", outcome(QXNEGO_INT_GetNegMechList, &no_array, &list, nullptr)},
         {"020D0000/E3000406", outcome(QXNEGO_INT_SetReturns, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)},
         {kDone, outcome(QXNEGO_INT_ReleaseNegMechList, &empty)},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i)
         EXPECT_EQ(rows[i].second, rows[i].first) << "number " << i;
+    const NegContext_t c = context.get();
+    for (const auto put : {QXNEGO_INT_EncodeNegTokenInit, QXNEGO_INT_EncodeNegTokenResp, QXNEGO_INT_EncodeNegMechList})
+        support::expect_all("010D0000/E30003F6", {outcome(put, nullptr, encoding), outcome(put, c, nullptr)});
+    support::expect_all("010D0000/E30003F6", {outcome(QXNEGO_INT_EncodeNegMech, nullptr, encoding),
+                                              outcome(QXNEGO_INT_EncodeNegMech, &context.entry(0), nullptr)});
     // A list without entries or without an array, in each operation that goes through it.
     const NegMechList_desc good = context->NegMechList;
-    const NegContext_t c = context.get();
+    qxgss_name_desc no_elements{1, nullptr, nullptr};
+    QxnegoCredDescStruct credential{&no_elements, 0, nullptr, GSS_C_INITIATE};
     for (const bool array : {false, true}) {
         context->NegMechList = {array ? 0 : good.Count, array ? good.pNegMech : nullptr};
         support::expect_all(
@@ -94,6 +107,12 @@ TEST_F(Engine, NullArguments) {
              outcome(QXNEGO_INT_Mechs_Accept_Contexts, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, c),
              outcome(QXNEGO_INT_SetReturns, c, nullptr, nullptr, nullptr, nullptr, nullptr)});
         EXPECT_EQ(outcome(QXNEGO_INT_SelectMechanism, c), "010D0000/E3000406");
+        support::expect_all("000D0000/E3000408", {outcome(QXNEGO_INT_ProcessNegMech, &good.pNegMech[0], c),
+                                                  outcome(QXNEGO_INT_ConstructOutputToken, 1U, c, &none),
+                                                  outcome(QXNEGO_INT_ConstructOutputToken, 2U, c, &none)});
+        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Authorization_Rules, c), array ? kDone : "000D0000/E3000408");
+        EXPECT_EQ(outcome(QXNEGO_get_mic, context.context, 0, &some, &none), "000D0000/E3000414");
+        EXPECT_EQ(outcome(QXNEGO_INT_SetAuthInfo, &credential, c), kDone);
     }
     context->NegMechList = good;
 }
@@ -101,8 +120,9 @@ TEST_F(Engine, NullArguments) {
 // ---- Context and list ----------------------------------------------------------------------------------------------
 
 TEST_F(Engine, AContextTakesTheMechanismsInUse) {
-    Peer peer(kClient, "ABC");
+    Peer peer(kClient, "ABCD");
     peer.act();
+    QxnegoMechList.pNegMech[3].MechIndex = -1; // of no registered mechanism
     for (const char *name : {"A", "B", "C"})
         registered(name).fUseMech = 0;
     QxnegoSecCtx_int_t made = nullptr;
@@ -306,6 +326,7 @@ TEST_F(Engine, ItemsOfTheWholeToken) {
     } rows[] = {
         {__LINE__, 1, oid(2, 'C'), "", 2, "[0] peer:A11 peer-state"},
         {__LINE__, 1, oid(2, 'D'), "E3000413", -1, "[0] peer:A11 peer-state"},
+        {__LINE__, 1, text(2, "\x2A\x03"), "E3000413", -1, "[0] peer:A11 peer-state"},
         {__LINE__, 1, "", "E10000FB", -1, "[0] peer:A11 peer-state"},
         {__LINE__, 3, oid(2, 'C'), "", -1, "[0] peer:A11 peer-state"},
         {__LINE__, 0, "", "E300040F", -1, "[0] peer:A11"},
@@ -335,6 +356,12 @@ TEST_F(Engine, ItemsOfTheWholeToken) {
     EXPECT_EQ(server->IsSso, 1U);
     EXPECT_EQ(text_of(server->AuthenticationIdBuf) + text_of(server->UserNameBuf) + text_of(server->ProfileNameBuf),
               "aup");
+    Context broken(kClient, "AB"); // an entry without an OID ends each search that meets it, and is rejected
+    broken.entry(1).pMechOid = nullptr;
+    EXPECT_EQ(process(broken, 2, told(1, oid(2, 'C'))), "000D0000/E10000CD");
+    EXPECT_EQ(process(broken, 2, tlv(0xA1, list(mech('C', 1)) + number(1, 2))), "000D0000/E10000CD");
+    EXPECT_EQ(outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, broken.get()), kDone);
+    EXPECT_EQ(broken.entry(1).GssMinorStatus, 0xE10000CDU);
 }
 
 // ---- Policy --------------------------------------------------------------------------------------------------------
@@ -343,8 +370,12 @@ TEST_F(Engine, PolicyIsLookedUpOnce) {
     Context context(kServer, "AB");
     set_text(context->AuthenticationIdBuf, {'\0', 'x'}); // no user name, so the lookup fails
     EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), "000D0000/E10000CB");
+    context->AuthenticationIdBuf.length = SIZE_MAX; // no room for its NUL
+    EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), "000D0000/E30003F9");
+    context->UserNameBuf = {2, nullptr}; // comes before the identity
+    EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), "000D0000/E10000CB");
     EXPECT_EQ(context->IsPolicyApplied, 0U);
-    set_text(context->UserNameBuf, "onlyb"); // comes before the identity
+    set_text(context->UserNameBuf, "onlyb");
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), kDone);
     EXPECT_EQ(context.log(), "[0] policy-no:A35 [0p] policy-set");
@@ -400,10 +431,14 @@ TEST_F(Engine, TokensThatMustNotBeWritten) {
         {__LINE__, kClient, 1, "E300040F", [](auto &c) { c.NegState = NEG_STATE_REJECT; }},
         {__LINE__, kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID; }},
         {__LINE__, kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID_LAST; }},
-        {__LINE__, kClient, 1, "E300041C", [](auto &) {}},
+        {__LINE__, kClient, 1, "E300041C", [](auto &c) { c.NegState = NEG_STATE_REQUEST_MIC; }},
+        {__LINE__, kClient, 1, "E300041C", [](auto &c) { c.AuthenticationIdBuf.length = 1; }},
+        {__LINE__, kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, c.AuthenticationIdBuf.value = std::malloc(1); }},
         {__LINE__, kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, set_text(c.AuthenticationIdBuf, "anna"); }},
         {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }},
         {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr; }},
+        {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr,
+                                                         c.SelectedMechListIndex = 0, c.NegState = NEG_STATE_COMPLETED; }},
         {__LINE__, kServer, 2, "E300041A", [](auto &c) { c.NegMechList.pNegMech[0].IsMechStateChanged = 0,
                                                          c.NegMechList.pNegMech[0].MechState = NEG_MECH_STATE_REJECTED; }},
         {__LINE__, kServer, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_REJECT; }},
@@ -477,7 +512,7 @@ TEST_F(Engine, TheLogGrowsAndKeepsItsRecords) {
 
 TEST_F(Engine, ARecordIsASnapshotAndLeavesNoTraceWhenItFails) {
     Context context(kClient, "A");
-    qxgss_OID_desc nothing{0, nullptr};
+    qxgss_OID_desc nothing{3, nullptr};
     NegMechEntry_desc &entry = context.entry(0), unusable = entry;
     unusable.pMechOid = &nothing;
     unusable.MechState = NEG_MECH_STATE_SELECTED;

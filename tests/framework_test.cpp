@@ -91,7 +91,7 @@ TEST(Framework, RefusesWhatIsMissingOrTooLarge) {
                                      outcome(gssp_convertname_utf, &nameless, &to, &flags),
                                      outcome(gssp_convertname_utf, &no_value, &to, &to16),
                                      outcome(gssp_convertname_utf, &no_value, &to, &by_type)});
-    elements[0] = {type, huge};
+    elements[0] = {type, {SIZE_MAX, &byte}};
     expect_all("000D0000/E1000065", {outcome(gssp_convertname_utf, &no_value, &to, &by_type)});
     elements[0] = {type, without};
     expect_all("000D0000/E10000C0", {outcome(gssp_convertname_utf, &no_value, &to, &flags)});
@@ -237,7 +237,7 @@ TEST(Utf, WhatIsRefused) {
     wiped.clear();
     EXPECT_EQ(converted(units(2, {'p', 'w', 0xDC00}), GSS_C_NT_QXAT_MECHDATA_UTF16), kInvalid);
     EXPECT_TRUE(has_wiped("pw"));
-    EXPECT_EQ(converted("", GSS_C_NT_QXAT_MECHDATA_UTF16), "");
+    EXPECT_EQ(converted("", GSS_C_NT_QXAT_MECHDATA_UTF16) + converted("\xFF\xFE", GSS_C_NT_QXAT_MECHDATA_UTF16), "");
     EXPECT_EQ(converted("joe", GSS_C_NT_QXAT_MECHDATA_UTF16, GSSP_UTF8), "joe"); // not the name type's
     EXPECT_EQ(converted("joe", GSS_C_NT_HOSTBASED_SERVICE), "!000D0000/E10000C0");
 }

@@ -124,7 +124,7 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
     };
     const std::pair<const char *, const char *> after_a_good_one[] = {
         {"\n[polcy]\n", ":6: polcy: unknown key"}, {"Library = 'x'", ":5: mechanism.Library: unknown key"},
-        {"\"a\\nb\" = 'x'", ":5: mechanism.a?b: unknown key"},
+        {"\"a\\nb\\u007F\" = 'x'", ":5: mechanism.a?b?: unknown key"},
         {"[mechanism.properties]\nlevel = 1", ":6: mechanism.properties.level: unknown key"},
         {"negotiates = [{oid = '1.2.3', rank = 1}]", ":5: mechanism.negotiates.rank: unknown key"},
         {"library = ''", ":5: mechanism.library: must not be empty"},
@@ -171,7 +171,8 @@ TEST_F(Loader, ArgumentsAndUnreadableFilesAreRefusedInOrder) {
     EXPECT_EQ(message_, file_ + ": cannot be read: it is larger than 1 MiB");
     EXPECT_EQ(configure(folder_.path), 0xE10000A8U);
     EXPECT_EQ(message_, folder_.path + ": cannot be read: Is a directory");
-    EXPECT_EQ(configure(SAMPLE), GSSP_E_SUCCESS) << message_;
+    std::filesystem::current_path(std::filesystem::path(SAMPLE).parent_path()); // a name without a folder
+    EXPECT_EQ(outcome(qxgss_configure, QXGSS_CLIENT, "qxgss.conf.sample", nullptr), "00000000/21000064");
     EXPECT_EQ(outcome(qxgss_configure, 3, nullptr, nullptr), "000D0000/E1000094");
     EXPECT_EQ(MechCount, 2U);
 }
@@ -263,11 +264,15 @@ TEST_F(Loader, LookUpsAnswerFromTheRegistry) {
     expect_all("000D0000/E100007B",
                {outcome(gssp_mechstr_to_oid, "good", &oid), outcome(gssp_mechstr_to_oid, nullptr, &oid),
                 outcome(gssp_mechstr_to_oid, "GOOD", nullptr), outcome(gssp_mechoidstr_to_oid, nullptr, &oid),
-                outcome(gssp_oid_to_mechindex, nullptr, &index)});
+                outcome(gssp_mechoidstr_to_oid, "1.2.3", nullptr), outcome(gssp_oid_to_mechindex, nullptr, &index),
+                outcome(gssp_oid_to_mechindex, unknown, nullptr)});
     EXPECT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.", &oid), "000D0000/E1000081");
     EXPECT_EQ(outcome(gssp_oid_to_mechindex, &none, &index), "000D0000/E10000CD");
-    EXPECT_EQ(outcome(gssp_oid_to_mechstr, unknown, &text), "000D0000/E100007C");
-    EXPECT_EQ(outcome(gssp_mechstr_to_oidstr, "NEGO", &text), "000D0000/E10000DB");
+    expect_all("000D0000/E100007C",
+               {outcome(gssp_oid_to_mechstr, same, nullptr), outcome(gssp_oid_to_mechstr, nullptr, &text),
+                outcome(gssp_oid_to_mechstr, unknown, &text)});
+    expect_all("000D0000/E10000DB",
+               {outcome(gssp_mechstr_to_oidstr, "GOOD", nullptr), outcome(gssp_mechstr_to_oidstr, "NEGO", &text)});
     EXPECT_TRUE(oid == nullptr && text == nullptr);
 }
 
@@ -292,7 +297,11 @@ TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {
     OM_sint32 rank = 0;
     EXPECT_EQ(outcome(gssp_inquire_one_mech_property_int, good, 17, &rank), "00000000/21000064");
     expect_all("000D0000/E1000074", {outcome(gssp_inquire_one_mech_property_int, good, 2, &rank),
-                                     outcome(gssp_inquire_one_mech_property_int, plain, 17, &rank)});
+                                     outcome(gssp_inquire_one_mech_property_int, plain, 17, &rank),
+                                     outcome(gssp_inquire_one_mech_property_int, good, 17, nullptr),
+                                     outcome(gssp_inquire_one_mech_property_int, nullptr, 17, &rank),
+                                     outcome(gssp_inquire_one_mech_property_int, GSS_C_NT_QXAT_MECHDATA, 17, &rank),
+                                     outcome(gssp_inquire_mech_setting, "GOOD", "realm", nullptr)});
     EXPECT_EQ(rank, -5);
 
     const auto setting = [](const char *mech, const char *key) -> std::string {
@@ -334,6 +343,7 @@ TEST_F(Loader, PolicyNamesTheMechanismsOfAUser) {
                                          {"Bob", "PLAIN"}})
         EXPECT_EQ(allowed(user), expected);
     EXPECT_EQ(allowed("") + allowed(nullptr), bad + bad);
+    EXPECT_EQ(outcome(gssp_inquire_mech_policy_for_user, "bob", nullptr), "000D0000/E10000CD");
     qxgss_shutdown(nullptr);
     EXPECT_EQ(allowed("alice"), std::to_string(0xE10000F2U));
     ASSERT_EQ(configure_with(mechanisms + users), GSSP_E_SUCCESS);

@@ -169,6 +169,7 @@ TEST_F(Texts, LinesFollowTheRecord) {
         {__LINE__, [](auto &r) { r.pszLogString = nullptr; }, "", "   Text: "},
         {__LINE__, [](auto &r) { r.TokenNum = 0xFFFFFFFEU; }, "Record 0: QXNEGO_accept_sec_context call -1\n", nullptr},
         {__LINE__, [](auto &r) { r.MechIndex = -1; }, oid, nullptr},
+        {__LINE__, [](auto &r) { r.MechIndex = 1; }, oid, nullptr},
         {__LINE__, [](auto &r) { r.MechIndex = 2; }, oid, nullptr},
         {__LINE__, [](auto &r) { r.MechIndex = -1, r.MechOid.length = 0; }, "   Mechanism OID:    \n", nullptr},
         {__LINE__, [](auto &r) { r.MechOid.elements = nullptr; }, "", "   Mech"},
@@ -225,18 +226,20 @@ TEST_F(Texts, OidTextEndsAt126Characters) {
     std::vector<unsigned char> octets(200, 0xAB);
     std::string expected;
     for (OM_uint32 length = 0; length <= octets.size(); ++length) {
-        qxgss_OID_desc oid{length, octets.data()};
+        qxgss_OID_desc oid{length, length != 0 ? octets.data() : nullptr};
         char *text = QXNEGO_INT_oid_to_string(&oid);
         ASSERT_EQ(text, expected.substr(0, 126)) << length;
         std::free(text);
         expected += expected.empty() ? "ab" : ".ab";
     }
-    EXPECT_EQ(QXNEGO_INT_oid_to_string(nullptr), nullptr);
+    EXPECT_TRUE(QXNEGO_INT_oid_to_string(nullptr) == nullptr && QXNEGO_INT_oid_to_string(&without_bytes) == nullptr);
 }
 
 std::string banner() {
     char *text = nullptr;
     std::size_t length = 0;
+    EXPECT_EQ(QXNEGO_INT_NegLogBanner(nullptr, 0, &text, nullptr), GSS_S_COMPLETE);
+    std::free(text);
     EXPECT_EQ(QXNEGO_INT_NegLogBanner(nullptr, 0, &text, &length), GSS_S_COMPLETE);
     return taken(text, length);
 }
