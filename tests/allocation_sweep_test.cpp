@@ -277,6 +277,32 @@ void write_records() {
     mechanism.check(called(qxat_fill_mechinfo, &records, &mechanism, &authenticated, &oid));
 }
 
+// Elements that end at every place around the end of the encoder's first block.
+void write_elements() {
+    const std::string text(512, 'x');
+    for (std::size_t length = 490; length <= text.size(); ++length) {
+        const Window open;
+        const qxgss_buffer_desc string{length, const_cast<char *>(text.data())};
+        const OM_uint32 number = 0x12345678;
+        gsspasn_encoding_t encoder = nullptr;
+        OM_uint32 status = gsspasn_open_encode_handle(&encoder);
+        const bool opened = status == GSSPASN_E_SUCCESS;
+        if (opened)
+            status = gsspasn_start_encode_sequence(encoder, 0);
+        if (status == GSSPASN_E_SUCCESS)
+            status = gsspasn_put_encode_item(encoder, 1, GSSPASN_OCTET_STRING, &string);
+        if (status == GSSPASN_E_SUCCESS)
+            status = gsspasn_put_encode_item(encoder, 2, GSSPASN_INTEGER, &number);
+        if (status == GSSPASN_E_SUCCESS)
+            status = gsspasn_stop_encode_sequence(encoder, 0);
+        EXPECT_TRUE(status == GSSPASN_E_SUCCESS || status == GSSPASN_E_NO_MEMORY) << length;
+        Output token;
+        const OM_uint32 closed = gsspasn_close_encode_handle(&encoder, status == GSSPASN_E_SUCCESS ? &token : nullptr);
+        EXPECT_EQ(closed, opened ? GSSPASN_E_SUCCESS : GSSPASN_E_NO_HANDLE);
+        EXPECT_EQ(token.length, status == GSSPASN_E_SUCCESS ? length + 14 : 0);
+    }
+}
+
 // More records than the log has room for at first.
 void fill_log() {
     NegContext_desc context{};
@@ -346,6 +372,7 @@ TEST_F(AllocationSweep, EverythingElse) {
     sweep("statuses", show_statuses);
     sweep("logons", parse_logons);
     sweep("records", write_records);
+    sweep("elements", write_elements);
     sweep("log", fill_log);
 }
 

@@ -502,6 +502,8 @@ TEST_F(Engine, TheLogGrowsAndKeepsItsRecords) {
     EXPECT_STREQ(log.pRecords[64].pszLogString,
                  "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.");
     EXPECT_EQ(log.pRecords[64].MechOid.length, 0U);
+    QXNEGO_INT_GrowNegLog(&log, UINT32_MAX - 79);
+    EXPECT_EQ(log.MaxCount, 80U);
     const NegLogRecord zero{};
     for (OM_uint32 i = 65; i < 80; ++i)
         EXPECT_EQ(std::memcmp(&log.pRecords[i], &zero, sizeof zero), 0) << i;

@@ -111,6 +111,12 @@ TEST(QxnegoInfo, SurvivesAnyBuffer) {
         ASSERT_TRUE(made.length == size + 8 || made.length == size + 24);
         EXPECT_EQ(std::memcmp(made.value, bytes, size), 0);
         gssp_release_buffer(nullptr, &made);
+        qxat_data_header_t header;
+        std::size_t length = 0;
+        EXPECT_EQ(qxgss_record_at(bytes, size, size + 1, &header), 0);
+        EXPECT_TRUE(qxgss_record_at(bytes, size, 0, &header) == 0 ||
+                    qxgss_record_data(bytes, &header, &length) == nullptr ||
+                    QXGSS_RECORD_DATA_OFFSET + length <= header.qxgss_Length);
         std::free(bytes);
     }
 }
