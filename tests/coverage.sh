@@ -8,7 +8,8 @@ build=${1:-build/gcov}
 
 need_packages "${build_packages[@]}" libgtest-dev python3
 programs=(allocation_sweep_test asn_test engine_test entry_points_test framework_test loader_test
-    logon_string_test negotiation_test records_test state_table_test texts_test token_sweep_test)
+    logon_string_test negotiation_test records_test state_table_test texts_test token_sweep_test
+    token_test)
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="-O0 --coverage" >/dev/null
 cmake --build "$build" --parallel "$(nproc)" --target "${programs[@]}" >/dev/null
 find "$build" -name '*.gcda' -delete
