@@ -4,6 +4,7 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdlib>
@@ -34,6 +35,7 @@ bool fails() {
     }
     left = later_too ? 0 : INT_MAX;
     failed = true;
+    errno = ENOMEM; // as the real ones do
     return true;
 }
 
@@ -102,6 +104,7 @@ int secrets_given_back() {
 extern "C" {
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
+char *__real_strdup(const char *text);
 char *__real_strndup(const char *text, std::size_t size);
 void __real_free(void *block);
 
@@ -124,6 +127,9 @@ void *__wrap_realloc(void *block, std::size_t size) {
     std::memcpy(moved, block, old < size ? old : size);
     __wrap_free(block);
     return moved;
+}
+char *__wrap_strdup(const char *text) {
+    return fails() ? nullptr : static_cast<char *>(counted(__real_strdup(text)));
 }
 char *__wrap_strndup(const char *text, std::size_t size) {
     return fails() ? nullptr : static_cast<char *>(counted(__real_strndup(text, size)));

@@ -57,11 +57,16 @@ inline qxgss_name_t imported(const std::string &text, qxgss_OID type = GSS_C_NT_
     return name;
 }
 
+// For a program that does something before and after each call.
+inline void (*around_call)(bool before) = [](bool) {};
+
 // The statuses of a call, as "MAJOR/MINOR"; the call must overwrite the minor one.
 template <typename... Parameters>
 std::string outcome(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
     OM_uint32 minor = 1;
+    around_call(true);
     const OM_uint32 major = call(&minor, arguments...);
+    around_call(false);
     char text[18];
     std::snprintf(text, sizeof text, "%08X/%08X", major, minor);
     return text;

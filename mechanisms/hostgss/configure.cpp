@@ -36,9 +36,12 @@ void append(qxgss_buffer_t pBuffer, Bytes text) {
 }
 
 OM_uint32 disable(OM_uint32 *pMinorStatus, qxgss_buffer_t pConfigInfo, std::initializer_list<Bytes> texts) {
-    if (pConfigInfo != nullptr)
-        for (const Bytes text : texts)
-            append(pConfigInfo, text);
+    Block whole;
+    bool complete = pConfigInfo != nullptr;
+    for (const Bytes text : texts)
+        complete = complete && whole.append(text);
+    if (complete)
+        append(pConfigInfo, whole.view());
     return refuse(pMinorStatus, {GSS_S_FAILURE, GSSP_E_MECHANISM_DISABLED},
                   "The host's GSS-API library does not have the mechanism.");
 }

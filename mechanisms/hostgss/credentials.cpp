@@ -48,6 +48,8 @@ struct Logon {
         status.major =
             qxat_parse_logon(&status.minor, copy.get(), nullptr, identity.address(), password.address(),
                              realm.address(), nullptr, nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
+        if (status.minor == QXAT_E_CALLOC)
+            return kOutOfMemory;
         if (status.failed())
             status.major = GSS_S_BAD_NAME;
         return status;
@@ -86,8 +88,6 @@ struct Desired {
 };
 
 const char *refusal_text(Status status) {
-    if (status.minor == kNoMemory)
-        return "There is not enough memory.";
     if (status.minor == GSSP_E_INVALID_ARGUMENT)
         return "The logon string has a password but no identity.";
     return "The logon string cannot be parsed.";
@@ -136,9 +136,11 @@ OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredNam
         return major;
     Status copied;
     copied.major = gssp_duplicate_oid_set(&copied.minor, pDesiredMechs, ppActualMechs);
-    if (copied.failed())
-        release_credential(ppOutputCredHandle);
-    return copied.failed() ? no_memory(pMinorStatus) : major;
+    if (!copied.failed())
+        return major;
+    release_credential(ppOutputCredHandle);
+    set(pTimeRec, 0U);
+    return no_memory(pMinorStatus);
 }
 
 OM_uint32 HOSTGSS_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCredHandle) {

@@ -35,7 +35,7 @@ Status read_target(const qxgss_name_t pTarget, HostNameText &target) {
     qxgss_buffer_desc text{};
     Status status;
     if (GSS_ERROR(gssp_convertname_utf(&status.minor, pTarget, &text, &flags)) != 0)
-        return {GSS_S_BAD_NAME, status.minor};
+        return status.minor == kNoMemory ? kOutOfMemory : Status{GSS_S_BAD_NAME, status.minor};
     status = target.from_service(view(&text)) ? Status{} : kOutOfMemory;
     gssp_release_buffer(nullptr, &text);
     return status;
@@ -47,6 +47,15 @@ void give_leg(Leg &leg, qxgss_OID *ppMech, qxgss_buffer_t pToken, OM_uint32 *pFl
     give(leg.token, pToken);
     set(pFlags, leg.flags);
     set(pTime, leg.lifetime);
+}
+
+// Where memory was lacking, the host may have established what the call could not hand out. It has failed all the same:
+// there is nothing to send, and no context to go on with.
+void give_up(qxgss_ctx_id_t *ppContext, qxgss_buffer_t pToken) {
+    gssp_release_buffer(nullptr, pToken);
+    Block unsent;
+    if (*ppContext != nullptr)
+        delete_context(ppContext, unsent);
 }
 
 // Accepts, and makes a framework name of the source.
@@ -167,6 +176,8 @@ OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pIni
     const Status status = initiate(pInitiatorCredHandle, ppContextHandle, target.name(), view(pMechType), ReqFlags,
                                    TimeReq, bindings.get(), view(pInputToken), leg);
     give_leg(leg, ppActualMechType, pOutputToken, pRetFlags, pTimeRec);
+    if (status.minor == kNoMemory)
+        give_up(ppContextHandle, pOutputToken);
     return finish(pMinorStatus, status);
 }
 
@@ -195,6 +206,8 @@ OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *pp
                    : accept_named(pAcceptorCredHandle, ppContextHandle, bindings.get(), token, leg, ppSrcName,
                                   ppDelegatedCredHandle);
     give_leg(leg, ppMechType, pOutputToken, pRetFlags, pTimeRec);
+    if (status.minor == kNoMemory)
+        give_up(ppContextHandle, pOutputToken);
     return finish(pMinorStatus, status);
 }
 

@@ -46,6 +46,8 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_
 
 // ---- establish.cpp
 
+// A call that lacks memory once the host has answered hands out nothing, and deletes the context.
+
 // Needs a target name (GSS_S_BAD_NAME) and a mechanism (GSS_S_BAD_MECH). The actual mechanism is the registry's OID.
 QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pInitiatorCredHandle,
                                              qxgss_ctx_id_t *ppContextHandle, qxgss_name_t pTargetName,

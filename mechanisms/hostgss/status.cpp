@@ -14,6 +14,11 @@ struct Failure {
 
 thread_local Failure last_failure{};
 
+// The host knows no text of our lack of memory, and no other cause is told where that is what failed.
+void remember(Status status, const char *text) {
+    last_failure = {status, status.minor == kNoMemory ? "There is not enough memory." : text};
+}
+
 Status failure_text(OM_uint32 minor, Bytes mech, Block &text) {
     const Failure &last = last_failure;
     const bool remembered = last.status.failed() && minor == last.status.minor;
@@ -29,13 +34,13 @@ Status failure_text(OM_uint32 minor, Bytes mech, Block &text) {
 
 OM_uint32 finish(OM_uint32 *pMinorStatus, Status status) {
     if (status.failed())
-        last_failure = {status, nullptr};
+        remember(status, nullptr);
     set(pMinorStatus, status.failed() ? status.minor : GSSP_E_SUCCESS);
     return status.major;
 }
 
 OM_uint32 refuse(OM_uint32 *pMinorStatus, Status status, const char *text) {
-    last_failure = {status, text};
+    remember(status, text);
     set(pMinorStatus, status.minor);
     return status.major;
 }

@@ -21,7 +21,7 @@ inline OM_uint32 refuse_argument(OM_uint32 *pMinorStatus, OM_uint32 major, const
 }
 
 inline OM_uint32 no_memory(OM_uint32 *pMinorStatus) {
-    return refuse(pMinorStatus, kOutOfMemory, "There is not enough memory.");
+    return finish(pMinorStatus, kOutOfMemory);
 }
 
 template <typename T> void set(T *pOutput, T value) {

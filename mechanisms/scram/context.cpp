@@ -89,6 +89,7 @@ OM_uint32 exchange(OM_uint32 *pMinorStatus, Context &context, qxgss_buffer_t pIn
     char *pBytes = nullptr;
     std::size_t length = 0;
     int rc = gsasl_step(context.session.get(), static_cast<const char *>(input.value), input.length, &pBytes, &length);
+    HeapText token(rc == GSASL_OK || rc == GSASL_NEEDS_MORE ? pBytes : nullptr);
     // The library's client may free a block twice when it is finished after a lack of memory (GNU SASL 2.2): a session
     // that could is given up instead.
     if (rc == GSASL_MALLOC_ERROR && context.isInitiator)
@@ -97,7 +98,6 @@ OM_uint32 exchange(OM_uint32 *pMinorStatus, Context &context, qxgss_buffer_t pIn
         rc = context.lookupRc;
     if (rc != GSASL_OK && rc != GSASL_NEEDS_MORE)
         return fail(pMinorStatus, rc);
-    HeapText token(pBytes);
     ++context.legs;
     OM_uint32 major = report(pMinorStatus, GSS_S_CONTINUE_NEEDED, GSASL_OK);
     if (rc == GSASL_OK)

@@ -41,10 +41,13 @@ OM_uint32 read_logon(OM_uint32 *pMinorStatus, qxgss_name_t pName, Credential &cr
         return major;
     char *pIdentity = nullptr;
     char *pPassword = nullptr;
-    const OM_uint32 major = qxat_parse_logon(nullptr, text.get(), nullptr, &pIdentity, &pPassword, nullptr, nullptr,
+    OM_uint32 minor = 0;
+    const OM_uint32 major = qxat_parse_logon(&minor, text.get(), nullptr, &pIdentity, &pPassword, nullptr, nullptr,
                                              nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
     credential.identity.reset(pIdentity);
     credential.password.reset(pPassword);
+    if (minor == QXAT_E_CALLOC)
+        return fail(pMinorStatus, GSASL_MALLOC_ERROR);
     if (GSS_ERROR(major))
         return report(pMinorStatus, GSS_S_BAD_NAME, E_LOGON_STRING);
     if (pIdentity == nullptr || *pIdentity == '\0')

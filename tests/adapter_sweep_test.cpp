@@ -1,0 +1,211 @@
+// Every allocation of the adapters fails once, and with all later ones: each mechanism goes through its whole life with
+// allocation number 0, 1, 2 ... failing until a run sees no failure. A call is then right, or says that memory is
+// lacking and hands out nothing; a side that failed is not established, handles can be asked and deleted, nothing is
+// left, and no block that our objects give back holds the password. The libraries behind keep what they allocate.
+#include <optional>
+#include <utility>
+
+#include <gsasl.h>
+
+#include "tests/failing_heap.h"
+#include "tests/peer.h"
+
+namespace {
+
+using namespace support;
+using Table = qxgss_ftn_table_desc;
+
+// With keywords: of a principal the parser does not tell lack of memory from a wrong one.
+struct Case {
+    std::string name, oid, prefix, logon, password, source;
+};
+const Case kCases[] = {
+    {"scram", "1.3.6.1.5.5.18", "SCRAM_SHA_256", "authcid=alice password=wonderland", "wonderland", "alice"},
+    {"kerberos", "1.2.840.113554.1.2.2", "HOSTGSS", "authcid=alice realm=QXNEGO.TEST password=Alice1", "Alice1",
+     "alice@QXNEGO.TEST"},
+    {"ntlm", "1.3.6.1.4.1.311.2.2.10", "HOSTGSS", "authcid=alice realm=QXTEST password=Alice1", "Alice1",
+     "QXTEST\\alice"}};
+const std::string kVerifier = "alice:{SCRAM-SHA-256}4096,01V6qgHPbkyO5InM,J6EjnP+HkMMnAA0nUktzaQcIL52kjSKLV81C6oJSkGY=,"
+                              "oaUcZlVm2nr2mYTed1y7K41VdPvWxp4JMxkNpZryWGs=\n";
+const std::string kMessage = "message", kService = "host/localhost", kWrongLogon = "password=x";
+
+std::optional<failing_heap::Window> window; // open in every call of outcome
+bool failed = false;                        // a call of this life has
+long from_gsasl = 0;                        // blocks that GNU SASL made and our objects have to free
+
+// What a call hands out.
+struct Outputs {
+    Outputs() = default;
+    Outputs(const Outputs &) = delete;
+    Outputs &operator=(const Outputs &) = delete;
+    ~Outputs() {
+        gssp_release_buffer(nullptr, &buffer);
+        gssp_release_name(nullptr, &source);
+        gssp_release_name(nullptr, &target);
+        gssp_release_oid_set(nullptr, &oids);
+        std::free(user);
+        std::free(domain);
+    }
+    bool any() const {
+        return buffer.value != nullptr || buffer.length != 0 || source != nullptr || target != nullptr ||
+               oids != nullptr || user != nullptr || domain != nullptr;
+    }
+
+    qxgss_buffer_desc buffer{};
+    qxgss_name_t source = nullptr, target = nullptr;
+    qxgss_OID_set oids = nullptr;
+    char *user = nullptr, *domain = nullptr;
+};
+
+bool lacks_memory(const std::string &said) { // GSS_S_FAILURE with a minor status of either adapter
+    return said == "000D0000/E1000065" || said == "000D0000/00000007";
+}
+
+// Whether a call succeeded. A failure comes with a text; the first one is lack of memory, later ones follow from it.
+bool checked(const Peer &peer, const std::string &said) {
+    if (said.starts_with("0000"))
+        return true;
+    Outputs text;
+    OM_uint32 more = 0;
+    const auto minor = static_cast<OM_uint32>(std::stoul(said.substr(9), nullptr, 16));
+    const std::string shown =
+        outcome(peer.table.ftn_gssp_display_status, minor, GSS_C_MECH_CODE, peer.info.pMechOid, &more, &text.buffer);
+    EXPECT_TRUE(text.any() ? shown.starts_with("0000") : lacks_memory(shown)) << said << ", " << shown;
+    EXPECT_TRUE(failed || lacks_memory(said)) << said << ", " << text_of(text.buffer);
+    failed = true;
+    return false;
+}
+
+// Makes a call, if the mechanism has it.
+template <typename... Parameters>
+bool good(const Peer &peer, const Outputs &out, OM_uint32 (*Table::*slot)(OM_uint32 *, Parameters...),
+          std::type_identity_t<Parameters>... arguments) {
+    if (peer.table.*slot == nullptr)
+        return true;
+    const bool succeeded = checked(peer, outcome(peer.table.*slot, arguments...));
+    EXPECT_TRUE(succeeded || !out.any());
+    return succeeded;
+}
+
+// The message is whole or empty; one that is there has said what failed.
+std::string configured(MechInfo_t &info, const std::string &expected) {
+    Outputs message;
+    const int use = std::exchange(info.fUseMech, GSSP_MECH_BEING_CONFIGURED);
+    const std::string said = outcome(info.MechFtnTable.ftn_gssp_configure, QXGSS_SERVER, nullptr, &message.buffer);
+    info.fUseMech = use;
+    EXPECT_TRUE(!message.any() || text_of(message.buffer).ends_with(expected)) << text_of(message.buffer);
+    failed = failed || message.any();
+    return said;
+}
+
+void acquire(Peer &peer, qxgss_name_t name, qxgss_cred_usage_t usage, const std::string &source) {
+    Outputs got, kept;
+    qxgss_OID_set_desc mechs = {1, peer.info.pMechOid};
+    const bool acquired = good(peer, got, &Table::ftn_gssp_acquire_cred, name, GSS_C_INDEFINITE, &mechs, usage,
+                               &peer.credential, &got.oids, &peer.lifetime);
+    EXPECT_TRUE((peer.credential != nullptr) == acquired && (peer.lifetime != 0) == acquired);
+    const bool told =
+        good(peer, kept, &Table::ftn_gssp_inquire_cred, peer.credential, &kept.source, nullptr, nullptr, &kept.oids);
+    EXPECT_TRUE(!acquired || !told || usage == GSS_C_ACCEPT || text_of(kept.source) == source);
+}
+
+void inquire(const Peer &peer, const std::string &source) {
+    Outputs mechs, types, names, user, records;
+    int open = 0;
+    good(peer, mechs, &Table::ftn_gssp_indicate_mechs, &mechs.oids);
+    good(peer, types, &Table::ftn_gssp_inquire_names_for_mech, peer.info.pMechOid, &types.oids);
+    good(peer, names, &Table::ftn_gssp_inquire_context, peer.context, &names.source, &names.target, nullptr, nullptr,
+         nullptr, nullptr, &open);
+    good(peer, user, &Table::ftn_gssp_get_client_domain_username, peer.context, &user.user, &user.domain);
+    good(peer, records, &Table::ftn_gssp_inquire_properties_for_user, peer.context, &records.buffer);
+    EXPECT_TRUE(peer.complete() || open == 0);
+    EXPECT_TRUE(!peer.failed() || (peer.token.empty() && peer.delegated == nullptr && peer.source != source));
+    EXPECT_TRUE(failed || (mechs.oids->count >= 1 && types.oids->count >= 4 && text_of(names.source) == source &&
+                           described(text_of(records.buffer)).starts_with("9:")));
+}
+
+void protect(const Peer &from, const Peer &to) {
+    Outputs wrapped, opened, mic;
+    qxgss_buffer_desc in = view(kMessage);
+    good(from, wrapped, &Table::ftn_gssp_wrap, from.context, 1, 0, &in, nullptr, &wrapped.buffer);
+    good(to, opened, &Table::ftn_gssp_unwrap, to.context, &wrapped.buffer, &opened.buffer, nullptr, nullptr);
+    good(from, mic, &Table::ftn_gssp_get_mic, from.context, 0, &in, &mic.buffer);
+    good(to, {}, &Table::ftn_gssp_verify_mic, to.context, &in, &mic.buffer, nullptr);
+    EXPECT_TRUE(failed || from.table.ftn_gssp_wrap == nullptr || text_of(opened.buffer) == kMessage);
+}
+
+void live(const Case &of, bool with_credential) {
+    MechInfo_t &info = registered(of.name), &absent = registered("absent");
+    Peer client(info), server(info);
+    Outputs names, wrong;
+    std::swap(client.target, names.target);
+    client.target = imported(kService);
+    client.request |= GSS_C_DELEG_FLAG;
+    names.source = imported(of.logon);
+    wrong.source = imported(kWrongLogon);
+    failed = false;
+    checked(client, configured(info, "verifiers: Cannot allocate memory"));
+    if (with_credential)
+        acquire(server, server.target, GSS_C_ACCEPT, "");
+    acquire(client, names.source, GSS_C_INITIATE, of.source);
+    // A side that could not log on does not call: without a credential it would be another user.
+    if (client.credential != nullptr && (server.credential != nullptr) == with_credential)
+        checked(client, exchange(client, server).said);
+    EXPECT_TRUE(failed || (client.complete() && server.complete() && server.source == of.source));
+    for (const Peer *peer : {&client, &server})
+        inquire(*peer, of.source);
+    protect(client, server);
+    protect(server, client);
+    for (Peer *peer : {&client, &server})
+        EXPECT_TRUE(peer->context == nullptr ||
+                    good(*peer, {}, &Table::ftn_gssp_delete_sec_context, &peer->context, nullptr));
+    EXPECT_TRUE(good(client, {}, &Table::ftn_gssp_release_cred, &client.credential));
+    failed = true; // as the next calls must
+    acquire(client, wrong.source, GSS_C_INITIATE, "");
+    EXPECT_FALSE(configured(absent, absent.pszMessage).starts_with("0000"));
+    info.MechFtnTable.ftn_gssp_configure(nullptr, QXGSS_CLIENT, nullptr, nullptr); // drops the verifiers
+}
+
+class AdapterSweep : public testing::TestWithParam<Case> {};
+INSTANTIATE_TEST_SUITE_P(Each, AdapterSweep, testing::ValuesIn(kCases), [](const auto &row) { return row.param.name; });
+
+TEST_P(AdapterSweep, WholeLife) {
+    const Folder folder;
+    const std::string verifiers = "verifiers_file = \"" + folder.file("verifiers", kVerifier) + "\"\n";
+    std::string text = mechanism("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS");
+    for (const Case &each : kCases)
+        text += mechanism(each.name, each.oid, each.prefix, "", "[mechanism.settings]\n" + verifiers);
+    const std::string file = folder.file("qxgss.conf", text);
+    ASSERT_EQ(qxgss_configure(nullptr, QXGSS_CLIENT, file.c_str(), nullptr), GSS_S_COMPLETE);
+    around_call = [](bool before) { before ? void(window.emplace()) : window.reset(); };
+    int points = 0;
+    failing_heap::watch_for(GetParam().password);
+    for (const auto &[all_later, with_credential] : {std::pair{false, true}, {true, true}, {false, false}}) {
+        bool happened = true;
+        for (int n = 0; happened && !HasFailure(); ++n) {
+            SCOPED_TRACE("allocation " + std::to_string(n) + (all_later ? " and all later" : ""));
+            const long before = failing_heap::live_blocks() + from_gsasl;
+            {
+                const failing_heap::InWindows failing(n, all_later);
+                live(GetParam(), with_credential);
+                happened = failing.happened();
+            }
+            EXPECT_EQ(failing_heap::live_blocks() + from_gsasl, before);
+            EXPECT_EQ(failing_heap::secrets_given_back(), 0);
+            points += happened;
+        }
+    }
+    failing_heap::watch_for("");
+    qxgss_shutdown(nullptr);
+    std::printf("%d allocations failed\n", points);
+}
+
+} // namespace
+
+extern "C" int __real_gsasl_step(Gsasl_session *, const char *, std::size_t, char **, std::size_t *);
+extern "C" int __wrap_gsasl_step(Gsasl_session *pSession, const char *pInput, std::size_t length, char **ppOutput,
+                                 std::size_t *pLength) {
+    const int rc = __real_gsasl_step(pSession, pInput, length, ppOutput, pLength);
+    from_gsasl += (rc == GSASL_OK || rc == GSASL_NEEDS_MORE) && *ppOutput != nullptr;
+    return rc;
+}
