@@ -78,8 +78,11 @@ OM_uint32 conclude(OM_uint32 *pMinorStatus, OM_uint32 TokenType, qxgss_buffer_t 
     OM_uint32 major = QXNEGO_INT_SelectMechanism(pMinorStatus, &negotiation);
     if (!failed(major))
         major = QXNEGO_INT_ConstructOutputToken(pMinorStatus, TokenType, &negotiation, pOutputToken);
-    if (!failed(major))
-        major = results.set(pMinorStatus, &negotiation);
+    if (failed(major))
+        return major;
+    major = results.set(pMinorStatus, &negotiation);
+    if (failed(major)) // for lack of memory: the peer is not told of a completion that this side has not reported
+        gssp_release_buffer(nullptr, pOutputToken);
     return major;
 }
 
