@@ -1,6 +1,6 @@
 // The negotiation log: an append-only array of snapshots. A failing entry leaves the log as it was, and no failure here
 // ever stops a negotiation.
-#include <chrono>
+#include <ctime>
 
 #include "gssp2qxnego/gssp2qxnegoutil/guards.h"
 
@@ -44,8 +44,9 @@ OM_uint32 copy_status_text(OM_uint32 *pMinorStatus, const NegMechEntry_desc &ent
 } // namespace
 
 OM_uint64 QXNEGO_INT_GetElapsedTime(OM_uint64 BaseTime) {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<OM_uint64>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count()) - BaseTime;
+    std::timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<OM_uint64>(now.tv_sec) * 1000 + static_cast<OM_uint64>(now.tv_nsec) / 1'000'000 - BaseTime;
 }
 
 OM_uint32 QXNEGO_INT_InitNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegContext) {
