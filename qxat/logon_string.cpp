@@ -151,21 +151,20 @@ OM_uint32 qxat_parse_non_upn(std::string_view principal, char **authcid, char **
 // Every step returns a minor status; success is the framework's.
 class LogonParser {
   public:
-    LogonParser(char **upn, const std::array<Keyword, 8> &keywords, qxat_flags_t flags)
-        : upn_(upn), keywords_(keywords), flags_(flags) {
+    LogonParser(const char *input, char **upn, const std::array<Keyword, 8> &keywords, qxat_flags_t flags)
+        : input_(input), upn_(upn), keywords_(keywords), flags_(flags),
+          buffer_(input != nullptr ? std::strlen(input) + 1 : 1) {
         for_each_output([](char **output) { *output = nullptr; });
     }
 
-    OM_uint32 parse(const char *input) {
-        if (input == nullptr)
+    OM_uint32 parse() {
+        if (input_ == nullptr)
             return GSSP_E_INVALID_ARGUMENT;
-        const WorkBuffer buffer(std::strlen(input) + 1);
-        value_ = buffer.get();
-        if (value_ == nullptr)
+        if (value() == nullptr)
             return QXAT_E_CALLOC;
-        if (std::strncmp(input, ",,", 2) != 0)
-            return items(input);
-        const char *next = read(input + 2); // the leading field is not returned
+        if (std::strncmp(input_, ",,", 2) != 0)
+            return items(input_);
+        const char *next = read(input_ + 2); // the leading field is not returned
         if (next == nullptr || *next != ',')
             return QXAT_E_LOGON_SYNTAX;
         return items(next + 1);
@@ -180,6 +179,8 @@ class LogonParser {
     }
 
   private:
+    char *value() const { return buffer_.get(); } // the last one read
+
     template <typename F> void for_each_output(F apply) {
         if (upn_ != nullptr)
             apply(upn_);
@@ -191,8 +192,8 @@ class LogonParser {
 
     // GetString leaves the buffer alone when only white space is left: the value is then empty, not the one before.
     const char *read(const char *in) {
-        *value_ = '\0';
-        return GetString(in, value_);
+        *value() = '\0';
+        return GetString(in, value());
     }
 
     // A comma where an item would begin ends the list.
@@ -218,9 +219,7 @@ class LogonParser {
         return nullptr;
     }
 
-    OM_uint32 copy_value(char **output) {
-        return copy_to(output, value_, std::strlen(value_), QXAT_E_CALLOC);
-    }
+    OM_uint32 copy_value(char **output) { return copy_to(output, value(), std::strlen(value()), QXAT_E_CALLOC); }
 
     OM_uint32 store(const Keyword &keyword) {
         if (keyword.output == nullptr)
@@ -237,16 +236,17 @@ class LogonParser {
         char **authcid = keywords_[0].output;
         char **password = keywords_[1].output;
         if ((flags_ & QXAT_FLAG_UNESCAPE_ALL) == QXAT_FLAG_UNESCAPE_ALL)
-            return GetKrbStyleLogon(value_, authcid, password);
+            return GetKrbStyleLogon(value(), authcid, password);
         if ((flags_ & QXAT_FLAG_UNESCAPE_PASSWORD) != 0)
-            return qxat_parse_non_upn(value_, authcid, password);
+            return qxat_parse_non_upn(value(), authcid, password);
         return GSSP_E_SUCCESS;
     }
 
+    const char *input_;
     char **upn_;
     const std::array<Keyword, 8> &keywords_; // authcid and password first
     qxat_flags_t flags_;
-    char *value_ = nullptr; // the last value read
+    WorkBuffer buffer_;
 };
 
 } // namespace
@@ -262,8 +262,8 @@ OM_uint32 qxat_parse_logon(OM_uint32 *pMinorStatus, const char *input, char **up
                                            {"user=", user, QXAT_E_LOGON_USERS},
                                            {"profile=", profile, QXAT_E_LOGON_PROFILES},
                                            {"userproperties=", encuserprops, GSSP_E_SUCCESS}}};
-    LogonParser parser(upn, keywords, f);
-    const OM_uint32 minor = parser.parse(input);
+    LogonParser parser(input, upn, keywords, f);
+    const OM_uint32 minor = parser.parse();
     if (minor != GSSP_E_SUCCESS)
         parser.drop_outputs();
     if (pMinorStatus != nullptr)
