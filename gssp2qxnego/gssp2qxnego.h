@@ -42,7 +42,8 @@ QXNEGO_API OM_uint32 QXNEGO_inquire_names_for_mech(OM_uint32 *pMinorStatus, cons
  * pInitiatorCredHandle is a credential of QXNEGO_acquire_cred, or null for single sign-on. The first call, with a null
  * *ppContextHandle, ignores pInputToken. The caller releases pOutputToken with gssp_release_buffer, also on
  * GSS_S_COMPLETE, which may still bring a token to send; it is not written by a call that fails before the token is
- * built. A context made by a call that then fails stays in the handle; the caller deletes it.
+ * built, and empty after one that fails later. A context made by a call that then fails stays in the handle; the
+ * caller deletes it.
  * GSS_S_CONTINUE_NEEDED comes with 0x230003E9. Failures: 0x02080000 with 0xE30003FF (null ppContextHandle), 0x020D0000
  * with 0xE30003FA (null pOutputToken), else the status of the failing step: GSS_S_FAILURE with 0xE3000406 when no
  * mechanism is left, 0xE30003F9 for memory, a 0xE10000F. code or another of QXNEGO's for a defective token. */

@@ -72,6 +72,11 @@ struct Results {
     }
 };
 
+// Whether these results are those of a negotiation that is not over.
+bool goes_on(OM_uint32 major, OM_uint32 minor) {
+    return major == GSS_S_CONTINUE_NEEDED || minor == QXNEGO_E_CONTINUE_NEEDED;
+}
+
 // The end of every call that goes on: select, write the token, set the results.
 OM_uint32 conclude(OM_uint32 *pMinorStatus, OM_uint32 TokenType, qxgss_buffer_t pOutputToken, const Results &results,
                    NegContext_desc &negotiation) {
@@ -157,7 +162,7 @@ OM_uint32 QXNEGO_init_sec_context(OM_uint32 *pMinorStatus, const qxgss_cred_id_t
     NegContext_desc &negotiation = negotiation_of(*ppContextHandle);
     if (!first) {
         major = results.set(&minor, negotiation, kept);
-        if (major != GSS_S_CONTINUE_NEEDED)
+        if (!goes_on(major, minor))
             return report(pMinorStatus, major, minor);
     }
     major = QXNEGO_INT_Mechs_Init_Contexts(&minor, pTargetName, ReqFlags, TimeReq, pInputChanBindings, ppActualMechType,
@@ -188,7 +193,7 @@ OM_uint32 QXNEGO_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppC
     if (failed(major))
         return report(pMinorStatus, major, minor);
     major = results.set(&minor, negotiation, kept);
-    if (major != GSS_S_CONTINUE_NEEDED)
+    if (!goes_on(major, minor))
         return report(pMinorStatus, major, minor);
     major = QXNEGO_INT_Mechs_Accept_Contexts(&minor, pInputChanBindings, ppSrcName, ppMechType, pRetFlags, pTimeRec,
                                              ppDelegatedCredHandle, &negotiation);
