@@ -99,8 +99,8 @@ QXNEGO_API OM_uint32 QXNEGO_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_
 /* What was recorded (RFC 2744 5.22); the caller owns the name and the set. GSS_S_NO_CRED with 0xE30003FC and cleared
  * outputs for a null handle; GSS_S_DEFECTIVE_CREDENTIAL with the framework's minor status when a copy fails. */
 QXNEGO_API OM_uint32 QXNEGO_inquire_cred(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pCredHandle,
-                                         qxgss_name_t *ppName, OM_uint32 *pLifetimeRec,
-                                         qxgss_cred_usage_t *pCredUsage, qxgss_OID_set *ppMechanisms);
+                                         qxgss_name_t *ppName, OM_uint32 *pLifetimeRec, qxgss_cred_usage_t *pCredUsage,
+                                         qxgss_OID_set *ppMechanisms);
 
 /* ---- Per-message calls (RFC 2744 2.7) and conversions ----------------------------------------------------------- */
 
@@ -138,6 +138,18 @@ QXNEGO_API OM_uint32 QXNEGO_qop_string_to_int(OM_uint32 *pMinorStatus, const qxg
                                               const qxgss_buffer_t pQopValueBuffer, qxgss_qop_t *pQopValueInt);
 QXNEGO_API OM_uint32 QXNEGO_qop_int_to_string(OM_uint32 *pMinorStatus, const qxgss_OID pMechTypeOid,
                                               qxgss_qop_t QopValueInt, qxgss_buffer_t pQopValueBuffer);
+
+/* ---- What became of it --------------------------------------------------------------------------------------------
+ */
+
+/* What is known of a negotiation, and of mechanism `Number` of it in order of preference; also of one that goes on or
+ * has failed. What the records point to belongs to the context and stays until its next call. 0x01080000 (null context)
+ * and 0x020D0000 (null record), both with 0xE30003F7; GSS_S_UNAVAILABLE with 0xE3000406 for a number at or beyond the
+ * count. */
+QXNEGO_API OM_uint32 QXNEGO_inquire_negotiation(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle,
+                                                qxgss_negotiation_desc *pNegotiation);
+QXNEGO_API OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle,
+                                                    OM_uint32 Number, qxgss_negotiated_mech_desc *pMech);
 
 /* ---- User properties and status texts --------------------------------------------------------------------------- */
 

@@ -318,6 +318,20 @@ OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_u
     }
 }
 
+OM_uint32 gsspasn_get_decode_contents(gsspasn_decoding_t Handle, OM_uint32 Tag, qxgss_buffer_t pContents) {
+    if (!is_parent(Handle))
+        return GSSPASN_E_NO_HANDLE;
+    if (pContents == nullptr)
+        return GSSPASN_E_ARGUMENT;
+    Element *item = nullptr;
+    const OM_uint32 status = find(*Handle, Tag, false, &item);
+    if (status != GSSPASN_E_SUCCESS)
+        return status;
+    *pContents = {item->length, const_cast<unsigned char *>(item->contents)};
+    pass(*Handle, *item);
+    return GSSPASN_E_SUCCESS;
+}
+
 OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle) {
     if (pHandle == nullptr || !is_token(*pHandle))
         return GSSPASN_E_NO_HANDLE;

@@ -16,7 +16,11 @@ extern "C" {
 #define GSSP_E_SUCCESS 0x21000064U
 #define GSSP_E_NO_MEMORY 0xE1000065U
 #define GSSP_E_FUNCTION_UNAVAILABLE 0xE1000067U
+#define GSSP_E_NO_PROPERTY 0xE1000074U
 #define GSSP_E_INVALID_ARGUMENT 0xE10000CDU
+#define GSSP_E_NOT_PERMITTED 0xE10000EEU
+#define GSSP_E_NO_MECH_INDEX 0xE10000FEU
+#define GSSP_E_BAD_CONTEXT 0xE100010BU
 #define GSSP_E_MECHANISM_DISABLED 0xA100012BU
 
 /* ---- Buffers ---------------------------------------------------------------------------------------------------- */
@@ -145,6 +149,43 @@ QXGSS_API OM_uint32 gssp_inquire_mech_setting(OM_uint32 *pMinorStatus, const cha
 QXGSS_API OM_uint32 gssp_inquire_mech_policy_for_user(OM_uint32 *pMinorStatus, const char *pszUser,
                                                       qxgss_OID_set *ppMechs);
 
+/* What became of a mechanism in a negotiation: its state and the reason for it. */
+#define QXGSS_MECH_STATE_AVAILABLE 1U
+#define QXGSS_MECH_STATE_SELECTED 2U
+#define QXGSS_MECH_STATE_REJECTED 3U
+
+#define QXGSS_MECH_REASON_AVAILABLE 1U
+#define QXGSS_MECH_REASON_GSSAPI_ERROR 2U
+#define QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT 3U
+#define QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER 4U
+#define QXGSS_MECH_REASON_DUE_TO_POLICY 5U
+#define QXGSS_MECH_REASON_DUE_TO_RANK 6U
+#define QXGSS_MECH_REASON_SSO_REQUIRED 7U
+#define QXGSS_MECH_REASON_AUTH_ID_NOT_AVAIL 8U
+#define QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED 9U
+
+typedef struct qxgss_negotiated_mech_struct {
+    qxgss_OID pMechOid;                   /* borrowed from the context */
+    OM_sint32 MechIndex;                  /* in the registry; -1 for a mechanism that only the peer has */
+    OM_uint32 MechState;                  /* QXGSS_MECH_STATE_* */
+    OM_uint32 MechReason;                 /* QXGSS_MECH_REASON_* */
+    OM_uint32 GssMajorStatus, GssMinorStatus;
+    qxgss_buffer_desc GssMinorStatusText; /* borrowed; any bytes, possibly the peer's */
+    int IsCtxEstablished;
+    int IsSelected;                       /* the entry that the context's selection designates */
+} qxgss_negotiated_mech_desc;
+
+/* A negotiation as a whole. */
+typedef struct qxgss_negotiation_struct {
+    OM_uint32 MechCount;
+    OM_sint32 SelectedNumber; /* of the mechanism that the context's selection designates; -1 for none */
+    OM_uint32 NegState;       /* of this side: 1 completed, 2 incomplete, 3 reject */
+    OM_uint32 NegStateFromPeer;
+    OM_uint32 IsPolicyApplied;
+    int IsOffered;                /* the peer has sent an inner token for a mechanism that this side has */
+    qxgss_buffer_desc PolicyName; /* whom the policy is looked up for, a mere claim; borrowed; empty for nobody */
+} qxgss_negotiation_desc;
+
 /* A mechanism's operations. The framework resolves slot ftn_gssp_X as the symbol PREFIX_X of the mechanism's library;
  * any slot may be null. Arguments as in RFC 2744 for the call of the same name. */
 typedef struct qxgss_ftn_table_desc_struct {
@@ -203,6 +244,10 @@ typedef struct qxgss_ftn_table_desc_struct {
                                          qxgss_OID pMechType, OM_uint32 *pMessageContext,
                                          qxgss_buffer_t pStatusString);
     OM_uint32 (*ftn_gssp_release_name)(OM_uint32 *pMinorStatus, qxgss_name_t *ppName);
+    OM_uint32 (*ftn_gssp_inquire_negotiated_mech)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
+                                                  OM_uint32 Number, qxgss_negotiated_mech_desc *pMech);
+    OM_uint32 (*ftn_gssp_inquire_negotiation)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
+                                              qxgss_negotiation_desc *pNegotiation);
 } qxgss_ftn_table_desc;
 
 /* A mechanism that a negotiating mechanism may negotiate. */

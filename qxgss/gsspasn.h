@@ -86,6 +86,10 @@ QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_ui
 QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
                                             void *pValue);
 
+/* Where the contents of a primitive child stand in the token, whatever its type: nothing is copied, and the bytes are
+ * the token's. An empty one has length 0. */
+QXGSS_API OM_uint32 gsspasn_get_decode_contents(gsspasn_decoding_t Handle, OM_uint32 Tag, qxgss_buffer_t pContents);
+
 /* Frees the decoder with every handle it delivered and clears the handle. A null handle is GSSPASN_E_NO_HANDLE. */
 QXGSS_API OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle);
 

@@ -13,7 +13,7 @@ import threading
 import time
 
 QXNEGO = os.environ["QXNEGO"]
-TOKEN, CONFIRMATION, VIEWS, MESSAGE, END = range(1, 6)
+TOKEN, CONFIRMATION, MESSAGE, END = range(1, 5)
 PATIENCE = 60  # seconds; a machine under load is no fault
 
 KERBEROS, NTLM = "1.2.840.113554.1.2.2", "1.3.6.1.4.1.311.2.2.10"
@@ -52,7 +52,10 @@ class Server:
         arguments = ["--listen", address + ":0", "--config", config, "--json", "--refusal-time", "300", *options]
         self.process = subprocess.Popen([QXNEGO, "serve", *arguments], stdout=subprocess.PIPE, stderr=self.errors,
                                         text=True)
-        self.address = json.loads(self.process.stdout.readline())["address"]
+        self.notices = []
+        while (event := json.loads(self.process.stdout.readline()))["event"] == "notice":
+            self.notices.append(event["text"])
+        self.address = event["address"]
         self.addresses = [self.address]
         self.reports = queue.Queue()
         threading.Thread(target=self.read, daemon=True).start()
@@ -81,7 +84,7 @@ class Server:
 
 
 def frame(kind, contents):
-    return struct.pack(">IB", len(contents), kind) + contents
+    return struct.pack(">IB", len(contents) + 1, kind) + contents
 
 
 def send_all(peer, contents):
@@ -97,7 +100,7 @@ def read_frame(stream):
     if len(head) < 5:
         return None
     length, kind = struct.unpack(">IB", head)
-    return kind, stream.read(length)
+    return kind, stream.read(length - 1)
 
 
 class Proxy:

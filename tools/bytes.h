@@ -1,4 +1,4 @@
-// Byte strings of the command: the type, and the ways in which bytes are shown to people.
+// Byte strings of the command, and hexadecimal.
 #ifndef QXNEGO_TOOLS_BYTES_H
 #define QXNEGO_TOOLS_BYTES_H
 
@@ -7,7 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "common/text.h"
+
 namespace tools {
+
+using common::printable; // texts that a peer sent are only printed this way
+using common::quoted;
 
 using Bytes = std::vector<unsigned char>;
 using ByteView = std::span<const unsigned char>;
@@ -18,10 +23,6 @@ inline std::string_view as_text(ByteView bytes) {
 
 // Lower-case hexadecimal digits, two a byte, with the separator (if any) between bytes.
 std::string hex(ByteView bytes, std::string_view separator = "");
-
-// The text on one line, safe for a terminal: every control character, and every byte that is part of no UTF-8
-// character, is shown as \xNN. Texts that a peer sent are only printed this way.
-std::string printable(std::string_view text);
 
 } // namespace tools
 

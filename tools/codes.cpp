@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <iterator>
 
-#include "tools/handles.h"
+#include "common/owned.h"
 
 namespace tools {
 
@@ -122,11 +122,11 @@ const MinorStatus *find_minor(OM_uint32 minor) {
 std::string minor_text(const qxgss_ftn_table_desc &table, qxgss_OID mechanism, OM_uint32 minor) {
     if (const MinorStatus *known = find_minor(minor); known != nullptr)
         return known->text;
-    OwnedBuffer text;
+    common::Buffer text;
     OM_uint32 ignored = 0, message_context = 0;
     if (table.ftn_gssp_display_status != nullptr)
-        table.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism, &message_context, text.get());
-    return text.empty() ? "(no text)" : std::string(text.text());
+        table.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism, &message_context, text.out());
+    return text.empty() ? "(no text)" : std::string(text.bytes());
 }
 
 std::string flag_names(OM_uint32 flags) {

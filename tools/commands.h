@@ -9,7 +9,12 @@ class App;
 
 namespace tools {
 
-void add_connect(CLI::App &program);
+class Secret;
+
+// What this option holds is taken out of the process's arguments before they are read, and given to add_connect.
+inline constexpr char kLogonOption[] = "--logon";
+
+void add_connect(CLI::App &program, Secret &logon);
 void add_demo(CLI::App &program);
 void add_dump(CLI::App &program);
 void add_log(CLI::App &program);

@@ -7,7 +7,7 @@ namespace tools {
 
 namespace {
 
-std::string quoted(const std::string &text) {
+std::string toml_string(const std::string &text) {
     std::string out = "\"";
     for (char c : text) {
         if (c == '"' || c == '\\')
@@ -30,10 +30,10 @@ template <typename List, typename Item> std::string joined(const List &list, con
 
 void write_mechanism(std::ostream &out, const MechanismSetup &mechanism) {
     out << "\n[[mechanism]]\n"
-        << "name = " << quoted(mechanism.name) << '\n'
-        << "oid = " << quoted(mechanism.oid) << '\n'
-        << "library = " << quoted(mechanism.library) << '\n'
-        << "prefix = " << quoted(mechanism.prefix) << '\n'
+        << "name = " << toml_string(mechanism.name) << '\n'
+        << "oid = " << toml_string(mechanism.oid) << '\n'
+        << "library = " << toml_string(mechanism.library) << '\n'
+        << "prefix = " << toml_string(mechanism.prefix) << '\n'
         << "[mechanism.properties]\n"
         << "authentication = true\n"
         << "authorization = " << boolean(mechanism.can_authorize) << '\n'
@@ -42,14 +42,14 @@ void write_mechanism(std::ostream &out, const MechanismSetup &mechanism) {
     if (!mechanism.settings.empty())
         out << "[mechanism.settings]\n";
     for (const auto &[key, value] : mechanism.settings)
-        out << key << " = " << quoted(value) << '\n';
+        out << key << " = " << toml_string(value) << '\n';
 }
 
 } // namespace
 
 std::string configuration_text(const Configuration &configuration) {
     std::ostringstream out;
-    out << "library_path = " << quoted(configuration.library_path) << '\n'
+    out << "library_path = " << toml_string(configuration.library_path) << '\n'
         << "\n[[mechanism]]\n"
         << "name = \"QXNEGO\"\n"
         << "oid = \"1.3.6.1.4.1.32473.1.1\"\n"
@@ -57,14 +57,14 @@ std::string configuration_text(const Configuration &configuration) {
         << "prefix = \"QXNEGO\"\n"
         << "negotiates = [ "
         << joined(configuration.mechanisms,
-                  [](const MechanismSetup &mechanism) { return "{ oid = " + quoted(mechanism.oid) + " }"; })
+                  [](const MechanismSetup &mechanism) { return "{ oid = " + toml_string(mechanism.oid) + " }"; })
         << " ]\n";
     for (const MechanismSetup &mechanism : configuration.mechanisms)
         write_mechanism(out, mechanism);
     if (!configuration.policy.empty())
         out << "\n[policy.users]\n";
     for (const UserPolicy &row : configuration.policy)
-        out << quoted(row.user) << " = [ " << joined(row.mechanisms, quoted) << " ]\n";
+        out << toml_string(row.user) << " = [ " << joined(row.mechanisms, toml_string) << " ]\n";
     return out.str();
 }
 

@@ -1,13 +1,17 @@
 // Files and folders. Every failure is one line with the file's name and the system's reason.
 #include "tools/files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "tools/failure.h"
 
@@ -50,11 +54,21 @@ void write_file(const fs::path &path, ByteView bytes) {
 }
 
 void write_file(const fs::path &path, std::string_view text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.close();
-    if (!out)
+    const Descriptor out(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    ssize_t written = out.get() < 0 ? -1 : 0;
+    while (written >= 0 && !text.empty()) {
+        written = write(out.get(), text.data(), text.size());
+        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    if (written < 0)
         throw Failure(path.string() + ": " + reason());
+}
+
+Descriptor open_input(const std::string &path) {
+    Descriptor input(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (input.get() < 0)
+        throw Failure(path + ": " + reason(), kExitUsage);
+    return input;
 }
 
 TemporaryFolder::TemporaryFolder() {

@@ -5,13 +5,17 @@
 #include <filesystem>
 
 #include "tools/bytes.h"
+#include "tools/connection/descriptor.h"
 
 namespace tools {
 
 // The whole file, "-" being the standard input. Throws Failure (usage) when it cannot be read.
 Bytes read_file(const std::string &path);
 
-// Makes or replaces the file. Throws Failure.
+// The file, or the standard input for "-", to read from. Throws Failure (usage).
+Descriptor open_input(const std::string &path);
+
+// Makes or replaces the file, which only this user can read. Throws Failure.
 void write_file(const std::filesystem::path &path, ByteView bytes);
 void write_file(const std::filesystem::path &path, std::string_view text);
 

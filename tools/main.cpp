@@ -4,8 +4,9 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/commands.h"
+#include "tools/connection/interrupt.h"
+#include "tools/connection/secret.h"
 #include "tools/failure.h"
-#include "tools/interrupt.h"
 
 namespace {
 
@@ -16,12 +17,14 @@ int fail(const std::string &line, int status) {
 }
 
 int run(int argc, char **argv) {
+    tools::Secret logon;
+    logon.take_argument(argc, argv, tools::kLogonOption);
     CLI::App program("QXNEGO: client and server agree on a security mechanism that both have.", "qxnego");
     program.set_version_flag("--version", "qxnego " QXNEGO_VERSION);
     program.require_subcommand(1);
     tools::add_demo(program);
     tools::add_serve(program);
-    tools::add_connect(program);
+    tools::add_connect(program, logon);
     tools::add_properties(program);
     tools::add_log(program);
     tools::add_dump(program);

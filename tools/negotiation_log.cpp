@@ -1,9 +1,11 @@
 // A log is lines of a label and a value; the labels that are not listed here are passed over.
 #include "tools/negotiation_log.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
+#include "gssp2qxnego/words.h"
 #include "tools/oids.h"
 
 namespace tools {
@@ -50,6 +52,12 @@ std::string name_from_hex(std::string_view text) {
         der.push_back(byte);
     }
     return mechanism_name(der);
+}
+
+// The value that a word stands for; 0 for one that is none.
+template <std::size_t N> OM_uint32 value_of(const std::array<std::string_view, N> &words, const std::string &word) {
+    const auto found = std::ranges::find(words, word);
+    return found == words.end() ? 0 : static_cast<OM_uint32>(found - words.begin());
 }
 
 class Reader {
@@ -99,6 +107,21 @@ std::vector<LogRecord> read_log(std::string_view text) {
     while (!text.empty())
         reader.read_line(take_line(text));
     return reader.take();
+}
+
+std::vector<MechanismView> views_of(const std::vector<LogRecord> &log) {
+    std::vector<MechanismView> views;
+    for (const LogRecord &record : log) {
+        if (record.mechanism.empty() || record.is_peer_view())
+            continue;
+        auto place = std::ranges::find(views, record.mechanism, &MechanismView::mechanism);
+        if (place == views.end())
+            place = views.emplace(views.end());
+        *place = {record.mechanism,
+                  {value_of(qxnego::kMechStateWords, record.state), value_of(qxnego::kMechReasonWords, record.reason),
+                   record.status_text}};
+    }
+    return views;
 }
 
 void print_log(std::ostream &out, std::string_view text) {

@@ -2,12 +2,13 @@
 #include "tools/registry.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
+#include "common/owned.h"
 #include "tools/codes.h"
 #include "tools/failure.h"
-#include "tools/handles.h"
 
 namespace tools {
 
@@ -46,10 +47,25 @@ const char *missing_property(const MechInfo_t &mechanism) {
 
 Registry::Registry(OM_uint32 role, const std::filesystem::path &configuration) {
     OM_uint32 minor = 0;
-    OwnedBuffer message;
-    if (GSS_ERROR(qxgss_configure(&minor, role, configuration.c_str(), message.get())) != 0)
-        throw Failure(message.empty() ? minor_text({}, nullptr, minor) : std::string(message.text()),
+    common::Buffer message;
+    if (GSS_ERROR(qxgss_configure(&minor, role, configuration.c_str(), message.out())) != 0)
+        throw Failure(message.empty() ? minor_text({}, nullptr, minor) : std::string(message.bytes()),
                       kExitConfiguration);
+    std::istringstream lines{std::string(message.bytes())};
+    for (std::string line; std::getline(lines, line);)
+        messages_.push_back(printable(line));
+}
+
+const MechInfo_t &Registry::require_qxnego() const {
+    const MechInfo_t *entry = qxnego();
+    if (entry == nullptr)
+        throw Failure("the configuration has no mechanism QXNEGO", kExitConfiguration);
+    if (entry->fUseMech != GSSP_MECH_UNUSED)
+        return *entry;
+    std::string why;
+    for (const std::string &line : messages_)
+        why += "; " + line;
+    throw Failure("QXNEGO is not in use" + why, kExitConfiguration);
 }
 
 Registry::~Registry() {

@@ -26,6 +26,12 @@ class Registry {
     Registry &operator=(const Registry &) = delete;
     ~Registry();
 
+    // What the framework and the mechanisms had to say when they were configured, safe to print.
+    const std::vector<std::string> &messages() const { return messages_; }
+
+    // QXNEGO's entry. Throws Failure (configuration), with all messages, when it is not in use.
+    const MechInfo_t &require_qxnego() const;
+
     std::span<MechInfo_t> mechanisms() const { return {pMechInfo, MechCount}; }
 
     // The mechanism of that name or dotted OID; null when there is none.
@@ -36,6 +42,9 @@ class Registry {
 
     // Why QXNEGO does not negotiate a mechanism; nothing when it does.
     std::optional<std::string> why_not_negotiable(const MechInfo_t &mechanism) const;
+
+  private:
+    std::vector<std::string> messages_;
 };
 
 inline ByteView der_of(const MechInfo_t &mechanism) {

@@ -4,13 +4,12 @@
 
 #include <algorithm>
 
-#include "gssp2qxnego/gssp2qxnegoutil/words.h"
-#include "qxgss/gsspasn.h"
+#include "common/asn.h"
+#include "gssp2qxnego/gssp2qxnegoint.h"
+#include "gssp2qxnego/token_format.h"
 #include "tools/codes.h"
 #include "tools/failure.h"
-#include "tools/handles.h"
 #include "tools/oids.h"
-#include "tools/user_properties.h"
 
 namespace tools {
 
@@ -18,58 +17,53 @@ namespace {
 
 // ---- The client's token --------------------------------------------------------------------------------------------
 
+namespace token = qxnego::token;
+
 class TokenWriter {
   public:
-    TokenWriter() {
-        run(gsspasn_open_encode_handle(&handle_));
-        run(gsspasn_set_encode_tagging(handle_, GSSP_TAGGING_IMPLICIT));
-    }
-    TokenWriter(const TokenWriter &) = delete;
-    TokenWriter &operator=(const TokenWriter &) = delete;
-    ~TokenWriter() { gsspasn_close_encode_handle(&handle_, nullptr); }
+    TokenWriter() { run(encoding_.status()); }
 
-    void start(OM_uint32 tag) { run(gsspasn_start_encode_sequence(handle_, tag)); }
-    void stop(OM_uint32 tag) { run(gsspasn_stop_encode_sequence(handle_, tag)); }
-    void integer(OM_uint32 tag, OM_uint32 value) {
-        run(gsspasn_put_encode_item(handle_, tag, GSSPASN_INTEGER, &value));
-    }
-    void oid(OM_uint32 tag, qxgss_OID value) {
-        run(gsspasn_put_encode_item(handle_, tag, GSSPASN_OBJECT_IDENTIFIER, value));
-    }
-    void text(OM_uint32 tag, const std::string &value) {
-        const qxgss_buffer_desc octets = {value.size(), const_cast<char *>(value.data())};
+    void start(const token::Element &element) { run(gsspasn_start_encode_sequence(encoding_.get(), element.tag)); }
+    void stop(const token::Element &element) { run(gsspasn_stop_encode_sequence(encoding_.get(), element.tag)); }
+    void integer(const token::Element &element, OM_uint32 value) { put(element, &value); }
+    void oid(const token::Element &element, qxgss_OID value) { put(element, value); }
+    void text(const token::Element &element, const std::string &value) {
+        const qxgss_buffer_desc octets = common::view(value);
         if (!value.empty())
-            run(gsspasn_put_encode_item(handle_, tag, GSSPASN_OCTET_STRING, &octets));
+            put(element, &octets);
     }
-    void finish(OwnedBuffer &token) { run(gsspasn_close_encode_handle(&handle_, token.get())); }
+    void finish(common::Buffer &token) { run(encoding_.close_into(token)); }
 
   private:
+    void put(const token::Element &element, const void *value) {
+        run(gsspasn_put_encode_item(encoding_.get(), element.tag, element.type, value));
+    }
     static void run(OM_uint32 status) {
         if (status != GSSPASN_E_SUCCESS)
             throw Failure(minor_text({}, nullptr, status));
     }
 
-    gsspasn_encoding_t handle_ = nullptr;
+    common::Encoding encoding_;
 };
 
-void write_init(const Request &request, const std::vector<qxgss_OID> &offer, OwnedBuffer &token) {
+void write_init(const Request &request, const std::vector<qxgss_OID> &offer, common::Buffer &token) {
     TokenWriter writer;
-    writer.start(0);
-    writer.start(0);
+    writer.start(token::kInit);
+    writer.start(token::kMechanisms);
     for (qxgss_OID oid : offer) {
-        writer.start(0);
-        writer.oid(0, oid);
-        writer.integer(1, NEG_MECH_STATE_AVAILABLE);
-        writer.integer(2, NEG_MECH_REASON_AVAILABLE);
-        writer.text(6, "rehearsal");
-        writer.stop(0);
+        writer.start(token::kMechanism);
+        writer.oid(token::mech::kOid, oid);
+        writer.integer(token::mech::kState, QXGSS_MECH_STATE_AVAILABLE);
+        writer.integer(token::mech::kReason, QXGSS_MECH_REASON_AVAILABLE);
+        writer.text(token::mech::kInnerToken, "rehearsal");
+        writer.stop(token::kMechanism);
     }
-    writer.stop(0);
-    writer.integer(1, NEG_STATE_INCOMPLETE);
-    writer.text(2, request.user);
-    writer.text(4, request.as);
-    writer.text(5, request.profile);
-    writer.stop(0);
+    writer.stop(token::kMechanisms);
+    writer.integer(token::kNegState, NEG_STATE_INCOMPLETE);
+    writer.text(token::init::kAuthenticationId, request.user);
+    writer.text(token::init::kUserName, request.as);
+    writer.text(token::init::kProfileName, request.profile);
+    writer.stop(token::kInit);
     writer.finish(token);
 }
 
@@ -83,44 +77,40 @@ OM_uint32 accept_at_once(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *, qxgss_cred_i
     return pInputToken->length == 0 ? GSS_S_DEFECTIVE_TOKEN : GSS_S_COMPLETE;
 }
 
-const MechInfo_t &usable_qxnego(const Registry &registry) {
-    const MechInfo_t *qxnego = registry.qxnego();
-    if (qxnego == nullptr)
-        throw Failure("the configuration has no mechanism QXNEGO", kExitConfiguration);
-    if (qxnego->fUseMech == GSSP_MECH_UNUSED)
-        throw Failure(std::string("QXNEGO is not in use (qxnego mechs tells more): ") + qxnego->pszMessage,
-                      kExitConfiguration);
-    const qxgss_ftn_table_desc &table = qxnego->MechFtnTable;
-    if (table.ftn_gssp_acquire_cred == nullptr || table.ftn_gssp_release_cred == nullptr ||
-        table.ftn_gssp_accept_sec_context == nullptr || table.ftn_gssp_delete_sec_context == nullptr ||
-        table.ftn_gssp_inquire_properties_for_user == nullptr)
-        throw Failure("QXNEGO's library lacks operations that a server needs", kExitConfiguration);
-    return *qxnego;
-}
-
 struct Outcome {
     std::string failure; // empty when a mechanism was selected
-    std::vector<View> views;
+    std::vector<MechanismView> views;
 };
 
-Outcome accept(const MechInfo_t &qxnego, OwnedBuffer &token) {
+std::string name_of(qxgss_OID oid) {
+    const char *name = nullptr;
+    return GSS_ERROR(gssp_oid_to_mechstr(nullptr, oid, &name)) == 0
+               ? name
+               : mechanism_name({static_cast<const unsigned char *>(oid->elements), oid->length});
+}
+
+Outcome accept(const MechInfo_t &qxnego, common::Buffer &token) {
     const qxgss_ftn_table_desc &table = qxnego.MechFtnTable;
-    Credential credential(table);
-    Context context(table);
-    OwnedBuffer answer, properties;
+    common::MechanismOwned<qxgss_cred_id_t, &qxgss_ftn_table_desc::ftn_gssp_release_cred> credential(table);
+    common::MechanismOwned<qxgss_ctx_id_t, &qxgss_ftn_table_desc::ftn_gssp_delete_sec_context> context(table);
+    common::Buffer answer;
     OM_uint32 minor = 0;
     OM_uint32 major = table.ftn_gssp_acquire_cred(&minor, nullptr, GSS_C_INDEFINITE, nullptr, GSS_C_ACCEPT,
                                                   credential.out(), nullptr, nullptr);
     if (GSS_ERROR(major) == 0)
-        major = table.ftn_gssp_accept_sec_context(&minor, context.out(), credential.get(), token.get(),
-                                                  QXGSS_C_NO_CHANNEL_BINDINGS, nullptr, nullptr, answer.get(), nullptr,
+        major = table.ftn_gssp_accept_sec_context(&minor, context.out(), credential.get(), token.out(),
+                                                  QXGSS_C_NO_CHANNEL_BINDINGS, nullptr, nullptr, answer.out(), nullptr,
                                                   nullptr, nullptr);
     Outcome outcome;
     if (major != GSS_S_COMPLETE)
         outcome.failure = minor_text(table, qxnego.pMechOid, minor);
-    if (context.get() != nullptr)
-        table.ftn_gssp_inquire_properties_for_user(&minor, context.get(), properties.get());
-    outcome.views = views_of(read_log(read_properties(properties.bytes()).log));
+    qxgss_negotiated_mech_desc mechanism{};
+    for (OM_uint32 i = 0; context.get() != nullptr && table.ftn_gssp_inquire_negotiated_mech(
+                                                          &minor, context.get(), i, &mechanism) == GSS_S_COMPLETE;
+         ++i)
+        outcome.views.push_back({name_of(mechanism.pMechOid),
+                                 {mechanism.MechState, mechanism.MechReason,
+                                  std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
     return outcome;
 }
 
@@ -136,26 +126,27 @@ class Explainer {
 
     std::string rule(const Verdict &verdict, const std::string &selected) const {
         const MechInfo_t *mechanism = registry_.find(verdict.mechanism);
-        if (is(verdict, NEG_MECH_REASON_NOT_AVAIL_AT_SERVER))
+        switch (verdict.reason) {
+        case QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER:
             return mechanism == nullptr ? "the configuration does not define it"
                                         : registry_.why_not_negotiable(*mechanism).value_or("");
-        if (is(verdict, NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT))
+        case QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT:
             return "it is not in the offer";
-        if (is(verdict, NEG_MECH_REASON_DUE_TO_POLICY))
+        case QXGSS_MECH_REASON_DUE_TO_POLICY:
             return policy_;
-        if (is(verdict, NEG_MECH_REASON_AUTHORIZATION_REQUIRED))
+        case QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED:
             return "a user or profile is asked for, and its property authorization is false";
-        if (is(verdict, NEG_MECH_REASON_GSSAPI_ERROR))
+        case QXGSS_MECH_REASON_GSSAPI_ERROR:
             return "its credential could not be acquired: " + verdict.status_text;
-        if (is(verdict, NEG_MECH_REASON_DUE_TO_RANK))
+        case QXGSS_MECH_REASON_DUE_TO_RANK:
             return verdict.mechanism == selected ? "the first that is left, with " + rank(verdict.mechanism)
                                                  : selected + " comes before it, with " + rank(selected);
-        return "";
+        default:
+            return "";
+        }
     }
 
   private:
-    static bool is(const Verdict &verdict, NegMechReason_et reason) { return verdict.reason == qxnego::word(reason); }
-
     std::string rank(const std::string &name) const {
         const MechInfo_t *mechanism = registry_.find(name);
         const std::optional<int> value =
@@ -198,25 +189,16 @@ qxgss_OID oid_of(const Registry &registry, const std::string &name) {
     return oid;
 }
 
-std::string name_of(qxgss_OID oid) {
-    const char *name = nullptr;
-    return GSS_ERROR(gssp_oid_to_mechstr(nullptr, oid, &name)) == 0
-               ? name
-               : mechanism_name({static_cast<const unsigned char *>(oid->elements), oid->length});
-}
-
 // The client as the server's answer leaves it: a server that fails sends none.
-std::vector<View> client_views(const std::vector<qxgss_OID> &offer, const Outcome &outcome) {
-    std::vector<View> views;
+std::vector<MechanismView> client_views(const std::vector<qxgss_OID> &offer, const Outcome &outcome) {
+    std::vector<MechanismView> views;
     views.reserve(offer.size());
     for (qxgss_OID oid : offer)
-        views.push_back({name_of(oid), std::string(qxnego::word(NEG_MECH_STATE_AVAILABLE)), "", ""});
-    for (const View &server : outcome.views) {
-        const auto offered = std::find_if(views.begin(), views.end(),
-                                          [&](const View &view) { return view.mechanism == server.mechanism; });
+        views.push_back({name_of(oid), {QXGSS_MECH_STATE_AVAILABLE, 0, ""}});
+    for (const MechanismView &server : outcome.views) {
+        const auto offered = std::ranges::find(views, server.mechanism, &MechanismView::mechanism);
         if (offered == views.end())
-            views.push_back({server.mechanism, std::string(qxnego::word(NEG_MECH_STATE_REJECTED)),
-                             std::string(qxnego::word(NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT)), ""});
+            views.push_back({server.mechanism, {QXGSS_MECH_STATE_REJECTED, QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT, ""}});
         else if (outcome.failure.empty())
             *offered = server;
     }
@@ -226,7 +208,7 @@ std::vector<View> client_views(const std::vector<qxgss_OID> &offer, const Outcom
 } // namespace
 
 Decision rehearse(const Registry &registry, const Request &request) {
-    const MechInfo_t &qxnego = usable_qxnego(registry);
+    const MechInfo_t &qxnego = registry.require_qxnego();
     std::vector<qxgss_OID> offer;
     for (const std::string &name : request.offer)
         offer.push_back(oid_of(registry, name));
@@ -237,14 +219,14 @@ Decision rehearse(const Registry &registry, const Request &request) {
         mechanism.MechFtnTable.ftn_gssp_accept_sec_context = accept_at_once;
         mechanism.MechFtnTable.ftn_gssp_inquire_properties_for_user = nullptr;
     }
-    OwnedBuffer token;
+    common::Buffer token;
     write_init(request, offer, token);
     const Outcome outcome = accept(qxnego, token);
 
     Decision decision{explainer.policy(), {}, outcome.failure, {}};
     const std::vector<Verdict> verdicts = join(client_views(offer, outcome), outcome.views);
     for (const Verdict &verdict : verdicts)
-        if (verdict.verdict == "selected")
+        if (verdict.verdict == QXGSS_SESSION_VERDICT_SELECTED)
             decision.selected = verdict.mechanism;
     for (const Verdict &verdict : verdicts)
         decision.rulings.push_back({verdict, explainer.rule(verdict, decision.selected)});

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tools/registry.h"
-#include "tools/verdicts.h"
+#include "tools/show/verdicts.h"
 
 namespace tools {
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "gssp2qxnego/words.h"
 #include "tools/codes.h"
 #include "tools/verifiers.h" // made from the SCRAM library's sample
 
@@ -115,22 +116,22 @@ void expect(std::vector<std::string> &out, const std::string &what, const std::s
 }
 
 // Minor status of the last establishment call.
-std::string last_status(const Report &report) {
+std::string last_status(const Story &story) {
     const auto is_establishment = [](const Call &call) {
         return call.name == "init_sec_context" || call.name == "accept_sec_context";
     };
-    const auto call = std::find_if(report.calls.rbegin(), report.calls.rend(), is_establishment);
-    return call == report.calls.rend() ? "no call" : code_text(call->minor);
+    const auto call = std::find_if(story.calls.rbegin(), story.calls.rend(), is_establishment);
+    return call == story.calls.rend() ? "no call" : code_text(call->minor);
 }
 
-std::string described(const std::string &verdict, const std::string &reason) {
-    return verdict + ", " + reason;
+std::string described(const std::string &verdict, std::string_view reason) {
+    return verdict + ", " + std::string(reason);
 }
 
 std::string verdict_on(const std::vector<Verdict> &verdicts, const std::string &mechanism) {
     for (const Verdict &row : verdicts)
         if (row.mechanism == mechanism)
-            return described(row.verdict, row.reason);
+            return described(verdict_word(row.verdict), qxnego::reason_word(row.reason));
     return "missing";
 }
 
@@ -153,14 +154,14 @@ std::string verifiers_text() {
     return kVerifiers;
 }
 
-std::vector<std::string> differences(const Expectation &expected, const Report &client, const Report &server,
+std::vector<std::string> differences(const Expectation &expected, const Story &client, const Story &server,
                                      const std::vector<Verdict> &verdicts) {
     std::vector<std::string> out;
     const bool has_selection = !expected.selected.empty();
-    for (const auto &[side, report] : {std::pair("client", &client), std::pair("server", &server)}) {
-        expect(out, std::string(side) + "'s outcome", report->established ? "established" : "failed",
+    for (const auto &[side, story] : {std::pair("client", &client), std::pair("server", &server)}) {
+        expect(out, std::string(side) + "'s outcome", story->is_established ? "established" : "failed",
                has_selection ? "established" : "failed");
-        expect(out, std::string(side) + "'s mechanism", report->mechanism, expected.selected);
+        expect(out, std::string(side) + "'s mechanism", story->mechanism, expected.selected);
     }
     expect(out, "authenticated user", server.user, has_selection ? kUser : "");
     expect(out, "client's last status", last_status(client), code_text(expected.client_status));

@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "tools/configuration.h"
-#include "tools/report.h"
-#include "tools/verdicts.h"
+#include "tools/connection/story.h"
 
 namespace tools {
 
@@ -47,7 +46,7 @@ const std::vector<Scenario> &scenarios();
 std::string verifiers_text();
 
 // What came out otherwise than expected, one line each; nothing when all is well.
-std::vector<std::string> differences(const Expectation &expected, const Report &client, const Report &server,
+std::vector<std::string> differences(const Expectation &expected, const Story &client, const Story &server,
                                      const std::vector<Verdict> &verdicts);
 
 } // namespace tools

@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
+#include "common/asn.h"
 #include "gssp2qxnego/gssp2qxnegoutil/words.h"
 #include "tools/codes.h"
-#include "tools/handles.h"
 #include "tools/inner_tokens.h"
 #include "tools/oids.h"
 
@@ -49,8 +49,12 @@ std::string oid_text(ByteView der) {
     return dotted == name ? dotted : dotted + ' ' + name;
 }
 
-std::string quoted(ByteView text) {
-    return '"' + printable(as_text(text)) + '"';
+std::string quoted_text(ByteView text) {
+    return quoted(as_text(text));
+}
+
+ByteView view_of(std::string_view bytes) {
+    return {reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size()};
 }
 
 std::string inner_token_text(ByteView token) {
@@ -58,28 +62,6 @@ std::string inner_token_text(ByteView token) {
 }
 
 // ---- Fields --------------------------------------------------------------------------------------------------------
-
-class OpenToken {
-  public:
-    explicit OpenToken(ByteView token) : bytes_{token.size(), const_cast<unsigned char *>(token.data())} {
-        status_ = gsspasn_open_decode_handle(&handle_, &bytes_);
-        if (status_ == GSSPASN_E_SUCCESS)
-            status_ = gsspasn_set_decode_tagging(handle_, GSSP_TAGGING_IMPLICIT);
-    }
-    OpenToken(const OpenToken &) = delete;
-    OpenToken &operator=(const OpenToken &) = delete;
-    ~OpenToken() {
-        if (handle_ != nullptr)
-            gsspasn_close_decode_handle(&handle_);
-    }
-    gsspasn_decoding_t get() const { return handle_; }
-    OM_uint32 status() const { return status_; }
-
-  private:
-    qxgss_buffer_desc bytes_;
-    gsspasn_decoding_t handle_ = nullptr;
-    OM_uint32 status_ = GSSPASN_E_SUCCESS;
-};
 
 // The fields of one constructed element. The first fault of the token ends all reading.
 class Fields {
@@ -95,10 +77,10 @@ class Fields {
         return field;
     }
     Element *octets(OM_uint32 tag, const char *name, bool required, std::string (*text)(ByteView)) {
-        OwnedBuffer value;
-        Element *field = item(tag, name, GSSPASN_OCTET_STRING, value.get(), required);
+        common::Buffer value;
+        Element *field = item(tag, name, GSSPASN_OCTET_STRING, value.out(), required);
         if (field != nullptr)
-            field->value = text(value.bytes());
+            field->value = text(view_of(value.bytes()));
         return field;
     }
     Element *oid(OM_uint32 tag, const char *name) {
@@ -179,10 +161,10 @@ void read_mechanism(gsspasn_decoding_t handle, Element &mechanism, TokenTree &tr
     if (reason == NEG_MECH_REASON_GSSAPI_ERROR) {
         fields.integer(3, "major status", true, major_text, number);
         fields.integer(4, "minor status", true, code_text, number);
-        fields.octets(5, "status text", true, quoted);
+        fields.octets(5, "status text", true, quoted_text);
     }
     fields.octets(6, "inner token", false, inner_token_text);
-    fields.octets(7, "SSO authentication ID", false, quoted);
+    fields.octets(7, "SSO authentication ID", false, quoted_text);
     fields.refuse_empty(oid, QXNEGO_E_BAD_NEG_MECH);
 }
 
@@ -214,10 +196,10 @@ void read_init(Fields &fields, TokenTree &tree) {
     OM_uint32 single_sign_on = 0;
     read_list(fields, tree);
     read_state(fields, NEG_STATE_INCOMPLETE, tree);
-    fields.octets(2, "authentication ID", false, quoted);
+    fields.octets(2, "authentication ID", false, quoted_text);
     fields.integer(3, "single sign-on", false, truth_text, single_sign_on);
-    fields.octets(4, "user name", false, quoted);
-    fields.octets(5, "profile name", false, quoted);
+    fields.octets(4, "user name", false, quoted_text);
+    fields.octets(5, "profile name", false, quoted_text);
 }
 
 void read_resp(Fields &fields, TokenTree &tree) {
@@ -228,7 +210,7 @@ void read_resp(Fields &fields, TokenTree &tree) {
     fields.integer(3, "policy applied", false, truth_text, policy_applied);
 }
 
-void read_outer(const OpenToken &token, TokenTree &tree) {
+void read_outer(const common::Decoding &token, TokenTree &tree) {
     Element &outer = tree.elements.front();
     const bool is_init = outer.tag == 0;
     gsspasn_decoding_t children = nullptr;
@@ -256,7 +238,7 @@ void read_outer(const OpenToken &token, TokenTree &tree) {
 TokenTree read_token(ByteView token) {
     Walk walk = walk_token(token);
     TokenTree tree{{}, std::move(walk.elements), std::move(walk.fault)};
-    const OpenToken open(token);
+    const common::Decoding open(as_text(token));
     if (open.status() != GSSPASN_E_SUCCESS && !tree.fault)
         tree.fault = Fault{0, open.status(), "the decoder refuses it"};
     if (!tree.fault)

@@ -219,6 +219,9 @@ inline OM_uint32 find_mechanism(OM_uint32 *pMinorStatus, const NegMechList_desc 
     return GSS_S_COMPLETE;
 }
 
+// Whom the policy is looked up for: the requested user, else who authenticates. Not proved: a claim of the client.
+const qxgss_buffer_desc &policy_identity(const NegContext_desc &context);
+
 // The entry that the negotiation has selected, or null when the index designates none.
 inline NegMechEntry_t selected_entry(const NegContext_desc &context) {
     const NegMechList_desc &list = context.NegMechList;

@@ -6,18 +6,27 @@ using namespace qxnego;
 
 namespace {
 
-// Whom the policy is looked up for: the requested user, else who authenticates. Not yet proved: a claim of the client.
-const qxgss_buffer_desc &policy_identity(const NegContext_desc &context) {
+// Entries that the policy itself has rejected were none when it was looked up.
+bool is_left(const NegMechEntry_desc &entry, bool is_applied) {
+    return entry.MechState != NEG_MECH_STATE_REJECTED ||
+           (is_applied && entry.MechReason == NEG_MECH_REASON_DUE_TO_POLICY);
+}
+
+} // namespace
+
+const qxgss_buffer_desc &qxnego::policy_identity(const NegContext_desc &context) {
     if (context.UserNameBuf.length != 0)
         return context.UserNameBuf;
     if (context.IsSso == 1)
         for (OM_uint32 i = 0; context.NegMechList.pNegMech != nullptr && i < context.NegMechList.Count; ++i) {
             const NegMechEntry_desc &entry = context.NegMechList.pNegMech[i];
-            if (entry.MechState != NEG_MECH_STATE_REJECTED && present(entry.SsoAuthenticationIdBuf))
+            if (is_left(entry, context.IsPolicyApplied != 0) && present(entry.SsoAuthenticationIdBuf))
                 return entry.SsoAuthenticationIdBuf;
         }
     return context.AuthenticationIdBuf;
 }
+
+namespace {
 
 OM_uint32 look_up_policy(OM_uint32 *pMinorStatus, const qxgss_buffer_desc &identity, qxgss_OID_set *ppAllowed) {
     const SecretText user(identity);

@@ -1,26 +1,30 @@
 // qxnego connect HOST:PORT: logs on to a qxnego serve, sends messages and shows the echo. Its exit status tells the
 // class of a failure.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
-#include <fcntl.h>
 #include <poll.h>
-#include <string.h>
 #include <unistd.h>
 
 #include "tools/commands.h"
-#include "tools/connection_options.h"
+#include "tools/connection/conversation.h"
+#include "tools/connection/options.h"
+#include "tools/connection/secret.h"
+#include "tools/files.h"
+#include "tools/show/story.h"
 
 namespace tools {
 
 namespace {
 
 constexpr std::size_t kMessageSize = std::size_t{16} * 1024;
-constexpr std::size_t kLongestLogon = std::size_t{64} * 1024;
 
 struct Options : ConnectionOptions {
     std::string address;
-    std::string logon;
+    std::string overwritten; // the logon string, which has been taken out of the arguments
     std::string logon_file;
     std::string target;
     std::string file = "-";
@@ -30,141 +34,153 @@ struct Options : ConnectionOptions {
     bool no_messages = false;
 };
 
-// A secret text of some length at most, which it never exceeds: so it lies in one place, which is wiped when it goes.
-class Secret {
+class Client {
   public:
-    Secret() { text_.reserve(kLongestLogon); }
-    Secret(const Secret &) = delete;
-    Secret &operator=(const Secret &) = delete;
-    ~Secret() { explicit_bzero(text_.data(), text_.capacity()); }
-    std::string &text() { return text_; }
+    Client(const Options &options, Secret &logon, const Descriptor &input)
+        : options_(options), logon_(logon), input_(input) {}
+
+    // Throws Failure; the story is told either way.
+    void run();
+    const Story &story() const { return story_; }
 
   private:
-    std::string text_;
+    void log_on(Conversation &conversation);
+    void exchange_messages(Conversation &conversation);
+    void send_input(Conversation &conversation);
+    void send_for_echo(Conversation &conversation, std::string_view text);
+    std::string read_message(std::size_t largest) const;
+
+    const Options &options_;
+    Secret &logon_;
+    const Descriptor &input_;
+    Story story_;
 };
 
-Descriptor open_input(const std::string &file) {
-    Descriptor input(file == "-" ? dup(STDIN_FILENO) : open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (input.get() < 0)
-        throw Failure(file + ": " + strerror(errno), kExitUsage);
-    return input;
+double seconds_since(Clock::time_point moment) {
+    return std::chrono::duration<double>(Clock::now() - moment).count();
 }
 
-// The file's first line. It is read octet by octet: no buffer keeps a copy of it, and the rest of the standard input
-// is left to the messages.
-void read_line(const std::string &file, std::string &line) {
-    const Descriptor input = open_input(file);
-    char octet = 0;
-    ssize_t got = 0;
-    while ((got = read(input.get(), &octet, 1)) == 1 && octet != '\n') {
-        if (line.size() == kLongestLogon)
-            throw Failure(file + ": its first line is too long for a logon string", kExitUsage);
-        line += octet;
-    }
-    if (got < 0)
-        throw Failure(file + ": " + strerror(errno), kExitUsage);
+void Client::log_on(Conversation &conversation) {
+    const OM_uint32 flags = GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG |
+                            GSS_C_INTEG_FLAG | (options_.delegate ? GSS_C_DELEG_FLAG : 0U);
+    const std::string target =
+        options_.target.empty() ? "host@" + parse_address(options_.address).host : options_.target;
+    conversation.log_on(logon_.text(), target, flags, options_.session);
+    logon_.clear();
 }
 
-// What is there to read, at most a message; empty at the end.
-Bytes read_message(const Descriptor &input, std::size_t largest) {
-    Bytes text(largest);
-    wait_for(input, POLLIN, Clock::time_point::max());
-    const ssize_t got = read(input.get(), text.data(), text.size());
+// What is there to read, at most so much; empty at the end.
+std::string Client::read_message(std::size_t largest) const {
+    std::string text(largest, '\0');
+    wait_for(input_, POLLIN, Clock::time_point::max());
+    const ssize_t got = read(input_.get(), text.data(), text.size());
     if (got < 0)
-        throw Failure(std::string("reading the messages: ") + strerror(errno), kExitUsage);
+        throw Failure(std::string("reading the messages: ") + std::strerror(errno), kExitUsage);
     text.resize(static_cast<std::size_t>(got));
     return text;
 }
 
-void send_input(Session &session, const Descriptor &input, const Options &options) {
-    const std::size_t largest = std::min<std::size_t>(kMessageSize, options.session.limits.frame / 2);
-    for (Bytes text; !(text = read_message(input, largest)).empty();) {
-        session.send_for_echo(text);
-        if (!options.json)
-            std::cout.write(as_text(text).data(), static_cast<std::streamsize>(text.size())).flush();
+void Client::send_for_echo(Conversation &conversation, std::string_view text) {
+    conversation.send(text);
+    if (conversation.receive() != text)
+        throw Failure("the echo differs from the message", kExitProtection);
+    ++story_.messages;
+    story_.bytes += text.size();
+}
+
+void Client::send_input(Conversation &conversation) {
+    const std::size_t largest = std::min<std::size_t>(kMessageSize, options_.session.MaxMessage / 2);
+    for (std::string text; !(text = read_message(largest)).empty();) {
+        send_for_echo(conversation, text);
+        if (!options_.json)
+            std::cout.write(text.data(), static_cast<std::streamsize>(text.size())).flush();
     }
 }
 
-void run_bench(Session &session, const Options &options) {
-    const Bytes text(options.size, 'x');
-    for (std::uint64_t i = 0; i != options.bench; ++i)
-        session.send_for_echo(text);
+void Client::exchange_messages(Conversation &conversation) {
+    if (options_.no_messages)
+        return;
+    if (!conversation.is_protecting())
+        throw Failure(printable(story_.mechanism) +
+                          " has no protection for messages: none is sent (--no-messages only logs on)",
+                      kExitProtection);
+    const Clock::time_point start = Clock::now();
+    const std::string text(options_.size, 'x');
+    for (std::uint64_t i = 0; i != options_.bench; ++i)
+        send_for_echo(conversation, text);
+    if (options_.bench == 0)
+        send_input(conversation);
+    story_.message_seconds = seconds_since(start);
 }
 
-void print_rate(const Connection &connection) {
-    const double seconds = std::max(connection.message_seconds, 1e-9);
-    std::cerr << connection.messages << " messages of " << connection.bytes / connection.messages << " bytes in "
-              << seconds << " s: " << static_cast<std::uint64_t>(static_cast<double>(connection.messages) / seconds)
+void Client::run() {
+    story_.is_client = true;
+    story_.peer = options_.address;
+    const Clock::time_point start = Clock::now();
+    const auto deadline = start + std::chrono::milliseconds(options_.session.LogonTime);
+    std::unique_ptr<Conversation> conversation;
+    try {
+        conversation = std::make_unique<Conversation>(
+            Stream(connect_to(parse_address(options_.address), deadline), options_.session.MaxMessage),
+            options_.silence, false);
+        log_on(*conversation);
+        story_.seconds = seconds_since(start);
+        conversation->tell(story_, nullptr);
+        if (!options_.json)
+            print(std::cerr, options_, story_);
+        exchange_messages(*conversation);
+        conversation->end();
+    } catch (const Failure &failure) {
+        story_.failure = printable(failure.what());
+        story_.status = failure.status();
+        if (conversation != nullptr)
+            conversation->tell(story_, &failure);
+        throw;
+    }
+}
+
+void print_rate(const Story &story) {
+    const double seconds = std::max(story.message_seconds, 1e-9);
+    std::cerr << story.messages << " messages of " << story.bytes / story.messages << " bytes in " << seconds
+              << " s: " << static_cast<std::uint64_t>(static_cast<double>(story.messages) / seconds)
               << " a second, there and back\n";
 }
 
-void exchange_messages(Session &session, const Descriptor &input, const Options &options, Connection &connection) {
-    if (options.no_messages)
-        return;
-    if (!session.is_protecting())
-        throw Failure(connection.report.mechanism + " has no protection for messages: none is sent", kExitProtection);
-    const Clock::time_point start = Clock::now();
-    options.bench != 0 ? run_bench(session, options) : send_input(session, input, options);
-    connection.message_seconds = std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-void log_on_and_talk(const Framework &framework, const Options &options, const Descriptor &input,
-                     Connection &connection) {
-    const Address address = parse_address(options.address);
-    Secret logon; // empty for single sign-on
-    if (options.logon_file.empty())
-        logon.text() = options.logon;
-    else
-        read_line(options.logon_file, logon.text());
-    const Clock::time_point start = Clock::now();
-    Stream stream(connect_to(address, start + options.session.limits.logon), options.session.limits);
-    Session session(framework, stream, options.session, connection);
-    const OM_uint32 flags = GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG |
-                            GSS_C_INTEG_FLAG | (options.delegate ? GSS_C_DELEG_FLAG : 0U);
-    const std::string target = options.target.empty() ? "host@" + address.host : options.target;
-    session.log_on({logon.text(), target, flags});
-    connection.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    if (!options.json)
-        print(std::cerr, options, connection);
-    exchange_messages(session, input, options, connection);
-    stream.send_end(EndReason::kDone);
-}
-
 // A failure is told by the caller, once; the table and the JSON line come before it.
-void run_connect(const Options &options) {
+void run_connect(const Options &options, Secret &logon) {
     const Descriptor input = open_input(options.file);
-    const std::unique_ptr<Framework> framework = configure(QXGSS_CLIENT, options);
-    Connection connection;
-    connection.is_client = true;
-    connection.peer = options.address;
+    if (!options.logon_file.empty())
+        logon.take_line(options.logon_file);
+    const std::unique_ptr<Registry> registry = configure(QXGSS_CLIENT, options);
+    Client client(options, logon, input);
     try {
-        log_on_and_talk(*framework, options, input, connection);
-    } catch (const Failure &failure) {
-        connection.failure = failure.what();
-        connection.status = failure.status();
+        client.run();
+    } catch (const Failure &) {
+        const Story &story = client.story();
         if (options.json)
-            print_json(std::cout, connection);
-        else if (options.why && connection.seconds == 0 && !connection.own.empty())
-            print_verdicts(std::cerr, verdicts_of(connection));
+            print_json(std::cout, story);
+        else if (options.why && story.seconds == 0 && !story.verdicts.empty())
+            print_verdicts(std::cerr, story.verdicts);
         throw;
     }
     if (options.json)
-        print_json(std::cout, connection);
+        print_json(std::cout, client.story());
     else if (options.bench != 0)
-        print_rate(connection);
+        print_rate(client.story());
 }
 
 } // namespace
 
-void add_connect(CLI::App &program) {
+void add_connect(CLI::App &program, Secret &logon) {
     CLI::App *command = program.add_subcommand("connect", "Log on to a qxnego serve and send it messages");
     auto options = std::make_shared<Options>();
     command->add_option("ADDRESS", options->address, "Where it listens")->type_name("HOST:PORT")->required();
-    auto *logon = command->add_option("--logon", options->logon,
-                                      "Logon string; without one the credentials that are there are used");
+    auto *text = command->add_option(kLogonOption, options->overwritten,
+                                     "Logon string, which others may see before it is overwritten; better in a file. "
+                                     "Without one the credentials that are there are used");
     command->add_option("--logon-file", options->logon_file, "File whose first line is the logon string")
         ->type_name("FILE")
-        ->excludes(logon);
+        ->excludes(text);
     command->add_option("--target", options->target, "The service (default: host@HOST)")->type_name("SERVICE@HOST");
     command->add_flag("--delegate", options->delegate, "Delegate the credential to the server");
     auto *file =
@@ -179,7 +195,7 @@ void add_connect(CLI::App &program) {
         ->check(CLI::Range(std::size_t{1}, kMessageSize));
     command->add_flag("--no-messages", options->no_messages, "Only log on")->excludes(bench)->excludes(file);
     add_connection_options(*command, *options);
-    command->callback([options] { run_connect(*options); });
+    command->callback([options, &logon] { run_connect(*options, logon); });
 }
 
 } // namespace tools

@@ -6,15 +6,20 @@
 #include <sstream>
 
 #include <CLI/CLI.hpp>
+#include <poll.h>
 
 #include "qxgss/qxgss.h"
 #include "tools/codes.h"
 #include "tools/commands.h"
+#include "tools/connection/conversation.h"
+#include "tools/connection/interrupt.h"
+#include "tools/connection/worker.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/negotiation.h"
-#include "tools/processes.h"
+#include "tools/negotiation_log.h"
+#include "tools/registry.h"
 #include "tools/scenarios.h"
+#include "tools/show/story.h"
 #include "tools/table.h"
 #include "tools/tokens.h"
 #include "tools/user_properties.h"
@@ -33,20 +38,12 @@ struct Options {
     bool brief = false;
 };
 
-// One side, with what it holds once its report is in.
+// One side, with what it holds once its story is told.
 struct Side {
     const char *name;
-    Report report;
+    Story story;
     UserProperties properties;
-    std::vector<View> views;
 };
-
-Side side_of(const char *name, Report report) {
-    Side side{name, std::move(report), {}, {}};
-    side.properties = read_properties(side.report.properties);
-    side.views = views_of(read_log(side.properties.log));
-    return side;
-}
 
 struct Outcome {
     Side client;
@@ -71,31 +68,60 @@ void write_configurations(const Scenario &scenario, const fs::path &folder, cons
                configuration_text({libraries.string(), with_verifiers(scenario.server, verifiers), scenario.policy}));
 }
 
+// What a side does in its process, and tells of it.
+template <typename Run>
+std::string side(OM_uint32 role, const fs::path &configuration, Descriptor end, const Run &run) {
+    Story story;
+    try {
+        const Registry registry(role, configuration);
+        registry.require_qxnego();
+        Conversation conversation(Stream(std::move(end), QXGSS_SESSION_MAX_MESSAGE), std::chrono::seconds(1), true);
+        try {
+            run(conversation);
+            conversation.tell(story, nullptr);
+        } catch (const Failure &failure) {
+            conversation.tell(story, &failure);
+        }
+    } catch (const Failure &failure) {
+        story.failure = failure.what();
+    }
+    const Bytes told = encode(story);
+    return std::string(told.begin(), told.end());
+}
+
+Side told(const char *name, Worker &worker) {
+    pollfd place{worker.descriptor(), POLLIN, 0};
+    do
+        throw_if_interrupted();
+    while (poll(&place, 1, -1) < 0 || worker.read_some());
+    if (worker.has_crashed())
+        throw Failure(worker.result());
+    const std::string &result = worker.result();
+    Side side{name, decode_story({reinterpret_cast<const unsigned char *>(result.data()), result.size()}), {}};
+    side.properties = read_properties(side.story.properties);
+    return side;
+}
+
 Outcome run(const Scenario &scenario, const fs::path &libraries) {
     const TemporaryFolder folder;
     write_configurations(scenario, folder.path(), libraries);
     auto [client_end, server_end] = socket_pair();
-    Process client([&, &mine = client_end, &other = server_end](Report &report) {
+    Worker client([&, &mine = client_end, &other = server_end] {
         other.close();
-        const Framework framework(QXGSS_CLIENT, folder.path() / "client.conf", report);
-        Negotiation negotiation(framework, report);
-        negotiation.run_as_client(frames_over(mine), scenario.logon(), "demo@localhost", GSS_C_MUTUAL_FLAG);
-        negotiation.inquire_properties();
-        negotiation.close();
+        return side(QXGSS_CLIENT, folder.path() / "client.conf", std::move(mine), [&](Conversation &conversation) {
+            conversation.log_on(scenario.logon(), "demo@localhost", GSS_C_MUTUAL_FLAG, QXGSS_SESSION_DEFAULTS);
+        });
     });
-    Process server([&, &mine = server_end, &other = client_end](Report &report) {
+    Worker server([&, &mine = server_end, &other = client_end] {
         other.close();
-        const Framework framework(QXGSS_SERVER, folder.path() / "server.conf", report);
-        Negotiation negotiation(framework, report);
-        negotiation.run_as_server(frames_over(mine));
-        negotiation.inquire_properties();
-        negotiation.close();
+        return side(QXGSS_SERVER, folder.path() / "server.conf", std::move(mine),
+                    [](Conversation &conversation) { conversation.admit(QXGSS_SESSION_DEFAULTS); });
     });
     client_end.close();
     server_end.close();
-    Outcome out{side_of("client", client.finish()), side_of("server", server.finish()), {}, {}};
-    out.verdicts = join(out.client.views, out.server.views);
-    out.differences = differences(scenario.expected, out.client.report, out.server.report, out.verdicts);
+    Outcome out{told("client", client), told("server", server), {}, {}};
+    out.verdicts = join(own_views(out.client.story), own_views(out.server.story));
+    out.differences = differences(scenario.expected, out.client.story, out.server.story, out.verdicts);
     return out;
 }
 
@@ -109,7 +135,7 @@ struct TimedCall {
 std::vector<TimedCall> in_order(const Outcome &outcome) {
     std::vector<TimedCall> calls;
     for (const Side *side : {&outcome.client, &outcome.server})
-        for (const Call &call : side->report.calls)
+        for (const Call &call : side->story.calls)
             calls.push_back({side->name, &call});
     std::stable_sort(calls.begin(), calls.end(),
                      [](const TimedCall &a, const TimedCall &b) { return a.call->time < b.call->time; });
@@ -157,17 +183,17 @@ void show_calls(const Outcome &outcome) {
     std::cout << '\n';
 }
 
-std::string end_of(const Report &report) {
-    if (!report.established)
-        return "failed: " + printable(report.failure);
-    const std::string user = report.user.empty() ? "" : ", user " + printable(report.user);
-    return "established with " + printable(report.mechanism) + user + ", flags " + flag_names(report.flags);
+std::string end_of(const Story &story) {
+    if (!story.is_established)
+        return "failed: " + printable(story.failure);
+    const std::string user = story.user.empty() ? "" : ", user " + printable(story.user);
+    return "established with " + printable(story.mechanism) + user + ", flags " + flag_names(story.flags);
 }
 
 void show_ends(const Outcome &outcome) {
     Table table({"side", "how it ended"});
     for (const Side *side : {&outcome.client, &outcome.server})
-        table.add({side->name, end_of(side->report)});
+        table.add({side->name, end_of(side->story)});
     table.print(std::cout);
 }
 
@@ -205,7 +231,7 @@ void save(const Scenario &scenario, const Outcome &outcome, const fs::path &root
         if (!call->token.empty())
             write_file(folder / ("token-" + std::to_string(++number) + '-' + side), call->token);
     for (const Side *side : {&outcome.client, &outcome.server}) {
-        write_file(folder / (std::string(side->name) + ".properties"), side->report.properties);
+        write_file(folder / (std::string(side->name) + ".properties"), side->story.properties);
         write_file(folder / (std::string(side->name) + ".log"), side->properties.log);
     }
     std::cout << "Saved in " << folder.string() << "\n\n";
@@ -234,7 +260,7 @@ void run_demo(const Options &options) {
         show(scenario, outcome, options.brief);
         if (!options.save.empty())
             save(scenario, outcome, options.save);
-        const std::string &selected = outcome.server.report.mechanism;
+        const std::string &selected = outcome.server.story.mechanism;
         all_well = all_well && outcome.differences.empty();
         summary.add({scenario.name, selected.empty() ? "-" : selected,
                      outcome.differences.empty() ? "as expected" : "NOT AS EXPECTED"});

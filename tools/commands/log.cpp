@@ -7,8 +7,8 @@
 #include "tools/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/negotiation_log.h"
 #include "tools/user_properties.h"
-#include "tools/verdicts.h"
 
 namespace tools {
 

@@ -1,158 +1,264 @@
-// qxnego serve: accepts connections, a thread each, and prints what becomes of them. No client ends it, and a signal
-// ends it cleanly: every wait of every thread ends, and the threads are joined.
-#include <atomic>
+// qxnego serve: accepts connections, each in a process of its own, and prints what becomes of them. No client ends it,
+// nor an output that nobody reads, and a signal ends it within a moment: one loop waits for everything at once.
+#include <algorithm>
+#include <csignal>
 #include <iostream>
 #include <list>
-#include <mutex>
-#include <thread>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "tools/commands.h"
-#include "tools/connection_options.h"
-#include "tools/interrupt.h"
+#include "tools/connection/admission.h"
+#include "tools/connection/conversation.h"
+#include "tools/connection/interrupt.h"
+#include "tools/connection/options.h"
+#include "tools/connection/output.h"
+#include "tools/connection/worker.h"
 
 namespace tools {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+using namespace std::chrono_literals;
+
+constexpr auto kBetweenCounts = 10s; // of what was refused or dropped
+constexpr auto kToEnd = 1s;          // for the connections that a signal ends, and again for the output
+
 struct Options : ConnectionOptions {
     std::vector<std::string> addresses{"localhost:10442"};
-    unsigned clients = 64;
+    AdmissionLimits limits;
 };
+
+double seconds_since(Clock::time_point moment) {
+    return std::chrono::duration<double>(Clock::now() - moment).count();
+}
+
+// ---- One connection, in its process --------------------------------------------------------------------------------
+
+void echo(Conversation &conversation, Story &story) {
+    const Clock::time_point start = Clock::now();
+    while (const std::optional<std::string> text = conversation.receive()) {
+        conversation.send(*text);
+        ++story.messages;
+        story.bytes += text->size();
+        story.message_seconds = seconds_since(start);
+    }
+}
+
+// Its result begins with an octet that says whether somebody has failed to log on; then comes what is to be printed.
+std::string converse(Descriptor socket, const Options &options, Clock::duration pause) {
+    Story story;
+    story.peer = peer_address(socket);
+    const Clock::time_point start = Clock::now();
+    Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence, false);
+    try {
+        wait_until(start + pause);
+        conversation.admit(options.session);
+        story.seconds = seconds_since(start);
+        echo(conversation, story);
+        conversation.tell(story, nullptr);
+    } catch (const Failure &failure) {
+        story.seconds = story.seconds == 0 ? seconds_since(start) : story.seconds;
+        conversation.tell(story, &failure);
+    }
+    std::ostringstream out;
+    print(out, options, story);
+    const bool has_failed = story.is_attempt && story.messages == 0 && story.status != kExitSuccess;
+    return (has_failed ? "1" : "0") + out.str();
+}
+
+// ---- All of them ---------------------------------------------------------------------------------------------------
 
 class Server {
   public:
-    Server(const Framework &framework, const Options &options) : framework_(framework), options_(options) {}
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
-    ~Server() { join_all(); }
+    Server(const Options &options, std::vector<Descriptor> sockets)
+        : options_(options), sockets_(std::move(sockets)), admission_(options.limits) {}
 
-    void add_client(Descriptor socket);
+    // What the framework had to say.
+    void announce(const std::vector<std::string> &notices);
+
+    // Until a signal ends it. Throws Failure when lines were lost because the output cannot be written.
+    void run();
 
   private:
-    struct Worker {
-        std::thread thread;
-        std::atomic<bool> is_done = false;
+    struct Client {
+        std::string peer, network;
+        Worker worker;
     };
 
-    void serve(Descriptor socket);
-    void join_done();
-    void join_all();
+    void announce_addresses();
+    void wait(Clock::time_point deadline);
+    void accept_from(const Descriptor &listener);
+    void add_client(Descriptor socket);
+    void collect(const std::vector<pollfd> &places);
+    void finish(Client &client);
+    void count();
+    void end();
+    void say(const Json &event, const std::string &line);
 
-    const Framework &framework_;
     const Options &options_;
-    std::mutex output_;
-    std::list<Worker> workers_;
+    std::vector<Descriptor> sockets_;
+    std::list<Client> clients_;
+    Admission admission_;
+    Output output_{STDOUT_FILENO};
+    Clock::time_point counted_ = Clock::now();
 };
 
-void converse(const Framework &framework, Stream &stream, const SessionOptions &options, Clock::time_point start,
-              Connection &connection) {
-    const auto seconds_since = [](Clock::time_point moment) {
-        return std::chrono::duration<double>(Clock::now() - moment).count();
-    };
-    Session session(framework, stream, options, connection);
-    try {
-        session.admit();
-        connection.seconds = seconds_since(start);
-        const Clock::time_point first_message = Clock::now();
-        session.echo();
-        connection.message_seconds = seconds_since(first_message);
-    } catch (const Failure &failure) {
-        connection.seconds = connection.seconds == 0 ? seconds_since(start) : connection.seconds;
-        connection.failure = failure.what();
-        connection.status = failure.status();
-    }
+void Server::say(const Json &event, const std::string &line) {
+    output_.add((options_.json ? event.dump(-1, ' ', false, Json::error_handler_t::replace) : line) + '\n');
 }
 
-void Server::serve(Descriptor socket) {
-    Connection connection;
-    try {
-        connection.peer = peer_address(socket);
-        Stream stream(std::move(socket), options_.session.limits);
-        converse(framework_, stream, options_.session, Clock::now(), connection);
-    } catch (const std::exception &error) { // memory, above all: of this client only
-        connection.failure = error.what();
-        connection.status = kExitFailure;
+void Server::announce(const std::vector<std::string> &notices) {
+    for (const std::string &text : notices)
+        if (options_.json)
+            say({{"event", "notice"}, {"text", text}}, text);
+}
+
+// Whoever starts this with port 0 learns the port.
+void Server::announce_addresses() {
+    for (const Descriptor &socket : sockets_) {
+        const std::string address = local_address(socket);
+        say({{"event", "listening"}, {"address", address}}, "listening at " + address);
     }
-    const std::lock_guard lock(output_);
-    print(std::cout, options_, connection);
 }
 
 void Server::add_client(Descriptor socket) {
-    join_done();
-    if (workers_.size() >= options_.clients)
+    const std::string peer = peer_address(socket), network = peer_network(socket);
+    const auto pause = admission_.admit(network, Clock::now());
+    if (!pause)
         return; // the connection is closed at once
-    Worker &worker = workers_.emplace_back();
     try {
-        worker.thread = std::thread([this, &worker, own = std::move(socket)]() mutable {
-            serve(std::move(own));
-            worker.is_done = true;
-        });
-    } catch (const std::system_error &) { // no thread: the connection is closed at once
-        workers_.pop_back();
+        clients_.push_back({peer, network, Worker([&] {
+                                for (Descriptor &listener : sockets_)
+                                    listener.close();
+                                for (Client &other : clients_)
+                                    other.worker.forget();
+                                return converse(std::move(socket), options_, *pause);
+                            })});
+    } catch (const std::exception &) {
+        admission_.leave(network, false, Clock::now());
+        admission_.count_refused();
     }
 }
 
-void Server::join_done() {
-    workers_.remove_if([](Worker &worker) {
-        if (worker.is_done)
-            worker.thread.join();
-        return worker.is_done.load();
-    });
+void Server::accept_from(const Descriptor &listener) {
+    const int number = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (number >= 0)
+        return add_client(Descriptor(number));
+    admission_.count_refused();
+    wait_until(Clock::now() + 10ms); // no descriptors left, above all
 }
 
-void Server::join_all() {
-    for (Worker &worker : workers_)
-        worker.thread.join();
+void Server::finish(Client &client) {
+    const std::string &result = client.worker.result();
+    const bool is_whole = !client.worker.has_crashed() && !result.empty();
+    admission_.leave(client.network, !is_whole || result.front() == '1', Clock::now());
+    if (is_whole)
+        return output_.add(result.substr(1));
+    Story story;
+    story.peer = client.peer;
+    story.status = kExitFailure;
+    story.failure = client.worker.has_crashed() ? result : "its process ended without a word";
+    std::ostringstream out;
+    print(out, options_, story);
+    output_.add(out.str());
 }
 
-// The sockets of all addresses; each is announced, so that whoever starts this with port 0 learns the port.
-std::vector<Descriptor> listen_at_all(const Options &options) {
-    std::vector<Descriptor> sockets;
-    for (const std::string &address : options.addresses)
-        for (Descriptor &socket : listen_at(parse_address(address)))
-            sockets.push_back(std::move(socket));
-    for (const Descriptor &socket : sockets)
-        if (options.json)
-            std::cout << nlohmann::ordered_json{{"event", "listening"}, {"address", local_address(socket)}} << '\n';
-        else
-            std::cout << "listening at " << local_address(socket) << '\n';
-    std::cout.flush();
-    return sockets;
-}
-
-[[noreturn]] void accept_forever(const std::vector<Descriptor> &sockets, Server &server) {
-    std::vector<pollfd> places = {{interrupt_descriptor(), POLLIN, 0}};
-    for (const Descriptor &socket : sockets)
+// Waits for whatever comes first: a client, a connection's end, room in the output, a signal.
+void Server::wait(Clock::time_point deadline) {
+    std::vector<pollfd> places = {{interrupt_descriptor(), POLLIN, 0},
+                                  {output_.is_waiting() ? output_.descriptor() : -1, POLLOUT, 0}};
+    for (const Descriptor &socket : sockets_)
         places.push_back({socket.get(), POLLIN, 0});
-    while (true) {
-        poll(places.data(), places.size(), -1);
-        throw_if_interrupted();
-        for (std::size_t i = 1; i < places.size(); ++i) {
-            const int number =
-                places[i].revents == 0 ? -1 : accept4(places[i].fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-            if (number >= 0)
-                server.add_client(Descriptor(number));
-            else if (places[i].revents != 0)
-                wait_until(Clock::now() + std::chrono::milliseconds(10)); // no descriptors left, above all
+    for (const Client &client : clients_)
+        places.push_back({client.worker.descriptor(), POLLIN, 0});
+    poll(places.data(), places.size(), milliseconds_until(deadline));
+    if (places[1].revents != 0)
+        output_.write_some();
+    collect(places);
+    for (std::size_t i = 0; i != sockets_.size(); ++i)
+        if (places[2 + i].revents != 0)
+            accept_from(sockets_[i]);
+}
+
+void Server::collect(const std::vector<pollfd> &places) {
+    std::size_t place = 2 + sockets_.size();
+    for (auto client = clients_.begin(); client != clients_.end(); ++place) {
+        if (places[place].revents == 0 || client->worker.read_some()) {
+            ++client;
+            continue;
         }
+        finish(*client);
+        client = clients_.erase(client);
     }
 }
 
-void run_serve(const Options &options) {
-    const std::unique_ptr<Framework> framework = configure(QXGSS_SERVER, options);
-    const std::vector<Descriptor> sockets = listen_at_all(options);
-    Server server(*framework, options);
+// What was refused or lost, from time to time: a line each would be one more thing to fill the output with.
+void Server::count() {
+    counted_ = Clock::now();
+    if (const Admission::Refused refused = admission_.take_refused(); refused.any())
+        say({{"event", "refused"},
+             {"by_clients", refused.by_clients},
+             {"by_address", refused.by_address},
+             {"by_machine", refused.by_machine}},
+            "refused: " + std::to_string(refused.by_clients) + " above --max-clients, " +
+                std::to_string(refused.by_address) + " above --max-address, " + std::to_string(refused.by_machine) +
+                " for want of memory, processes or descriptors");
+    if (output_.is_waiting())
+        return; // what was dropped is told when there is room
+    if (const unsigned long dropped = output_.take_dropped(); dropped != 0)
+        say({{"event", "dropped"}, {"connections", dropped}},
+            "dropped: the lines of " + std::to_string(dropped) + " connections, since nobody read them");
+}
+
+void Server::end() {
+    for (Descriptor &socket : sockets_)
+        socket.close();
+    sockets_.clear();
+    for (const Client &client : clients_)
+        client.worker.signal(SIGTERM);
+    for (const auto deadline = Clock::now() + kToEnd; !clients_.empty() && Clock::now() < deadline;)
+        wait(deadline);
+    clients_.clear();
+    count();
+    for (const auto deadline = Clock::now() + kToEnd; output_.is_waiting() && Clock::now() < deadline;)
+        wait(deadline);
+}
+
+void Server::run() {
+    announce_addresses();
     try {
-        accept_forever(sockets, server);
+        while (true) {
+            throw_if_interrupted();
+            wait(counted_ + kBetweenCounts);
+            if (Clock::now() >= counted_ + kBetweenCounts)
+                count();
+        }
     } catch (const Failure &failure) {
         if (failure.status() != kExitInterrupted)
             throw;
     }
+    end();
+    if (output_.is_waiting() || output_.has_failed())
+        throw Failure("the output cannot be written");
+}
+
+void run_serve(const Options &options) {
+    const std::unique_ptr<Registry> registry = configure(QXGSS_SERVER, options);
+    std::vector<Descriptor> sockets;
+    for (const std::string &address : options.addresses)
+        for (Descriptor &socket : listen_at(parse_address(address)))
+            sockets.push_back(std::move(socket));
+    std::signal(SIGPIPE, SIG_IGN);
+    Server server(options, std::move(sockets));
+    server.announce(registry->messages());
+    server.run();
 }
 
 } // namespace
@@ -163,18 +269,20 @@ void add_serve(CLI::App &program) {
     command->add_option("--listen", options->addresses, "Where to listen; port 0 for a free one (can be repeated)")
         ->type_name("HOST:PORT")
         ->capture_default_str();
-    command->add_option("--max-clients", options->clients, "Most clients at a time")
-        ->check(CLI::Range(1U, 10'000U))
-        ->capture_default_str();
+    const auto add_limit = [&](const char *name, unsigned &limit, const char *text) {
+        command->add_option(name, limit, text)->check(CLI::Range(1U, 10'000U))->capture_default_str();
+    };
+    add_limit("--max-clients", options->limits.clients, "Most clients at a time");
+    add_limit("--max-address", options->limits.clients_of_address, "Most clients of one address at a time");
+    add_limit("--max-failures", options->limits.failures_a_minute,
+              "Failed logons a minute after which an address is served more slowly");
     add_connection_options(*command, *options);
     command
-        ->add_option_function<unsigned>(
-            "--refusal-time",
-            [options](unsigned given) { options->session.refusal = std::chrono::milliseconds(given); },
-            "How long after a client's last token a refusal is sent")
+        ->add_option("--refusal-time", options->session.RefusalTime,
+                     "How long after a client's last token a refusal is sent")
         ->type_name("MILLISECONDS")
         ->check(CLI::Range(0U, 60'000U))
-        ->default_str("1000");
+        ->capture_default_str();
     command->callback([options] { run_serve(*options); });
 }
 

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "gssp2qxnego/words.h"
 #include "tools/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
@@ -27,8 +28,8 @@ void print_text(const Decision &decision) {
     std::cout << "Policy: " << printable(decision.policy) << "\n\n";
     Table table({"mechanism", "on client", "on server", "verdict", "reason", "rule"});
     for (const auto &[verdict, rule] : decision.rulings)
-        table.add({printable(verdict.mechanism), verdict.client, verdict.server, verdict.verdict, verdict.reason,
-                   printable(rule)});
+        table.add({printable(verdict.mechanism), state_word(verdict.client), state_word(verdict.server),
+                   verdict_word(verdict.verdict), std::string(qxnego::reason_word(verdict.reason)), printable(rule)});
     table.print(std::cout);
     if (!decision.selected.empty())
         std::cout << "\nSelected: " << printable(decision.selected) << ", if its own exchange succeeds\n";
@@ -36,13 +37,10 @@ void print_text(const Decision &decision) {
 
 void print_json(const Decision &decision) {
     Json mechanisms = Json::array();
-    for (const auto &[verdict, rule] : decision.rulings)
-        mechanisms.push_back({{"mechanism", printable(verdict.mechanism)},
-                              {"client", verdict.client},
-                              {"server", verdict.server},
-                              {"verdict", verdict.verdict},
-                              {"reason", verdict.reason},
-                              {"rule", printable(rule)}});
+    for (const auto &[verdict, rule] : decision.rulings) {
+        mechanisms.push_back(to_json(verdict));
+        mechanisms.back()["rule"] = printable(rule);
+    }
     Json out = {{"policy", printable(decision.policy)}, {"selected", nullptr}, {"mechanisms", mechanisms}};
     if (!decision.selected.empty())
         out["selected"] = printable(decision.selected);

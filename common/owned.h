@@ -1,0 +1,110 @@
+// Owners of what the framework's C interface hands out: each releases its object on every path. Bytes that stay
+// somebody else's are a std::string_view.
+#ifndef COMMON_OWNED_H
+#define COMMON_OWNED_H
+
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "qxgss/gssp.h"
+
+namespace common {
+
+inline bool failed(OM_uint32 major) {
+    return GSS_ERROR(major) != 0;
+}
+
+// A descriptor over bytes that are only read.
+inline qxgss_buffer_desc view(std::string_view bytes) {
+    return {bytes.size(), const_cast<char *>(bytes.data())};
+}
+
+// The bytes of a descriptor; none for a null one and for one without a value.
+inline std::string_view bytes_of(const qxgss_buffer_desc *pBuffer) {
+    return pBuffer == nullptr || pBuffer->value == nullptr
+               ? std::string_view()
+               : std::string_view(static_cast<const char *>(pBuffer->value), pBuffer->length);
+}
+
+inline std::string_view bytes_of(const qxgss_OID_desc *pOid) {
+    return pOid == nullptr || pOid->elements == nullptr
+               ? std::string_view()
+               : std::string_view(static_cast<const char *>(pOid->elements), pOid->length);
+}
+
+// A handle that Release(minor status, &handle) gives back.
+template <typename Handle, auto Release> class Owned {
+  public:
+    Owned() = default;
+    Owned(Owned &&other) noexcept : handle_(std::exchange(other.handle_, {})) {}
+    Owned &operator=(Owned &&other) noexcept {
+        std::swap(handle_, other.handle_);
+        return *this;
+    }
+    ~Owned() { reset(); }
+
+    Handle get() const { return handle_; }
+    Handle *out() { return &handle_; }
+    Handle release() { return std::exchange(handle_, {}); }
+    void reset() {
+        if (handle_ != nullptr)
+            Release(nullptr, &handle_);
+    }
+
+  private:
+    Handle handle_ = nullptr;
+};
+
+using Name = Owned<qxgss_name_t, gssp_release_name>;
+using OidSet = Owned<qxgss_OID_set, gssp_release_oid_set>;
+
+// A buffer whose block is its own.
+class Buffer {
+  public:
+    Buffer() = default;
+    Buffer(Buffer &&other) noexcept : desc_(std::exchange(other.desc_, {})) {}
+    Buffer &operator=(Buffer &&other) noexcept {
+        std::swap(desc_, other.desc_);
+        return *this;
+    }
+    ~Buffer() { gssp_release_buffer(nullptr, &desc_); }
+
+    qxgss_buffer_t out() { return &desc_; }
+    bool empty() const { return bytes().empty(); }
+    std::string_view bytes() const { return bytes_of(&desc_); }
+    qxgss_buffer_desc release() { return std::exchange(desc_, {}); }
+
+  private:
+    qxgss_buffer_desc desc_{};
+};
+
+// A handle of a mechanism, given back through a slot of the mechanism's function table.
+template <typename Handle, auto Slot> class MechanismOwned {
+  public:
+    explicit MechanismOwned(const qxgss_ftn_table_desc &table) : table_(&table) {}
+    MechanismOwned(const MechanismOwned &) = delete;
+    MechanismOwned &operator=(const MechanismOwned &) = delete;
+    ~MechanismOwned() { reset(); }
+
+    Handle get() const { return handle_; }
+    Handle *out() { return &handle_; }
+    void reset() {
+        OM_uint32 ignored = 0;
+        if (handle_ == nullptr)
+            return;
+        if constexpr (std::is_invocable_v<decltype(table_->*Slot), OM_uint32 *, Handle *>)
+            (table_->*Slot)(&ignored, &handle_);
+        else // a deletion that may give a token: nobody wants it
+            (table_->*Slot)(&ignored, &handle_, nullptr);
+        handle_ = nullptr;
+    }
+
+  private:
+    const qxgss_ftn_table_desc *table_;
+    Handle handle_ = nullptr;
+};
+
+} // namespace common
+
+#endif

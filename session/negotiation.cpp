@@ -1,0 +1,410 @@
+#include "session/negotiation.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <span>
+
+#include "common/text.h"
+#include "gssp2qxnego/words.h"
+#include "session/failure.h"
+#include "session/nameless.h"
+
+namespace session {
+
+namespace {
+
+using common::failed;
+
+const char *role_of(bool is_client) {
+    return is_client ? "client" : "server";
+}
+
+std::string hexadecimal(OM_uint32 status) {
+    char digits[9];
+    std::snprintf(digits, sizeof digits, "%08X", static_cast<unsigned>(status));
+    return digits;
+}
+
+std::string statuses(const Negotiator &negotiator, OM_uint32 major, OM_uint32 minor) {
+    return "major status " + hexadecimal(major) + ", " + status_text(negotiator, minor);
+}
+
+bool is_usable(const qxgss_ftn_table_desc &table) {
+    return table.ftn_gssp_acquire_cred != nullptr && table.ftn_gssp_release_cred != nullptr &&
+           table.ftn_gssp_init_sec_context != nullptr && table.ftn_gssp_accept_sec_context != nullptr &&
+           table.ftn_gssp_delete_sec_context != nullptr && table.ftn_gssp_inquire_negotiation != nullptr &&
+           table.ftn_gssp_inquire_negotiated_mech != nullptr;
+}
+
+bool equal(const qxgss_OID_desc *a, const qxgss_OID_desc *b) {
+    const std::string_view bytes = common::bytes_of(a);
+    return !bytes.empty() && bytes == common::bytes_of(b);
+}
+
+bool contains(qxgss_OID_set set, const qxgss_OID_desc *oid) {
+    const std::span<qxgss_OID_desc> members(set->elements, set->count);
+    return std::ranges::any_of(members, [&](const qxgss_OID_desc &member) { return equal(&member, oid); });
+}
+
+bool is_unrestricted(const common::OidSet &allowed) {
+    return allowed.get() == nullptr || allowed.get()->count == 0;
+}
+
+void import(std::string_view text, qxgss_OID type, common::Name &name, const char *what) {
+    OM_uint32 minor = 0;
+    qxgss_buffer_desc bytes = common::view(text);
+    const OM_uint32 major = qxgss_import_name(&minor, &bytes, type, name.out());
+    if (failed(major))
+        throw Failure(QXGSS_SESSION_FAILURE_USAGE, std::string(what) + " could not be imported", GSS_S_BAD_NAME, minor);
+}
+
+} // namespace
+
+// ---- QXNEGO --------------------------------------------------------------------------------------------------------
+
+Negotiator find_negotiator() {
+    for (OM_uint32 i = 0; i != MechCount; ++i) {
+        const MechInfo_t &entry = pMechInfo[i];
+        if (entry.pszMechName != std::string_view("QXNEGO"))
+            continue;
+        if (entry.fUseMech != GSSP_MECH_UNUSED && is_usable(entry.MechFtnTable))
+            return {entry.pMechOid, &entry.MechFtnTable};
+    }
+    throw Failure(QXGSS_SESSION_FAILURE_RESOURCES, "QXNEGO is not in use", GSS_S_FAILURE, GSSP_E_NO_PROPERTY);
+}
+
+std::string status_text(const Negotiator &negotiator, OM_uint32 minor) {
+    OM_uint32 ignored = 0, message_context = 0;
+    common::Buffer text;
+    const auto display = negotiator.table->ftn_gssp_display_status;
+    if (display == nullptr ||
+        failed(display(&ignored, minor, GSS_C_MECH_CODE, negotiator.oid, &message_context, text.out())))
+        return "minor status " + hexadecimal(minor);
+    return common::printable(text.bytes());
+}
+
+// ---- Beginning and end ---------------------------------------------------------------------------------------------
+
+Negotiation::Negotiation(const qxgss_session_options_desc &options)
+    : options_(options), negotiator_(find_negotiator()), credential_(*negotiator_.table), context_(*negotiator_.table) {
+}
+
+Negotiation::~Negotiation() {
+    close();
+    if (delegated_ == nullptr)
+        return;
+    OM_uint32 ignored = 0;
+    const auto release = pMechInfo[mechanism_].MechFtnTable.ftn_gssp_release_cred;
+    if (release != nullptr)
+        release(&ignored, &delegated_);
+}
+
+void Negotiation::observe(const char *call, OM_uint32 major, OM_uint32 minor, const qxgss_buffer_desc *token) const {
+    if (options_.pfnObserve != nullptr)
+        options_.pfnObserve(options_.pObserveContext, call, major, minor,
+                            common::bytes_of(token).empty() ? nullptr : token);
+}
+
+void Negotiation::set_up_client(std::string_view logon, std::string_view service, OM_uint32 flags) {
+    is_client_ = true;
+    wanted_flags_ = flags;
+    import(service, GSS_C_NT_HOSTBASED_SERVICE, target_, "the name of the service");
+    if (logon.empty())
+        return;
+    OM_uint32 minor = 0;
+    common::Name name;
+    import(logon, GSS_C_NT_QXAT_MECHDATA_UTF8, name, "the logon string");
+    const OM_uint32 major = negotiator_.table->ftn_gssp_acquire_cred(
+        &minor, name.get(), GSS_C_INDEFINITE, nullptr, GSS_C_INITIATE, credential_.out(), nullptr, nullptr);
+    observe("acquire_cred", major, minor);
+    if (failed(major))
+        throw Failure(QXGSS_SESSION_FAILURE_USAGE, "there is no credential for the logon string", GSS_S_NO_CRED, minor);
+}
+
+// With a credential each entry of the negotiation is bound to its own mechanism.
+void Negotiation::set_up_server() {
+    OM_uint32 minor = 0;
+    const OM_uint32 major = negotiator_.table->ftn_gssp_acquire_cred(&minor, nullptr, GSS_C_INDEFINITE, nullptr,
+                                                                     GSS_C_ACCEPT, credential_.out(), nullptr, nullptr);
+    observe("acquire_cred", major, minor);
+    if (failed(major))
+        throw Failure(QXGSS_SESSION_FAILURE_RESOURCES, "QXNEGO has no credential to accept with", GSS_S_NO_CRED, minor);
+}
+
+void Negotiation::close() noexcept {
+    try {
+        views();
+        properties();
+    } catch (const std::bad_alloc &) { // the story is lost; what is to be released is released
+    }
+    context_.reset();
+    credential_.reset();
+}
+
+// ---- Establishment -------------------------------------------------------------------------------------------------
+
+OM_uint32 Negotiation::call(std::string_view token, OM_uint32 &minor, common::Buffer &output) {
+    const qxgss_ftn_table_desc &table = *negotiator_.table;
+    qxgss_buffer_desc input = common::view(token);
+    ++rounds_;
+    OM_uint32 major;
+    if (is_client_)
+        major = table.ftn_gssp_init_sec_context(
+            &minor, credential_.get(), context_.out(), target_.get(), negotiator_.oid, wanted_flags_, GSS_C_INDEFINITE,
+            QXGSS_C_NO_CHANNEL_BINDINGS, &input, &actual_mechanism_, output.out(), &flags_, nullptr);
+    else
+        major = table.ftn_gssp_accept_sec_context(&minor, context_.out(), credential_.get(), &input,
+                                                  QXGSS_C_NO_CHANNEL_BINDINGS, source_.out(), &actual_mechanism_,
+                                                  output.out(), &flags_, nullptr, &delegated_);
+    observe(is_client_ ? "init_sec_context" : "accept_sec_context", major, minor, output.out());
+    return major;
+}
+
+common::Buffer Negotiation::step(std::string_view token) {
+    OM_uint32 minor = 0;
+    common::Buffer output;
+    transcript_.add(token);
+    OM_uint32 major = call(token, minor, output);
+    read_negotiation();
+    if (failed(major) && is_claim_forbidden()) {
+        forget_claim();
+        major = call(nameless(token), minor, output);
+        read_negotiation();
+    }
+    if (major != GSS_S_COMPLETE && major != GSS_S_CONTINUE_NEEDED)
+        throw refusal(minor);
+    if (major == GSS_S_COMPLETE)
+        check_selection();
+    if (is_client_ || major == GSS_S_COMPLETE)
+        credential_.reset(); // each mechanism has its own by now, and the logon string is needed no more
+    transcript_.add(output.bytes());
+    return output;
+}
+
+void Negotiation::read_negotiation() {
+    qxgss_negotiation_desc negotiation{};
+    if (is_client_ || context_.get() == nullptr ||
+        failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)))
+        return;
+    is_attempt_ = is_attempt_ || negotiation.IsOffered != 0;
+    if (refused_ == QXGSS_SESSION_NONE_REFUSED)
+        claimed_ = common::bytes_of(&negotiation.PolicyName);
+}
+
+// Whether the first call has failed, and the policy for the claimed name leaves out a mechanism that is negotiated
+// here.
+bool Negotiation::is_claim_forbidden() const {
+    common::OidSet allowed;
+    if (is_client_ || rounds_ != 1 || claimed_.empty())
+        return false;
+    if (failed(gssp_inquire_mech_policy_for_user(nullptr, claimed_.c_str(), allowed.out())))
+        return true;
+    if (is_unrestricted(allowed))
+        return false;
+    qxgss_negotiated_mech_desc mechanism{};
+    for (OM_uint32 i = 0;
+         negotiator_.table->ftn_gssp_inquire_negotiated_mech(nullptr, context_.get(), i, &mechanism) == GSS_S_COMPLETE;
+         ++i)
+        if (mechanism.MechIndex >= 0 && !contains(allowed.get(), mechanism.pMechOid))
+            return true;
+    return false;
+}
+
+// A user whom the policy forbids what is offered hears what an unknown one hears: the negotiation begins again with a
+// name that the policy does not list, and whatever it proves is refused in the end. The story is that of the claim.
+void Negotiation::forget_claim() {
+    views();
+    properties();
+    refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
+    context_.reset();
+}
+
+// The mechanism that has run is the one whose entry was selected, and it is established.
+void Negotiation::check_selection() {
+    qxgss_negotiation_desc negotiation{};
+    qxgss_negotiated_mech_desc mechanism{};
+    const qxgss_ftn_table_desc &table = *negotiator_.table;
+    const bool is_found = !failed(table.ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)) &&
+                          negotiation.SelectedNumber >= 0 &&
+                          !failed(table.ftn_gssp_inquire_negotiated_mech(
+                              nullptr, context_.get(), static_cast<OM_uint32>(negotiation.SelectedNumber), &mechanism));
+    if (!is_found || mechanism.MechIndex < 0 || mechanism.IsCtxEstablished == 0 ||
+        !equal(mechanism.pMechOid, actual_mechanism_))
+        throw Failure(QXGSS_SESSION_FAILURE_NEGOTIATION, "the mechanism that has run is not the one that was selected",
+                      GSS_S_BAD_MECH);
+    mechanism_ = mechanism.MechIndex;
+    is_established_ = true;
+}
+
+// The cause that came first is told first: the policy, then what this side lost and why, then the call as a whole.
+Failure Negotiation::refusal(OM_uint32 minor) {
+    if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
+        return {QXGSS_SESSION_FAILURE_POLICY, refused_claim(), GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
+    return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + status_text(negotiator_, minor), GSS_S_FAILURE, minor};
+}
+
+std::string Negotiation::refused_claim() const {
+    return "the policy lets the claimed name " + common::quoted(claimed_) + " log on with none of these";
+}
+
+std::string Negotiation::causes() {
+    std::string out;
+    for (const MechanismView &mechanism : views()) {
+        const View &view = mechanism.view;
+        if (mechanism.index < 0 || view.state != QXGSS_MECH_STATE_REJECTED ||
+            view.reason == QXGSS_MECH_REASON_DUE_TO_RANK)
+            continue;
+        out += common::printable(pMechInfo[mechanism.index].pszMechName) + ": " +
+               (view.status_text.empty() ? std::string(qxnego::reason_word(view.reason))
+                                         : common::quoted(view.status_text)) +
+               "; ";
+    }
+    return out;
+}
+
+// ---- The server's policy -------------------------------------------------------------------------------------------
+
+void Negotiation::check_policy() {
+    const auto refuse = [](const std::string &why) {
+        throw Failure(QXGSS_SESSION_FAILURE_POLICY, why, GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED);
+    };
+    const std::string mechanism = common::printable(pMechInfo[mechanism_].pszMechName);
+    if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
+        refuse(refused_claim());
+    const std::string user(source_.get() == nullptr ? "" : common::bytes_of(&source_.get()->pElements[0].Name));
+    refused_ = QXGSS_SESSION_PROVED_REFUSED;
+    if (user.empty() || user.find('\0') != std::string::npos)
+        refuse("the mechanism " + mechanism + " has proved no name that the policy could be looked up for");
+    common::OidSet allowed;
+    if (failed(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed.out())))
+        refuse("the policy cannot be looked up for the proved name " + common::quoted(user));
+    if (!is_unrestricted(allowed) && !contains(allowed.get(), actual_mechanism_))
+        refuse("the policy does not let the proved name " + common::quoted(user) + " log on with " + mechanism);
+    refused_ = QXGSS_SESSION_NONE_REFUSED;
+}
+
+// ---- The confirmation of the offer ---------------------------------------------------------------------------------
+
+bool Negotiation::has_mics() const {
+    return pMechInfo[mechanism_].MechFtnTable.ftn_gssp_get_mic != nullptr;
+}
+
+std::string Negotiation::own_mic() {
+    const auto refuse = [&](const std::string &why) {
+        throw Failure(QXGSS_SESSION_FAILURE_CONFIRMATION, common::printable(pMechInfo[mechanism_].pszMechName) + why);
+    };
+    if (!has_mics()) {
+        if (options_.RequireConfirmation != 0)
+            refuse(" has no MICs to confirm the negotiation with");
+        return {};
+    }
+    // Someone in between could have struck it from the mechanism's own negotiation.
+    if ((flags_ & GSS_C_INTEG_FLAG) == 0)
+        refuse(" can make MICs, and the peer has not negotiated them");
+    OM_uint32 minor = 0;
+    common::Buffer mic;
+    const std::string statement = transcript_.statement(role_of(is_client_));
+    qxgss_buffer_desc text = common::view(statement);
+    const OM_uint32 major = negotiator_.table->ftn_gssp_get_mic(&minor, context_.get(), 0, &text, mic.out());
+    if (failed(major) || mic.empty())
+        refuse(" gives no MIC: " + statuses(negotiator_, major, minor));
+    return std::string(mic.bytes());
+}
+
+void Negotiation::check_mic(std::string_view mic) {
+    if (!has_mics() && mic.empty())
+        return;
+    OM_uint32 minor = 0;
+    const std::string statement = transcript_.statement(role_of(!is_client_));
+    qxgss_buffer_desc text = common::view(statement), token = common::view(mic);
+    if (mic.empty() || !has_mics() ||
+        negotiator_.table->ftn_gssp_verify_mic(&minor, context_.get(), &text, &token, nullptr) != GSS_S_COMPLETE)
+        throw Failure(QXGSS_SESSION_FAILURE_CONFIRMATION,
+                      "the peer saw other tokens: someone in between has changed the negotiation", GSS_S_BAD_MIC);
+}
+
+// ---- Messages ------------------------------------------------------------------------------------------------------
+
+bool Negotiation::is_protecting() const {
+    return is_established_ && (flags_ & GSS_C_INTEG_FLAG) != 0;
+}
+
+common::Buffer Negotiation::wrap(std::string_view text) {
+    OM_uint32 minor = 0;
+    common::Buffer message;
+    qxgss_buffer_desc input = common::view(text);
+    const int wanted = (flags_ & GSS_C_CONF_FLAG) != 0 ? 1 : 0;
+    int granted = 0;
+    const OM_uint32 major =
+        negotiator_.table->ftn_gssp_wrap(&minor, context_.get(), wanted, 0, &input, &granted, message.out());
+    if (failed(major) || (wanted != 0 && granted == 0))
+        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION,
+                      "a message could not be protected: " + statuses(negotiator_, major, minor), GSS_S_FAILURE, minor);
+    return message;
+}
+
+// A message that comes twice or in another order is refused like one that was changed.
+common::Buffer Negotiation::unwrap(std::string_view message) {
+    OM_uint32 minor = 0;
+    common::Buffer text;
+    qxgss_buffer_desc input = common::view(message);
+    int is_confidential = 0;
+    const OM_uint32 major =
+        negotiator_.table->ftn_gssp_unwrap(&minor, context_.get(), &input, text.out(), &is_confidential, nullptr);
+    if (major != GSS_S_COMPLETE || ((flags_ & GSS_C_CONF_FLAG) != 0 && is_confidential == 0))
+        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION,
+                      "a message is not protected as it should be: " + statuses(negotiator_, major, minor),
+                      failed(major) ? major : GSS_S_FAILURE, minor);
+    return text;
+}
+
+// ---- What is known -------------------------------------------------------------------------------------------------
+
+const Views &Negotiation::views() {
+    if (!views_ || (context_.get() != nullptr && refused_ != QXGSS_SESSION_CLAIMED_REFUSED))
+        read_views();
+    return *views_;
+}
+
+void Negotiation::read_views() {
+    Views views;
+    qxgss_negotiated_mech_desc mechanism{};
+    for (OM_uint32 i = 0; context_.get() != nullptr && negotiator_.table->ftn_gssp_inquire_negotiated_mech(
+                                                           nullptr, context_.get(), i, &mechanism) == GSS_S_COMPLETE;
+         ++i)
+        views.push_back({std::string(common::bytes_of(mechanism.pMechOid)),
+                         mechanism.MechIndex,
+                         {mechanism.MechState, mechanism.MechReason, mechanism.GssMajorStatus, mechanism.GssMinorStatus,
+                          std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
+    views_ = std::move(views);
+}
+
+// The log is rendered once, when it is asked for or the context goes.
+std::string_view Negotiation::properties() {
+    const auto inquire = negotiator_.table->ftn_gssp_inquire_properties_for_user;
+    if (!properties_ && context_.get() != nullptr && inquire != nullptr) {
+        OM_uint32 minor = 0;
+        common::Buffer properties;
+        const OM_uint32 major = inquire(&minor, context_.get(), properties.out());
+        observe("inquire_properties_for_user", major, minor);
+        properties_ = properties.bytes();
+    }
+    return properties_ ? std::string_view(*properties_) : std::string_view();
+}
+
+void Negotiation::describe(qxgss_session_facts_desc &facts) const {
+    facts.IsEstablished = mechanism_ >= 0 ? 1 : 0;
+    facts.pMech = mechanism_ >= 0 ? pMechInfo[mechanism_].pMechOid : nullptr;
+    facts.pszMech = mechanism_ >= 0 ? pMechInfo[mechanism_].pszMechName : "";
+    if (mechanism_ >= 0 && source_.get() != nullptr)
+        facts.User = source_.get()->pElements[0].Name;
+    facts.Claimed = common::view(claimed_);
+    facts.Refused = refused_;
+    facts.Flags = mechanism_ >= 0 ? flags_ : 0;
+    facts.IsProtecting = is_protecting() ? 1 : 0;
+    facts.IsAttempt = is_attempt_ ? 1 : 0;
+    facts.Rounds = rounds_;
+    facts.pDelegatedCred = delegated_;
+}
+
+} // namespace session

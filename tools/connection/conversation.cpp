@@ -1,0 +1,207 @@
+#include "tools/connection/conversation.h"
+
+#include "common/owned.h"
+#include "tools/codes.h"
+
+namespace tools {
+
+namespace {
+
+using common::bytes_of;
+
+constexpr char kPeerClosed[] = "the peer closed the connection";
+
+ExitStatus status_of(qxgss_session_failure_et failure) {
+    constexpr ExitStatus kStatuses[] = {kExitSuccess,     kExitFailure,      kExitUsage,  kExitNetwork,   kExitProtocol,
+                                        kExitNegotiation, kExitConfirmation, kExitPolicy, kExitProtection};
+    return kStatuses[failure];
+}
+
+std::uint64_t now() {
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count());
+}
+
+const qxgss_ftn_table_desc &table_of(qxgss_OID mechanism) {
+    static const qxgss_ftn_table_desc kNone{};
+    OM_sint32 index = -1;
+    const bool is_registered =
+        mechanism != nullptr && GSS_ERROR(gssp_oid_to_mechindex(nullptr, mechanism, &index)) == 0;
+    return is_registered && index >= 0 ? pMechInfo[index].MechFtnTable : kNone;
+}
+
+std::string name_of_credential(qxgss_OID mechanism, qxgss_cred_id_t credential) {
+    const auto inquire = table_of(mechanism).ftn_gssp_inquire_cred;
+    OM_uint32 minor = 0;
+    common::Name name;
+    if (credential == nullptr || inquire == nullptr ||
+        common::failed(inquire(&minor, credential, name.out(), nullptr, nullptr, nullptr)) || name.get() == nullptr)
+        return {};
+    return std::string(bytes_of(&name.get()->pElements[0].Name));
+}
+
+Clock::time_point after(OM_uint32 milliseconds) {
+    return milliseconds == GSS_C_INDEFINITE ? Clock::time_point::max()
+                                            : Clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+} // namespace
+
+Failure failure_of(const qxgss_session_facts_desc &facts) {
+    return Failure(facts.pszFailure, status_of(facts.Failure));
+}
+
+Conversation::Conversation(Stream stream, std::chrono::milliseconds silence, bool keeps_calls)
+    : stream_(std::move(stream)), silence_(silence), keeps_calls_(keeps_calls) {}
+
+void Conversation::observe(void *conversation, const char *call, OM_uint32 major, OM_uint32 minor,
+                           const qxgss_buffer_desc *token) {
+    qxgss_OID qxnego = nullptr;
+    gssp_mechstr_to_oid(nullptr, "QXNEGO", &qxnego);
+    const std::string_view bytes = bytes_of(token);
+    static_cast<Conversation *>(conversation)
+        ->calls_.push_back({now(), call, major, minor, minor_text(table_of(qxnego), qxnego, minor),
+                            Bytes(bytes.begin(), bytes.end())});
+}
+
+qxgss_session_options_desc Conversation::observed(qxgss_session_options_desc options) {
+    options.pfnObserve = keeps_calls_ ? observe : nullptr;
+    options.pObserveContext = this;
+    return options;
+}
+
+// ---- Until it is open ----------------------------------------------------------------------------------------------
+
+void Conversation::start(OM_uint32 major, OM_uint32 minor) {
+    if (major != GSS_S_COMPLETE)
+        throw Failure("the session cannot begin: " + major_name(major) + ", " + minor_text({}, nullptr, minor),
+                      (major & GSS_S_BAD_NAME) == GSS_S_BAD_NAME || major == GSS_S_NO_CRED ? kExitUsage : kExitFailure);
+}
+
+void Conversation::log_on(std::string_view logon, const std::string &service, OM_uint32 flags,
+                          qxgss_session_options_desc options) {
+    OM_uint32 minor = 0;
+    is_client_ = true;
+    const qxgss_buffer_desc text = common::view(logon);
+    const qxgss_session_options_desc wanted = observed(options);
+    start(qxgss_session_initiate(&minor, &text, service.c_str(), flags, &wanted, &session_), minor);
+    run(true);
+}
+
+void Conversation::admit(qxgss_session_options_desc options) {
+    OM_uint32 minor = 0;
+    const qxgss_session_options_desc wanted = observed(options);
+    start(qxgss_session_accept(&minor, &wanted, &session_), minor);
+    run(false);
+}
+
+void Conversation::run(bool is_client) {
+    OM_uint32 major = GSS_S_CONTINUE_NEEDED;
+    for (bool has_input = !is_client; major == GSS_S_CONTINUE_NEEDED; has_input = true) {
+        deadline_ = after(qxgss_session_time_left(session_));
+        const std::string message = has_input ? receive_message() : "";
+        const qxgss_buffer_desc input = common::view(message);
+        common::Buffer output;
+        major = qxgss_session_step(nullptr, session_, &input, output.out());
+        wait_until(after(qxgss_session_delay(session_)));
+        deadline_ = std::max(deadline_, Clock::now() + std::chrono::seconds(1)); // of a refusal that had to wait
+        if (!output.empty())
+            send_message(output.bytes());
+    }
+    check(major);
+}
+
+void Conversation::check(OM_uint32 major) {
+    if (GSS_ERROR(major) != 0)
+        throw failure_of(facts());
+}
+
+void Conversation::fail(const std::string &line, ExitStatus status) {
+    qxgss_session_abandon(nullptr, session_, QXGSS_SESSION_FAILURE_PROTOCOL, line.c_str());
+    throw Failure(line, status);
+}
+
+// A peer that has gone may have said why before it went.
+void Conversation::send_message(std::string_view message) {
+    const bool is_over = facts().State == QXGSS_SESSION_FAILED;
+    if (!stream_.send(message, deadline_) && !is_over)
+        fail(kPeerClosed, kExitNetwork);
+}
+
+std::string Conversation::receive_message() {
+    std::optional<std::string> message = stream_.receive(deadline_);
+    if (!message)
+        fail(kPeerClosed, kExitNetwork);
+    return std::move(*message);
+}
+
+// ---- Messages ------------------------------------------------------------------------------------------------------
+
+void Conversation::send(std::string_view text) {
+    const qxgss_buffer_desc input = common::view(text);
+    common::Buffer message;
+    check(qxgss_session_wrap(nullptr, session_, &input, message.out()));
+    deadline_ = Clock::now() + silence_;
+    send_message(message.bytes());
+}
+
+std::optional<std::string> Conversation::receive() {
+    deadline_ = Clock::now() + silence_;
+    const std::string message = receive_message();
+    const qxgss_buffer_desc input = common::view(message);
+    common::Buffer text;
+    const OM_uint32 major = qxgss_session_unwrap(nullptr, session_, &input, text.out());
+    if (GSS_ERROR(major) != 0)
+        end();
+    check(major);
+    return text.empty() ? std::nullopt : std::optional(std::string(text.bytes()));
+}
+
+// The connection ends anyway: that the peer does not hear it is no failure.
+void Conversation::end() {
+    common::Buffer message;
+    qxgss_session_end(nullptr, session_, message.out());
+    deadline_ = Clock::now() + silence_;
+    if (!message.empty())
+        stream_.send(message.bytes(), deadline_);
+}
+
+// ---- What is known -------------------------------------------------------------------------------------------------
+
+qxgss_session_facts_desc Conversation::facts() const {
+    qxgss_session_facts_desc facts{};
+    qxgss_session_inquire(nullptr, session_, &facts);
+    return facts;
+}
+
+void Conversation::tell(Story &story, const Failure *failure) {
+    constexpr const char *kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
+    constexpr const char *kRefused[] = {"", "claimed", "proved"};
+    if (failure != nullptr) {
+        story.failure = printable(failure->what());
+        story.status = failure->status();
+    }
+    story.is_client = is_client_;
+    if (session_ == nullptr)
+        return;
+    const qxgss_session_facts_desc known = facts();
+    story.is_established = known.IsEstablished != 0;
+    story.mechanism = known.pszMech;
+    story.user = bytes_of(&known.User);
+    story.claimed = bytes_of(&known.Claimed);
+    story.refused = kRefused[known.Refused];
+    story.delegated = name_of_credential(known.pMech, known.pDelegatedCred);
+    story.flags = known.Flags;
+    story.confirmation = kConfirmations[known.Confirmation];
+    story.rounds = known.Rounds;
+    story.is_attempt = known.IsAttempt != 0;
+    story.verdicts = verdicts_of(session_);
+    story.calls = calls_;
+    if (keeps_calls_) {
+        common::Buffer properties;
+        qxgss_session_properties(nullptr, session_, properties.out());
+        story.properties.assign(properties.bytes().begin(), properties.bytes().end());
+    }
+}
+
+} // namespace tools

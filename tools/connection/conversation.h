@@ -1,0 +1,61 @@
+// A session over a stream: waits as long as either allows, and carries messages between them.
+#ifndef QXNEGO_TOOLS_CONNECTION_CONVERSATION_H
+#define QXNEGO_TOOLS_CONNECTION_CONVERSATION_H
+
+#include "tools/connection/story.h"
+#include "tools/connection/stream.h"
+
+namespace tools {
+
+class Conversation {
+  public:
+    // The stream may be silent for as long as `silence` between messages. Calls of the mechanism go into the story when
+    // `keeps_calls` is set.
+    Conversation(Stream stream, std::chrono::milliseconds silence, bool keeps_calls);
+    Conversation(const Conversation &) = delete;
+    Conversation &operator=(const Conversation &) = delete;
+    ~Conversation() { qxgss_session_delete(nullptr, &session_); }
+
+    // Each runs until the session is open. They throw Failure with the class of what went wrong.
+    void log_on(std::string_view logon, const std::string &service, OM_uint32 flags,
+                qxgss_session_options_desc options);
+    void admit(qxgss_session_options_desc options);
+
+    // Whether the mechanism protects messages.
+    bool is_protecting() const { return facts().IsProtecting != 0; }
+
+    // Sends a text that is not empty, and awaits the next one: nothing once the peer has ended.
+    void send(std::string_view text);
+    std::optional<std::string> receive();
+    void end();
+
+    // What is known now. `failure` is the one that ended it, null when it went well.
+    void tell(Story &story, const Failure *failure);
+
+  private:
+    void start(OM_uint32 major, OM_uint32 minor);
+    void run(bool is_client);
+    void send_message(std::string_view message);
+    std::string receive_message();
+    [[noreturn]] void fail(const std::string &line, ExitStatus status);
+    void check(OM_uint32 major);
+    qxgss_session_facts_desc facts() const;
+    qxgss_session_options_desc observed(qxgss_session_options_desc options);
+    static void observe(void *conversation, const char *call, OM_uint32 major, OM_uint32 minor,
+                        const qxgss_buffer_desc *token);
+
+    Stream stream_;
+    std::chrono::milliseconds silence_;
+    bool keeps_calls_;
+    bool is_client_ = false;
+    Clock::time_point deadline_ = Clock::time_point::max();
+    qxgss_session_t session_ = nullptr;
+    std::vector<Call> calls_;
+};
+
+// The line and the exit status of a session that has failed.
+Failure failure_of(const qxgss_session_facts_desc &facts);
+
+} // namespace tools
+
+#endif

@@ -1,0 +1,33 @@
+// A file descriptor that is closed when its owner goes.
+#ifndef QXNEGO_TOOLS_CONNECTION_DESCRIPTOR_H
+#define QXNEGO_TOOLS_CONNECTION_DESCRIPTOR_H
+
+#include <utility>
+
+namespace tools {
+
+class Descriptor {
+  public:
+    Descriptor() = default;
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        close();
+        number_ = std::exchange(other.number_, -1);
+        return *this;
+    }
+    ~Descriptor() { close(); }
+
+    int get() const { return number_; }
+    void close() noexcept;
+
+  private:
+    int number_ = -1;
+};
+
+// Two connected stream sockets, closed in programs that are started. Throws Failure.
+std::pair<Descriptor, Descriptor> socket_pair();
+
+} // namespace tools
+
+#endif

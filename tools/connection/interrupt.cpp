@@ -1,0 +1,53 @@
+// The handler only leaves a note; whoever waits next finds it.
+#include "tools/connection/interrupt.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "tools/failure.h"
+
+namespace tools {
+
+namespace {
+
+// Read by every thread that waits. Without a lock it may be written by a signal handler.
+std::atomic<bool> is_interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
+int descriptor = -1;
+
+void note_signal(int) {
+    const int before = errno;
+    is_interrupted = true;
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(descriptor, &one, sizeof one);
+    errno = before; // of the call that the signal came in
+}
+
+} // namespace
+
+void interrupt_on_signals() {
+    if (descriptor >= 0)
+        close(descriptor); // that of the process which this one was forked from
+    descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    struct sigaction action {};
+    action.sa_handler = note_signal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND); // and without SA_RESTART
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void throw_if_interrupted() {
+    if (is_interrupted)
+        throw Failure("interrupted", kExitInterrupted);
+}
+
+int interrupt_descriptor() {
+    return descriptor;
+}
+
+} // namespace tools

@@ -1,0 +1,50 @@
+// What became of each mechanism, as each side saw it, and the table that both views make.
+#ifndef QXNEGO_TOOLS_SHOW_VERDICTS_H
+#define QXNEGO_TOOLS_SHOW_VERDICTS_H
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "session/qxgss_session.h"
+
+namespace tools {
+
+// A mechanism's last state at one side; state 0 when that side never heard of it, or its view is not known.
+struct View {
+    OM_uint32 state = 0;
+    OM_uint32 reason = 0;
+    std::string status_text;
+};
+
+struct MechanismView {
+    std::string mechanism;
+    View view;
+};
+
+struct Verdict {
+    std::string mechanism;
+    View client, server;
+    qxgss_session_verdict_et verdict;
+    OM_uint32 reason;
+    std::string status_text;
+};
+
+// Of a session, and of both sides' views.
+std::vector<Verdict> verdicts_of(qxgss_session_t session);
+std::vector<Verdict> join(const std::vector<MechanismView> &client, const std::vector<MechanismView> &server);
+
+const char *verdict_word(qxgss_session_verdict_et verdict); // "selected", "rejected", "undecided"
+std::string state_word(const View &view);                   // "-" for none
+
+// At most kMostVerdicts rows; a line, or a number, says how many were left out.
+inline constexpr std::size_t kMostVerdicts = 100;
+void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts);
+void print_views(std::ostream &out, const std::vector<MechanismView> &views);
+nlohmann::ordered_json to_json(const Verdict &verdict);
+
+} // namespace tools
+
+#endif
