@@ -175,6 +175,28 @@ TEST_F(Token, ItemsOfTheWholeToken) {
     EXPECT_EQ(broken.entry(1).GssMinorStatus, 0xE10000CDU);
 }
 
+// A context that is fed again after its completion failed, where A was told to be selected before it was established.
+TEST_F(Token, NoMechanismIsCompleteThatIsNotEstablished) {
+    for (const Side side : {kClient, kServer}) {
+        scripted::script().legs = {5, 1, 1, 1};
+        scripted::script().at('A', kServer).source = "anna";
+        scripted::script().at('A', kServer).delegates = true;
+        Session session("AB", "AB", "authcid=anna");
+        Peer &peer = session.side(side);
+        const Outcome first = session.client.call("");
+        EXPECT_EQ((side == kClient ? first : peer.call(first.token)).statuses(), kGoesOn);
+        const std::string next = text(6, side == kClient ? "A2" : "A3");
+        for (const std::string &items : {list(mech('A', 2, 6, next)) + number(1, 1) + oid(2, 'B') + number(3, 1),
+                                         list(mech('A', 1, 1)) + number(1, 1) + oid(2, 'A')}) {
+            peer.flags = peer.lifetime = 7;
+            EXPECT_EQ(peer.call(tlv(0xA1, items)).statuses(), failed("E3000411"));
+            EXPECT_TRUE(peer.flags == 0 && peer.lifetime == 0 && peer.mech_type == pQxnegoMechOid);
+            EXPECT_TRUE(peer.source == nullptr && peer.delegated == nullptr);
+        }
+        EXPECT_EQ(peer.entries(), "A26 B11+");
+    }
+}
+
 TEST_F(Token, TokensThatMustNotBeWritten) {
     using Alter = void (*)(NegContext_desc & context);
     // clang-format off
