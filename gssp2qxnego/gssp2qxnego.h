@@ -47,7 +47,8 @@ QXNEGO_API OM_uint32 QXNEGO_inquire_names_for_mech(OM_uint32 *pMinorStatus, cons
  * GSS_S_CONTINUE_NEEDED comes with 0x230003E9. Failures: 0x02080000 with 0xE30003FF (null ppContextHandle), 0x020D0000
  * with 0xE30003FA (null pOutputToken), else the status of the failing step: GSS_S_FAILURE with 0xE3000406 when no
  * mechanism is left, 0xE3000411 when the peer names one that is not established here (GSS_S_COMPLETE and results are
- * never given for such a one), 0xE30003F9 for memory, a 0xE10000F. code or another of QXNEGO's for a defective token. */
+ * never given for such a one), 0xE30003F9 for memory, a 0xE10000F. code or another of QXNEGO's for a defective token.
+ */
 QXNEGO_API OM_uint32 QXNEGO_init_sec_context(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pInitiatorCredHandle,
                                              qxgss_ctx_id_t *ppContextHandle, const qxgss_name_t pTargetName,
                                              const qxgss_OID pMechType, OM_uint32 ReqFlags, OM_uint32 TimeReq,
@@ -100,16 +101,16 @@ QXNEGO_API OM_uint32 QXNEGO_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_
 /* What was recorded (RFC 2744 5.22); the caller owns the name and the set. GSS_S_NO_CRED with 0xE30003FC and cleared
  * outputs for a null handle; GSS_S_DEFECTIVE_CREDENTIAL with the framework's minor status when a copy fails. */
 QXNEGO_API OM_uint32 QXNEGO_inquire_cred(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pCredHandle,
-                                         qxgss_name_t *ppName, OM_uint32 *pLifetimeRec,
-                                         qxgss_cred_usage_t *pCredUsage, qxgss_OID_set *ppMechanisms);
+                                         qxgss_name_t *ppName, OM_uint32 *pLifetimeRec, qxgss_cred_usage_t *pCredUsage,
+                                         qxgss_OID_set *ppMechanisms);
 
 /* ---- Per-message calls (RFC 2744 2.7) and conversions ----------------------------------------------------------- */
 
 /* The selected mechanism's operation, unchanged in both directions: tokens, statuses, quality of protection. Valid once
- * this side's establishment has returned GSS_S_COMPLETE, and until it is called again. Checked before it, in this order: 0x020D0000 with 0xE30003FA
- * (null output buffer), 0x01080000 with 0xE30003FF (null context), 0x010D0000 with 0xE3000402 (input missing),
- * GSS_S_FAILURE with 0xE3000414 (nothing selected yet), GSS_S_UNAVAILABLE with 0xE1000067 (the mechanism has no such
- * operation). The caller releases output buffers. */
+ * this side's establishment has returned GSS_S_COMPLETE, and until it is called again. Checked before it, in this
+ * order: 0x020D0000 with 0xE30003FA (null output buffer), 0x01080000 with 0xE30003FF (null context), 0x010D0000 with
+ * 0xE3000402 (input missing), GSS_S_FAILURE with 0xE3000414 (nothing selected yet), GSS_S_UNAVAILABLE with 0xE1000067
+ * (the mechanism has no such operation). The caller releases output buffers. */
 QXNEGO_API OM_uint32 QXNEGO_wrap(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, int ConfReqFlag,
                                  qxgss_qop_t QopReq, const qxgss_buffer_t pInputMessageBuffer, int *pConfState,
                                  qxgss_buffer_t pOutputMessageBuffer);

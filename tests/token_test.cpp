@@ -99,6 +99,26 @@ TEST_F(Token, TokensAreReadAndReconciled) {
     EXPECT_EQ(process(context, 2, tlv(0xA1, list(list("")) + goes_on)).substr(0, 12), "000D0000/E30");
 }
 
+// OIDs of which many begin or end alike, in no order, each in a token of its own, and then all once more.
+TEST_F(Token, ManyMechanismsAreToldApart) {
+    Context context(kServer, "AB");
+    std::vector<std::string> oids;
+    for (OM_uint32 i = 0; i < 300; ++i) {
+        const OM_uint32 mixed = i * 7919 % 300;
+        oids.push_back(std::string(1 + mixed % 3, '\x2B') + static_cast<char>(mixed / 3) + "\x01");
+    }
+    for (const OM_uint32 records : {600U, 900U}) {
+        for (const std::string &each : oids)
+            EXPECT_EQ(process(context, 2,
+                              tlv(0xA1, list(tlv(0xA0, text(0, each) + number(1, 3) + number(2, 5))) + number(1, 2))),
+                      kDone);
+        EXPECT_EQ(context->NegLog.Count, records);
+        ASSERT_EQ(context->NegMechList.Count, 302U);
+        for (OM_uint32 i = 0; i < 300; ++i)
+            EXPECT_EQ(support::bytes_of(*context.entry(i + 2).pMechOid), oids[i]) << i;
+    }
+}
+
 // What neither side can use is released, a value without a length too, and is cleared where the reader looks for it.
 TEST_F(Token, NothingIsLeftInThePeersEntry) {
     for (const char mechanism : {'A', 'D'}) {
