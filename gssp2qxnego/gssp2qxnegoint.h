@@ -124,6 +124,12 @@ struct NegLog_desc {
 };
 using NegLog_t = NegLog_desc *;
 
+// Places of entries in a list, in the order of the entries' OIDs.
+struct NegMechOrder_desc {
+    OM_uint32 Count;
+    OM_uint32 *pPlaces;
+};
+
 struct NegContext_desc {
     OM_uint32 IsInitiator;
     OM_uint32 TokenNum; // earlier calls of the establishment entry point
@@ -138,6 +144,7 @@ struct NegContext_desc {
     NegState_et NegStateFromPeer;
     OM_sint32 SelectedMechInfoIndex; // registry index; -1: none
     OM_sint32 SelectedMechListIndex; // index in NegMechList; -1: none
+    NegMechOrder_desc MechOrder;     // of what a list holds beyond a usual length (reconcile.cpp)
 };
 using NegContext_t = NegContext_desc *;
 

@@ -163,7 +163,7 @@ QXGSS_API OM_uint32 qxgss_shutdown(OM_uint32 *pMinorStatus);
 QXGSS_API OM_uint32 qxgss_import_name(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInputName,
                                       const qxgss_OID pInputNameType, qxgss_name_t *ppOutputName);
 
-/* Frees a set of OIDs and clears the pointer; a null set is no error (RFC 2744 5.24). */
+/* Frees a set of OIDs and clears the pointer; a null set is no error (RFC 2744 5.29). */
 QXGSS_API OM_uint32 qxgss_release_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
 
 #ifdef __cplusplus

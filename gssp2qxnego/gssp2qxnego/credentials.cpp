@@ -25,10 +25,12 @@ OM_uint32 record_name(OM_uint32 *pMinorStatus, qxgss_name_t desiredName, QxnegoC
     const gssp_utf_convert_flags_t flags = {GSSP_UTF_BY_NAMETYPE, GSSP_UTF8, GSSP_UTF_STRICT_CONVERSION};
     qxgss_buffer_desc text{};
     major = gssp_convertname_utf(pMinorStatus, desiredName, &text, &flags);
-    if (!failed(major) && text.length != 0)
-        std::swap(credential.pDesiredName->pElements[0].Name, text);
-    gssp_release_secure_buffer(nullptr, &text);
-    return major;
+    if (failed(major) || text.length == 0) {
+        discard(text);
+        return major;
+    }
+    std::swap(credential.pDesiredName->pElements[0].Name, text);
+    return gssp_release_secure_buffer(pMinorStatus, &text);
 }
 
 } // namespace

@@ -13,37 +13,6 @@ using namespace qxnego;
 
 namespace {
 
-// What is complete stays with its mechanism when a later token names another one: messages still go to the selected
-// context, and the other may have none.
-class KeptSelection {
-  public:
-    explicit KeptSelection(qxgss_ctx_id_t handle) {
-        if (handle == nullptr || negotiation_of(handle).NegState != NEG_STATE_COMPLETED)
-            return;
-        NegContext_desc &negotiation = negotiation_of(handle);
-        const NegMechEntry_t entry = selected_entry(negotiation);
-        if (entry == nullptr || entry->MechState != NEG_MECH_STATE_SELECTED)
-            return;
-        negotiation_ = &negotiation;
-        inList_ = negotiation.SelectedMechListIndex;
-        inRegistry_ = negotiation.SelectedMechInfoIndex;
-    }
-    KeptSelection(const KeptSelection &) = delete;
-    KeptSelection &operator=(const KeptSelection &) = delete;
-    ~KeptSelection() {
-        if (negotiation_ == nullptr)
-            return;
-        negotiation_->SelectedMechListIndex = inList_;
-        negotiation_->SelectedMechInfoIndex = inRegistry_;
-    }
-    bool is_contradicted() const { return negotiation_ != nullptr && negotiation_->SelectedMechListIndex != inList_; }
-
-  private:
-    NegContext_desc *negotiation_ = nullptr;
-    OM_sint32 inList_ = -1;
-    OM_sint32 inRegistry_ = -1;
-};
-
 // A later call of either side: counts it and reads the peer's token.
 OM_uint32 continue_with(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInputToken, NegContext_desc &negotiation) {
     ++negotiation.TokenNum;
@@ -58,17 +27,22 @@ struct Results {
     OM_uint32 *pTimeRec;
     qxgss_cred_id_t *ppDelegatedCredHandle;
 
-    OM_uint32 set(OM_uint32 *pMinorStatus, NegContext_t pNegotiation) const {
-        return QXNEGO_INT_SetReturns(pMinorStatus, pNegotiation, ppSrcName, ppMechType, pRetFlags, pTimeRec,
-                                     ppDelegatedCredHandle);
+    // None for a selected mechanism that is not established here: a peer can name one in a token for a context that is
+    // complete already.
+    OM_uint32 set(OM_uint32 *pMinorStatus, NegContext_desc &negotiation) const {
+        const NegMechEntry_t entry = selected_entry(negotiation);
+        if (negotiation.NegState == NEG_STATE_COMPLETED && entry != nullptr && entry->IsCtxEstablished != 1) {
+            put(nullptr, nullptr);
+            return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NONE_SELECTED);
+        }
+        return put(pMinorStatus, &negotiation);
     }
 
-    // After the peer's token: none for a peer that contradicts its own completion.
-    OM_uint32 set(OM_uint32 *pMinorStatus, NegContext_desc &negotiation, const KeptSelection &kept) const {
-        if (!kept.is_contradicted())
-            return set(pMinorStatus, &negotiation);
-        set(nullptr, nullptr);
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NONE_SELECTED);
+  private:
+    // Without a negotiation they are cleared.
+    OM_uint32 put(OM_uint32 *pMinorStatus, NegContext_t pNegotiation) const {
+        return QXNEGO_INT_SetReturns(pMinorStatus, pNegotiation, ppSrcName, ppMechType, pRetFlags, pTimeRec,
+                                     ppDelegatedCredHandle);
     }
 };
 
@@ -85,8 +59,8 @@ OM_uint32 conclude(OM_uint32 *pMinorStatus, OM_uint32 TokenType, qxgss_buffer_t 
         major = QXNEGO_INT_ConstructOutputToken(pMinorStatus, TokenType, &negotiation, pOutputToken);
     if (failed(major))
         return major;
-    major = results.set(pMinorStatus, &negotiation);
-    if (failed(major)) // for lack of memory: the peer is not told of a completion that this side has not reported
+    major = results.set(pMinorStatus, negotiation);
+    if (failed(major)) // the peer is not told of a completion that this side has not reported
         gssp_release_buffer(nullptr, pOutputToken);
     return major;
 }
@@ -154,14 +128,13 @@ OM_uint32 QXNEGO_init_sec_context(OM_uint32 *pMinorStatus, const qxgss_cred_id_t
     const Results results = {nullptr, ppActualMechType, pRetFlags, pTimeRec, nullptr};
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     const bool first = *ppContextHandle == nullptr;
-    const KeptSelection kept(*ppContextHandle);
     OM_uint32 major = first ? begin_initiator(&minor, pInitiatorCredHandle, ppContextHandle)
                             : continue_with(&minor, pInputToken, negotiation_of(*ppContextHandle));
     if (failed(major))
         return report(pMinorStatus, major, minor);
     NegContext_desc &negotiation = negotiation_of(*ppContextHandle);
     if (!first) {
-        major = results.set(&minor, negotiation, kept);
+        major = results.set(&minor, negotiation);
         if (!goes_on(major, minor))
             return report(pMinorStatus, major, minor);
     }
@@ -182,7 +155,6 @@ OM_uint32 QXNEGO_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppC
         return major;
     const Results results = {ppSrcName, ppMechType, pRetFlags, pTimeRec, ppDelegatedCredHandle};
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const KeptSelection kept(*ppContextHandle);
     OM_uint32 major = *ppContextHandle == nullptr
                           ? begin_acceptor(&minor, pAcceptorCredHandle, pInputToken, ppContextHandle)
                           : continue_with(&minor, pInputToken, negotiation_of(*ppContextHandle));
@@ -192,7 +164,7 @@ OM_uint32 QXNEGO_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppC
     major = apply_rules(&minor, negotiation);
     if (failed(major))
         return report(pMinorStatus, major, minor);
-    major = results.set(&minor, negotiation, kept);
+    major = results.set(&minor, negotiation);
     if (!goes_on(major, minor))
         return report(pMinorStatus, major, minor);
     major = QXNEGO_INT_Mechs_Accept_Contexts(&minor, pInputChanBindings, ppSrcName, ppMechType, pRetFlags, pTimeRec,

@@ -39,6 +39,8 @@ OM_uint32 QXNEGO_INT_ReleaseNegContext(OM_uint32 *pMinorStatus, NegContext_t pNe
     discard(pNegContext->AuthenticationIdBuf);
     discard(pNegContext->UserNameBuf);
     discard(pNegContext->ProfileNameBuf);
+    std::free(pNegContext->MechOrder.pPlaces);
+    pNegContext->MechOrder = {};
 
     LastFailure result;
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;

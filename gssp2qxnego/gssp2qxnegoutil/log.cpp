@@ -1,5 +1,6 @@
 // The negotiation log: an append-only array of snapshots. A failing entry leaves the log as it was, and no failure here
 // ever stops a negotiation.
+#include <bit>
 #include <ctime>
 
 #include "gssp2qxnego/gssp2qxnegoutil/guards.h"
@@ -68,11 +69,14 @@ void QXNEGO_INT_GrowNegLog(NegLog_t pNegLog, OM_uint32 n) {
     const std::size_t newCount = oldCount + n;
     if (newCount > UINT32_MAX)
         return;
-    auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, newCount * sizeof(NegLogRecord)));
-    if (records == nullptr)
-        return;
-    std::memset(records + oldCount, 0, n * sizeof(NegLogRecord));
-    pNegLog->pRecords = records;
+    // The array's room is the next power of two, so that a long log is not copied with every growth.
+    if (const std::size_t room = std::bit_ceil(newCount); room != std::bit_ceil(oldCount)) {
+        auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, room * sizeof(NegLogRecord)));
+        if (records == nullptr)
+            return;
+        pNegLog->pRecords = records;
+    }
+    std::memset(pNegLog->pRecords + oldCount, 0, n * sizeof(NegLogRecord));
     pNegLog->MaxCount = static_cast<OM_uint32>(newCount);
 }
 

@@ -1,6 +1,8 @@
 // Merging what the peer says of a mechanism into the local list. Whatever is taken from the peer's entry or released
 // is cleared in it at that moment, so that its reader releases exactly what it still holds.
+#include <algorithm>
 #include <bit>
+#include <string_view>
 
 #include "gssp2qxnego/gssp2qxnegoutil/guards.h"
 
@@ -66,20 +68,80 @@ OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMech
     return succeed(pMinorStatus);
 }
 
-// Makes room for one more entry. The room is the next power of two above the count, so that a peer's long list does not
-// copy ours each time; it follows from the count alone, as the template's copy has an array that just fits.
-bool reserve_one(NegMechList_desc &list) {
-    const std::size_t room = std::bit_ceil(std::size_t{list.Count} + 1);
-    const auto before = reinterpret_cast<std::uintptr_t>(list.pNegMech);
-    auto *entries = static_cast<NegMechEntry_t>(std::realloc(list.pNegMech, room * sizeof(NegMechEntry_desc)));
-    if (entries == nullptr)
+// ---- Looking a mechanism up ----------------------------------------------------------------------------------------
+
+// So many entries are looked through one by one. A peer can name thousands, and each is looked for among all before it:
+// those beyond are found by their order, so that a token costs what its length says.
+constexpr OM_uint32 kUsualLength = 32;
+
+std::string_view octets(const qxgss_OID_desc *oid) {
+    return usable(oid) ? std::string_view(static_cast<const char *>(oid->elements), oid->length) : std::string_view();
+}
+
+// The first place in the order whose entry does not come before that OID.
+OM_uint32 *place_of(const NegContext_desc &context, std::string_view oid) {
+    const NegMechOrder_desc &order = context.MechOrder;
+    const auto before = [&](OM_uint32 entry, std::string_view wanted) {
+        return octets(context.NegMechList.pNegMech[entry].pMechOid) < wanted;
+    };
+    return std::lower_bound(order.pPlaces, order.pPlaces + order.Count, oid, before);
+}
+
+// Whether an array with the next power of two as its room is full.
+bool is_full(OM_uint32 count) {
+    return count == 0 || std::has_single_bit(count);
+}
+
+template <typename T> bool make_room(T *&array, OM_uint32 count) {
+    auto *grown = static_cast<T *>(std::realloc(array, std::bit_ceil(std::size_t{count} + 1) * sizeof(T)));
+    if (grown == nullptr)
         return false;
-    list.pNegMech = entries;
-    if (reinterpret_cast<std::uintptr_t>(entries) == before)
+    array = grown;
+    return true;
+}
+
+// Takes the entries that the list has grown by into the order.
+bool complete_order(NegContext_desc &context) {
+    NegMechOrder_desc &order = context.MechOrder;
+    for (OM_uint32 entry; (entry = kUsualLength + order.Count) < context.NegMechList.Count; ++order.Count) {
+        if (is_full(order.Count) && !make_room(order.pPlaces, order.Count))
+            return false;
+        OM_uint32 *const at = place_of(context, octets(context.NegMechList.pNegMech[entry].pMechOid));
+        std::copy_backward(at, order.pPlaces + order.Count, order.pPlaces + order.Count + 1);
+        *at = entry;
+    }
+    return true;
+}
+
+// The entry with that OID, or -1 in `found`.
+OM_uint32 find_entry(OM_uint32 *pMinorStatus, NegContext_desc &context, qxgss_OID_desc &oid, OM_sint32 &found) {
+    const NegMechList_desc &list = context.NegMechList;
+    const OM_uint32 major =
+        find_mechanism(pMinorStatus, {std::min(list.Count, kUsualLength), list.pNegMech}, oid, found);
+    if (failed(major) || found >= 0 || list.Count <= kUsualLength)
+        return major;
+    if (!complete_order(context))
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+    const OM_uint32 *const at = place_of(context, octets(&oid));
+    if (at != context.MechOrder.pPlaces + context.MechOrder.Count &&
+        octets(list.pNegMech[*at].pMechOid) == octets(&oid))
+        found = static_cast<OM_sint32>(*at);
+    return GSS_S_COMPLETE;
+}
+
+// ---- Merging -------------------------------------------------------------------------------------------------------
+
+// Makes room for one more entry. The template's copy has an array that just fits; from the first entry made for the
+// peer on, which is then the last one, the room is the next power of two.
+bool reserve_one(NegMechList_desc &list) {
+    const bool grown = list.pNegMech[list.Count - 1].MechOidFromPeer.elements != nullptr;
+    if (grown && !is_full(list.Count))
         return true;
+    if (!make_room(list.pNegMech, list.Count))
+        return false;
     // The entries made for the peer point into themselves. They form the tail, and own the bytes of their OID.
-    for (std::size_t i = list.Count; i-- > 0 && entries[i].MechOidFromPeer.elements != nullptr;)
-        entries[i].pMechOid = &entries[i].MechOidFromPeer;
+    for (OM_uint32 i = list.Count; i-- > 0 && list.pNegMech[i].MechOidFromPeer.elements != nullptr;)
+        list.pNegMech[i].pMechOid = &list.pNegMech[i].MechOidFromPeer;
     return true;
 }
 
@@ -128,7 +190,7 @@ OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNeg
 
     OM_sint32 found = -1;
     OM_uint32 minor = GSSP_E_SUCCESS;
-    if (failed(find_mechanism(&minor, list, *oid, found)))
+    if (failed(find_entry(&minor, *pNegContext, *oid, found)))
         return report(pMinorStatus, GSS_S_FAILURE, minor);
     return found >= 0 ? merge_known(pMinorStatus, list.pNegMech[found], *pNegMech, pNegContext)
                       : append_unknown(pMinorStatus, *pNegMech, pNegContext);

@@ -92,8 +92,8 @@ OM_uint32 null_handle_or_context(OM_uint32 *pMinorStatus, gsspasn_decoding_t han
     return GSS_S_COMPLETE;
 }
 
-// Finds the entry that the peer has selected and notes it in the context, whatever the context's own state: a peer that
-// completes twice with different mechanisms is refused when the results are set, and its context is to be deleted then.
+// Finds the entry that the peer has selected and notes it in the context, whatever the context's own state. Whether
+// that entry has earned a completion is looked at when the results are set.
 OM_uint32 read_selected_mechanism(OM_uint32 *pMinorStatus, ElementReader &items, NegContext_desc &context) {
     qxgss_OID_desc oid{};
     items.required(2, oid);
