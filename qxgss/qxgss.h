@@ -154,8 +154,9 @@ extern QXGSS_API qxgss_OID GSS_C_NT_HOSTBASED_SERVICE;
 QXGSS_API OM_uint32 qxgss_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszConfigFile,
                                     qxgss_buffer_t pMessage);
 
-/* Empties the registry and forgets the configuration. No context or credential of any mechanism may be left, and the
- * libraries stay loaded (a mechanism's own state lives as long as its library). Always GSS_S_COMPLETE. */
+/* Empties the registry and forgets the configuration; qxgss_configure may be called again. No context or credential of
+ * any mechanism may be left. The libraries stay loaded, with the state that their mechanisms keep until they are
+ * configured again. Always GSS_S_COMPLETE. */
 QXGSS_API OM_uint32 qxgss_shutdown(OM_uint32 *pMinorStatus);
 
 /* Makes a name of one element from a text and a name type, both copied (RFC 2744 5.16). The caller releases it with
