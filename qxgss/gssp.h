@@ -145,6 +145,10 @@ QXGSS_API OM_uint32 gssp_inquire_mech_setting(OM_uint32 *pMinorStatus, const cha
 QXGSS_API OM_uint32 gssp_inquire_mech_policy_for_user(OM_uint32 *pMinorStatus, const char *pszUser,
                                                       qxgss_OID_set *ppMechs);
 
+/* Version of this interface: the function table, the records and the calls. A mechanism's library may have a function
+ * OM_uint32 PREFIX_interface_version(void); one that returns another number is not put to use. */
+#define QXGSS_INTERFACE_VERSION 1U
+
 /* A mechanism's operations. The framework resolves slot ftn_gssp_X as the symbol PREFIX_X of the mechanism's library;
  * any slot may be null. Arguments as in RFC 2744 for the call of the same name. */
 typedef struct qxgss_ftn_table_desc_struct {
