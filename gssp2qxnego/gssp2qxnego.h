@@ -20,9 +20,10 @@ extern "C" {
 
 /* ---- Configuration and inquiry ---------------------------------------------------------------------------------- */
 
-/* Builds the module's state from the registry; once, before any other call. ClientServer and pLibPathBuf are not
- * consulted. On failure GSS_S_FAILURE with 0xA100012B, and the cause as a message appended to pConfigInfoBuf (a block
- * of the C heap, or empty; may be null); 0xE30003F8 when the message itself found no memory. */
+/* Builds the module's state from the registry; before any other call, and again for each configuration of the
+ * framework, whose state replaces the one before. ClientServer and pLibPathBuf are not consulted. On failure
+ * GSS_S_FAILURE with 0xA100012B, and the cause as a message appended to pConfigInfoBuf (a block of the C heap, or
+ * empty; may be null); 0xE30003F8 when the message itself found no memory. */
 QXNEGO_API OM_uint32 QXNEGO_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, qxgss_buffer_t pLibPathBuf,
                                       qxgss_buffer_t pConfigInfoBuf);
 

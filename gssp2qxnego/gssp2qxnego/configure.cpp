@@ -1,5 +1,5 @@
-// The module's state, built once from the framework's registry and read-only afterwards: the template list of
-// negotiable mechanisms in order of preference, QXNEGO's own OID, and its name types.
+// The module's state, built from the framework's registry when it is configured and read-only afterwards: the template
+// list of negotiable mechanisms in order of preference, QXNEGO's own OID, and its name types.
 #include <cstdio>
 #include <utility>
 
@@ -39,6 +39,17 @@ const char *make_set(OM_uint32 *pMinor, qxgss_OID_set *ppSet, std::initializer_l
     if (failed(gssp_create_empty_oid_set(pMinor, ppSet)))
         return kCreateFailed;
     return add_all(pMinor, ppSet, members);
+}
+
+// What an earlier configuration of the process left, which this one replaces. Contexts have copies of their own.
+void release_state() {
+    for (qxgss_OID_set *set : {&pQxnegoMechOidSet, &pQxnegoPreferredCredNameTypes, &pQxnegoSupportedCredNameTypes,
+                               &pQxnegoSupportedAllNameTypes})
+        gssp_release_oid_set(nullptr, set);
+    std::free(QxnegoMechList.pNegMech);
+    QxnegoMechList = {};
+    pQxnegoMechOid = nullptr;
+    QxnegoMechIndex = -1;
 }
 
 const char *build_state(OM_uint32 *pMinor) {
@@ -139,6 +150,7 @@ void sort_by_preference(const NegMechList_desc &list) {
 
 OM_uint32 QXNEGO_configure(OM_uint32 *pMinorStatus, OM_uint32 /*ClientServer*/, qxgss_buffer_t /*pLibPathBuf*/,
                            qxgss_buffer_t pConfigInfoBuf) {
+    release_state();
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     const char *failure = build_state(&minor);
     if (failure == nullptr)
