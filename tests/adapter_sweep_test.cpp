@@ -87,14 +87,14 @@ bool good(const Peer &peer, const Outputs &out, OM_uint32 (*Table::*slot)(OM_uin
     return succeeded;
 }
 
-// The message is whole or empty; one that is there has said what failed.
+// The message is whole or empty; one of a failure has said what failed.
 std::string configured(MechInfo_t &info, const std::string &expected) {
     Outputs message;
     const int use = std::exchange(info.fUseMech, GSSP_MECH_BEING_CONFIGURED);
     const std::string said = outcome(info.MechFtnTable.ftn_gssp_configure, QXGSS_SERVER, nullptr, &message.buffer);
     info.fUseMech = use;
     EXPECT_TRUE(!message.any() || text_of(message.buffer).ends_with(expected)) << text_of(message.buffer);
-    failed = failed || message.any();
+    failed = failed || (message.any() && !said.starts_with("0000"));
     return said;
 }
 
@@ -150,7 +150,7 @@ void live(const Case &of, bool with_credential) {
     acquire(client, names.source, GSS_C_INITIATE, of.source);
     // A side that could not log on does not call: without a credential it would be another user.
     if (client.credential != nullptr && (server.credential != nullptr) == with_credential)
-        checked(client, exchange(client, server).said);
+        checked(client, exchange(client, server)->said);
     EXPECT_TRUE(failed || (client.complete() && server.complete() && server.source == of.source));
     for (const Peer *peer : {&client, &server})
         inquire(*peer, of.source);
@@ -172,6 +172,7 @@ INSTANTIATE_TEST_SUITE_P(Each, AdapterSweep, testing::ValuesIn(kCases), [](const
 TEST_P(AdapterSweep, WholeLife) {
     const Folder folder;
     const std::string verifiers = "verifiers_file = \"" + folder.file("verifiers", kVerifier) + "\"\n";
+    std::filesystem::permissions(folder.path + "/verifiers", std::filesystem::perms(0600));
     std::string text = mechanism("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS");
     for (const Case &each : kCases)
         text += mechanism(each.name, each.oid, each.prefix, "", "[mechanism.settings]\n" + verifiers);
