@@ -232,6 +232,50 @@ std::size_t spoil_every_token(Peer &client, Peer &server, const std::vector<std:
     }
 }
 
+// Messages and MICs that are changed in every way, in both directions, on a context of their own each: refused, and
+// nothing is handed out.
+inline void spoil_every_message(Peer &client, Peer &server) {
+    std::size_t tried = 0;
+    for (const auto &[from, to] : {std::pair{&client, &server}, {&server, &client}})
+        for (const int kind : {0, 1, 2}) { // a message as it is, a sealed one, a MIC
+            const auto token = [&, from = from] {
+                const std::string message = "message";
+                qxgss_buffer_desc in = view(message), out{};
+                EXPECT_TRUE(established(client, server));
+                const auto &table = from->table;
+                EXPECT_EQ(kind == 2 ? table.ftn_gssp_get_mic(nullptr, from->context, 0, &in, &out)
+                                    : table.ftn_gssp_wrap(nullptr, from->context, kind, 0, &in, nullptr, &out),
+                          GSS_S_COMPLETE);
+                return taken(out);
+            };
+            const auto read = [&, to = to](const std::string &sent, std::string &message) {
+                const std::string before(sent.data(), sent.size());
+                qxgss_buffer_desc in = view(message), mac = view(sent), out{};
+                int state = 9;
+                qxgss_qop_t qop = 9;
+                to->said = kind == 2 ? outcome(to->table.ftn_gssp_verify_mic, to->context, &in, &mac, &qop)
+                                     : outcome(to->table.ftn_gssp_unwrap, to->context, &mac, &out, &state, &qop);
+                EXPECT_TRUE(!to->failed() ||
+                            (out.value == nullptr && out.length == 0 && qop == 0 && (kind == 2 || state == 0)));
+                message = kind == 2 ? message : taken(out);
+                EXPECT_EQ(sent, before); // which is the caller's
+            };
+            std::string message = "message";
+            read(token(), message);
+            EXPECT_TRUE(!to->failed() && message == "message");
+            for (const Change &change : changes(token().size(), {})) {
+                SCOPED_TRACE("kind " + std::to_string(kind) + ", message " + std::to_string(++tried));
+                std::string sent = token();
+                const std::string whole = sent;
+                change.make(sent);
+                read(sent, message = "message");
+                // Kerberos leaves the count by which a message was rotated unprotected (RFC 4121 4.2.5).
+                EXPECT_TRUE(to->failed() ? !to->text().empty() : sent == whole || (kind != 2 && message == "message"));
+            }
+        }
+    std::printf("%zu spoilt messages\n", tried);
+}
+
 // Null for every pointer, zero for every number: 'r' when that is refused, '0' when there is no such operation.
 template <typename... Arguments> char refuses_nothing(OM_uint32 (*operation)(Arguments...)) {
     return operation == nullptr ? '0' : GSS_ERROR(operation(Arguments{}...)) != 0 ? 'r' : '-';

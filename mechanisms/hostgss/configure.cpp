@@ -42,8 +42,8 @@ OM_uint32 disable(OM_uint32 *pMinorStatus, qxgss_buffer_t pConfigInfo, std::init
         complete = complete && whole.append(text);
     if (complete)
         append(pConfigInfo, whole.view());
-    return refuse(pMinorStatus, {GSS_S_FAILURE, GSSP_E_MECHANISM_DISABLED},
-                  "The host's GSS-API library does not have the mechanism.");
+    return finish(pMinorStatus, {GSS_S_FAILURE, GSSP_E_MECHANISM_DISABLED,
+                                 "The host's GSS-API library does not have the mechanism."});
 }
 
 } // namespace
@@ -67,7 +67,7 @@ OM_uint32 HOSTGSS_configure(OM_uint32 *pMinorStatus, OM_uint32, qxgss_buffer_t, 
 
 OM_uint32 HOSTGSS_indicate_mechs(OM_uint32 *pMinorStatus, qxgss_OID_set *ppMechSet) {
     if (ppMechSet == nullptr)
-        return refuse_argument(pMinorStatus, kInaccessibleWrite, "There is no room for the mechanisms.");
+        return refuse(pMinorStatus, kInaccessibleWrite, "There is no room for the mechanisms.");
     *ppMechSet = nullptr;
     OidSet host;
     Status status = mechanisms(host);
@@ -78,14 +78,14 @@ OM_uint32 HOSTGSS_indicate_mechs(OM_uint32 *pMinorStatus, qxgss_OID_set *ppMechS
 
 OM_uint32 HOSTGSS_inquire_names_for_mech(OM_uint32 *pMinorStatus, qxgss_OID pMechanism, qxgss_OID_set *ppNameTypes) {
     if (ppNameTypes == nullptr)
-        return refuse_argument(pMinorStatus, kInaccessibleWrite, "There is no room for the name types.");
+        return refuse(pMinorStatus, kInaccessibleWrite, "There is no room for the name types.");
     *ppNameTypes = nullptr;
     OidSet host;
     Status status = mechanisms(host);
     if (status.failed())
         return finish(pMinorStatus, status);
     if (!contains(host, view(pMechanism)))
-        return refuse_argument(pMinorStatus, GSS_S_BAD_MECH, "The host's GSS-API library does not have the mechanism.");
+        return refuse(pMinorStatus, GSS_S_BAD_MECH, "The host's GSS-API library does not have the mechanism.");
     status.major = gssp_create_empty_oid_set(&status.minor, ppNameTypes);
     for (const qxgss_OID type : {GSS_C_NT_QXAT_MECHDATA, GSS_C_NT_QXAT_MECHDATA_UTF8, GSS_C_NT_QXAT_MECHDATA_UTF16,
                                  GSS_C_NT_QXAT_MECHDATA_UTF32, GSS_C_NT_HOSTBASED_SERVICE})

@@ -4,7 +4,11 @@
 // Arguments as in RFC 2744 for the call of the same name; the framework finds the operations by their names. Null
 // pointers are refused, or leave out the result. Success is minor status 0x21000064; the minor status of a failure is
 // the host's, or one of the framework's where the host was not asked. Flags, lifetimes, channel bindings and qualities
-// of protection pass through both ways, and the host's handles are the adapter's. Every block is on the C heap.
+// of protection pass through both ways. Every block is on the C heap.
+//
+// GSS_S_BAD_MECH: no mechanism of the registry that is in use with this library, or not the credential's or the
+// context's. GSS_S_NO_CONTEXT: there is no context, or not one that the call can go on with; every call but
+// inquire_context and delete_sec_context needs an established one.
 #ifndef HOSTGSS_HOSTGSS_H
 #define HOSTGSS_HOSTGSS_H
 
@@ -46,7 +50,9 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_
 
 // ---- establish.cpp
 
-// A call that lacks memory once the host has answered hands out nothing, and deletes the context.
+// A failed call hands out nothing but the token, if the host has one for the peer, and no token either where the host
+// was not asked or its success does not count (for lack of memory, for one). A first call that fails leaves no context,
+// a later one a context that can only be inquired and deleted.
 
 // Needs a target name (GSS_S_BAD_NAME) and a mechanism (GSS_S_BAD_MECH). The actual mechanism is the registry's OID.
 QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pInitiatorCredHandle,
@@ -56,9 +62,9 @@ QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred
                                              qxgss_OID *ppActualMechType, qxgss_buffer_t pOutputToken,
                                              OM_uint32 *pRetFlags, OM_uint32 *pTimeRec);
 
-// The mechanism is the token's, but only one that the credential is for; without a credential, one that the
-// configuration names with this library. An empty token is GSS_S_DEFECTIVE_TOKEN. The actual mechanism is the
-// registry's OID.
+// The mechanism is the token's, and must be one that the credential is for; without a credential
+// the mechanism's default one is used. GSS_S_NO_CRED for a credential that cannot accept, GSS_S_DEFECTIVE_TOKEN for an
+// empty token. The actual mechanism is the registry's OID.
 QXGSS_API OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,
                                                qxgss_cred_id_t pAcceptorCredHandle, qxgss_buffer_t pInputToken,
                                                qxgss_channel_bindings_t pInputChanBindings, qxgss_name_t *ppSrcName,
@@ -72,6 +78,9 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_context(OM_uint32 *pMinorStatus, qxgss_ctx_i
                                             int *pLocallyInitiated, int *pOpen);
 
 // ---- messages.cpp
+
+// GSS_S_FAILURE on a context whose flags promise no protection: for MICs integrity, for the others that or
+// confidentiality. Results are only those of a success. The message and the token that are read stay as they are.
 
 QXGSS_API OM_uint32 HOSTGSS_wrap_size_limit(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, int ConfReqFlag,
                                             qxgss_qop_t QopReq, OM_uint32 ReqOutputSize, OM_uint32 *pMaxInputSize);

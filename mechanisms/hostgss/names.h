@@ -26,6 +26,9 @@ class HostNameText {
     Name name_;
 };
 
+// Text of a refusal.
+inline constexpr const char *kNotServed = "The configuration has no such mechanism in use here.";
+
 bool is_host_based(const qxgss_name_element_desc &element);
 
 // A framework name with that text in UTF-8, for the caller to release; null for an empty text.
@@ -40,8 +43,11 @@ qxgss_OID registered_oid(Bytes mech);
 // Whether the configuration names this library for the mechanism.
 bool served_here(const MechInfo_t &mechanism);
 
-// The mechanism's setting "keytab_file"; null when it has none.
-const char *keytab_of(const qxgss_OID pMech);
+// The mechanism's entry; null when it is not served here, or out of use.
+const MechInfo_t *entry_of(Bytes mech);
+
+// A setting of the mechanism; null when it has none of that name.
+const char *setting_of(const MechInfo_t &entry, const char *key);
 
 } // namespace hostgss
 
