@@ -1,7 +1,8 @@
 // Every allocation of the adapters fails once, and with all later ones: each mechanism goes through its whole life with
 // allocation number 0, 1, 2 ... failing until a run sees no failure. A call is then right, or says that memory is
 // lacking and hands out nothing; a side that failed is not established, handles can be asked and deleted, nothing is
-// left, and no block that our objects give back holds the password. The libraries behind keep what they allocate.
+// left, and no block that our objects give back holds the password. The libraries behind keep what they allocate. Two
+// tables of what the adapter itself makes of NTLM come last: they need its objects, too.
 #include <optional>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "mechanisms/hostgss/ntlm.h"
 #include "tests/failing_heap.h"
 #include "tests/peer.h"
 
@@ -213,6 +215,35 @@ TEST_P(AdapterSweep, WholeLife) {
     }
     failing_heap::watch_for("");
     qxgss_shutdown(nullptr);
+}
+
+// Each field of each message, at every offset up to the message's end and at those of the largest numbers.
+TEST(NtlmMessage, HasItsFieldsBehindItsHeaderAndInside) {
+    using enum hostgss::NtlmMessage;
+    const struct {
+        hostgss::NtlmMessage type;
+        std::size_t header;
+        std::vector<std::pair<std::size_t, unsigned char>> fields; // where its length stands, its length
+    } cases[] = {{kNegotiate, 32, {{16, 3}, {24, 0}}},
+                 {kChallenge, 48, {{12, 2}, {40, 9}}},
+                 {kAuthenticate, 64, {{12, 24}, {20, 44}, {28, 0}, {36, 2}, {44, 4}, {52, 16}}}};
+    for (const auto &[type, header, fields] : cases) {
+        std::string message = "NTLMSSP" + std::string(121, '\0');
+        message[8] = static_cast<char>(type);
+        for (const auto &[at, length] : fields)
+            message[at] = static_cast<char>(length), message[at + 4] = static_cast<char>(header);
+        EXPECT_FALSE(check_ntlm_message(message, type).failed());
+        EXPECT_TRUE(check_ntlm_message(message.substr(0, header - 1), type).failed());
+        for (const auto &[at, length] : fields)
+            for (std::size_t number = 0; number < 132; ++number) {
+                const std::size_t offset = number < 130 ? number : 0xFFFFFFFF - (number - 130) * length;
+                std::string moved = message;
+                for (std::size_t i = 0; i < 4; ++i)
+                    moved[at + 4 + i] = static_cast<char>(offset >> 8 * i);
+                const bool fits = length == 0 || (offset >= header && offset + length <= message.size());
+                EXPECT_EQ(check_ntlm_message(moved, type).failed(), !fits) << header << " " << at << " " << offset;
+            }
+    }
 }
 
 } // namespace

@@ -249,6 +249,121 @@ TEST_P(EachMechanism, AcceptsOnlyWhatItMay) {
     EXPECT_EQ(server.context, nullptr);
 }
 
+// ---- NTLM -----------------------------------------------------------------------------------------------------------
+
+std::string number(std::size_t value, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i, value >>= 8)
+        text += static_cast<char>(value & 0xFF);
+    return text;
+}
+
+constexpr std::size_t kUnicode = 1, kSign = 0x10, kSeal = 0x20, kAnonymous = 0x800, kExtended = 0x80000;
+constexpr std::size_t kKeyExchange = 0x40000000, kUsual = 0x20008201 | kUnicode; // 128 bits, NTLM, always signed
+
+// [MS-NLMP] 2.2.1.1
+std::string negotiate(std::size_t flags) {
+    return "NTLMSSP"s + '\0' + number(1, 4) + number(kUsual | flags, 4) + std::string(24, '\0');
+}
+
+// An answer of user alice's that was made without a password ([MS-NLMP] 2.2.1.3). Of its fields number `bad` has that
+// offset.
+struct Answer {
+    std::size_t lm, nt, key, flags;
+    std::size_t bad = 6, offset = 0;
+    bool with_domain = true;
+
+    std::string message() const {
+        const std::string lm_response = ("12345678" + std::string(lm, '\0')).substr(0, lm);
+        const std::string domain = with_domain ? "Q\0X\0T\0E\0S\0T\0"s : "", user = "a\0l\0i\0c\0e\0"s;
+        const std::string fields[] = {lm_response, std::string(nt, 'n'), domain, user, "h\0"s, std::string(key, 'k')};
+        std::string head = "NTLMSSP"s + '\0' + number(3, 4), payload = std::string(24, '\0'); // version, MIC
+        for (std::size_t i = 0; i < 6; ++i) {
+            const std::size_t place = i == bad ? offset : 64 + payload.size();
+            head += number(fields[i].size(), 2) + number(fields[i].size(), 2) + number(place, 4);
+            payload += fields[i];
+        }
+        return head + number(kUsual | flags, 4) + payload;
+    }
+};
+
+// The host's library has taken many of these for logons, and died of others.
+TEST(Ntlm, LetsNobodyInWithoutAPassword) {
+    Peer server("ntlm"), by_default("ntlm");
+    server.acquire("", GSS_C_ACCEPT);
+    int tried = 0;
+    const auto attempt = [&](const Answer &answer) {
+        for (Peer *acceptor : {&server, &by_default})
+            for (const bool wrapped : {false, true}) {
+                acceptor->forget();
+                acceptor->accept(negotiate(answer.flags));
+                ASSERT_EQ(acceptor->said.substr(0, 8), "00000001") << acceptor->text();
+                acceptor->accept(wrapped ? framed(kNtlmOctets, answer.message()) : answer.message());
+                EXPECT_TRUE(acceptor->failed() && acceptor->source == "(none)" && !acceptor->text().empty())
+                    << "LM " << answer.lm << ", NT " << answer.nt << ", key " << answer.key << ", flags "
+                    << answer.flags << ", field " << answer.bad << " at " << answer.offset;
+                ++tried;
+            }
+    };
+    const std::size_t lengths[] = {0, 1, 8, 16, 23, 24, 25, 43, 44, 45, 60};
+    for (const std::size_t extended : {kExtended, 0UL})
+        for (const std::size_t flags :
+             {0UL, kSign, kSign | kSeal, kSign | kSeal | kKeyExchange, kKeyExchange | kAnonymous}) {
+            for (const std::size_t lm : lengths)
+                for (const std::size_t nt : lengths)
+                    for (const bool domain : {true, false})
+                        attempt({lm, nt, 16, extended | flags, 6, 0, domain});
+            for (const std::size_t key : {0, 1, 15, 16, 17})
+                for (const std::size_t nt : {24, 60})
+                    attempt({24, nt, key, extended | flags});
+            for (std::size_t field = 0; field < 6; ++field)
+                for (const std::size_t offset : {0UL, 12UL, 63UL, 64UL, 200UL, 240UL, 241UL, 300UL, 0x7FFFFFFFUL,
+                                                 0xFFFFFFFFUL, 0xFFFFFFF0UL, 0xFFFFFFFFUL - 24})
+                    for (const std::size_t nt : {24, 60})
+                        attempt({24, nt, 16, extended | flags, field, offset});
+        }
+    for (const std::string &token :
+         {framed(kNtlmOctets, negotiate(kSign)), negotiate(0).substr(0, 39), negotiate(0) + "x"})
+        server.forget(), server.accept(token), ++tried;
+    std::printf("%d answers without a password\n", tried);
+    Pair right(kNtlm);
+    for (const std::size_t key : {0, 1, 15, 16, 17}) { // a session key of another length would be read beyond its end
+        exchange(right.client, server, [&](std::size_t token_number, std::string &token) {
+            if (token_number == 3)
+                token.replace(52, 2, number(key, 2));
+        });
+        EXPECT_EQ(server.complete(), key == 16) << server.text();
+    }
+}
+
+// Without a key the host's library signs with a constant, and takes that from anybody.
+TEST(Ntlm, SignsOnlyWithAKey) {
+    Pair pair(kNtlm);
+    pair.client.request = 0;
+    exchange(pair.client, pair.server);
+    const Peer &client = pair.client;
+    ASSERT_TRUE(client.context != nullptr && (client.flags & GSS_C_INTEG_FLAG) == 0);
+    const std::string message = "message", constant = "\1"s + std::string(15, '\0');
+    qxgss_buffer_desc in = view(message), mic = view(constant), out{};
+    EXPECT_EQ(client.table.ftn_gssp_get_mic(nullptr, client.context, 0, &in, &out), GSS_S_FAILURE);
+    EXPECT_EQ(client.table.ftn_gssp_verify_mic(nullptr, client.context, &in, &mic, nullptr), GSS_S_FAILURE);
+}
+
+// A client's reader of challenges has died, too.
+TEST(Ntlm, ReadsNoBadChallenge) {
+    Pair pair(kNtlm);
+    for (const std::size_t field : {12, 40})
+        for (const std::size_t length : {0, 1, 3, 65535})
+            for (const std::size_t offset : {0UL, 47UL, 48UL, 100UL, 0x7FFFFFFFUL, 0xFFFFFFFFUL}) {
+                const Peer &last =
+                    *exchange(pair.client, pair.server, [&](std::size_t token_number, std::string &token) {
+                        if (token_number == 2)
+                            token.replace(field, 2, number(length, 2)).replace(field + 4, 4, number(offset, 4));
+                    });
+                EXPECT_TRUE(last.failed() || (field == 40 && length == 0)) << field << " " << length << " " << offset;
+            }
+}
+
 // ---- Credentials ---------------------------------------------------------------------------------------------------
 
 TEST(Logons, GiveTheNameOrTheWholeReason) {

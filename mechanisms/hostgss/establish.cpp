@@ -6,7 +6,7 @@
 #include "mechanisms/hostgss/context.h"
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
-#include "mechanisms/hostgss/ntlm_message.h"
+#include "mechanisms/hostgss/ntlm.h"
 
 namespace hostgss {
 
@@ -85,9 +85,13 @@ Status check_turn(const Context *context, bool initiator, Bytes token) {
     return {};
 }
 
-Status check_message(Bytes token) {
-    return lacks_ntlm_field(token) ? refusal(GSS_S_DEFECTIVE_TOKEN, "The peer's NTLM message lacks a field.")
-                                   : Status{};
+// The first message is an initiator's, the second an acceptor's.
+Status check_message(const Context &context, Bytes token) {
+    if (context.mech != kNtlm || token.empty())
+        return {};
+    return check_ntlm_message(token, context.initiator         ? NtlmMessage::kChallenge
+                                     : context.host == nullptr ? NtlmMessage::kNegotiate
+                                                               : NtlmMessage::kAuthenticate);
 }
 
 std::unique_ptr<Context> make_context(const MechInfo_t &entry, bool initiator) {
@@ -133,7 +137,7 @@ struct Initiation {
     Bytes token;
 
     Status operator()(Context &context, Leg &leg) const {
-        const Status status = check_message(token);
+        const Status status = check_message(context, token);
         return status.failed()
                    ? status
                    : initiate(credential, &context.host, target, context.mech, flags, lifetime, bindings, token, leg);
@@ -144,7 +148,7 @@ struct Initiation {
 
 // The mechanism of a first token, as the host finds it out; empty for a token of no known form.
 Bytes mechanism_of(Bytes token) {
-    if (token.starts_with(Bytes("NTLMSSP\0", 8)))
+    if (token.starts_with(kNtlmSignature))
         return kNtlm;
     if (token.starts_with('\x6e')) // an AP-REQ without a frame
         return kKerberos;
@@ -206,7 +210,7 @@ struct Acceptance {
     // Whether the host may see the token at all. Its mechanism is the context's, and must be the credential's.
     Status check(const Context &context) const {
         const Status status = credential == nullptr ? Status{} : check_acceptor(credential, context.mech);
-        return status.failed() ? status : check_message(token);
+        return status.failed() ? status : check_message(context, token);
     }
 
     // Without a credential the host would take any mechanism that it has.

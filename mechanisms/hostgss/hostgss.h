@@ -53,6 +53,8 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_
 // A failed call hands out nothing but the token, if the host has one for the peer, and no token either where the host
 // was not asked or its success does not count (for lack of memory, for one). A first call that fails leaves no context,
 // a later one a context that can only be inquired and deleted.
+//
+// NTLM messages are looked at before the host's library sees them (ntlm.h): GSS_S_DEFECTIVE_TOKEN.
 
 // Needs a target name (GSS_S_BAD_NAME) and a mechanism (GSS_S_BAD_MECH). The actual mechanism is the registry's OID.
 QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pInitiatorCredHandle,

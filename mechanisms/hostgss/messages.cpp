@@ -1,6 +1,7 @@
 // Per-message protection: the host's, with buffers of the C heap. Tokens and messages are the mechanism's own.
 #include "mechanisms/hostgss/context.h"
 #include "mechanisms/hostgss/hostgss.h"
+#include "mechanisms/hostgss/ntlm.h"
 
 namespace hostgss {
 
@@ -19,8 +20,6 @@ Status check(const Context *context, std::uint32_t flags) {
 }
 
 constexpr std::uint32_t kSigned = GSS_C_INTEG_FLAG, kWrapped = GSS_C_INTEG_FLAG | GSS_C_CONF_FLAG;
-
-constexpr std::size_t kNtlmMicLength = 16; // also of what stands before a sealed message
 
 // gss-ntlmssp reads a whole signature, however short what the peer sent.
 Status check_length(const Context &context, Bytes token, bool alone) {
