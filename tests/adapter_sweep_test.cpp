@@ -28,7 +28,7 @@ const Case kCases[] = {{"scram", "1.3.6.1.5.5.18", "SCRAM_SHA_256", "authcid=ali
                        {"kerberos", "1.2.840.113554.1.2.2", "HOSTGSS",
                         "authcid=alice realm=QXNEGO.TEST password=Alice1", "Alice1", "alice@QXNEGO.TEST", ""},
                        {"ntlm", "1.3.6.1.4.1.311.2.2.10", "HOSTGSS", "authcid=alice realm=QXTEST password=Alice1",
-                        "Alice1", "QXTEST\\alice", ""}};
+                        "Alice1", "QXTEST\\alice", "hashes instead of passwords"}};
 const std::string kVerifier = "alice:{SCRAM-SHA-256}4096,01V6qgHPbkyO5InM,J6EjnP+HkMMnAA0nUktzaQcIL52kjSKLV81C6oJSkGY=,"
                               "oaUcZlVm2nr2mYTed1y7K41VdPvWxp4JMxkNpZryWGs=\n";
 const std::string kMessage = "message", kService = "host/localhost", kWrongLogon = "password=x";
@@ -192,7 +192,8 @@ INSTANTIATE_TEST_SUITE_P(Each, AdapterSweep, testing::ValuesIn(kCases), [](const
 
 TEST_P(AdapterSweep, WholeLife) {
     const Folder folder;
-    const std::string verifiers = "verifiers_file = \"" + folder.file("verifiers", kVerifier) + "\"\n";
+    const std::string verifiers = "accept = \"yes\"\naccept_limit = \"1000000\"\nverifiers_file = \"" +
+                                  folder.file("verifiers", kVerifier) + "\"\n";
     std::filesystem::permissions(folder.path + "/verifiers", std::filesystem::perms(0600));
     std::string text = mechanism("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS");
     for (const Case &each : kCases)

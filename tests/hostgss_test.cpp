@@ -1,5 +1,7 @@
 // The adapter for the host's mechanisms, driven through its function table against a private Kerberos realm and an NTLM
 // user file: real tokens, real messages, and what a user is told when something is missing.
+#include <atomic>
+#include <thread>
 #include <utility>
 
 #include "tests/peer.h"
@@ -18,6 +20,7 @@ using namespace support;
 const std::string kRealm = std::getenv("REALM"); // the folder; realm.sh runs this program
 const std::string kKerberosOid = "1.2.840.113554.1.2.2", kNtlmOid = "1.3.6.1.4.1.311.2.2.10";
 const std::string kKeys = "keytab_file = \"" + kRealm + "/service.keytab\"\n";
+const std::string kUsers = std::getenv("NTLM_USER_FILE");
 
 std::string entry(const std::string &name, const std::string &oid, const std::string &settings = "") {
     return mechanism(name, oid, "HOSTGSS", HOSTGSS_LIBRARY, "[mechanism.settings]\n" + settings);
@@ -36,12 +39,14 @@ std::string configured_with(const std::string &ntlm_settings) {
     return configured(entry("absent", "1.3.6.1.4.1.99999.1") + entry("kerberos", kKerberosOid, kKeys) +
                       entry("ntlm", kNtlmOid, ntlm_settings));
 }
+const std::string kAcceptNtlm = "accept = \"yes\"\naccept_limit = \"1000000\"\n";
 
 class Mechanisms : public testing::Environment {
     void SetUp() override {
         // Only the mechanism's setting leads to the service's keys.
         setenv("KRB5_KTNAME", (kRealm + "/none.keytab").c_str(), 1);
-        EXPECT_NE(configured_with("").find("absent: the host's GSS-API library has no mechanism 1.3.6.1.4.1.99999.1"),
+        EXPECT_NE(configured_with(kAcceptNtlm)
+                      .find("absent: the host's GSS-API library has no mechanism 1.3.6.1.4.1.99999.1"),
                   std::string::npos);
     }
     void TearDown() override { qxgss_shutdown(nullptr); }
@@ -250,6 +255,32 @@ TEST_P(EachMechanism, AcceptsOnlyWhatItMay) {
 }
 
 // ---- NTLM -----------------------------------------------------------------------------------------------------------
+
+// The count is the process's: it lasts over configurations, and threads share it. First, so that it is short.
+TEST(Ntlm, IsAcceptedAsOftenAsTheLimitSays) {
+    const auto logons = [](int number, int limit) {
+        configured_with("accept = \"yes\"\naccept_limit = \"" + std::to_string(limit) + "\"\n");
+        std::atomic<int> accepted{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < number; ++i)
+            threads.emplace_back([&] {
+                Peer client("ntlm", kNtlm.logon), server("ntlm");
+                accepted += established(client, server) ? 1 : 0;
+                EXPECT_TRUE(!server.failed() || server.text().find("accept_limit") != std::string::npos);
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+        return accepted.load();
+    };
+    int used = 1;
+    while (logons(1, used) == 0)
+        used *= 2;
+    for (int i = 0; i < used && logons(1, used) == 1;)
+        ++i;
+    EXPECT_EQ(logons(12, used + 5), 5);
+    EXPECT_EQ(logons(2, used + 5), 0);
+    configured_with(kAcceptNtlm);
+}
 
 std::string number(std::size_t value, int bytes) {
     std::string text;
@@ -494,6 +525,57 @@ TEST(Password, IsWipedBeforeItsMemoryIsFreed) {
 #endif
 
 // ---- Configuration and arguments -----------------------------------------------------------------------------------
+
+TEST(Configure, PutsToUseWhatMayBeAndSaysWhy) {
+    const Folder folder;
+    const std::string open_keys = folder.file("open.keytab", ""), yes = "accept = \"yes\"\n";
+    std::filesystem::permissions(open_keys, std::filesystem::perms(0604));
+    const std::string ours = "keytab_file = \"" + open_keys + "\"\n",
+                      needed = "unless its settings say accept = \"yes\"";
+    const struct {
+        OM_uint32 role;
+        std::string oid, settings, says; // a piece of the message; none: there is none
+        bool used;
+    } cases[] = {
+        {QXGSS_SERVER, kKerberosOid, kKeys, "", true},
+        {QXGSS_SERVER, kKerberosOid, "accept = \"no\"\n", needed, false},
+        {QXGSS_SERVER, kKerberosOid, ours, open_keys + " can be read by everybody", true},
+        {QXGSS_CLIENT, kKerberosOid, ours, "", true},
+        {QXGSS_SERVER, kNtlmOid, "", needed + "; then gss-ntlmssp loses memory", false},
+        {QXGSS_SERVER, kNtlmOid, "accept = \"no\"\n", needed, false},
+        {QXGSS_SERVER, kNtlmOid, yes, "at most 256 in this process: gss-ntlmssp loses memory", true},
+        {QXGSS_SERVER, kNtlmOid, yes + "accept_limit = \"7\"\n", "at most 7 in this process", true},
+        {QXGSS_SERVER, kNtlmOid, yes + "accept_limit = \"0\"\n", "accept_limit must be a number", false},
+        {QXGSS_SERVER, kNtlmOid, yes + "accept_limit = \"4294967296\"\n", "accept_limit must be a number", false},
+        {QXGSS_SERVER, kNtlmOid, yes + "accept_limit = \"7x\"\n", "accept_limit must be a number", false},
+        {QXGSS_CLIENT, kNtlmOid, "", "", true},
+        {QXGSS_CLIENT, kNtlmOid, "accept = \"Yes\"\n", "accept must be \"yes\" or \"no\"", false},
+        {QXGSS_SERVER, "1.3.6.1.5.5.2", yes, "the host's own negotiator is not served", false},
+        {QXGSS_CLIENT, "1.3.6.1.5.5.2", "", "the host's own negotiator is not served", false},
+    };
+    for (const auto &[role, oid, settings, says, used] : cases) {
+        const std::string said = configured(entry("one", oid, settings), role);
+        EXPECT_TRUE(says.empty() ? said.empty() : said.find(says) != std::string::npos) << said << ", not " << says;
+        EXPECT_EQ(said.find('\n'), std::string::npos);
+        EXPECT_EQ(registered("one").fUseMech != 0, used) << oid << settings;
+    }
+    std::filesystem::permissions(kUsers, std::filesystem::perms(0646));
+    EXPECT_NE(configured_with(kAcceptNtlm).find(kUsers + " can be written by others"), std::string::npos);
+    std::filesystem::permissions(kUsers, std::filesystem::perms(0600));
+}
+
+// A client's process uses what it does not accept.
+TEST(Configure, AcceptsOnlyWhatTheSettingsSay) {
+    configured(entry("ntlm", kNtlmOid), QXGSS_CLIENT);
+    {
+        Peer client("ntlm", kNtlm.logon), server("ntlm");
+        EXPECT_EQ(server.acquire("", GSS_C_ACCEPT).substr(0, 8), "00070000");
+        EXPECT_EQ(exchange(client, server), &server);
+        EXPECT_EQ(server.said.substr(0, 8), "00010000");
+        EXPECT_NE(server.text().find("accept = \"yes\""), std::string::npos) << server.text();
+    }
+    configured_with(kAcceptNtlm);
+}
 
 TEST(Configure, TakesOnlyTheMechanismOutOfUseThatTheHostLacks) {
     const qxgss_ftn_table_desc &table = registered("ntlm").MechFtnTable;

@@ -89,6 +89,8 @@ struct Desired {
 
 Status acquire_desired(const Desired &desired, OM_uint32 lifetime, const MechInfo_t &entry, int usage,
                        qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
+    if (usage != GSS_C_INITIATE && !may_accept(entry))
+        return refusal(GSS_S_NO_CRED, kNotAccepted);
     CredentialRequest request;
     request.name = desired.name.name();
     request.password = usage == GSS_C_ACCEPT ? nullptr : desired.logon.password.get();

@@ -1,5 +1,6 @@
 // Establishing, inquiring and deleting contexts: what the host is not asked before a token has passed, and what the
 // host has answered before it counts.
+#include <atomic>
 #include <memory>
 #include <new>
 
@@ -162,6 +163,20 @@ Bytes mechanism_of(Bytes token) {
     return token.size() - oid - 2 < octets ? Bytes{} : token.substr(oid + 2, octets);
 }
 
+// NTLM logons that this process has let through to the host's library, which keeps something of each.
+std::atomic<std::uint64_t> ntlm_logons{0};
+
+// A logon is counted with its last message, when it costs; one that could not be is refused with its first.
+Status count_logon(const Context &context, const MechInfo_t &entry) {
+    if (context.mech != kNtlm)
+        return {};
+    const std::uint64_t before = context.host == nullptr ? ntlm_logons.load() : ntlm_logons.fetch_add(1);
+    if (before < accept_limit(entry))
+        return {};
+    return refusal(GSS_S_FAILURE, "This process has had as many NTLM logons as its accept_limit allows: the host's "
+                                  "library loses memory with each, until the process ends.");
+}
+
 // The acceptor's default credential for one mechanism.
 class DefaultAcceptor {
   public:
@@ -208,9 +223,13 @@ struct Acceptance {
     qxgss_cred_id_t *ppDelegated;
 
     // Whether the host may see the token at all. Its mechanism is the context's, and must be the credential's.
-    Status check(const Context &context) const {
-        const Status status = credential == nullptr ? Status{} : check_acceptor(credential, context.mech);
-        return status.failed() ? status : check_message(context, token);
+    Status check(const Context &context, const MechInfo_t &entry) const {
+        if (!may_accept(entry))
+            return refusal(GSS_S_BAD_MECH, kNotAccepted);
+        Status status = credential == nullptr ? Status{} : check_acceptor(credential, context.mech);
+        if (!status.failed())
+            status = check_message(context, token);
+        return status.failed() ? status : count_logon(context, entry);
     }
 
     // Without a credential the host would take any mechanism that it has.
@@ -227,7 +246,7 @@ struct Acceptance {
         const MechInfo_t *const entry = entry_of(context.mech);
         if (entry == nullptr)
             return refusal(GSS_S_BAD_MECH, kNotServed);
-        Status status = check(context);
+        Status status = check(context, *entry);
         if (!status.failed())
             status = ask_host(context, *entry, leg);
         if (is_complete(status) && ppSource != nullptr)

@@ -37,6 +37,7 @@ using Bytes = std::string_view; // a token, a text, or the contents octets of an
 
 inline constexpr Bytes kKerberos = "\x2a\x86\x48\x86\xf7\x12\x01\x02\x02";
 inline constexpr Bytes kNtlm = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a";
+inline constexpr Bytes kNegotiator = "\x2b\x06\x01\x05\x05\x02"; // RFC 4178
 
 // Bytes on the C heap. Freed by the destructor unless they were released to a caller.
 class Block {

@@ -18,7 +18,11 @@ extern "C" {
 
 // ---- configure.cpp
 
-// Fails with 0xA100012B, and says so in the message buffer, when the host has no mechanism for the entry's OID.
+// Fails with 0xA100012B, and says why in the message buffer, when the host has no mechanism for the entry's OID; when
+// that is the host's own negotiator (1.3.6.1.5.5.2); when the setting "accept" is neither "yes" nor "no", or
+// "accept_limit" no number from 1 to 4294967295; and, in a server, when the mechanism is not accepted. Kerberos is
+// unless "accept" is "no", any other only if it is "yes". In a server the message also says what accepting NTLM costs,
+// and which of the files with secrets others can open.
 QXGSS_API OM_uint32 HOSTGSS_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, qxgss_buffer_t pLibPathBuf,
                                       qxgss_buffer_t pConfigInfoBuf);
 
@@ -36,7 +40,8 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_names_for_mech(OM_uint32 *pMinorStatus, qxgs
 // in the ticket cache or what else the mechanism has; without an identity, and for a null name, the default credential.
 // An acceptor takes no password; it finds its keys in the file that the mechanism's setting "keytab_file" names,
 // else in the host's default key table, and is named by a service (names.h). GSS_S_BAD_NAME with the parser's minor
-// status for a wrong logon string, with 0xE10000CD for a password without identity.
+// status for a wrong logon string, with 0xE10000CD for a password without identity. GSS_S_NO_CRED to accept with a
+// mechanism that is not accepted, whatever the process is.
 QXGSS_API OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredName, OM_uint32 TimeReq,
                                          qxgss_OID_set pDesiredMechs, qxgss_cred_usage_t CredUsage,
                                          qxgss_cred_id_t *ppOutputCredHandle, qxgss_OID_set *ppActualMechs,
@@ -64,9 +69,12 @@ QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred
                                              qxgss_OID *ppActualMechType, qxgss_buffer_t pOutputToken,
                                              OM_uint32 *pRetFlags, OM_uint32 *pTimeRec);
 
-// The mechanism is the token's, and must be one that the credential is for; without a credential
+// The mechanism is the token's, and must be one that is accepted and that the credential is for; without a credential
 // the mechanism's default one is used. GSS_S_NO_CRED for a credential that cannot accept, GSS_S_DEFECTIVE_TOKEN for an
 // empty token. The actual mechanism is the registry's OID.
+//
+// NTLM logons are counted for the life of the process, when their last message goes to the host's library; from the
+// number of the setting "accept_limit" on (256 without it) they are refused with GSS_S_FAILURE.
 QXGSS_API OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,
                                                qxgss_cred_id_t pAcceptorCredHandle, qxgss_buffer_t pInputToken,
                                                qxgss_channel_bindings_t pInputChanBindings, qxgss_name_t *ppSrcName,

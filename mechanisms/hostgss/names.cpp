@@ -1,6 +1,8 @@
 // Names and OIDs on their way between the framework and the host.
 #include "mechanisms/hostgss/names.h"
 
+#include <charconv>
+
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/status.h"
 
@@ -77,6 +79,21 @@ const char *setting_of(const MechInfo_t &entry, const char *key) {
     const char *value = nullptr;
     gssp_inquire_mech_setting(nullptr, entry.pszMechName, key, &value);
     return value;
+}
+
+bool may_accept(const MechInfo_t &entry) {
+    const char *const said = setting_of(entry, "accept");
+    return said == nullptr ? view(entry.pMechOid) == kKerberos : Bytes(said) == "yes";
+}
+
+std::uint32_t accept_limit(const MechInfo_t &entry) {
+    const char *const said = setting_of(entry, "accept_limit");
+    if (said == nullptr)
+        return kAcceptLimit;
+    const Bytes text = said;
+    std::uint32_t limit = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), limit);
+    return error == std::errc() && end == text.data() + text.size() ? limit : 0;
 }
 
 } // namespace hostgss

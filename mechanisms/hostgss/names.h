@@ -26,8 +26,10 @@ class HostNameText {
     Name name_;
 };
 
-// Text of a refusal.
+// Texts of refusals.
 inline constexpr const char *kNotServed = "The configuration has no such mechanism in use here.";
+inline constexpr const char *kNotAccepted =
+    "Logons with this mechanism are not accepted: its settings do not say accept = \"yes\".";
 
 bool is_host_based(const qxgss_name_element_desc &element);
 
@@ -48,6 +50,13 @@ const MechInfo_t *entry_of(Bytes mech);
 
 // A setting of the mechanism; null when it has none of that name.
 const char *setting_of(const MechInfo_t &entry, const char *key);
+
+// Whether peers may log on with it: Kerberos unless "accept" says no, any other only if it says yes.
+bool may_accept(const MechInfo_t &entry);
+
+// How many NTLM logons a process takes: "accept_limit", from 1; 0 when that is no such number.
+inline constexpr std::uint32_t kAcceptLimit = 256; // the default
+std::uint32_t accept_limit(const MechInfo_t &entry);
 
 } // namespace hostgss
 

@@ -1,6 +1,8 @@
 // NTLM messages.
 #include "mechanisms/hostgss/ntlm.h"
 
+#include <cstdlib>
+
 #include "mechanisms/hostgss/status.h"
 
 namespace hostgss {
@@ -56,6 +58,10 @@ Status check_ntlm_message(Bytes token, NtlmMessage expected) {
             return refusal(GSS_S_DEFECTIVE_TOKEN, "A field of the peer's NTLM message is missing, lies outside of it "
                                                   "or is not NTLMv2's.");
     return {};
+}
+
+const char *ntlm_user_file() {
+    return std::getenv("NTLM_USER_FILE");
 }
 
 } // namespace hostgss

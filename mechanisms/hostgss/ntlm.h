@@ -18,6 +18,9 @@ inline constexpr std::size_t kNtlmMicLength = 16; // also of what stands before 
 //   - that answers without NTLMv2 (2.2.2.8): of the older responses the host's library compares one with itself.
 Status check_ntlm_message(Bytes token, NtlmMessage expected);
 
+// The file of NTLM's users, as the host's library finds it; null: none.
+const char *ntlm_user_file();
+
 } // namespace hostgss
 
 #endif
