@@ -247,6 +247,51 @@ TEST(NtlmMessage, HasItsFieldsBehindItsHeaderAndInside) {
     }
 }
 
+// A user of the host's NTLM, as the client has written the name.
+TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
+    const std::string two = "A:alice:x\nb:Alice:y\n", hashes = ":1:h:h:u\n", none = "none", refused;
+    const struct {
+        std::string users, shown, name;
+    } cases[] = {
+        {two, "A\\ALICE", "A\\alice"},
+        {two, "B\\alice", "b\\Alice"},
+        {two, "alice", refused},
+        {two, "\\alice", refused},
+        {two, "C\\Alice", "C\\alice"}, // not in the file: the host has asked somebody else
+        {two + "a:ALICE:z\n", "A\\alice", refused},
+        {two + "A:alice:z\n", "a\\alice", "A\\alice"},
+        {"#A:bob:x\n\nA:bob\nA:bobby:x\nA:\xC3\xA9", "bob", refused},
+        {"A:bob:x:y\nB:bob:x\r\n", "bob", "B\\bob"}, // three colons are no line
+        {"C:B\\bob:x\nB:bob:y\n", "B\\bob", refused},
+        {"C:B\\bob:x\n", "B\\bob", "C\\B\\bob"},
+        {"bob" + hashes, "ANY\\BOB", "bob"},
+        {"A\\bob" + hashes, "BOB", "A\\bob"},
+        {"A\\bob" + hashes + "bob" + hashes, "a\\bob", refused},
+        {":bob:x\n", "BOB", "bob"},
+        {"A:" + std::string(1021, 'x') + "B:bob:y", "b\\bob", "B\\bob"}, // a long line is two
+        {"A:ma\xC3\x9F:x\nA:mass:y\n", "A\\mass", refused},
+        {"A:bob:x\n", "A\\b\xC3\xB6\x62", refused},
+        {none, "bob", refused},
+        {none, "dOm\\bOb", "DOM\\bob"},
+        {none, "dom.example\\bob", refused},
+        {none, "DOM\\bob@dom.example", refused},
+        {none, "DOM\\a\\bob", refused},
+        {none, "DOM\\", refused},
+        {".", "DOM\\bob", refused}, // a folder
+    };
+    const Folder folder;
+    for (const auto &[users, shown, name] : cases) {
+        const std::string file =
+            users == none || users == "." ? folder.path + "/" + users : folder.file("users", users);
+        hostgss::Block found;
+        const hostgss::Status status = hostgss::canonical_ntlm_name(shown, file.c_str(), found);
+        EXPECT_EQ(status.failed() ? refused : std::string(found.view()), name) << shown << " in\n" << users;
+    }
+    hostgss::Block found;
+    EXPECT_FALSE(hostgss::canonical_ntlm_name("dom\\Bob", nullptr, found).failed());
+    EXPECT_EQ(found.view(), "DOM\\bob");
+}
+
 } // namespace
 
 extern "C" int __real_gsasl_step(Gsasl_session *, const char *, std::size_t, char **, std::size_t *);

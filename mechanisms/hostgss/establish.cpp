@@ -212,6 +212,8 @@ Status judge(Context &context, Status status, const Leg &leg) {
         return status;
     if (leg.source.length() == 0)
         return refusal(GSS_S_UNAUTHORIZED, "The host does not tell who the peer is.");
+    if (context.mech == kNtlm)
+        return canonical_ntlm_name(leg.source.view(), ntlm_user_file(), context.source);
     return context.source.append(leg.source.view()) ? status : kOutOfMemory;
 }
 

@@ -73,6 +73,10 @@ QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred
 // the mechanism's default one is used. GSS_S_NO_CRED for a credential that cannot accept, GSS_S_DEFECTIVE_TOKEN for an
 // empty token. The actual mechanism is the registry's OID.
 //
+// The source name is the peer's one name, here and in every inquiry: Kerberos's principal as the host displays it;
+// NTLM's account as "DOMAIN\user" in the spelling of the server's user file, however the client has spelled it, or
+// GSS_S_UNAUTHORIZED when several accounts could be meant (ntlm.h).
+//
 // NTLM logons are counted for the life of the process, when their last message goes to the host's library; from the
 // number of the setting "accept_limit" on (256 without it) they are refused with GSS_S_FAILURE.
 QXGSS_API OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,

@@ -1,4 +1,5 @@
-// What gss-ntlmssp (1.2.0) does not do itself: look at NTLM messages before it trusts them.
+// What gss-ntlmssp (1.2.0) does not do itself: look at NTLM messages before it trusts them, and say in one spelling who
+// a user is.
 #ifndef HOSTGSS_NTLM_H
 #define HOSTGSS_NTLM_H
 
@@ -20,6 +21,15 @@ Status check_ntlm_message(Bytes token, NtlmMessage expected);
 
 // The file of NTLM's users, as the host's library finds it; null: none.
 const char *ntlm_user_file();
+
+// The one spelling of a user whose logon the host's library has accepted. That compares names without case, takes a
+// user without domain for one of any, and `shown` is what the client wrote. The name becomes "DOMAIN\user", or "user"
+// for an account without a domain, as the line of the account in `user_file` has it (null: none).
+// For an account that is not there (winbind's) domain and user must both be given, as names of NetBIOS: the domain
+// becomes upper case, the user lower case.
+// GSS_S_UNAUTHORIZED when several lines could be meant, for names outside ASCII (which the host's library compares in
+// the process's locale, so a line with such a name could be meant by any), and when the file exists but cannot be read.
+Status canonical_ntlm_name(Bytes shown, const char *user_file, Block &name);
 
 } // namespace hostgss
 

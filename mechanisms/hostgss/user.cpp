@@ -23,9 +23,11 @@ struct UserAndDomain {
     Bytes domain;
 };
 
-// "DOMAIN\user", or a principal: its realm follows the last "@" that no backslash precedes.
-UserAndDomain split(Bytes name) {
-    const std::size_t at = name.rfind('@');
+// "DOMAIN\user", or a principal: its realm follows the last "@" that no backslash precedes. A user of NTLM's may have
+// an "@", too.
+UserAndDomain split(const ContextFacts &facts) {
+    const Bytes name = facts.source.view();
+    const std::size_t at = facts.mech == kNtlm ? Bytes::npos : name.rfind('@');
     const std::size_t backslash = name.find('\\');
     if (at != Bytes::npos && (at == 0 || name[at - 1] != '\\'))
         return {name.substr(0, at), name.substr(at + 1)};
@@ -99,7 +101,7 @@ OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_
     const Status status = facts_of_user(context_of(pContextHandle), facts);
     if (status.failed())
         return finish(pMinorStatus, status);
-    const UserAndDomain name = split(facts.source.view());
+    const UserAndDomain name = split(facts);
     if (give_string(name.user, psUserName) && give_string(name.domain, psDomain))
         return finish(pMinorStatus, status);
     if (psUserName != nullptr)
