@@ -91,8 +91,7 @@ QXGSS_API OM_uint32 gssp_test_oid_set_member(OM_uint32 *pMinorStatus, const qxgs
                                              int *pPresent);
 
 /* Deep copy; a null source gives a null copy. 0xE1000079 for a null destination, 0xE1000065 for memory. */
-QXGSS_API OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_OID_set pSource,
-                                           qxgss_OID_set *ppCopy);
+QXGSS_API OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_OID_set pSource, qxgss_OID_set *ppCopy);
 
 /* Frees the set and clears the pointer; a null set is no error. */
 QXGSS_API OM_uint32 gssp_release_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
@@ -139,11 +138,21 @@ QXGSS_API OM_uint32 gssp_inquire_one_mech_property_int(OM_uint32 *pMinorStatus, 
 QXGSS_API OM_uint32 gssp_inquire_mech_setting(OM_uint32 *pMinorStatus, const char *pszMechName, const char *pszKey,
                                               const char **ppszValue);
 
-/* The mechanisms that a user may log on with: a set that the caller releases, or null when nothing restricts the user.
+/* The mechanisms that a user may log on with: a set that the caller releases, or null when nothing restricts the user
+ * (an empty set would say the same; it is never given). For a user who may not log on at all the set has the one member
+ * GSSP_C_NO_MECHANISM.
+ * pszUser is a name as a mechanism gives it: "user", "user@REALM" or "DOMAIN\user". A name that the file lists has
+ * what its account allows; one with a domain is compared without case. Any other has what the default allows, less what
+ * is not allowed by an account whose key is the user's name alone, without case, and that lists no name of this form.
+ * Letters beyond ASCII have no case that is known here: what stands from the first to the last of them is taken for any
+ * text where it restricts, and as it is where a listed name is looked for.
  * 0xE10000CB for a null or empty user, 0xE10000CD for a null ppMechs, 0xE10000F2 when nothing is configured,
  * 0xE1000065 for memory. */
 QXGSS_API OM_uint32 gssp_inquire_mech_policy_for_user(OM_uint32 *pMinorStatus, const char *pszUser,
                                                       qxgss_OID_set *ppMechs);
+
+/* An OID that no mechanism has: its octets are those of none. */
+extern QXGSS_API qxgss_OID GSSP_C_NO_MECHANISM;
 
 /* Version of this interface: the function table, the records and the calls. A mechanism's library may have a function
  * OM_uint32 PREFIX_interface_version(void); one that returns another number is not put to use. */
@@ -204,8 +213,7 @@ typedef struct qxgss_ftn_table_desc_struct {
     OM_uint32 (*ftn_gssp_inquire_properties_for_user)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                                                       qxgss_buffer_t pUserPropBuffer);
     OM_uint32 (*ftn_gssp_display_status)(OM_uint32 *pMinorStatus, OM_uint32 StatusValue, int StatusType,
-                                         qxgss_OID pMechType, OM_uint32 *pMessageContext,
-                                         qxgss_buffer_t pStatusString);
+                                         qxgss_OID pMechType, OM_uint32 *pMessageContext, qxgss_buffer_t pStatusString);
     OM_uint32 (*ftn_gssp_release_name)(OM_uint32 *pMinorStatus, qxgss_name_t *ppName);
 } qxgss_ftn_table_desc;
 

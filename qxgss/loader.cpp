@@ -232,6 +232,8 @@ OM_uint32 load(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszC
     std::string message = configure_all(*configuration, ClientServer);
     for (const std::string &warning : configuration->warnings)
         add_line(message, warning);
+    for (const std::string &line : missing_names(*configuration))
+        add_line(message, line);
     const OM_uint32 major = hand_out(pMinorStatus, message, pMessage);
     if (GSS_ERROR(major) != 0)
         qxgss_shutdown(nullptr);

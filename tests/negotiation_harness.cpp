@@ -104,7 +104,7 @@ std::string configuration(const std::vector<Mechanism> &mechanisms) {
         users += "only" + user + " = [\"" + letter + "\"]\n";
     }
     return "[[mechanism]]\nname = \"QXNEGO\"\noid = \"1.3.6.1.4.1.32473.1.1\"\nprefix = \"QXNEGO\"\nnegotiates = [ " +
-           list + "]\n" + sections + "[policy.users]\nfree = []\n" + users;
+           list + "]\n" + sections + "[policy.users]\nfree = []\nnobody = \"none\"\n" + users;
 }
 
 std::string configure(OM_uint32 *pMajor, const std::string &configuration) {

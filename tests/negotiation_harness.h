@@ -41,8 +41,8 @@ inline const std::vector<Mechanism> kStandard{{'A', true, true, true, 10},
                                               {'C', true, true, false, 30},
                                               {'D', false, false, true, 1}};
 
-// A configuration in which QXNEGO negotiates these, in this order. User "onlya" may use A alone, and so on; the policy
-// of user "free" is empty, and there is none for others.
+// A configuration in which QXNEGO negotiates these, in this order. User "onlya" may use A alone, and so on, user
+// "nobody" none; the policy of user "free" is empty, and there is none for others.
 std::string configuration(const std::vector<Mechanism> &mechanisms = kStandard);
 
 // Configures the framework anew; returns the message it gave.
