@@ -83,6 +83,13 @@ QXNEGO_API OM_uint32 QXNEGO_inquire_context(OM_uint32 *pMinorStatus, const qxgss
                                             OM_uint32 *pLifetimeRec, qxgss_OID *ppMechType, OM_uint32 *pCtxFlags,
                                             int *pLocallyInitiated, int *pOpen);
 
+/* Entry `Number` of the context's list of mechanisms, from 0 in order of preference, those that only the peer has
+ * behind the others; on a context in any state, also after a failed call. The pointers in *pMech stay valid until the
+ * next call on the context. 0x01080000 with 0xE30003F7 for a null handle, 0x020D0000 with 0xE30003F7 for a null pMech,
+ * GSS_S_UNAVAILABLE with 0xE3000414 when the list has no such entry; *pMech is then cleared. */
+QXNEGO_API OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle,
+                                                    OM_uint32 Number, qxgss_negotiated_mech_desc *pMech);
+
 /* ---- Credentials ------------------------------------------------------------------------------------------------ */
 
 /* Records what is wanted (RFC 2744 5.2); the mechanisms' own credentials are acquired with each context. pDesiredName

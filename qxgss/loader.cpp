@@ -82,6 +82,7 @@ void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
     symbols.fill("inquire_properties_for_user", table.ftn_gssp_inquire_properties_for_user);
     symbols.fill("display_status", table.ftn_gssp_display_status);
     symbols.fill("release_name", table.ftn_gssp_release_name);
+    symbols.fill("inquire_negotiated_mech", table.ftn_gssp_inquire_negotiated_mech);
 }
 
 // Why what was found cannot be used; empty when it can.

@@ -77,7 +77,7 @@ QXGSS_API OM_uint32 NEGO_configure(OM_uint32 *pMinorStatus, OM_uint32, qxgss_buf
     ROW(inquire_cred) ROW(init_sec_context) ROW(accept_sec_context) ROW(delete_sec_context) ROW(inquire_context)       \
     ROW(wrap_size_limit) ROW(wrap) ROW(unwrap) ROW(get_mic) ROW(verify_mic) ROW(get_client_domain_username)            \
     ROW(qop_string_to_int) ROW(qop_int_to_string) ROW(inquire_properties_for_user) ROW(display_status)                 \
-    ROW(release_name)
+    ROW(release_name) ROW(inquire_negotiated_mech)
 // clang-format on
 #define DEFINE(operation)                                                                                              \
     extern "C" QXGSS_API OM_uint32 ALL_##operation() {                                                                 \

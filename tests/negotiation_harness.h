@@ -91,8 +91,8 @@ class Peer {
 
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
 
-    // Each entry in list order: letter, state and reason as on the wire, "+" when established, and its statuses, which
-    // are "(scripted)" where a scripted failure has its default ones.
+    // Each entry in list order, as QXNEGO_inquire_negotiated_mech tells of it: letter, state and reason as on the wire,
+    // "+" when established, and its statuses, which are "(scripted)" where a scripted failure has its default ones.
     std::string entries() const;
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"

@@ -221,3 +221,27 @@ OM_uint32 QXNEGO_inquire_context(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t p
     set_if_given(pOpen, 0);
     return succeed(pMinorStatus);
 }
+
+OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, OM_uint32 Number,
+                                         qxgss_negotiated_mech_desc *pMech) {
+    set_if_given(pMech, qxgss_negotiated_mech_desc{});
+    if (pContextHandle == nullptr)
+        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, QXNEGO_E_INACCESSIBLE);
+    if (pMech == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
+    const NegContext_desc &negotiation = negotiation_of(pContextHandle);
+    const NegMechList_desc &list = negotiation.NegMechList;
+    if (list.pNegMech == nullptr || Number >= list.Count)
+        return report(pMinorStatus, GSS_S_UNAVAILABLE, QXNEGO_E_MECHANISM_UNAVAILABLE);
+    const NegMechEntry_desc &entry = list.pNegMech[Number];
+    pMech->pMechOid = entry.pMechOid;
+    pMech->MechIndex = entry.MechIndex;
+    pMech->MechState = entry.MechState;
+    pMech->MechReason = entry.MechReason;
+    pMech->GssMajorStatus = entry.GssMajorStatus;
+    pMech->GssMinorStatus = entry.GssMinorStatus;
+    pMech->GssMinorStatusText = entry.GssMinorStatusText;
+    pMech->IsCtxEstablished = entry.IsCtxEstablished != 0 ? 1 : 0;
+    pMech->IsSelected = selected_entry(negotiation) == &entry ? 1 : 0;
+    return succeed(pMinorStatus);
+}
