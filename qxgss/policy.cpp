@@ -118,6 +118,8 @@ Allowed allowed_by_default(const Name &name) {
 }
 
 Allowed allowed(std::string_view user) {
+    if (configuration->accounts.empty())
+        return configuration->default_policy;
     const auto listed = configuration->listed.find(compared_name(user));
     return listed != configuration->listed.end() ? configuration->accounts[listed->second].allowed
                                                  : allowed_by_default(parsed(user));
