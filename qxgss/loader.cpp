@@ -25,15 +25,16 @@ void take_out_of_use(Mechanism &mechanism, MechInfo_t &info, const std::string &
 
 // ---- Function tables -----------------------------------------------------------------------------------------------
 
-// A symbol of a library may be a variable of that name. One without a type, as assembler makes them, is taken for code.
+// A symbol of a library may be a variable of that name; one for each thread is in no object. A symbol without a type,
+// as assembler makes them, is taken for code, and so is what has none of its own, as the choice of an indirect
+// function.
 bool is_code(const void *address) {
     Dl_info object;
     void *entry = nullptr;
     if (dladdr1(address, &object, &entry, RTLD_DL_SYMENT) == 0)
         return false;
     const auto *symbol = static_cast<const ElfW(Sym) *>(entry);
-    const int type = symbol == nullptr ? STT_NOTYPE : ELF64_ST_TYPE(symbol->st_info); // the same for 32 bits
-    return type != STT_OBJECT && type != STT_COMMON && type != STT_TLS;
+    return symbol == nullptr || ELF64_ST_TYPE(symbol->st_info) != STT_OBJECT; // the same for 32 bits
 }
 
 // The mechanism's operations in its library, or in the program.

@@ -51,6 +51,7 @@ QXGSS_API OM_uint32 OLD_interface_version() {
 }
 RELEASES_NAMES(DATA)
 QXGSS_API int DATA_configure = 1;
+QXGSS_API thread_local int TLS_configure = 1;
 QXGSS_API OM_uint32 THROWS_configure(OM_uint32 *, OM_uint32, qxgss_buffer_t, qxgss_buffer_t) {
     throw std::runtime_error("no card");
 }
@@ -212,7 +213,7 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         in_program("GONE", "1.2.7", "library = 'none.so'\n") + in_program("EMPTY", "1.2.8") +
         in_program("TALKS", "1.2.9") + in_program("TEXT", "1.2.10", "library = '" + file_ + "'\n") +
         in_program("OLD", "1.2.11") + in_program("DATA", "1.2.12") + in_program("THROWS", "1.2.13") +
-        in_program("RAISES", "1.2.14");
+        in_program("RAISES", "1.2.14") + in_program("TLS", "1.2.15");
     ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
 
     const struct {
@@ -232,6 +233,7 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         {"DATA", "DATA_configure is data, not a function"},
         {"THROWS", "its configure operation threw an exception: no card"},
         {"RAISES", "its configure operation threw an exception"},
+        {"TLS", "TLS_configure is data, not a function"},
     };
     ASSERT_EQ(MechCount, std::size(rows));
     for (OM_uint32 i = 0; i < MechCount; ++i) {

@@ -230,10 +230,9 @@ OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ct
     if (pMech == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
-    const NegMechList_desc &list = negotiation.NegMechList;
-    if (list.pNegMech == nullptr || Number >= list.Count)
+    if (Number >= negotiation.NegMechList.Count)
         return report(pMinorStatus, GSS_S_UNAVAILABLE, QXNEGO_E_MECHANISM_UNAVAILABLE);
-    const NegMechEntry_desc &entry = list.pNegMech[Number];
+    const NegMechEntry_desc &entry = negotiation.NegMechList.pNegMech[Number];
     pMech->pMechOid = entry.pMechOid;
     pMech->MechIndex = entry.MechIndex;
     pMech->MechState = entry.MechState;

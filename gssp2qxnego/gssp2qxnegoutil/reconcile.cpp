@@ -74,15 +74,15 @@ OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMech
 // those beyond are found by their order, so that a token costs what its length says.
 constexpr OM_uint32 kUsualLength = 32;
 
-std::string_view octets(const qxgss_OID_desc *oid) {
-    return usable(oid) ? std::string_view(static_cast<const char *>(oid->elements), oid->length) : std::string_view();
+std::string_view octets(const qxgss_OID_desc &oid) {
+    return {static_cast<const char *>(oid.elements), oid.length};
 }
 
 // The first place in the order whose entry does not come before that OID.
 OM_uint32 *place_of(const NegContext_desc &context, std::string_view oid) {
     const NegMechOrder_desc &order = context.MechOrder;
     const auto before = [&](OM_uint32 entry, std::string_view wanted) {
-        return octets(context.NegMechList.pNegMech[entry].pMechOid) < wanted;
+        return octets(*context.NegMechList.pNegMech[entry].pMechOid) < wanted;
     };
     return std::lower_bound(order.pPlaces, order.pPlaces + order.Count, oid, before);
 }
@@ -106,7 +106,7 @@ bool complete_order(NegContext_desc &context) {
     for (OM_uint32 entry; (entry = kUsualLength + order.Count) < context.NegMechList.Count; ++order.Count) {
         if (is_full(order.Count) && !make_room(order.pPlaces, order.Count))
             return false;
-        OM_uint32 *const at = place_of(context, octets(context.NegMechList.pNegMech[entry].pMechOid));
+        OM_uint32 *const at = place_of(context, octets(*context.NegMechList.pNegMech[entry].pMechOid));
         std::copy_backward(at, order.pPlaces + order.Count, order.pPlaces + order.Count + 1);
         *at = entry;
     }
@@ -122,9 +122,9 @@ OM_uint32 find_entry(OM_uint32 *pMinorStatus, NegContext_desc &context, qxgss_OI
         return major;
     if (!complete_order(context))
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
-    const OM_uint32 *const at = place_of(context, octets(&oid));
+    const OM_uint32 *const at = place_of(context, octets(oid));
     if (at != context.MechOrder.pPlaces + context.MechOrder.Count &&
-        octets(list.pNegMech[*at].pMechOid) == octets(&oid))
+        octets(*list.pNegMech[*at].pMechOid) == octets(oid))
         found = static_cast<OM_sint32>(*at);
     return GSS_S_COMPLETE;
 }
