@@ -80,14 +80,13 @@ QXGSS_API OM_uint32 gsspasn_get_top_decode_sequence(gsspasn_decoding_t Handle, O
 /* Within one parent tags are asked for in ascending order; children with the same tag come one per request, in order;
  * children not asked for are passed over. An absent tag gives GSSPASN_E_TAG_NOT_FOUND, leaves the outputs unchanged
  * and disturbs no later request; so does every other failure. */
-QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag,
-                                                gsspasn_decoding_t *pChildren, OM_uint32 *pCount);
+QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag, gsspasn_decoding_t *pChildren,
+                                                OM_uint32 *pCount);
 
 /* Decodes a primitive child: INTEGER must be the minimal contents of a 32-bit unsigned value; OCTET STRING comes with
  * new storage (gssp_release_buffer; an empty string gives an empty buffer), OBJECT IDENTIFIER with new `elements`
  * (free), none when it is empty: its reader refuses it. */
-QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
-                                            void *pValue);
+QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType, void *pValue);
 
 /* Where the contents of a primitive child stand in the token, whatever its type: nothing is copied, and the bytes are
  * the token's. An empty one has length 0. */

@@ -180,6 +180,7 @@ TEST_F(Engine, PolicyFailsWhenNothingInTheListIsAllowed) {
     } rows[] = {
         {"onlyb", "A11 B32", "", "A35(00000000/21000064) B32", "[0] policy-no:A35 [0p] policy-set"},
         {"onlyc", "A32 B11", "E3000406", "A32 B35(00000000/21000064)", "[0] policy-no:B35 [0p] policy-set"},
+        {"nobody", "A11 B32", "E3000406", "A35(00000000/21000064) B32", "[0] policy-no:A35 [0p] policy-set"},
         {"", "A11 B11", "", "A11 B11", "[0p] policy-nouser"},
     };
     for (const auto &row : rows) {
