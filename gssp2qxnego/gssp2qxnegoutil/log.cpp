@@ -11,6 +11,7 @@ namespace {
 
 constexpr OM_uint32 kFirstRecords = 64;
 constexpr OM_uint32 kMoreRecords = 16;
+constexpr std::size_t kUsualRecords = 1024;
 constexpr char kNoInformation[] = "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.";
 
 void snapshot_context(const NegContext_desc &context, NegLogRecord &record) {
@@ -42,6 +43,11 @@ OM_uint32 copy_status_text(OM_uint32 *pMinorStatus, const NegMechEntry_desc &ent
     return gssp_duplicate_buffer(pMinorStatus, &source, &text);
 }
 
+// Records that there is room for. A log that a peer makes long is not copied with every growth.
+std::size_t room_for(std::size_t count) {
+    return count > kUsualRecords ? std::bit_ceil(count) : count;
+}
+
 } // namespace
 
 OM_uint64 QXNEGO_INT_GetElapsedTime(OM_uint64 BaseTime) {
@@ -69,9 +75,9 @@ void QXNEGO_INT_GrowNegLog(NegLog_t pNegLog, OM_uint32 n) {
     const std::size_t newCount = oldCount + n;
     if (newCount > UINT32_MAX)
         return;
-    // The array's room is the next power of two, so that a long log is not copied with every growth.
-    if (const std::size_t room = std::bit_ceil(newCount); room != std::bit_ceil(oldCount)) {
-        auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, room * sizeof(NegLogRecord)));
+    if (room_for(newCount) != room_for(oldCount)) {
+        const std::size_t size = room_for(newCount) * sizeof(NegLogRecord);
+        auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, size));
         if (records == nullptr)
             return;
         pNegLog->pRecords = records;
