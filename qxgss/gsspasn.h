@@ -32,9 +32,9 @@ extern "C" {
 #define GSSPASN_OCTET_STRING 4U      /* qxgss_buffer_desc */
 #define GSSPASN_OBJECT_IDENTIFIER 5U /* qxgss_OID_desc */
 
-/* Limits. The decoder refuses a token beyond one of its own when it is opened: nested constructed elements, elements in
- * all, size in bytes. The encoder refuses the element that would pass one of those, and to nest more than it has room
- * for, with the same statuses: what is written can also be read. So many elements hold a list of 1,000 mechanisms, each
+/* Limits, and the status beyond them. The decoder refuses a token when it is opened: nested constructed elements,
+ * elements in all, size in bytes. The encoder refuses the element that would pass one; it has room for fewer levels,
+ * and keeps the other two, so that what is written can be read. 16,384 elements hold a list of 1,000 mechanisms, each
  * with all of its eight items (9,006 with those around it). */
 #define GSSPASN_ENCODE_MAX_DEPTH 11U        /* GSSPASN_E_STACK_FULL */
 #define GSSPASN_DECODE_MAX_DEPTH 16U        /* GSSPASN_E_STACK_FULL */

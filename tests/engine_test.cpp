@@ -255,8 +255,11 @@ TEST_F(Engine, TheLogGrowsAndKeepsItsRecords) {
     EXPECT_EQ(log.pRecords[64].MechOid.length, 0U);
     QXNEGO_INT_GrowNegLog(&log, UINT32_MAX - 79);
     EXPECT_EQ(log.MaxCount, 80U);
+    for (const OM_uint32 more : {1000U, 16U}) // with room for others, and within it
+        QXNEGO_INT_GrowNegLog(&log, more);
+    EXPECT_EQ(log.MaxCount, 1096U);
     const NegLogRecord zero{};
-    for (OM_uint32 i = 65; i < 80; ++i)
+    for (OM_uint32 i = 65; i < log.MaxCount; ++i)
         EXPECT_EQ(std::memcmp(&log.pRecords[i], &zero, sizeof zero), 0) << i;
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(outcome(QXNEGO_INT_ReleaseNegLog, context.get()), kDone);
