@@ -182,6 +182,14 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     return output;
 }
 
+bool Negotiation::is_peer_done() const {
+    constexpr OM_uint32 kCompleted = 1;
+    qxgss_negotiation_desc negotiation{};
+    return context_.get() != nullptr &&
+           !failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)) &&
+           negotiation.NegStateFromPeer == kCompleted;
+}
+
 void Negotiation::read_negotiation() {
     qxgss_negotiation_desc negotiation{};
     if (is_client_ || context_.get() == nullptr ||

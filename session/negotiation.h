@@ -48,6 +48,7 @@ class Negotiation {
 
     bool is_established() const { return is_established_; }
     bool is_client() const { return is_client_; }
+    bool is_peer_done() const; // it is established, and expects no more tokens of QXNEGO
 
     // For calls that are not made here, once it is established: QXNEGO, its context, and the mechanism underneath.
     const Negotiator &negotiator() const { return negotiator_; }

@@ -69,10 +69,10 @@ void refuse(OM_uint32 major, const std::string &line) {
 gss_buffer_desc copy_of(std::string_view bytes) {
     if (bytes.empty())
         return GSS_C_EMPTY_BUFFER;
-    void *const block = std::malloc(bytes.size());
+    auto *const block = static_cast<char *>(std::malloc(bytes.size() + 1));
     if (block == nullptr)
         throw std::bad_alloc();
-    bytes.copy(static_cast<char *>(block), bytes.size());
+    block[bytes.copy(block, bytes.size())] = '\0';
     return {bytes.size(), block};
 }
 

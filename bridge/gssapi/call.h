@@ -78,7 +78,8 @@ inline std::string_view bytes_of(gss_const_OID pOid) {
                : std::string_view(static_cast<const char *>(pOid->elements), pOid->length);
 }
 
-// A copy for the caller, who releases it. Throws std::bad_alloc.
+// A copy for the caller, who releases it; a NUL stands behind it, since programs print texts as if one did. Throws
+// std::bad_alloc.
 gss_buffer_desc copy_of(std::string_view bytes);
 
 // The framework's block itself: both heaps are C's.

@@ -73,7 +73,7 @@ std::string Context::step(std::string_view token, qxgss_channel_bindings_t bindi
 }
 
 void Context::fail(qxgss_session_failure_et kind, const char *line) noexcept {
-    if (is_offered_)
+    if (is_offered_ && is_awaited())
         parting_ =
             negotiation_.is_established() ? session::reason_of(kind, confirmation_) : session::EndReason::kRefused;
     stage_ = Stage::kFailed;
@@ -83,6 +83,11 @@ void Context::fail(qxgss_session_failure_et kind, const char *line) noexcept {
         failure_line_ = line;
     } catch (const std::bad_alloc &) { // the class has to do
     }
+}
+
+// Whether the peer waits for a token of this side: to one that is done, it would be a message.
+bool Context::is_awaited() const {
+    return stage_ == Stage::kHearing || (stage_ == Stage::kNegotiating && !negotiation_.is_peer_done());
 }
 
 std::string Context::parting() const {

@@ -59,6 +59,7 @@ class Context {
     std::string negotiate(std::string token, qxgss_channel_bindings_t bindings);
     std::string established(std::string output);
     OM_uint32 true_flags() const;
+    bool is_awaited() const;
     bool is_to_be_confirmed() const;
     std::string confirmation();
     void check_confirmation(std::string_view token);

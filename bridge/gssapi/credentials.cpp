@@ -41,13 +41,22 @@ std::string item(const char *key, std::string_view value) {
     return value.empty() ? std::string() : std::string(key).append(value);
 }
 
-common::Name initiating_name(const Request &request) {
-    const Store &store = request.store;
-    if (request.name != nullptr && !store.logon_file.empty())
+// With a file it says who logs on.
+Secret logon_of(const Request &request, std::optional<Name> &name) {
+    if (request.store.logon_file.empty())
+        return logon_string(request.name, request.store.password);
+    if (request.name != nullptr)
         refuse(GSS_S_BAD_NAME, "the file of the logon string says who logs on, and a name is given, too");
-    const Secret logon =
-        store.logon_file.empty() ? logon_string(request.name, store.password) : logon_string_in(store.logon_file);
-    return acquiring_name(logon.text(), {item("client_keytab=", store.client_keytab), item("ccache=", store.ccache)});
+    Secret logon = logon_string_in(request.store.logon_file);
+    const std::string identity = identity_in(logon);
+    if (!identity.empty())
+        name = Name{Name::Kind::kUser, identity};
+    return logon;
+}
+
+common::Name initiating_name(const Request &request, std::optional<Name> &name) {
+    return acquiring_name(logon_of(request, name).text(),
+                          {item("client_keytab=", request.store.client_keytab), item("ccache=", request.store.ccache)});
 }
 
 common::Name accepting_name(const Request &request) {
@@ -121,7 +130,7 @@ std::unique_ptr<Credential> acquired(const Request &request) {
     }
     if (!credential->initiates())
         return credential;
-    credential->initiator = initiating_name(request);
+    credential->initiator = initiating_name(request, credential->name);
     // A password is tried once, by the negotiation.
     if (request.store.password.data() == nullptr && request.store.logon_file.empty())
         try_mechanisms(credential->initiator.get(), GSS_C_INITIATE, *credential);
@@ -150,8 +159,10 @@ template <typename Operation> OM_uint32 with_credential(gss_cred_id_t handle, Op
     return operation(*own);
 }
 
+// The host's library wants a name of every credential.
 OM_uint32 give_facts(const Credential &credential, gss_name_t *pName, gss_cred_usage_t *pUsage, gss_OID_set *pMechs) {
-    std::unique_ptr<Name> name(credential.name && pName != nullptr ? new Name(*credential.name) : nullptr);
+    std::unique_ptr<Name> name(pName == nullptr ? nullptr
+                                                : new Name(credential.name.value_or(Name{Name::Kind::kUser, "?"})));
     if (pMechs != nullptr)
         *pMechs = set_of({mechanism_oid()});
     set(pName, handle_of(name.release()));

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include "bridge/gssapi/qxnego_gssapi.h"
+#include "common/heap.h"
 #include "common/text.h"
+#include "qxat/qxatldapauthorize.h"
 
 namespace bridge {
 
@@ -101,6 +103,8 @@ Secret logon_string(const Name *pIdentity, std::string_view password) {
 
 Secret logon_string_in(std::string_view file) {
     const File input{std::string(file)};
+    if (input.get() < 0)
+        refuse_file(file, std::strerror(errno));
     Secret logon(kMaxLogon);
     char octet = 0;
     ssize_t got = 0;
@@ -114,6 +118,17 @@ Secret logon_string_in(std::string_view file) {
     if (logon.text().empty() || logon.text().find('\0') != std::string_view::npos)
         refuse_file(file, "there is none");
     return logon;
+}
+
+std::string identity_in(const Secret &logon) {
+    OM_uint32 minor = 0;
+    char *identity = nullptr;
+    const OM_uint32 major = qxat_parse_logon(&minor, logon.c_str(), nullptr, &identity, nullptr, nullptr, nullptr,
+                                             nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
+    const common::Heap<char> owner(identity);
+    if (common::failed(major))
+        throw Failure(QXGSS_SESSION_FAILURE_USAGE, "the logon string: " + text_of(minor), GSS_S_BAD_NAME, minor);
+    return identity == nullptr ? "" : identity;
 }
 
 } // namespace bridge

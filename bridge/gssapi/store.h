@@ -21,6 +21,7 @@ class Secret {
     // Nothing is appended beyond the room.
     void append(std::string_view more);
     std::string_view text() const { return text_; }
+    const char *c_str() const { return text_.c_str(); }
 
   private:
     std::string text_;
@@ -40,6 +41,9 @@ Secret logon_string(const Name *pIdentity, std::string_view password);
 
 // The first line of the file, at most 64 KiB. Throws Failure.
 Secret logon_string_in(std::string_view file);
+
+// Who logs on with it; empty: it does not say. Throws Failure for a text that is no logon string.
+std::string identity_in(const Secret &logon);
 
 } // namespace bridge
 
