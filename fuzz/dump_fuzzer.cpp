@@ -1,7 +1,7 @@
 // The token dumper: what it says of any bytes is what the decoder says, lies within them, and is safe for a terminal.
 #include "fuzz/input.h"
 #include "qxgss/gsspasn.h"
-#include "tools/token_tree.h"
+#include "tools/token/tree.h"
 
 using fuzz::require;
 

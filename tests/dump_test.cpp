@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "gssp2qxnego/gssp2qxnegoutil/guards.h"
-#include "tools/inner_tokens.h"
-#include "tools/token_tree.h"
+#include "tools/token/inner.h"
+#include "tools/token/tree.h"
 
 namespace {
 

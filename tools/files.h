@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "tools/bytes.h"
-#include "tools/connection/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace tools {
 

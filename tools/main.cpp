@@ -3,7 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/interrupt.h"
 #include "tools/connection/secret.h"
 #include "tools/failure.h"

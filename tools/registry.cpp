@@ -7,7 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/owned.h"
-#include "tools/codes.h"
+#include "tools/show/codes.h"
 #include "tools/failure.h"
 
 namespace tools {

@@ -9,7 +9,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/conversation.h"
 #include "tools/connection/options.h"
 #include "tools/connection/secret.h"

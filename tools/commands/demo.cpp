@@ -9,20 +9,20 @@
 #include <poll.h>
 
 #include "qxgss/qxgss.h"
-#include "tools/codes.h"
-#include "tools/commands.h"
+#include "tools/show/codes.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"
 #include "tools/connection/worker.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/negotiation_log.h"
+#include "tools/show/log.h"
 #include "tools/registry.h"
-#include "tools/scenarios.h"
+#include "tools/commands/scenarios.h"
 #include "tools/show/story.h"
-#include "tools/table.h"
-#include "tools/tokens.h"
-#include "tools/user_properties.h"
+#include "tools/show/table.h"
+#include "tools/token/form.h"
+#include "tools/show/user_properties.h"
 
 namespace tools {
 

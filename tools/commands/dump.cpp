@@ -9,12 +9,12 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/codes.h"
-#include "tools/commands.h"
+#include "tools/show/codes.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
-#include "tools/table.h"
-#include "tools/token_file.h"
-#include "tools/token_tree.h"
+#include "tools/show/table.h"
+#include "tools/token/file.h"
+#include "tools/token/tree.h"
 
 namespace tools {
 

@@ -4,11 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/negotiation_log.h"
-#include "tools/user_properties.h"
+#include "tools/show/log.h"
+#include "tools/show/user_properties.h"
 
 namespace tools {
 

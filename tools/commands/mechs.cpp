@@ -5,10 +5,10 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/files.h"
 #include "tools/registry.h"
-#include "tools/table.h"
+#include "tools/show/table.h"
 
 namespace tools {
 

@@ -4,10 +4,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/user_properties.h"
+#include "tools/show/user_properties.h"
 
 namespace tools {
 

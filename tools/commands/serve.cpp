@@ -12,7 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/admission.h"
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"

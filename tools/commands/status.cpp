@@ -7,8 +7,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/codes.h"
-#include "tools/commands.h"
+#include "tools/show/codes.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/registry.h"

@@ -6,11 +6,11 @@
 #include <nlohmann/json.hpp>
 
 #include "gssp2qxnego/words.h"
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/rehearsal.h"
-#include "tools/table.h"
+#include "tools/token/rehearsal.h"
+#include "tools/show/table.h"
 
 namespace tools {
 

@@ -1,7 +1,7 @@
 #include "tools/connection/conversation.h"
 
 #include "common/owned.h"
-#include "tools/codes.h"
+#include "tools/show/codes.h"
 
 namespace tools {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/connection/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace tools {
 

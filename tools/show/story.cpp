@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/codes.h"
+#include "tools/show/codes.h"
 
 namespace tools {
 

@@ -8,8 +8,8 @@
 #include "common/owned.h"
 #include "gssp2qxnego/words.h"
 #include "tools/bytes.h"
-#include "tools/oids.h"
-#include "tools/table.h"
+#include "tools/show/oids.h"
+#include "tools/show/table.h"
 
 namespace tools {
 

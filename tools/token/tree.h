@@ -2,7 +2,7 @@
 #ifndef QXNEGO_TOOLS_TOKEN_TREE_H
 #define QXNEGO_TOOLS_TOKEN_TREE_H
 
-#include "tools/token_walk.h"
+#include "tools/token/walk.h"
 
 namespace tools {
 

@@ -1,15 +1,15 @@
 // Only the establishment of the mechanisms underneath is replaced. Their configuration and the acquisition of their
 // credentials are real, so that a missing key table or file of verifiers shows here too.
-#include "tools/rehearsal.h"
+#include "tools/token/rehearsal.h"
 
 #include <algorithm>
 
 #include "common/asn.h"
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "gssp2qxnego/token_format.h"
-#include "tools/codes.h"
+#include "tools/show/codes.h"
 #include "tools/failure.h"
-#include "tools/oids.h"
+#include "tools/show/oids.h"
 
 namespace tools {
 

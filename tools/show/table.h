@@ -1,6 +1,6 @@
 // Aligned tables of plain text. The last column is broken at blanks so that no line is wider than the page.
-#ifndef QXNEGO_TOOLS_TABLE_H
-#define QXNEGO_TOOLS_TABLE_H
+#ifndef QXNEGO_TOOLS_SHOW_TABLE_H
+#define QXNEGO_TOOLS_SHOW_TABLE_H
 
 #include <ostream>
 #include <string>

@@ -1,5 +1,5 @@
 // The outer element tells the form: [0] is the client's first token, [1] every later one in both directions.
-#include "tools/tokens.h"
+#include "tools/token/form.h"
 
 #include "qxgss/gsspasn.h"
 

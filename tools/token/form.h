@@ -1,6 +1,6 @@
 // Negotiation tokens, read with the framework's own decoder.
-#ifndef QXNEGO_TOOLS_TOKENS_H
-#define QXNEGO_TOOLS_TOKENS_H
+#ifndef QXNEGO_TOOLS_TOKEN_FORM_H
+#define QXNEGO_TOOLS_TOKEN_FORM_H
 
 #include <string>
 

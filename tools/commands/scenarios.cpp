@@ -1,11 +1,11 @@
 // Both sides prefer SCRAM-SHA-256 by its rank; each scenario changes one thing about that.
-#include "tools/scenarios.h"
+#include "tools/commands/scenarios.h"
 
 #include <algorithm>
 
 #include "gssp2qxnego/words.h"
-#include "tools/codes.h"
-#include "tools/verifiers.h" // made from the SCRAM library's sample
+#include "tools/show/codes.h"
+#include "tools/commands/verifiers.h" // made from the SCRAM library's sample
 
 namespace tools {
 

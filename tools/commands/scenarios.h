@@ -1,12 +1,12 @@
 // The demo's scenarios: what each side is configured with, who logs on, and how the negotiation has to end.
-#ifndef QXNEGO_TOOLS_SCENARIOS_H
-#define QXNEGO_TOOLS_SCENARIOS_H
+#ifndef QXNEGO_TOOLS_COMMANDS_SCENARIOS_H
+#define QXNEGO_TOOLS_COMMANDS_SCENARIOS_H
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "tools/configuration.h"
+#include "tools/commands/configuration.h"
 #include "tools/connection/story.h"
 
 namespace tools {

@@ -1,6 +1,6 @@
 // The rendered negotiation log, read back into records.
-#ifndef QXNEGO_TOOLS_NEGOTIATION_LOG_H
-#define QXNEGO_TOOLS_NEGOTIATION_LOG_H
+#ifndef QXNEGO_TOOLS_SHOW_LOG_H
+#define QXNEGO_TOOLS_SHOW_LOG_H
 
 #include <ostream>
 #include <string>

@@ -1,9 +1,9 @@
 // Records are read with the bounded walk that all their readers share: what does not lie within the buffer is not read.
-#include "tools/user_properties.h"
+#include "tools/show/user_properties.h"
 
 #include "qxgss/qxgss_records.h"
-#include "tools/oids.h"
-#include "tools/table.h"
+#include "tools/show/oids.h"
+#include "tools/show/table.h"
 
 namespace tools {
 

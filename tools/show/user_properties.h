@@ -1,6 +1,6 @@
 // A user-properties buffer as people read it: its records, one row each, and the negotiation log that it carries.
-#ifndef QXNEGO_TOOLS_USER_PROPERTIES_H
-#define QXNEGO_TOOLS_USER_PROPERTIES_H
+#ifndef QXNEGO_TOOLS_SHOW_USER_PROPERTIES_H
+#define QXNEGO_TOOLS_SHOW_USER_PROPERTIES_H
 
 #include <cstdint>
 #include <ostream>

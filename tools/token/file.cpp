@@ -1,5 +1,5 @@
 // Which form a file has is told by its characters.
-#include "tools/token_file.h"
+#include "tools/token/file.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 // What an inner token is, told from its first bytes.
-#ifndef QXNEGO_TOOLS_INNER_TOKENS_H
-#define QXNEGO_TOOLS_INNER_TOKENS_H
+#ifndef QXNEGO_TOOLS_TOKEN_INNER_H
+#define QXNEGO_TOOLS_TOKEN_INNER_H
 
 #include <string>
 

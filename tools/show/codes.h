@@ -1,6 +1,6 @@
 // Names and texts of status codes and flags.
-#ifndef QXNEGO_TOOLS_CODES_H
-#define QXNEGO_TOOLS_CODES_H
+#ifndef QXNEGO_TOOLS_SHOW_CODES_H
+#define QXNEGO_TOOLS_SHOW_CODES_H
 
 #include <string>
 #include <vector>

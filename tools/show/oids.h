@@ -1,6 +1,6 @@
 // Object identifiers as text, and the names of the well-known mechanisms.
-#ifndef QXNEGO_TOOLS_OIDS_H
-#define QXNEGO_TOOLS_OIDS_H
+#ifndef QXNEGO_TOOLS_SHOW_OIDS_H
+#define QXNEGO_TOOLS_SHOW_OIDS_H
 
 #include <string>
 

@@ -1,5 +1,5 @@
 // Tables: widths are measured over all rows; the last column takes what the page has left.
-#include "tools/table.h"
+#include "tools/show/table.h"
 
 #include <algorithm>
 

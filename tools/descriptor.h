@@ -1,6 +1,6 @@
 // A file descriptor that is closed when its owner goes.
-#ifndef QXNEGO_TOOLS_CONNECTION_DESCRIPTOR_H
-#define QXNEGO_TOOLS_CONNECTION_DESCRIPTOR_H
+#ifndef QXNEGO_TOOLS_DESCRIPTOR_H
+#define QXNEGO_TOOLS_DESCRIPTOR_H
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 // What a server's configuration decides for a user and an offer, without a client: QXNEGO itself decides, on a token
 // made for the occasion, and each mechanism's own exchange is taken to succeed at once.
-#ifndef QXNEGO_TOOLS_REHEARSAL_H
-#define QXNEGO_TOOLS_REHEARSAL_H
+#ifndef QXNEGO_TOOLS_TOKEN_REHEARSAL_H
+#define QXNEGO_TOOLS_TOKEN_REHEARSAL_H
 
 #include <string>
 #include <vector>

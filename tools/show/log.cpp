@@ -1,12 +1,12 @@
 // A log is lines of a label and a value; the labels that are not listed here are passed over.
-#include "tools/negotiation_log.h"
+#include "tools/show/log.h"
 
 #include <algorithm>
 #include <charconv>
 #include <optional>
 
 #include "gssp2qxnego/words.h"
-#include "tools/oids.h"
+#include "tools/show/oids.h"
 
 namespace tools {
 

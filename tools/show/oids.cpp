@@ -1,5 +1,5 @@
 // Object identifiers: their arcs, and the mechanisms that administrators meet by name.
-#include "tools/oids.h"
+#include "tools/show/oids.h"
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "tools/connection/descriptor.h"
+#include "tools/descriptor.h"
 
 #include <cerrno>
 #include <cstring>

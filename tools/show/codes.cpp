@@ -1,6 +1,6 @@
 // Status codes: majors and flags by name (texts of RFC 2744 3.9.1), minor statuses from the rows of the framework and
 // of QXNEGO, any other mechanism's from itself.
-#include "tools/codes.h"
+#include "tools/show/codes.h"
 
 #include <algorithm>
 #include <array>

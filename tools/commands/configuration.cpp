@@ -1,5 +1,5 @@
 // Configuration files are TOML; every text in them is written as a basic string, so that any path can stand there.
-#include "tools/configuration.h"
+#include "tools/commands/configuration.h"
 
 #include <sstream>
 

@@ -1,6 +1,6 @@
 // Configuration files of the framework, written for one side of a negotiation.
-#ifndef QXNEGO_TOOLS_CONFIGURATION_H
-#define QXNEGO_TOOLS_CONFIGURATION_H
+#ifndef QXNEGO_TOOLS_COMMANDS_CONFIGURATION_H
+#define QXNEGO_TOOLS_COMMANDS_CONFIGURATION_H
 
 #include <string>
 #include <vector>

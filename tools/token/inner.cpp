@@ -1,7 +1,7 @@
 // The framing of RFC 2743 3.1 with the mechanism's OID, NTLMSSP's signature, and SCRAM's first letters (RFC 5802 7).
-#include "tools/inner_tokens.h"
+#include "tools/token/inner.h"
 
-#include "tools/oids.h"
+#include "tools/show/oids.h"
 
 namespace tools {
 

@@ -1,14 +1,14 @@
 // Reads a token as the mechanism does: the same requests to the framework's decoder in the same order. Beside each
 // request goes a cursor over the walked elements, which knows where the answer stands.
-#include "tools/token_tree.h"
+#include "tools/token/tree.h"
 
 #include <cstdlib>
 
 #include "common/asn.h"
 #include "gssp2qxnego/gssp2qxnegoutil/words.h"
-#include "tools/codes.h"
-#include "tools/inner_tokens.h"
-#include "tools/oids.h"
+#include "tools/show/codes.h"
+#include "tools/token/inner.h"
+#include "tools/show/oids.h"
 
 namespace tools {
 

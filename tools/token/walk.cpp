@@ -1,5 +1,5 @@
 // The same rules in the same order as the framework's decoder (X.690 8.1, with its limits), by recursion.
-#include "tools/token_walk.h"
+#include "tools/token/walk.h"
 
 namespace tools {
 

@@ -1,7 +1,7 @@
 // The subcommands of qxnego, one file each in commands/. Each adds itself to the program, with a callback that does its
 // work and throws Failure for whatever ends the command with another status than 0.
-#ifndef QXNEGO_TOOLS_COMMANDS_H
-#define QXNEGO_TOOLS_COMMANDS_H
+#ifndef QXNEGO_TOOLS_COMMANDS_COMMANDS_H
+#define QXNEGO_TOOLS_COMMANDS_COMMANDS_H
 
 namespace CLI {
 class App;
