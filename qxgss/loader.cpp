@@ -84,6 +84,7 @@ void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
     symbols.fill("release_name", table.ftn_gssp_release_name);
     symbols.fill("inquire_negotiated_mech", table.ftn_gssp_inquire_negotiated_mech);
     symbols.fill("inquire_negotiation", table.ftn_gssp_inquire_negotiation);
+    symbols.fill("inquire_candidate", table.ftn_gssp_inquire_candidate);
 }
 
 // Why what was found cannot be used; empty when it can.
