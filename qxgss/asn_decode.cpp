@@ -211,6 +211,7 @@ template <bool Tells> inline bool Parser<Tells>::at_end_of_contents() const {
 
 template <bool Tells> inline OM_uint32 Parser<Tells>::close() {
     const Open &open = open_[--depth_];
+    elements_[open.element].span = static_cast<OM_uint32>(count_) - open.element;
     if (open.indefinite) { // two zero octets, X.690 8.1.5
         if (limit_ - at_ < 2 || at_[1] != 0)
             return fail(GSSPASN_E_ENCODING, at_ + 1, "the end of an indefinite length is two zero octets");
@@ -219,7 +220,6 @@ template <bool Tells> inline OM_uint32 Parser<Tells>::close() {
         at_ += 2;
     }
     limit_ = depth_ == 0 ? end_ : open_[depth_ - 1].limit;
-    elements_[open.element].span = static_cast<OM_uint32>(count_) - open.element;
     return GSSPASN_E_SUCCESS;
 }
 
@@ -238,11 +238,11 @@ template <bool Tells> OM_uint32 Parser<Tells>::get_places(qxgss_buffer_t pPlaces
         const Element &element = elements_[i];
         while (*at == 0)
             ++at;
-        const std::ptrdiff_t length =
-            element.length == kOpen ? std::max<std::ptrdiff_t>(fault_.at - element.contents, 0) : element.length;
+        const std::size_t length =
+            element.length == kOpen ? static_cast<std::size_t>(at_ - element.contents) : element.length;
         places[i - 1] = {static_cast<std::size_t>(at - begin_),
                          static_cast<std::size_t>(element.contents - at),
-                         static_cast<std::size_t>(length),
+                         length,
                          element.tag,
                          element.span,
                          element.constructed ? 1 : 0};

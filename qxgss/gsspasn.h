@@ -114,8 +114,8 @@ typedef struct gsspasn_fault_struct {
 
 /* Checks a token as gsspasn_open_decode_handle does, and returns the same. Also when it is refused, pPlaces gets the
  * elements that were read, in the order in which they begin, as an array of gsspasn_place_desc (its length is in bytes;
- * gssp_release_buffer); an element that the fault lies in spans what was read of it, and ends before the fault if its
- * length is indefinite. GSSPASN_E_ARGUMENT for a null pointer, GSSPASN_E_NO_MEMORY; the outputs are then empty. */
+ * gssp_release_buffer); one that the fault lies in spans the elements that were read of it, and ends where reading did
+ * if its length is indefinite. GSSPASN_E_ARGUMENT for a null pointer, GSSPASN_E_NO_MEMORY; the outputs are then empty. */
 QXGSS_API OM_uint32 gsspasn_inspect_token(const qxgss_buffer_t pToken, qxgss_buffer_t pPlaces,
                                           gsspasn_fault_desc *pFault);
 
