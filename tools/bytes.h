@@ -21,6 +21,10 @@ inline std::string_view as_text(ByteView bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
 
+inline ByteView as_bytes(std::string_view text) {
+    return {reinterpret_cast<const unsigned char *>(text.data()), text.size()};
+}
+
 // Lower-case hexadecimal digits, two a byte, with the separator (if any) between bytes.
 std::string hex(ByteView bytes, std::string_view separator = "");
 

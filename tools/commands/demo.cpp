@@ -2,27 +2,23 @@
 // a configuration file of its own in a private folder; what they did and learned comes back over pipes.
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <poll.h>
 
 #include "qxgss/qxgss.h"
-#include "tools/show/codes.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/scenarios.h"
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"
 #include "tools/connection/worker.h"
-#include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/show/codes.h"
+#include "tools/show/json.h"
 #include "tools/show/log.h"
-#include "tools/registry.h"
-#include "tools/commands/scenarios.h"
-#include "tools/show/story.h"
 #include "tools/show/table.h"
-#include "tools/token/form.h"
 #include "tools/show/user_properties.h"
+#include "tools/token/tree.h"
 
 namespace tools {
 
@@ -30,20 +26,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
-    std::string scenario; // empty: all of them
-    std::string save;     // folder; empty: nothing is saved
-    std::string library_path;
-    bool list = false;
-    bool brief = false;
-};
-
 // One side, with what it holds once its story is told.
 struct Side {
     const char *name;
     Story story;
     UserProperties properties;
 };
+
+std::vector<MechanismView> own_views(const Story &story) {
+    std::vector<MechanismView> views;
+    for (const Verdict &verdict : story.verdicts)
+        if (const View &own = story.is_client ? verdict.client : verdict.server; own.state != 0)
+            views.push_back({verdict.mechanism, own});
+    return views;
+}
 
 struct Outcome {
     Side client;
@@ -53,20 +49,6 @@ struct Outcome {
 };
 
 // ---- Running -------------------------------------------------------------------------------------------------------
-
-std::vector<MechanismSetup> with_verifiers(std::vector<MechanismSetup> mechanisms, const fs::path &verifiers) {
-    for (MechanismSetup &mechanism : mechanisms)
-        mechanism.settings.emplace_back("verifiers_file", verifiers.string());
-    return mechanisms;
-}
-
-void write_configurations(const Scenario &scenario, const fs::path &folder, const fs::path &libraries) {
-    const fs::path verifiers = folder / "verifiers";
-    write_file(verifiers, verifiers_text());
-    write_file(folder / "client.conf", configuration_text({libraries.string(), scenario.client, {}}));
-    write_file(folder / "server.conf",
-               configuration_text({libraries.string(), with_verifiers(scenario.server, verifiers), scenario.policy}));
-}
 
 // What a side does in its process, and tells of it.
 template <typename Run>
@@ -85,8 +67,7 @@ std::string side(OM_uint32 role, const fs::path &configuration, Descriptor end, 
     } catch (const Failure &failure) {
         story.failure = failure.what();
     }
-    const Bytes told = encode(story);
-    return std::string(told.begin(), told.end());
+    return std::string(as_text(encode(story)));
 }
 
 Side told(const char *name, Worker &worker) {
@@ -96,8 +77,7 @@ Side told(const char *name, Worker &worker) {
     while (poll(&place, 1, -1) < 0 || worker.read_some());
     if (worker.has_crashed())
         throw Failure(worker.result());
-    const std::string &result = worker.result();
-    Side side{name, decode_story({reinterpret_cast<const unsigned char *>(result.data()), result.size()}), {}};
+    Side side{name, decode_story(as_bytes(worker.result())), {}};
     side.properties = read_properties(side.story.properties);
     return side;
 }
@@ -155,9 +135,8 @@ void show_setting(const Scenario &scenario) {
               << "  client has  " << names_of(scenario.client) << '\n'
               << "  server has  " << names_of(scenario.server) << '\n'
               << "  logon       " << scenario.public_logon() << '\n';
-    for (const UserPolicy &row : scenario.policy)
-        for (const std::string &mechanism : row.mechanisms)
-            std::cout << "  policy      " << row.user << " may use " << mechanism << '\n';
+    if (!scenario.allowed.empty())
+        std::cout << "  policy      " << scenario.user() << " may use " << scenario.allowed << '\n';
     std::cout << "  expected    " << scenario.expected.sentence << "\n\n";
 }
 
@@ -170,9 +149,11 @@ void add_call(Table &table, const std::string &side, const Call &call) {
     for (std::string line; std::getline(lines, line);)
         for (const std::string &piece : wrap(printable(line), kBelow))
             table.add_line("        " + piece);
-    if (!call.token.empty())
-        table.add_line("        -> " + outer_form(call.token) + " token, " + std::to_string(call.token.size()) +
-                       " bytes");
+    if (call.token.empty())
+        return;
+    const std::string form = read_token(call.token).form;
+    table.add_line("        -> " + (form.empty() ? "malformed" : form) + " token, " +
+                   std::to_string(call.token.size()) + " bytes");
 }
 
 void show_calls(const Outcome &outcome) {
@@ -246,7 +227,16 @@ void list_scenarios() {
     table.print(std::cout);
 }
 
-void run_demo(const Options &options) {
+} // namespace
+
+std::vector<std::string> scenario_names() {
+    std::vector<std::string> names;
+    for (const Scenario &scenario : scenarios())
+        names.push_back(scenario.name);
+    return names;
+}
+
+void run_demo(const DemoOptions &options) {
     if (options.list)
         return list_scenarios();
     const fs::path libraries = library_folder(options.library_path);
@@ -269,30 +259,6 @@ void run_demo(const Options &options) {
         summary.print(std::cout);
     if (!all_well)
         throw Failure("a scenario did not end as it should");
-}
-
-std::vector<std::string> scenario_names() {
-    std::vector<std::string> names;
-    for (const Scenario &scenario : scenarios())
-        names.push_back(scenario.name);
-    return names;
-}
-
-} // namespace
-
-void add_demo(CLI::App &program) {
-    CLI::App *command = program.add_subcommand("demo", "Watch a client and a server negotiate, in several scenarios");
-    auto options = std::make_shared<Options>();
-    command->add_option("SCENARIO", options->scenario, "The one to run; all of them without it")
-        ->check(CLI::IsMember(scenario_names()));
-    command->add_flag("--list", options->list, "List the scenarios");
-    command->add_flag("--brief", options->brief, "Leave out the negotiation logs");
-    command->add_option("--save", options->save, "Write tokens, logs and user properties into this folder")
-        ->type_name("DIR");
-    command->add_option("--library-path", options->library_path, "Folder of the mechanisms' libraries")
-        ->type_name("DIR")
-        ->envname("QXNEGO_LIBRARY_PATH");
-    command->callback([options] { run_demo(*options); });
 }
 
 } // namespace tools

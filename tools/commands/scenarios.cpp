@@ -2,37 +2,105 @@
 #include "tools/commands/scenarios.h"
 
 #include <algorithm>
+#include <map>
 
 #include "gssp2qxnego/words.h"
-#include "tools/show/codes.h"
 #include "tools/commands/verifiers.h" // made from the SCRAM library's sample
+#include "tools/files.h"
+#include "tools/show/codes.h"
 
 namespace tools {
 
+namespace fs = std::filesystem;
+
 namespace {
 
-constexpr char kUser[] = "alice";
 constexpr char kPassword[] = "wonderland";
 
-constexpr std::uint32_t kSuccessful = 0x230003E8;
-constexpr std::uint32_t kContinueNeeded = 0x230003E9;
-constexpr std::uint32_t kNoMechanism = 0xE3000406;
+const MechanismSetup kFirst = {"SCRAM-SHA-256", "1.3.6.1.5.5.18", "SCRAM_SHA_256", 10};
+const MechanismSetup kSecond = {"SCRAM-SHA-1", "1.3.6.1.5.5.14", "SCRAM_SHA_1", 20};
 
-const MechanismSetup kFirst = {"SCRAM-SHA-256", "1.3.6.1.5.5.18", "libscram.so", "SCRAM_SHA_256", 10, true, {}};
-const MechanismSetup kSecond = {"SCRAM-SHA-1", "1.3.6.1.5.5.14", "libscram.so", "SCRAM_SHA_1", 20, true, {}};
+// ---- Configuration files: what stands between two @ is the name of a value -----------------------------------------
+
+constexpr char kNegotiator[] = R"(library_path = "@libraries@"
+
+[[mechanism]]
+name = "QXNEGO"
+oid = "1.3.6.1.4.1.32473.1.1"
+library = "libgssp2qxnego.so"
+prefix = "QXNEGO"
+negotiates = [ @negotiates@ ]
+)";
+
+constexpr char kMechanism[] = R"(
+[[mechanism]]
+name = "@name@"
+oid = "@oid@"
+library = "libscram.so"
+prefix = "@prefix@"
+properties = { authentication = true, authorization = @authorization@, single_sign_on = false, rank = @rank@ }
+settings = { verifiers_file = "verifiers" }
+)";
+
+constexpr char kPolicy[] = R"(
+[policy.users]
+@user@ = [ "@allowed@" ]
+)";
+
+std::string filled(std::string_view text, const std::map<std::string_view, std::string> &values) {
+    std::string out;
+    for (bool is_name = false;; is_name = !is_name) {
+        const std::string_view piece = text.substr(0, text.find('@'));
+        out += is_name ? values.at(piece) : std::string(piece);
+        if (piece.size() == text.size())
+            return out;
+        text.remove_prefix(piece.size() + 1);
+    }
+}
+
+// For a basic string of TOML: any path can stand there.
+std::string escaped(const std::string &path) {
+    std::string out;
+    for (const char c : path)
+        out += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    return out;
+}
+
+std::string configuration(const std::vector<MechanismSetup> &mechanisms, const fs::path &libraries) {
+    std::string negotiates, sections;
+    for (const MechanismSetup &mechanism : mechanisms) {
+        negotiates += (negotiates.empty() ? "" : ", ") + ("{ oid = \"" + mechanism.oid + "\" }");
+        sections += filled(kMechanism, {{"name", mechanism.name},
+                                        {"oid", mechanism.oid},
+                                        {"prefix", mechanism.prefix},
+                                        {"authorization", mechanism.can_authorize ? "true" : "false"},
+                                        {"rank", std::to_string(mechanism.rank)}});
+    }
+    return filled(kNegotiator, {{"libraries", escaped(libraries)}, {"negotiates", negotiates}}) + sections;
+}
+
+// ---- The scenarios -------------------------------------------------------------------------------------------------
 
 MechanismSetup without_authorization(MechanismSetup mechanism) {
     mechanism.can_authorize = false;
     return mechanism;
 }
 
+ExpectedVerdict selected(const MechanismSetup &mechanism) {
+    return {mechanism.name, QXGSS_SESSION_VERDICT_SELECTED, QXGSS_MECH_REASON_DUE_TO_RANK};
+}
+
+ExpectedVerdict rejected(const MechanismSetup &mechanism, OM_uint32 reason) {
+    return {mechanism.name, QXGSS_SESSION_VERDICT_REJECTED, reason};
+}
+
 // The second mechanism is selected because the first was rejected.
-Expectation second_selected(const std::string &reason) {
+Expectation second_selected(OM_uint32 reason) {
     return {kSecond.name + " is selected",
             kSecond.name,
-            kSuccessful,
-            kSuccessful,
-            {{kFirst.name, "rejected", reason}, {kSecond.name, "selected", "Due to Rank"}}};
+            QXNEGO_E_SUCCESSFUL,
+            QXNEGO_E_SUCCESSFUL,
+            {rejected(kFirst, reason), selected(kSecond)}};
 }
 
 std::vector<Scenario> make_scenarios() {
@@ -43,69 +111,70 @@ std::vector<Scenario> make_scenarios() {
          "",
          {kFirst, kSecond},
          {kFirst, kSecond},
-         {},
+         "",
          {kFirst.name + ", the first by rank, is selected",
           kFirst.name,
-          kSuccessful,
-          kSuccessful,
-          {{kFirst.name, "selected", "Due to Rank"}, {kSecond.name, "rejected", "Due to Rank"}}}},
+          QXNEGO_E_SUCCESSFUL,
+          QXNEGO_E_SUCCESSFUL,
+          {selected(kFirst), rejected(kSecond, QXGSS_MECH_REASON_DUE_TO_RANK)}}},
         {"policy",
          "the server's policy allows the user only the second mechanism",
          kPassword,
          "",
          {kFirst, kSecond},
          {kFirst, kSecond},
-         {{kUser, {kSecond.name}}},
-         second_selected("Due to Policy")},
+         kSecond.name,
+         second_selected(QXGSS_MECH_REASON_DUE_TO_POLICY)},
         {"server-lacks",
          "the server has never heard of the first mechanism that the client offers",
          kPassword,
          "",
          {kFirst, kSecond},
          {kSecond},
-         {},
-         second_selected("Not Available at Server")},
+         "",
+         second_selected(QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER)},
         {"client-lacks",
          "the client has never heard of the first mechanism that the server has",
          kPassword,
          "",
          {kSecond},
          {kFirst, kSecond},
-         {},
-         second_selected("Not Available at Client")},
+         "",
+         second_selected(QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT)},
         {"authorization",
          "a user name is requested, and only the second mechanism can authorize",
          kPassword,
-         std::string(" user=") + kUser,
+         " user=alice",
          {kFirst, kSecond},
          {without_authorization(kFirst), kSecond},
-         {},
-         second_selected("Authorization Required")},
+         "",
+         second_selected(QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED)},
         {"wrong-password",
          "the password is wrong",
          "looking-glass",
          "",
          {kFirst, kSecond},
          {kFirst, kSecond},
-         {},
+         "",
          {"the server rejects both mechanisms and fails; the client sees the connection closed",
           "",
-          kContinueNeeded,
-          kNoMechanism,
-          {{kFirst.name, "rejected", "GSSAPI Error"}, {kSecond.name, "rejected", "GSSAPI Error"}}}},
+          QXNEGO_E_CONTINUE_NEEDED,
+          QXNEGO_E_NO_MECHANISM,
+          {rejected(kFirst, QXGSS_MECH_REASON_GSSAPI_ERROR), rejected(kSecond, QXGSS_MECH_REASON_GSSAPI_ERROR)}}},
         {"nothing-in-common",
          "each side has one mechanism, and they differ",
          kPassword,
          "",
          {kFirst},
          {kSecond},
-         {},
+         "",
          {"the server has no mechanism left and fails; the client sees the connection closed",
           "",
-          kContinueNeeded,
-          kNoMechanism,
+          QXNEGO_E_CONTINUE_NEEDED,
+          QXNEGO_E_NO_MECHANISM,
           // The server tries its mechanism without a token of the client, which SCRAM does not accept.
-          {{kFirst.name, "rejected", "Not Available at Server"}, {kSecond.name, "rejected", "GSSAPI Error"}}}},
+          {rejected(kFirst, QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER),
+           rejected(kSecond, QXGSS_MECH_REASON_GSSAPI_ERROR)}}},
     };
 }
 
@@ -124,25 +193,25 @@ std::string last_status(const Story &story) {
     return call == story.calls.rend() ? "no call" : code_text(call->minor);
 }
 
-std::string described(const std::string &verdict, std::string_view reason) {
-    return verdict + ", " + std::string(reason);
+std::string described(qxgss_session_verdict_et verdict, OM_uint32 reason) {
+    return std::string(verdict_word(verdict)) + ", " + std::string(qxnego::reason_word(reason));
 }
 
 std::string verdict_on(const std::vector<Verdict> &verdicts, const std::string &mechanism) {
     for (const Verdict &row : verdicts)
         if (row.mechanism == mechanism)
-            return described(verdict_word(row.verdict), qxnego::reason_word(row.reason));
+            return described(row.verdict, row.reason);
     return "missing";
 }
 
 } // namespace
 
 std::string Scenario::logon() const {
-    return std::string("authcid=") + kUser + " password=" + password + request;
+    return std::string("authcid=") + user() + " password=" + password + request;
 }
 
 std::string Scenario::public_logon() const {
-    return std::string("authcid=") + kUser + " password=********" + request;
+    return std::string("authcid=") + user() + " password=********" + request;
 }
 
 const std::vector<Scenario> &scenarios() {
@@ -150,8 +219,12 @@ const std::vector<Scenario> &scenarios() {
     return list;
 }
 
-std::string verifiers_text() {
-    return kVerifiers;
+void write_configurations(const Scenario &scenario, const fs::path &folder, const fs::path &libraries) {
+    const std::string policy =
+        scenario.allowed.empty() ? "" : filled(kPolicy, {{"user", scenario.user()}, {"allowed", scenario.allowed}});
+    write_file(folder / "verifiers", std::string_view(kVerifiers));
+    write_file(folder / "client.conf", configuration(scenario.client, libraries));
+    write_file(folder / "server.conf", configuration(scenario.server, libraries) + policy);
 }
 
 std::vector<std::string> differences(const Expectation &expected, const Story &client, const Story &server,
@@ -163,7 +236,7 @@ std::vector<std::string> differences(const Expectation &expected, const Story &c
                has_selection ? "established" : "failed");
         expect(out, std::string(side) + "'s mechanism", story->mechanism, expected.selected);
     }
-    expect(out, "authenticated user", server.user, has_selection ? kUser : "");
+    expect(out, "authenticated user", server.user, has_selection ? "alice" : "");
     expect(out, "client's last status", last_status(client), code_text(expected.client_status));
     expect(out, "server's last status", last_status(server), code_text(expected.server_status));
     for (const ExpectedVerdict &row : expected.verdicts)

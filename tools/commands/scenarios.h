@@ -6,23 +6,31 @@
 #include <string>
 #include <vector>
 
-#include "tools/commands/configuration.h"
 #include "tools/connection/story.h"
 
 namespace tools {
 
+// A mechanism that QXNEGO may negotiate. Both sides prefer the one of the lowest rank.
+struct MechanismSetup {
+    std::string name;
+    std::string oid;
+    std::string prefix; // of its operations in the library
+    int rank;
+    bool can_authorize = true;
+};
+
 // A row of the table of verdicts that has to come out.
 struct ExpectedVerdict {
     std::string mechanism;
-    std::string verdict;
-    std::string reason;
+    qxgss_session_verdict_et verdict;
+    OM_uint32 reason; // QXGSS_MECH_REASON_*
 };
 
 struct Expectation {
     std::string sentence;
-    std::string selected;        // mechanism; empty when the negotiation has to fail
-    std::uint32_t client_status; // minor status of the side's last establishment call
-    std::uint32_t server_status;
+    std::string selected;    // mechanism; empty when the negotiation has to fail
+    OM_uint32 client_status; // minor status of the side's last establishment call
+    OM_uint32 server_status;
     std::vector<ExpectedVerdict> verdicts;
 };
 
@@ -33,17 +41,19 @@ struct Scenario {
     std::string request; // what the logon string asks for besides, with a blank in front
     std::vector<MechanismSetup> client;
     std::vector<MechanismSetup> server;
-    std::vector<UserPolicy> policy;
+    std::string allowed; // the only mechanism that the server's policy allows the user; empty: there is no policy
     Expectation expected;
 
+    const char *user() const { return "alice"; }
     std::string logon() const;        // the logon string
     std::string public_logon() const; // the same without the password
 };
 
 const std::vector<Scenario> &scenarios();
 
-// The verifiers of the users in the scenarios, for the server's mechanisms.
-std::string verifiers_text();
+// Writes client.conf and server.conf, and what they refer to, into a folder.
+void write_configurations(const Scenario &scenario, const std::filesystem::path &folder,
+                          const std::filesystem::path &libraries);
 
 // What came out otherwise than expected, one line each; nothing when all is well.
 std::vector<std::string> differences(const Expectation &expected, const Story &client, const Story &server,

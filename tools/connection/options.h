@@ -1,4 +1,4 @@
-// The options that serve and connect share.
+// What serve and connect have in common.
 #ifndef QXNEGO_TOOLS_CONNECTION_OPTIONS_H
 #define QXNEGO_TOOLS_CONNECTION_OPTIONS_H
 
@@ -16,8 +16,6 @@ struct ConnectionOptions {
     bool why = false;
     bool json = false;
 };
-
-void add_connection_options(CLI::App &command, ConnectionOptions &options);
 
 // Prints the story, with the table of verdicts if it is wanted.
 void print(std::ostream &out, const ConnectionOptions &options, const Story &story);

@@ -34,6 +34,10 @@ std::string peer_address(const Descriptor &socket);
 // Whose the other end is, as far as limits go: an IPv4 address, or the network of an IPv6 one (64 bits).
 std::string peer_network(const Descriptor &socket);
 
+inline double seconds_since(Clock::time_point moment) {
+    return std::chrono::duration<double>(Clock::now() - moment).count();
+}
+
 // What poll waits at most: 0 for a moment that has come.
 int milliseconds_until(Clock::time_point moment);
 

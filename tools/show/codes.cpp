@@ -19,42 +19,45 @@ struct Named {
     const char *text = "";
 };
 
+#define ROW(value, text)                                                                                               \
+    { value, #value, text }
+
 constexpr Named kCallingErrors[] = {
-    {GSS_S_CALL_INACCESSIBLE_READ, "GSS_S_CALL_INACCESSIBLE_READ", "A required input parameter could not be read"},
-    {GSS_S_CALL_INACCESSIBLE_WRITE, "GSS_S_CALL_INACCESSIBLE_WRITE",
-     "A required output parameter could not be written"},
-    {GSS_S_CALL_BAD_STRUCTURE, "GSS_S_CALL_BAD_STRUCTURE", "A parameter was malformed"},
+    ROW(GSS_S_CALL_INACCESSIBLE_READ, "A required input parameter could not be read"),
+    ROW(GSS_S_CALL_INACCESSIBLE_WRITE, "A required output parameter could not be written"),
+    ROW(GSS_S_CALL_BAD_STRUCTURE, "A parameter was malformed"),
 };
 
 constexpr Named kRoutineErrors[] = {
-    {GSS_S_BAD_MECH, "GSS_S_BAD_MECH", "An unsupported mechanism was requested"},
-    {GSS_S_BAD_NAME, "GSS_S_BAD_NAME", "An invalid name was supplied"},
-    {GSS_S_BAD_NAMETYPE, "GSS_S_BAD_NAMETYPE", "A supplied name was of an unsupported type"},
-    {GSS_S_BAD_BINDINGS, "GSS_S_BAD_BINDINGS", "Incorrect channel bindings were supplied"},
-    {GSS_S_BAD_STATUS, "GSS_S_BAD_STATUS", "An invalid status code was supplied"},
-    {GSS_S_BAD_SIG, "GSS_S_BAD_SIG", "A token had an invalid MIC"},
-    {GSS_S_NO_CRED, "GSS_S_NO_CRED",
-     "No credentials were supplied, or the credentials were unavailable or inaccessible"},
-    {GSS_S_NO_CONTEXT, "GSS_S_NO_CONTEXT", "No context has been established"},
-    {GSS_S_DEFECTIVE_TOKEN, "GSS_S_DEFECTIVE_TOKEN", "A token was invalid"},
-    {GSS_S_DEFECTIVE_CREDENTIAL, "GSS_S_DEFECTIVE_CREDENTIAL", "A credential was invalid"},
-    {GSS_S_CREDENTIALS_EXPIRED, "GSS_S_CREDENTIALS_EXPIRED", "The referenced credentials have expired"},
-    {GSS_S_CONTEXT_EXPIRED, "GSS_S_CONTEXT_EXPIRED", "The context has expired"},
-    {GSS_S_FAILURE, "GSS_S_FAILURE", "Miscellaneous failure (see the minor status)"},
-    {GSS_S_BAD_QOP, "GSS_S_BAD_QOP", "The quality-of-protection requested could not be provided"},
-    {GSS_S_UNAUTHORIZED, "GSS_S_UNAUTHORIZED", "The operation is forbidden by local security policy"},
-    {GSS_S_UNAVAILABLE, "GSS_S_UNAVAILABLE", "The operation or option is unavailable"},
-    {GSS_S_DUPLICATE_ELEMENT, "GSS_S_DUPLICATE_ELEMENT", "The requested credential element already exists"},
-    {GSS_S_NAME_NOT_MN, "GSS_S_NAME_NOT_MN", "The provided name was not a mechanism name"},
+    ROW(GSS_S_BAD_MECH, "An unsupported mechanism was requested"),
+    ROW(GSS_S_BAD_NAME, "An invalid name was supplied"),
+    ROW(GSS_S_BAD_NAMETYPE, "A supplied name was of an unsupported type"),
+    ROW(GSS_S_BAD_BINDINGS, "Incorrect channel bindings were supplied"),
+    ROW(GSS_S_BAD_STATUS, "An invalid status code was supplied"),
+    ROW(GSS_S_BAD_SIG, "A token had an invalid MIC"),
+    ROW(GSS_S_NO_CRED, "No credentials were supplied, or the credentials were unavailable or inaccessible"),
+    ROW(GSS_S_NO_CONTEXT, "No context has been established"),
+    ROW(GSS_S_DEFECTIVE_TOKEN, "A token was invalid"),
+    ROW(GSS_S_DEFECTIVE_CREDENTIAL, "A credential was invalid"),
+    ROW(GSS_S_CREDENTIALS_EXPIRED, "The referenced credentials have expired"),
+    ROW(GSS_S_CONTEXT_EXPIRED, "The context has expired"),
+    ROW(GSS_S_FAILURE, "Miscellaneous failure (see the minor status)"),
+    ROW(GSS_S_BAD_QOP, "The quality-of-protection requested could not be provided"),
+    ROW(GSS_S_UNAUTHORIZED, "The operation is forbidden by local security policy"),
+    ROW(GSS_S_UNAVAILABLE, "The operation or option is unavailable"),
+    ROW(GSS_S_DUPLICATE_ELEMENT, "The requested credential element already exists"),
+    ROW(GSS_S_NAME_NOT_MN, "The provided name was not a mechanism name"),
 };
 
 constexpr Named kSupplementaryBits[] = {
-    {GSS_S_CONTINUE_NEEDED, "GSS_S_CONTINUE_NEEDED", "The routine must be called again to complete its function"},
-    {GSS_S_DUPLICATE_TOKEN, "GSS_S_DUPLICATE_TOKEN", "The token was a duplicate of an earlier token"},
-    {GSS_S_OLD_TOKEN, "GSS_S_OLD_TOKEN", "The token's validity period has expired"},
-    {GSS_S_UNSEQ_TOKEN, "GSS_S_UNSEQ_TOKEN", "A later token has already been processed"},
-    {GSS_S_GAP_TOKEN, "GSS_S_GAP_TOKEN", "An expected per-message token was not received"},
+    ROW(GSS_S_CONTINUE_NEEDED, "The routine must be called again to complete its function"),
+    ROW(GSS_S_DUPLICATE_TOKEN, "The token was a duplicate of an earlier token"),
+    ROW(GSS_S_OLD_TOKEN, "The token's validity period has expired"),
+    ROW(GSS_S_UNSEQ_TOKEN, "A later token has already been processed"),
+    ROW(GSS_S_GAP_TOKEN, "An expected per-message token was not received"),
 };
+
+#undef ROW
 
 constexpr Named kFlags[] = {
     {GSS_C_DELEG_FLAG, "delegation"},  {GSS_C_MUTUAL_FLAG, "mutual"}, {GSS_C_REPLAY_FLAG, "replay"},

@@ -20,6 +20,12 @@ struct StatusPart {
 };
 std::vector<StatusPart> major_parts(OM_uint32 major);
 
+enum QxnegoStatus : OM_uint32 {
+#define QXNEGO_CODE(value, name, text) QXNEGO_E_##name = value,
+#include "gssp2qxnego/qxnego_codes.def"
+#undef QXNEGO_CODE
+};
+
 struct MinorStatus {
     OM_uint32 value;
     const char *owner;

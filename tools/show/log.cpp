@@ -1,12 +1,12 @@
-// A log is lines of a label and a value; the labels that are not listed here are passed over.
+// A log is lines of a label and a value; the labels that are not listed here are passed over. A record only begins at a
+// line with the next record number, and a status text goes on to the line that follows it in every record.
 #include "tools/show/log.h"
 
 #include <algorithm>
 #include <charconv>
-#include <optional>
 
-#include "gssp2qxnego/words.h"
 #include "tools/show/oids.h"
+#include "tools/show/table.h"
 
 namespace tools {
 
@@ -16,6 +16,7 @@ constexpr std::string_view kTitle = "\nQXNEGO Negotiation Log\n";
 constexpr std::string_view kOidLabel = "   Mechanism OID: ";
 constexpr std::string_view kStatusTextLabel = "   GSS MinorStatusText: ";
 constexpr std::string_view kAfterStatusText = "   IsCtxEstablished: ";
+constexpr std::string_view kPeerView = "QXNEGO_INT_ProcessNegMech: Peer report"; // how the peer sees the mechanism
 
 struct Field {
     std::string_view label;
@@ -29,14 +30,12 @@ constexpr Field kFields[] = {
 };
 
 std::string_view trimmed(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(' ');
-    return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
+    return text.substr(std::min(text.find_first_not_of(' '), text.size()));
 }
 
 std::string_view take_line(std::string_view &text) {
-    const std::size_t end = text.find('\n');
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
     return line;
 }
 
@@ -54,16 +53,10 @@ std::string name_from_hex(std::string_view text) {
     return mechanism_name(der);
 }
 
-// The value that a word stands for; 0 for one that is none.
-template <std::size_t N> OM_uint32 value_of(const std::array<std::string_view, N> &words, const std::string &word) {
-    const auto found = std::ranges::find(words, word);
-    return found == words.end() ? 0 : static_cast<OM_uint32>(found - words.begin());
-}
-
 class Reader {
   public:
     void read_line(std::string_view line) {
-        if (line.starts_with(next_record()))
+        if (line.starts_with("Record " + std::to_string(records_.size()) + ": "))
             records_.emplace_back();
         else if (records_.empty())
             return; // the banner
@@ -72,11 +65,9 @@ class Reader {
         else
             records_.back().status_text.append("\n").append(line);
     }
-    std::vector<LogRecord> take() { return std::move(records_); }
+    const std::vector<LogRecord> &records() const { return records_; }
 
   private:
-    std::string next_record() const { return "Record " + std::to_string(records_.size()) + ": "; }
-
     void read_field(std::string_view line, LogRecord &record) {
         is_in_status_text_ = false;
         for (const Field &field : kFields) {
@@ -94,41 +85,42 @@ class Reader {
 
 } // namespace
 
-bool LogRecord::is_peer_view() const {
-    return text.starts_with("QXNEGO_INT_ProcessNegMech: Peer report");
-}
-
 bool is_negotiation_log(std::string_view text) {
     return text.starts_with(kTitle);
 }
 
-std::vector<LogRecord> read_log(std::string_view text) {
+std::vector<LogRecord> last_records(std::string_view log) {
     Reader reader;
-    while (!text.empty())
-        reader.read_line(take_line(text));
-    return reader.take();
-}
-
-std::vector<MechanismView> views_of(const std::vector<LogRecord> &log) {
-    std::vector<MechanismView> views;
-    for (const LogRecord &record : log) {
-        if (record.mechanism.empty() || record.is_peer_view())
+    while (!log.empty())
+        reader.read_line(take_line(log));
+    std::vector<LogRecord> last;
+    for (const LogRecord &record : reader.records()) {
+        if (record.mechanism.empty() || record.text.starts_with(kPeerView))
             continue;
-        auto place = std::ranges::find(views, record.mechanism, &MechanismView::mechanism);
-        if (place == views.end())
-            place = views.emplace(views.end());
-        *place = {record.mechanism,
-                  {value_of(qxnego::kMechStateWords, record.state), value_of(qxnego::kMechReasonWords, record.reason),
-                   record.status_text}};
+        const auto place = std::ranges::find(last, record.mechanism, &LogRecord::mechanism);
+        (place == last.end() ? last.emplace_back() : *place) = record;
     }
-    return views;
+    return last;
 }
 
-void print_log(std::ostream &out, std::string_view text) {
-    while (!text.empty()) {
-        const std::string line = printable(take_line(text));
+std::vector<std::string> lines_of(std::string_view log) {
+    std::vector<std::string> lines;
+    while (!log.empty())
+        lines.push_back(printable(take_line(log)));
+    return lines;
+}
+
+void print_log(std::ostream &out, std::string_view log) {
+    for (const std::string &line : lines_of(log))
         out << (line.empty() ? "" : "  | ") << line << '\n';
-    }
+}
+
+void print_records(std::ostream &out, const std::vector<LogRecord> &records) {
+    Table table({"mechanism", "state", "reason", "status text"});
+    for (const LogRecord &record : records)
+        table.add({printable(record.mechanism), record.state.empty() ? "-" : printable(record.state),
+                   printable(record.reason), printable(record.status_text)});
+    table.print(out);
 }
 
 } // namespace tools

@@ -6,21 +6,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/show/codes.h"
 
 namespace tools {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(View, state, reason, status_text)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Verdict, mechanism, client, server, verdict, reason, status_text)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Call, time, name, major, minor, text, token)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Story, is_client, status, failure, is_established, mechanism, user, flags, verdicts,
-                                   calls, properties)
-
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct StatusName {
     ExitStatus status;
@@ -33,11 +23,6 @@ constexpr StatusName kStatusNames[] = {
     {kExitConfirmation, "confirmation"}, {kExitPolicy, "policy"},     {kExitProtection, "protection"},
     {kExitInterrupted, "interrupted"},
 };
-
-const char *name_of(ExitStatus status) {
-    const auto row = std::ranges::find(kStatusNames, status, &StatusName::status);
-    return row == std::end(kStatusNames) ? "failure" : row->name;
-}
 
 std::string milliseconds(double seconds) {
     char text[32];
@@ -53,6 +38,11 @@ std::string shown(const std::string &name) {
 
 } // namespace
 
+const char *class_of(ExitStatus status) {
+    const auto row = std::ranges::find(kStatusNames, status, &StatusName::status);
+    return row == std::end(kStatusNames) ? "failure" : row->name;
+}
+
 void print_line(std::ostream &out, const Story &story) {
     out << story.peer;
     if (story.is_established && !story.user.empty())
@@ -66,49 +56,8 @@ void print_line(std::ostream &out, const Story &story) {
     if (story.messages != 0)
         out << "  messages " << story.messages;
     if (!story.failure.empty())
-        out << "  " << name_of(story.status) << ": " << printable(story.failure);
+        out << "  " << class_of(story.status) << ": " << printable(story.failure);
     out << '\n';
-}
-
-void print_json(std::ostream &out, const Story &story) {
-    Json verdicts = Json::array();
-    for (std::size_t i = 0; i != std::min(story.verdicts.size(), kMostVerdicts); ++i)
-        verdicts.push_back(to_json(story.verdicts[i]));
-    Json line = {{"event", "connection"},
-                 {"side", story.is_client ? "client" : "server"},
-                 {"peer", story.peer},
-                 {"status", static_cast<int>(story.status)},
-                 {"class", name_of(story.status)},
-                 {"failure", printable(story.failure)},
-                 {"established", story.is_established},
-                 {"mechanism", printable(story.mechanism)},
-                 {"user", printable(story.user)},
-                 {"claimed", printable(story.claimed)},
-                 {"refused", story.refused},
-                 {"delegated", printable(story.delegated)},
-                 {"flags", story.flags},
-                 {"confirmation", story.confirmation},
-                 {"rounds", story.rounds},
-                 {"seconds", story.seconds},
-                 {"messages", story.messages},
-                 {"message_bytes", story.bytes},
-                 {"message_seconds", story.message_seconds},
-                 {"verdicts", verdicts}};
-    if (story.verdicts.size() > kMostVerdicts)
-        line["verdicts_left_out"] = story.verdicts.size() - kMostVerdicts;
-    out << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
-}
-
-Bytes encode(const Story &story) {
-    return nlohmann::json::to_cbor(nlohmann::json(story));
-}
-
-Story decode_story(ByteView bytes) {
-    try {
-        return nlohmann::json::from_cbor(bytes.begin(), bytes.end()).get<Story>();
-    } catch (const nlohmann::json::exception &) {
-        throw Failure("a process ended without a report");
-    }
 }
 
 } // namespace tools

@@ -1,4 +1,4 @@
-// A story as people and programs read it: a line, a table of verdicts, or a line of JSON (docs/json.md).
+// A story as people read it.
 #ifndef QXNEGO_TOOLS_SHOW_STORY_H
 #define QXNEGO_TOOLS_SHOW_STORY_H
 
@@ -8,12 +8,11 @@
 
 namespace tools {
 
-void print_line(std::ostream &out, const Story &story);
-void print_json(std::ostream &out, const Story &story);
+// The name of an exit status: "success", "network", ...
+const char *class_of(ExitStatus status);
 
-// CBOR (RFC 8949), whose strings are bytes here: texts are whatever a peer sent. Reading throws Failure.
-Bytes encode(const Story &story);
-Story decode_story(ByteView bytes);
+// One line; a table of verdicts may follow it.
+void print_line(std::ostream &out, const Story &story);
 
 } // namespace tools
 

@@ -9,7 +9,9 @@ namespace tools {
 
 namespace {
 
-std::string name_of(std::uint16_t id) {
+constexpr char kUnknown[] = "(unknown)";
+
+const char *name_of(std::uint16_t id) {
     switch (id) {
 #define RECORD_NAME(value, constant, type, field, overhead)                                                            \
     case value:                                                                                                        \
@@ -19,7 +21,7 @@ std::string name_of(std::uint16_t id) {
     case QXGSS_DATA_ID_ATTRIBUTES:
         return "attributes";
     default:
-        return "(unknown)";
+        return kUnknown;
     }
 }
 
@@ -74,6 +76,11 @@ UserProperties read_properties(ByteView buffer) {
             {header.qxgss_DataId, header.qxgss_Length, name_of(header.qxgss_DataId), value_of(record, header, data)});
     }
     return out;
+}
+
+bool is_user_properties(ByteView buffer) {
+    qxat_data_header_t header{};
+    return qxgss_record_at(buffer.data(), buffer.size(), 0, &header) != 0 && name_of(header.qxgss_DataId) != kUnknown;
 }
 
 void print_properties(std::ostream &out, const UserProperties &properties) {

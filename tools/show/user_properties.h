@@ -25,6 +25,9 @@ struct UserProperties {
 };
 
 UserProperties read_properties(ByteView buffer);
+
+// Whether the buffer begins with a whole record of a known kind, as no token does.
+bool is_user_properties(ByteView buffer);
 void print_properties(std::ostream &out, const UserProperties &properties);
 
 } // namespace tools

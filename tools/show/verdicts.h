@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "session/qxgss_session.h"
 
 namespace tools {
@@ -30,6 +28,7 @@ struct Verdict {
     qxgss_session_verdict_et verdict;
     OM_uint32 reason;
     std::string status_text;
+    std::string rule{}; // that decided; only where it is known
 };
 
 // Of a session, and of both sides' views.
@@ -38,12 +37,12 @@ std::vector<Verdict> join(const std::vector<MechanismView> &client, const std::v
 
 const char *verdict_word(qxgss_session_verdict_et verdict); // "selected", "rejected", "undecided"
 std::string state_word(const View &view);                   // "-" for none
+std::string reason_word(const Verdict &verdict);
 
 // At most kMostVerdicts rows; a line, or a number, says how many were left out.
 inline constexpr std::size_t kMostVerdicts = 100;
-void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts);
-void print_views(std::ostream &out, const std::vector<MechanismView> &views);
-nlohmann::ordered_json to_json(const Verdict &verdict);
+void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts, const char *last_column = "status text",
+                    std::string Verdict::*last = &Verdict::status_text);
 
 } // namespace tools
 

@@ -8,6 +8,7 @@
 
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/show/log.h"
 
 namespace tools {
 
@@ -54,9 +55,9 @@ Bytes from_base64(const std::string &text, const std::string &path) {
 
 } // namespace
 
-Bytes read_token_file(const std::string &path) {
+Bytes read_dumped_file(const std::string &path) {
     Bytes content = read_file(path);
-    if (!is_text(content))
+    if (!is_text(content) || is_negotiation_log(as_text(content)))
         return content;
     const std::string text = without(as_text(content), kBlanks);
     const std::string digits = without(text.starts_with("0x") ? text.substr(2) : text, ":-,");

@@ -1,14 +1,15 @@
-// Only the establishment of the mechanisms underneath is replaced. Their configuration and the acquisition of their
-// credentials are real, so that a missing key table or file of verifiers shows here too.
+// QXNEGO reaches the mechanisms underneath through the registry's function tables and in no other way, so that is where
+// their establishment is replaced: no mechanism would accept a token that nobody's credential has made, and one made
+// for rehearsals would have to stand in the configuration, which is to be seen as it is. Their configuration and the
+// acquisition of their credentials are real: a missing key table or file of verifiers shows here too.
 #include "tools/token/rehearsal.h"
 
 #include <algorithm>
 
 #include "common/asn.h"
-#include "gssp2qxnego/gssp2qxnegoint.h"
 #include "gssp2qxnego/token_format.h"
-#include "tools/show/codes.h"
 #include "tools/failure.h"
+#include "tools/show/codes.h"
 #include "tools/show/oids.h"
 
 namespace tools {
@@ -59,7 +60,7 @@ void write_init(const Request &request, const std::vector<qxgss_OID> &offer, com
         writer.stop(token::kMechanism);
     }
     writer.stop(token::kMechanisms);
-    writer.integer(token::kNegState, NEG_STATE_INCOMPLETE);
+    writer.integer(token::kNegState, QXGSS_NEG_STATE_INCOMPLETE);
     writer.text(token::init::kAuthenticationId, request.user);
     writer.text(token::init::kUserName, request.as);
     writer.text(token::init::kProfileName, request.profile);
@@ -79,14 +80,21 @@ OM_uint32 accept_at_once(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *, qxgss_cred_i
 
 struct Outcome {
     std::string failure; // empty when a mechanism was selected
+    std::string policy_user;
     std::vector<MechanismView> views;
 };
 
-std::string name_of(qxgss_OID oid) {
-    const char *name = nullptr;
-    return GSS_ERROR(gssp_oid_to_mechstr(nullptr, oid, &name)) == 0
-               ? name
-               : mechanism_name({static_cast<const unsigned char *>(oid->elements), oid->length});
+void ask(const qxgss_ftn_table_desc &table, qxgss_ctx_id_t context, Outcome &outcome) {
+    OM_uint32 minor = 0;
+    qxgss_negotiation_desc negotiation{};
+    if (table.ftn_gssp_inquire_negotiation(&minor, context, &negotiation) != GSS_S_COMPLETE)
+        return;
+    outcome.policy_user = common::bytes_of(&negotiation.PolicyName);
+    qxgss_negotiated_mech_desc mechanism{};
+    for (OM_uint32 i = 0; table.ftn_gssp_inquire_negotiated_mech(&minor, context, i, &mechanism) == GSS_S_COMPLETE; ++i)
+        outcome.views.push_back({name_of(*mechanism.pMechOid),
+                                 {mechanism.MechState, mechanism.MechReason,
+                                  std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
 }
 
 Outcome accept(const MechInfo_t &qxnego, common::Buffer &token) {
@@ -97,83 +105,61 @@ Outcome accept(const MechInfo_t &qxnego, common::Buffer &token) {
     OM_uint32 minor = 0;
     OM_uint32 major = table.ftn_gssp_acquire_cred(&minor, nullptr, GSS_C_INDEFINITE, nullptr, GSS_C_ACCEPT,
                                                   credential.out(), nullptr, nullptr);
-    if (GSS_ERROR(major) == 0)
+    if (!common::failed(major))
         major = table.ftn_gssp_accept_sec_context(&minor, context.out(), credential.get(), token.out(),
                                                   QXGSS_C_NO_CHANNEL_BINDINGS, nullptr, nullptr, answer.out(), nullptr,
                                                   nullptr, nullptr);
     Outcome outcome;
     if (major != GSS_S_COMPLETE)
         outcome.failure = minor_text(table, qxnego.pMechOid, minor);
-    qxgss_negotiated_mech_desc mechanism{};
-    for (OM_uint32 i = 0; context.get() != nullptr && table.ftn_gssp_inquire_negotiated_mech(
-                                                          &minor, context.get(), i, &mechanism) == GSS_S_COMPLETE;
-         ++i)
-        outcome.views.push_back({name_of(mechanism.pMechOid),
-                                 {mechanism.MechState, mechanism.MechReason,
-                                  std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
+    if (context.get() != nullptr)
+        ask(table, context.get(), outcome);
     return outcome;
 }
 
 // ---- The rules -----------------------------------------------------------------------------------------------------
 
-class Explainer {
-  public:
-    Explainer(const Registry &registry, const Request &request) : registry_(registry), request_(request) {
-        read_policy();
+std::string policy_for(const std::string &user) {
+    common::OidSet allowed;
+    OM_uint32 minor = 0;
+    if (common::failed(gssp_inquire_mech_policy_for_user(&minor, user.c_str(), allowed.out())))
+        throw Failure("the policy cannot be looked up: " + minor_text({}, nullptr, minor));
+    std::string names;
+    for (std::size_t i = 0; allowed.get() != nullptr && i != allowed.get()->count; ++i) {
+        const char *name = nullptr;
+        gssp_oid_to_mechstr(nullptr, &allowed.get()->elements[i], &name);
+        names += (names.empty() ? "" : ", ") + std::string(name != nullptr ? name : "none");
     }
+    return names.empty() ? "no policy restricts " + user : "the policy allows " + user + " only " + names;
+}
 
-    const std::string &policy() const { return policy_; }
+std::string rank_of(const MechInfo_t *mechanism) {
+    const std::optional<int> value =
+        mechanism == nullptr ? std::nullopt : integer_property(*mechanism, GSSP_PROPERTY_RANK);
+    return "rank " + (value ? std::to_string(*value) : "unknown");
+}
 
-    std::string rule(const Verdict &verdict, const std::string &selected) const {
-        const MechInfo_t *mechanism = registry_.find(verdict.mechanism);
-        switch (verdict.reason) {
-        case QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER:
-            return mechanism == nullptr ? "the configuration does not define it"
-                                        : registry_.why_not_negotiable(*mechanism).value_or("");
-        case QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT:
-            return "it is not in the offer";
-        case QXGSS_MECH_REASON_DUE_TO_POLICY:
-            return policy_;
-        case QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED:
-            return "a user or profile is asked for, and its property authorization is false";
-        case QXGSS_MECH_REASON_GSSAPI_ERROR:
-            return "its credential could not be acquired: " + verdict.status_text;
-        case QXGSS_MECH_REASON_DUE_TO_RANK:
-            return verdict.mechanism == selected ? "the first that is left, with " + rank(verdict.mechanism)
-                                                 : selected + " comes before it, with " + rank(selected);
-        default:
-            return "";
-        }
+std::string rule(const Registry &registry, const Verdict &verdict, const Decision &decision) {
+    const MechInfo_t *mechanism = registry.find(verdict.mechanism);
+    switch (verdict.reason) {
+    case QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER:
+        return mechanism == nullptr ? "the configuration does not define it" : registry.why_not_negotiable(*mechanism);
+    case QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT:
+        return "it is not in the offer";
+    case QXGSS_MECH_REASON_DUE_TO_POLICY:
+        return decision.policy;
+    case QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED:
+        return "a user or profile is asked for, and its property authorization is false";
+    case QXGSS_MECH_REASON_GSSAPI_ERROR:
+        return "its credential could not be acquired: " + verdict.status_text;
+    case QXGSS_MECH_REASON_DUE_TO_RANK:
+        return (verdict.mechanism == decision.selected ? "the first that is left, with "
+                                                       : decision.selected + " comes before it, with ") +
+               rank_of(registry.find(decision.selected));
+    default:
+        return "";
     }
-
-  private:
-    std::string rank(const std::string &name) const {
-        const MechInfo_t *mechanism = registry_.find(name);
-        const std::optional<int> value =
-            mechanism == nullptr ? std::nullopt : integer_property(*mechanism, GSSP_PROPERTY_RANK);
-        return "rank " + (value ? std::to_string(*value) : "unknown");
-    }
-
-    void read_policy() {
-        const std::string &user = request_.policy_user();
-        qxgss_OID_set allowed = nullptr;
-        OM_uint32 minor = 0;
-        if (GSS_ERROR(gssp_inquire_mech_policy_for_user(&minor, user.c_str(), &allowed)) != 0)
-            throw Failure("the policy cannot be looked up: " + minor_text({}, nullptr, minor));
-        std::string names;
-        for (std::size_t i = 0; allowed != nullptr && i != allowed->count; ++i) {
-            const char *name = "";
-            gssp_oid_to_mechstr(nullptr, &allowed->elements[i], &name);
-            names += (names.empty() ? "" : ", ") + std::string(name);
-        }
-        policy_ = names.empty() ? "no policy restricts " + user : "the policy allows " + user + " only " + names;
-        gssp_release_oid_set(nullptr, &allowed);
-    }
-
-    const Registry &registry_;
-    const Request &request_;
-    std::string policy_;
-};
+}
 
 // ---- The offer -----------------------------------------------------------------------------------------------------
 
@@ -183,7 +169,7 @@ qxgss_OID oid_of(const Registry &registry, const std::string &name) {
         return mechanism->pMechOid;
     const std::string dotted = well_known_oid(name);
     qxgss_OID oid = nullptr;
-    if (GSS_ERROR(gssp_mechoidstr_to_oid(nullptr, (dotted.empty() ? name : dotted).c_str(), &oid)) != 0)
+    if (common::failed(gssp_mechoidstr_to_oid(nullptr, (dotted.empty() ? name : dotted).c_str(), &oid)))
         throw Failure(name + ": is neither a mechanism of the configuration, nor a well-known one, nor an OID",
                       kExitUsage);
     return oid;
@@ -194,7 +180,7 @@ std::vector<MechanismView> client_views(const std::vector<qxgss_OID> &offer, con
     std::vector<MechanismView> views;
     views.reserve(offer.size());
     for (qxgss_OID oid : offer)
-        views.push_back({name_of(oid), {QXGSS_MECH_STATE_AVAILABLE, 0, ""}});
+        views.push_back({name_of(*oid), {QXGSS_MECH_STATE_AVAILABLE, 0, ""}});
     for (const MechanismView &server : outcome.views) {
         const auto offered = std::ranges::find(views, server.mechanism, &MechanismView::mechanism);
         if (offered == views.end())
@@ -212,7 +198,6 @@ Decision rehearse(const Registry &registry, const Request &request) {
     std::vector<qxgss_OID> offer;
     for (const std::string &name : request.offer)
         offer.push_back(oid_of(registry, name));
-    const Explainer explainer(registry, request);
     for (MechInfo_t &mechanism : registry.mechanisms()) {
         if (&mechanism == &qxnego)
             continue;
@@ -223,13 +208,15 @@ Decision rehearse(const Registry &registry, const Request &request) {
     write_init(request, offer, token);
     const Outcome outcome = accept(qxnego, token);
 
-    Decision decision{explainer.policy(), {}, outcome.failure, {}};
-    const std::vector<Verdict> verdicts = join(client_views(offer, outcome), outcome.views);
-    for (const Verdict &verdict : verdicts)
+    Decision decision{outcome.policy_user.empty() ? "none is looked up" : policy_for(outcome.policy_user),
+                      {},
+                      outcome.failure,
+                      join(client_views(offer, outcome), outcome.views)};
+    for (const Verdict &verdict : decision.verdicts)
         if (verdict.verdict == QXGSS_SESSION_VERDICT_SELECTED)
             decision.selected = verdict.mechanism;
-    for (const Verdict &verdict : verdicts)
-        decision.rulings.push_back({verdict, explainer.rule(verdict, decision.selected)});
+    for (Verdict &verdict : decision.verdicts)
+        verdict.rule = rule(registry, verdict, decision);
     return decision;
 }
 

@@ -16,21 +16,13 @@ struct Request {
     std::string as;   // the user and the profile that are asked for, if any
     std::string profile;
     std::vector<std::string> offer; // names or dotted OIDs
-
-    // Whom the server's policy is looked up for.
-    const std::string &policy_user() const { return as.empty() ? user : as; }
-};
-
-struct Ruling {
-    Verdict verdict;
-    std::string rule; // that decided
 };
 
 struct Decision {
-    std::string policy;   // that applies, as a sentence
-    std::string selected; // mechanism; empty when the server refuses
-    std::string failure;  // the text of the refusal
-    std::vector<Ruling> rulings;
+    std::string policy;            // that applies, as a sentence
+    std::string selected;          // mechanism; empty when the server refuses
+    std::string failure;           // the text of the refusal
+    std::vector<Verdict> verdicts; // with their rules
 };
 
 // The registry is a server's. Its function tables are changed; it serves nothing else afterwards. Throws Failure
