@@ -18,9 +18,8 @@ using tools::TokenTree;
 // The bytes of hexadecimal digits, so many times.
 Bytes from_hex(std::string_view digits, std::size_t times = 1) {
     Bytes out;
-    for (; times != 0; --times)
-        for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-            out.push_back(static_cast<unsigned char>(std::stoul(std::string(digits.substr(i, 2)), nullptr, 16)));
+    for (const Bytes once = tools::from_hex(digits).value(); times != 0; --times)
+        out.insert(out.end(), once.begin(), once.end());
     return out;
 }
 

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include <unistd.h>
+
 namespace tools {
 
 class Descriptor {
@@ -19,14 +21,15 @@ class Descriptor {
     ~Descriptor() { close(); }
 
     int get() const { return number_; }
-    void close() noexcept;
+    void close() noexcept {
+        if (number_ >= 0)
+            ::close(number_);
+        number_ = -1;
+    }
 
   private:
     int number_ = -1;
 };
-
-// Two connected stream sockets, closed in programs that are started. Throws Failure.
-std::pair<Descriptor, Descriptor> socket_pair();
 
 } // namespace tools
 

@@ -1,7 +1,7 @@
 // The qxnego command: the one place where errors become a line and an exit status.
 #include <iostream>
 
-#include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/interrupt.h"
 #include "tools/failure.h"
 

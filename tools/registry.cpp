@@ -15,8 +15,7 @@ Registry::Registry(OM_uint32 role, const std::filesystem::path &configuration) {
     OM_uint32 minor = 0;
     common::Buffer message;
     if (common::failed(qxgss_configure(&minor, role, configuration.c_str(), message.out())))
-        throw Failure(message.empty() ? minor_text({}, nullptr, minor) : std::string(message.bytes()),
-                      kExitConfiguration);
+        throw Failure(message.empty() ? minor_text(minor) : std::string(message.bytes()), kExitConfiguration);
     std::istringstream lines{std::string(message.bytes())};
     for (std::string line; std::getline(lines, line);)
         messages_.push_back(printable(line));

@@ -1,9 +1,8 @@
 // The options of every subcommand in one place: the library that reads them takes long to compile.
-#include "tools/commands/command_line.h"
+#include "tools/commands/commands.h"
 
 #include <CLI/CLI.hpp>
 
-#include "tools/commands/commands.h"
 #include "tools/connection/secret.h"
 #include "tools/failure.h"
 

@@ -8,12 +8,15 @@
 #include <vector>
 
 #include "tools/connection/admission.h"
-#include "tools/connection/options.h"
+#include "tools/connection/conversation.h"
 #include "tools/token/rehearsal.h"
 
 namespace tools {
 
 class Secret;
+
+// Reads the arguments and runs the subcommand that they name. Throws Failure, also for wrong arguments (usage).
+void run(int argc, char **argv);
 
 struct ConnectOptions : ConnectionOptions {
     std::string address;

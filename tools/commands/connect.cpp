@@ -1,8 +1,6 @@
 // qxnego connect HOST:PORT: logs on to a qxnego serve, sends messages and shows the echo. Its exit status tells the
 // class of a failure.
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <iostream>
 
 #include <poll.h>
@@ -12,7 +10,7 @@
 #include "tools/connection/conversation.h"
 #include "tools/connection/secret.h"
 #include "tools/files.h"
-#include "tools/show/json.h"
+#include "tools/show/story.h"
 
 namespace tools {
 
@@ -55,7 +53,7 @@ std::string Client::read_message(std::size_t largest) const {
     wait_for(input_, POLLIN, Clock::time_point::max());
     const ssize_t got = read(input_.get(), text.data(), text.size());
     if (got < 0)
-        throw Failure(std::string("reading the messages: ") + std::strerror(errno), kExitUsage);
+        throw system_failure("reading the messages", kExitUsage);
     text.resize(static_cast<std::size_t>(got));
     return text;
 }
@@ -107,7 +105,7 @@ void Client::run() {
         story_.seconds = seconds_since(start);
         conversation->tell(story_, nullptr);
         if (!options_.json)
-            print(std::cerr, options_, story_);
+            print(std::cerr, story_, options_);
         exchange_messages(*conversation);
         conversation->end();
     } catch (const Failure &failure) {

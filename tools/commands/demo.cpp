@@ -14,8 +14,8 @@
 #include "tools/connection/worker.h"
 #include "tools/files.h"
 #include "tools/show/codes.h"
-#include "tools/show/json.h"
 #include "tools/show/log.h"
+#include "tools/show/story.h"
 #include "tools/show/table.h"
 #include "tools/show/user_properties.h"
 #include "tools/token/tree.h"
@@ -32,14 +32,6 @@ struct Side {
     Story story;
     UserProperties properties;
 };
-
-std::vector<MechanismView> own_views(const Story &story) {
-    std::vector<MechanismView> views;
-    for (const Verdict &verdict : story.verdicts)
-        if (const View &own = story.is_client ? verdict.client : verdict.server; own.state != 0)
-            views.push_back({verdict.mechanism, own});
-    return views;
-}
 
 struct Outcome {
     Side client;
@@ -100,7 +92,7 @@ Outcome run(const Scenario &scenario, const fs::path &libraries) {
     client_end.close();
     server_end.close();
     Outcome out{told("client", client), told("server", server), {}, {}};
-    out.verdicts = join(own_views(out.client.story), own_views(out.server.story));
+    out.verdicts = join(out.client.story.verdicts, out.server.story.verdicts);
     out.differences = differences(scenario.expected, out.client.story, out.server.story, out.verdicts);
     return out;
 }
@@ -210,9 +202,9 @@ void save(const Scenario &scenario, const Outcome &outcome, const fs::path &root
     int number = 0;
     for (const auto &[side, call] : in_order(outcome))
         if (!call->token.empty())
-            write_file(folder / ("token-" + std::to_string(++number) + '-' + side), call->token);
+            write_file(folder / ("token-" + std::to_string(++number) + '-' + side), as_text(call->token));
     for (const Side *side : {&outcome.client, &outcome.server}) {
-        write_file(folder / (std::string(side->name) + ".properties"), side->story.properties);
+        write_file(folder / (std::string(side->name) + ".properties"), as_text(side->story.properties));
         write_file(folder / (std::string(side->name) + ".log"), side->properties.log);
     }
     std::cout << "Saved in " << folder.string() << "\n\n";

@@ -12,8 +12,8 @@
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/show/codes.h"
-#include "tools/show/json.h"
 #include "tools/show/log.h"
+#include "tools/show/story.h"
 #include "tools/show/table.h"
 #include "tools/show/user_properties.h"
 #include "tools/token/file.h"
@@ -89,7 +89,7 @@ void print_text(const TokenTree &tree, ByteView token, bool inner) {
         return;
     std::cout << "\nByte " << tree.fault->offset << " is wrong: " << tree.fault->why << '\n'
               << "  " << surroundings(token, tree.fault->offset) << '\n'
-              << "  " << code_text(tree.fault->status) << ' ' << minor_text({}, nullptr, tree.fault->status) << '\n';
+              << "  " << code_text(tree.fault->status) << ' ' << minor_text(tree.fault->status) << '\n';
 }
 
 // ---- JSON ----------------------------------------------------------------------------------------------------------
@@ -121,7 +121,7 @@ void print_json(const TokenTree &tree, ByteView token, bool inner) {
         out["fault"] = {{"offset", tree.fault->offset},
                         {"why", tree.fault->why},
                         {"status", code_text(tree.fault->status)},
-                        {"text", minor_text({}, nullptr, tree.fault->status)}};
+                        {"text", minor_text(tree.fault->status)}};
     std::cout << out.dump(2) << '\n';
 }
 

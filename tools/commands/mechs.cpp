@@ -6,7 +6,7 @@
 #include "tools/commands/commands.h"
 #include "tools/files.h"
 #include "tools/registry.h"
-#include "tools/show/json.h"
+#include "tools/show/story.h"
 #include "tools/show/table.h"
 
 namespace tools {

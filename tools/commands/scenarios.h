@@ -19,6 +19,9 @@ struct MechanismSetup {
     bool can_authorize = true;
 };
 
+inline const MechanismSetup kFirst = {"SCRAM-SHA-256", "1.3.6.1.5.5.18", "SCRAM_SHA_256", 10};
+inline const MechanismSetup kSecond = {"SCRAM-SHA-1", "1.3.6.1.5.5.14", "SCRAM_SHA_1", 20};
+
 // A row of the table of verdicts that has to come out.
 struct ExpectedVerdict {
     std::string mechanism;
@@ -28,20 +31,18 @@ struct ExpectedVerdict {
 
 struct Expectation {
     std::string sentence;
-    std::string selected;    // mechanism; empty when the negotiation has to fail
-    OM_uint32 client_status; // minor status of the side's last establishment call
-    OM_uint32 server_status;
+    std::string selected; // mechanism; empty when the negotiation has to fail
     std::vector<ExpectedVerdict> verdicts;
 };
 
 struct Scenario {
     std::string name;
     std::string title;
-    std::string password;
-    std::string request; // what the logon string asks for besides, with a blank in front
-    std::vector<MechanismSetup> client;
-    std::vector<MechanismSetup> server;
-    std::string allowed; // the only mechanism that the server's policy allows the user; empty: there is no policy
+    std::string password = "wonderland";
+    std::string request = ""; // what the logon string asks for besides, with a blank in front
+    std::vector<MechanismSetup> client = {kFirst, kSecond};
+    std::vector<MechanismSetup> server = {kFirst, kSecond};
+    std::string allowed = ""; // the only mechanism that the server's policy allows the user; empty: there is no policy
     Expectation expected;
 
     const char *user() const { return "alice"; }

@@ -16,7 +16,7 @@
 #include "tools/connection/interrupt.h"
 #include "tools/connection/output.h"
 #include "tools/connection/worker.h"
-#include "tools/show/json.h"
+#include "tools/show/story.h"
 
 namespace tools {
 
@@ -56,7 +56,7 @@ std::string converse(Descriptor socket, const ServeOptions &options, Clock::dura
         conversation.tell(story, &failure);
     }
     std::ostringstream out;
-    print(out, options, story);
+    print(out, story, options);
     const bool has_failed = story.is_attempt && story.messages == 0 && story.status != kExitSuccess;
     return (has_failed ? "1" : "0") + out.str();
 }
@@ -154,7 +154,7 @@ void Server::finish(Client &client) {
     story.status = kExitFailure;
     story.failure = client.worker.has_crashed() ? result : "its process ended without a word";
     std::ostringstream out;
-    print(out, options_, story);
+    print(out, story, options_);
     output_.add(out.str());
 }
 

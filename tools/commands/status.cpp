@@ -10,7 +10,7 @@
 #include "tools/files.h"
 #include "tools/registry.h"
 #include "tools/show/codes.h"
-#include "tools/show/json.h"
+#include "tools/show/story.h"
 
 namespace tools {
 
@@ -57,7 +57,7 @@ Json describe_own(const MechInfo_t &mechanism, OM_uint32 code) {
     return {{"code", code_text(code)},
             {"kind", "mechanism"},
             {"owner", printable(mechanism.pszMechName)},
-            {"text", printable(minor_text(mechanism.MechFtnTable, mechanism.pMechOid, code))}};
+            {"text", printable(minor_text(code, &mechanism))}};
 }
 
 std::string text_or(const Json &value, const char *otherwise) {

@@ -6,7 +6,7 @@
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/show/json.h"
+#include "tools/show/story.h"
 
 namespace tools {
 

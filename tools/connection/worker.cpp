@@ -2,7 +2,6 @@
 #include "tools/connection/worker.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -45,11 +44,18 @@ std::string describe(int status) {
 
 } // namespace
 
+std::pair<Descriptor, Descriptor> socket_pair() {
+    int ends[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        throw system_failure("socketpair");
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
 Worker::Worker(const std::function<std::string()> &body) {
     auto [here, there] = socket_pair();
     id_ = fork();
     if (id_ < 0)
-        throw Failure(std::string("fork: ") + std::strerror(errno));
+        throw system_failure("fork");
     if (id_ == 0) {
         here.close();
         run(body, there);

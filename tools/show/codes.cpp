@@ -122,13 +122,14 @@ const MinorStatus *find_minor(OM_uint32 minor) {
     return row == std::end(kMinorStatuses) ? nullptr : row;
 }
 
-std::string minor_text(const qxgss_ftn_table_desc &table, qxgss_OID mechanism, OM_uint32 minor) {
+std::string minor_text(OM_uint32 minor, const MechInfo_t *mechanism) {
     if (const MinorStatus *known = find_minor(minor); known != nullptr)
         return known->text;
     common::Buffer text;
     OM_uint32 ignored = 0, message_context = 0;
-    if (table.ftn_gssp_display_status != nullptr)
-        table.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism, &message_context, text.out());
+    if (mechanism != nullptr && mechanism->MechFtnTable.ftn_gssp_display_status != nullptr)
+        mechanism->MechFtnTable.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism->pMechOid,
+                                                        &message_context, text.out());
     return text.empty() ? "(no text)" : std::string(text.bytes());
 }
 

@@ -36,8 +36,9 @@ struct MinorStatus {
 // A minor status of QXNEGO or of the framework; null for any other.
 const MinorStatus *find_minor(OM_uint32 minor);
 
-// The text of a minor status: that of QXNEGO's and the framework's rows, otherwise what display_status says.
-std::string minor_text(const qxgss_ftn_table_desc &table, qxgss_OID mechanism, OM_uint32 minor);
+// The text of a minor status: that of QXNEGO's and the framework's rows, otherwise what the mechanism says, if one is
+// given.
+std::string minor_text(OM_uint32 minor, const MechInfo_t *mechanism = nullptr);
 
 // The names of the context flags (RFC 2744 5.19) in short form, "none" without any.
 std::string flag_names(OM_uint32 flags);

@@ -3,7 +3,6 @@
 #include "tools/show/log.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "tools/show/oids.h"
 #include "tools/show/table.h"
@@ -41,16 +40,8 @@ std::string_view take_line(std::string_view &text) {
 
 // The name of a mechanism whose OID the log gives in hexadecimal, "2b.06.01"; the text itself when it is no such OID.
 std::string name_from_hex(std::string_view text) {
-    Bytes der;
-    for (std::size_t at = 0; at < text.size(); at += 3) {
-        unsigned char byte = 0;
-        const char *end = text.data() + std::min(at + 2, text.size());
-        const auto [stop, error] = std::from_chars(text.data() + at, end, byte, 16);
-        if (error != std::errc() || stop != end)
-            return std::string(text);
-        der.push_back(byte);
-    }
-    return mechanism_name(der);
+    const std::optional<Bytes> der = from_hex(without(text, "."));
+    return der ? mechanism_name(*der) : std::string(text);
 }
 
 class Reader {

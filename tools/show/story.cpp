@@ -6,23 +6,25 @@
 #include <cstdio>
 #include <cstring>
 
+#include <nlohmann/json.hpp>
+
 #include "tools/show/codes.h"
 
 namespace tools {
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(View, state, reason, status_text)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Verdict, mechanism, client, server, verdict, reason, status_text)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Call, time, name, major, minor, text, token)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Story, is_client, status, failure, is_established, mechanism, user, flags, verdicts,
+                                   calls, properties)
+
 namespace {
 
-struct StatusName {
-    ExitStatus status;
-    const char *name;
-};
-
-constexpr StatusName kStatusNames[] = {
-    {kExitSuccess, "success"},           {kExitUsage, "usage"},       {kExitConfiguration, "configuration"},
-    {kExitNetwork, "network"},           {kExitProtocol, "protocol"}, {kExitNegotiation, "negotiation"},
-    {kExitConfirmation, "confirmation"}, {kExitPolicy, "policy"},     {kExitProtection, "protection"},
-    {kExitInterrupted, "interrupted"},
-};
+const char *class_of(ExitStatus status) {
+    constexpr const char *kNames[] = {"success",  "failure",     "usage",        "configuration", "network",
+                                      "protocol", "negotiation", "confirmation", "policy",        "protection"};
+    return status == kExitInterrupted ? "interrupted" : kNames[status];
+}
 
 std::string milliseconds(double seconds) {
     char text[32];
@@ -34,13 +36,6 @@ std::string milliseconds(double seconds) {
 std::string shown(const std::string &name) {
     const auto is_plain = [](unsigned char c) { return std::isalnum(c) != 0 || (c != 0 && std::strchr("@._-/\\", c)); };
     return std::ranges::all_of(name, is_plain) ? name : common::quoted(name);
-}
-
-} // namespace
-
-const char *class_of(ExitStatus status) {
-    const auto row = std::ranges::find(kStatusNames, status, &StatusName::status);
-    return row == std::end(kStatusNames) ? "failure" : row->name;
 }
 
 void print_line(std::ostream &out, const Story &story) {
@@ -58,6 +53,70 @@ void print_line(std::ostream &out, const Story &story) {
     if (!story.failure.empty())
         out << "  " << class_of(story.status) << ": " << printable(story.failure);
     out << '\n';
+}
+
+} // namespace
+
+Json to_json(const Verdict &verdict) {
+    return {{"mechanism", printable(verdict.mechanism)},
+            {"client", state_word(verdict.client)},
+            {"server", state_word(verdict.server)},
+            {"verdict", verdict_word(verdict.verdict)},
+            {"reason", reason_word(verdict)},
+            {"status_text", printable(verdict.status_text)}};
+}
+
+std::string line_of(const Json &value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+void print_json(std::ostream &out, const Story &story) {
+    Json verdicts = Json::array();
+    for (std::size_t i = 0; i != std::min(story.verdicts.size(), kMostVerdicts); ++i)
+        verdicts.push_back(to_json(story.verdicts[i]));
+    Json line = {{"event", "connection"},
+                 {"side", story.is_client ? "client" : "server"},
+                 {"peer", story.peer},
+                 {"status", static_cast<int>(story.status)},
+                 {"class", class_of(story.status)},
+                 {"failure", printable(story.failure)},
+                 {"established", story.is_established},
+                 {"mechanism", printable(story.mechanism)},
+                 {"user", printable(story.user)},
+                 {"claimed", printable(story.claimed)},
+                 {"refused", story.refused},
+                 {"delegated", printable(story.delegated)},
+                 {"flags", story.flags},
+                 {"confirmation", story.confirmation},
+                 {"rounds", story.rounds},
+                 {"seconds", story.seconds},
+                 {"messages", story.messages},
+                 {"message_bytes", story.bytes},
+                 {"message_seconds", story.message_seconds},
+                 {"verdicts", verdicts}};
+    if (story.verdicts.size() > kMostVerdicts)
+        line["verdicts_left_out"] = story.verdicts.size() - kMostVerdicts;
+    out << line_of(line);
+}
+
+Bytes encode(const Story &story) {
+    return nlohmann::json::to_cbor(nlohmann::json(story));
+}
+
+Story decode_story(ByteView bytes) {
+    try {
+        return nlohmann::json::from_cbor(bytes.begin(), bytes.end()).get<Story>();
+    } catch (const nlohmann::json::exception &) {
+        throw Failure("a process ended without a report");
+    }
+}
+
+void print(std::ostream &out, const Story &story, const ConnectionOptions &options) {
+    if (options.json)
+        return print_json(out, story);
+    print_line(out, story);
+    if (options.why && !story.verdicts.empty())
+        print_verdicts(out, story.verdicts);
 }
 
 } // namespace tools

@@ -14,11 +14,11 @@ namespace tools {
 
 namespace {
 
-const View kUnknown;
+const Verdict kUnknown;
 
-const View &find(const std::vector<MechanismView> &views, const std::string &mechanism) {
-    const auto found = std::ranges::find(views, mechanism, &MechanismView::mechanism);
-    return found == views.end() ? kUnknown : found->view;
+const Verdict &find(const std::vector<Verdict> &verdicts, const std::string &mechanism) {
+    const auto found = std::ranges::find(verdicts, mechanism, &Verdict::mechanism);
+    return found == verdicts.end() ? kUnknown : *found;
 }
 
 qxgss_session_view_desc described(const View &view) {
@@ -52,13 +52,14 @@ std::vector<Verdict> verdicts_of(qxgss_session_t session) {
     return out;
 }
 
-std::vector<Verdict> join(const std::vector<MechanismView> &client, const std::vector<MechanismView> &server) {
+std::vector<Verdict> join(const std::vector<Verdict> &client, const std::vector<Verdict> &server) {
     std::vector<Verdict> out;
-    for (const MechanismView &row : client)
-        out.push_back(judged(row.mechanism, row.view, find(server, row.mechanism)));
-    for (const MechanismView &row : server)
-        if (find(client, row.mechanism).state == 0)
-            out.push_back(judged(row.mechanism, kUnknown, row.view));
+    for (const Verdict &row : client)
+        if (row.client.state != 0)
+            out.push_back(judged(row.mechanism, row.client, find(server, row.mechanism).server));
+    for (const Verdict &row : server)
+        if (row.server.state != 0 && find(client, row.mechanism).client.state == 0)
+            out.push_back(judged(row.mechanism, {}, row.server));
     return out;
 }
 

@@ -2,7 +2,6 @@
 #include "tools/token/file.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include <openssl/evp.h>
 
@@ -22,21 +21,6 @@ bool is_text(ByteView content) {
     return std::all_of(content.begin(), content.end(), [](unsigned char c) {
         return (c >= 0x20 && c < 0x7F) || kBlanks.find(char(c)) != kBlanks.npos;
     });
-}
-
-std::string without(std::string_view text, std::string_view characters) {
-    std::string out(text);
-    std::erase_if(out, [&](char c) { return characters.find(c) != characters.npos; });
-    return out;
-}
-
-Bytes from_hex(const std::string &digits, const std::string &path) {
-    if (digits.size() % 2 != 0)
-        throw Failure(path + ": has an odd number of hexadecimal digits", kExitUsage);
-    Bytes out(digits.size() / 2);
-    for (std::size_t i = 0; i < out.size(); ++i)
-        std::from_chars(&digits[2 * i], &digits[2 * i] + 2, out[i], 16);
-    return out;
 }
 
 Bytes from_base64(const std::string &text, const std::string &path) {
@@ -61,9 +45,12 @@ Bytes read_dumped_file(const std::string &path) {
         return content;
     const std::string text = without(as_text(content), kBlanks);
     const std::string digits = without(text.starts_with("0x") ? text.substr(2) : text, ":-,");
-    if (digits.find_first_not_of(kHexDigits) == digits.npos)
-        return from_hex(digits, path);
-    return from_base64(text, path);
+    if (digits.find_first_not_of(kHexDigits) != digits.npos)
+        return from_base64(text, path);
+    const std::optional<Bytes> bytes = from_hex(digits);
+    if (!bytes)
+        throw Failure(path + ": has an odd number of hexadecimal digits", kExitUsage);
+    return *bytes;
 }
 
 } // namespace tools

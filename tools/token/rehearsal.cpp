@@ -41,7 +41,7 @@ class TokenWriter {
     }
     static void run(OM_uint32 status) {
         if (status != GSSPASN_E_SUCCESS)
-            throw Failure(minor_text({}, nullptr, status));
+            throw Failure(minor_text(status));
     }
 
     common::Encoding encoding_;
@@ -81,7 +81,7 @@ OM_uint32 accept_at_once(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *, qxgss_cred_i
 struct Outcome {
     std::string failure; // empty when a mechanism was selected
     std::string policy_user;
-    std::vector<MechanismView> views;
+    std::vector<Verdict> views; // the server's
 };
 
 void ask(const qxgss_ftn_table_desc &table, qxgss_ctx_id_t context, Outcome &outcome) {
@@ -92,9 +92,9 @@ void ask(const qxgss_ftn_table_desc &table, qxgss_ctx_id_t context, Outcome &out
     outcome.policy_user = common::bytes_of(&negotiation.PolicyName);
     qxgss_negotiated_mech_desc mechanism{};
     for (OM_uint32 i = 0; table.ftn_gssp_inquire_negotiated_mech(&minor, context, i, &mechanism) == GSS_S_COMPLETE; ++i)
-        outcome.views.push_back({name_of(*mechanism.pMechOid),
-                                 {mechanism.MechState, mechanism.MechReason,
-                                  std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
+        outcome.views.push_back({.mechanism = name_of(*mechanism.pMechOid),
+                                 .server = {mechanism.MechState, mechanism.MechReason,
+                                            std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
 }
 
 Outcome accept(const MechInfo_t &qxnego, common::Buffer &token) {
@@ -111,7 +111,7 @@ Outcome accept(const MechInfo_t &qxnego, common::Buffer &token) {
                                                   nullptr, nullptr);
     Outcome outcome;
     if (major != GSS_S_COMPLETE)
-        outcome.failure = minor_text(table, qxnego.pMechOid, minor);
+        outcome.failure = minor_text(minor, &qxnego);
     if (context.get() != nullptr)
         ask(table, context.get(), outcome);
     return outcome;
@@ -123,7 +123,7 @@ std::string policy_for(const std::string &user) {
     common::OidSet allowed;
     OM_uint32 minor = 0;
     if (common::failed(gssp_inquire_mech_policy_for_user(&minor, user.c_str(), allowed.out())))
-        throw Failure("the policy cannot be looked up: " + minor_text({}, nullptr, minor));
+        throw Failure("the policy cannot be looked up: " + minor_text(minor));
     std::string names;
     for (std::size_t i = 0; allowed.get() != nullptr && i != allowed.get()->count; ++i) {
         const char *name = nullptr;
@@ -176,17 +176,18 @@ qxgss_OID oid_of(const Registry &registry, const std::string &name) {
 }
 
 // The client as the server's answer leaves it: a server that fails sends none.
-std::vector<MechanismView> client_views(const std::vector<qxgss_OID> &offer, const Outcome &outcome) {
-    std::vector<MechanismView> views;
+std::vector<Verdict> client_views(const std::vector<qxgss_OID> &offer, const Outcome &outcome) {
+    std::vector<Verdict> views;
     views.reserve(offer.size());
     for (qxgss_OID oid : offer)
-        views.push_back({name_of(*oid), {QXGSS_MECH_STATE_AVAILABLE, 0, ""}});
-    for (const MechanismView &server : outcome.views) {
-        const auto offered = std::ranges::find(views, server.mechanism, &MechanismView::mechanism);
+        views.push_back({.mechanism = name_of(*oid), .client = {QXGSS_MECH_STATE_AVAILABLE, 0, ""}});
+    for (const Verdict &row : outcome.views) {
+        const auto offered = std::ranges::find(views, row.mechanism, &Verdict::mechanism);
         if (offered == views.end())
-            views.push_back({server.mechanism, {QXGSS_MECH_STATE_REJECTED, QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT, ""}});
+            views.push_back({.mechanism = row.mechanism,
+                             .client = {QXGSS_MECH_STATE_REJECTED, QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT, ""}});
         else if (outcome.failure.empty())
-            *offered = server;
+            offered->client = row.server;
     }
     return views;
 }

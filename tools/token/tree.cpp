@@ -2,7 +2,6 @@
 // request goes a cursor over the elements, which knows where the answer stands.
 #include "tools/token/tree.h"
 
-#include <cstdlib>
 #include <new>
 
 #include "common/asn.h"
@@ -66,25 +65,19 @@ class Fields {
     // Each gives the field's element, or null when it is absent or a fault is known.
     Number integer(const token::Element &row, bool required, std::string (*text)(OM_uint32)) {
         OM_uint32 value = 0;
-        Element *field = item(row, &value, required);
+        Element *field =
+            tree_.fault ? nullptr : item(row, gsspasn_get_decode_item(handle_, row.tag, row.type, &value), required);
         if (field == nullptr)
             return {nullptr};
         field->value = text(value);
         return {field, value};
     }
     const Element *octets(const token::Element &row, bool required, std::string (*text)(ByteView)) {
-        common::Buffer value;
-        Element *field = item(row, value.out(), required);
+        qxgss_buffer_desc value{};
+        Element *field =
+            tree_.fault ? nullptr : item(row, gsspasn_get_decode_contents(handle_, row.tag, &value), required);
         if (field != nullptr)
-            field->value = text(as_bytes(value.bytes()));
-        return field;
-    }
-    const Element *oid(const token::Element &row) {
-        qxgss_OID_desc value{};
-        Element *field = item(row, &value, true);
-        if (field != nullptr)
-            field->value = oid_text(as_bytes(common::bytes_of(&value)));
-        std::free(value.elements);
+            field->value = text(as_bytes(common::bytes_of(&value)));
         return field;
     }
 
@@ -106,10 +99,7 @@ class Fields {
     }
 
   private:
-    Element *item(const token::Element &row, void *value, bool required) {
-        if (tree_.fault)
-            return nullptr;
-        const OM_uint32 status = gsspasn_get_decode_item(handle_, row.tag, row.type, value);
+    Element *item(const token::Element &row, OM_uint32 status, bool required) {
         return status == GSSPASN_E_TAG_NOT_FOUND && !required ? nullptr : found(row, status);
     }
 
@@ -154,7 +144,7 @@ class Fields {
 
 void read_mechanism(gsspasn_decoding_t handle, Element &mechanism, TokenTree &tree) {
     Fields fields(handle, mechanism, tree);
-    const Element *oid = fields.oid(token::mech::kOid);
+    const Element *oid = fields.octets(token::mech::kOid, true, oid_text);
     fields.integer(token::mech::kState, true, with_word<qxnego::state_word>);
     const auto reason = fields.integer(token::mech::kReason, false, with_word<qxnego::reason_word>);
     if (reason.value == QXGSS_MECH_REASON_GSSAPI_ERROR) {
@@ -202,7 +192,7 @@ void read_init(Fields &fields, TokenTree &tree) {
 void read_resp(Fields &fields, TokenTree &tree) {
     read_list(fields, tree);
     if (read_state(fields, QXGSS_NEG_STATE_REJECT, tree) == QXGSS_NEG_STATE_COMPLETED)
-        fields.refuse_empty(fields.oid(token::resp::kSelected), QXNEGO_E_SELECTED_OID);
+        fields.refuse_empty(fields.octets(token::resp::kSelected, true, oid_text), QXNEGO_E_SELECTED_OID);
     fields.integer(token::resp::kIsPolicyApplied, false, with_word<truth_word>);
 }
 
