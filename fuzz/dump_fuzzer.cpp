@@ -4,6 +4,7 @@
 
 #include "fuzz/input.h"
 #include "gssp2qxnego/gssp2qxnegoint.h"
+#include "gssp2qxnego/token_format.h"
 #include "tools/token/tree.h"
 
 using fuzz::require;
@@ -18,8 +19,8 @@ OM_uint32 decoder_status(tools::ByteView token) {
     return status;
 }
 
-// The status with which a receiver refuses the token; success also when only its own list decides. Its one mechanism
-// is rejected already, so that it adopts no state.
+// The status with which a receiver refuses the token. Its one mechanism is rejected already, so that it adopts no
+// state.
 OM_uint32 mechanism_status(tools::ByteView token, OM_uint32 type) {
     static unsigned char oid[] = {1};
     static qxgss_OID_desc local_oid{1, oid};
@@ -33,8 +34,7 @@ OM_uint32 mechanism_status(tools::ByteView token, OM_uint32 type) {
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     const OM_uint32 major = QXNEGO_INT_ProcessInputToken(&minor, type, &input, &context);
     QXNEGO_INT_ReleaseNegContext(nullptr, &context);
-    const bool accepted = GSS_ERROR(major) == 0 || minor == QXNEGO_E_SELECTED_NOT_FOUND;
-    return accepted ? OM_uint32{QXNEGO_E_SUCCESSFUL} : minor;
+    return GSS_ERROR(major) == 0 ? OM_uint32{QXNEGO_E_SUCCESSFUL} : minor;
 }
 
 // Elements that fill the token from `begin` to `end`. Two octets follow the contents of an indefinite length.
@@ -63,6 +63,13 @@ void check_begun(const std::vector<tools::Element> &elements, std::size_t begin,
     }
 }
 
+bool is_behind_selected(const tools::Fault &fault, const tools::Element &outer) {
+    for (const tools::Element &field : outer.children)
+        if (field.name == qxnego::token::resp::kSelected.name)
+            return fault.offset >= field.contents() + field.place.Length;
+    return false;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -75,7 +82,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         check_begun(tree.elements, 0, tree.fault ? tree.fault->offset : 0);
     require(!tree.fault || tree.fault->offset <= size, "a fault has a place in the token");
     const OM_uint32 type = tree.form == "RESP" ? NEG_MECH_TOKENTYPE_RESP : NEG_MECH_TOKENTYPE_INIT;
-    require((tree.fault ? tree.fault->status : OM_uint32{QXNEGO_E_SUCCESSFUL}) == mechanism_status(token, type),
-            "it refuses what the mechanism refuses");
+    const OM_uint32 status = mechanism_status(token, type);
+    if (status == QXNEGO_E_SELECTED_NOT_FOUND) // its own list decides that, and it reads no further
+        require(!tree.fault || is_behind_selected(*tree.fault, tree.elements.front()), "it is faulty behind that");
+    else
+        require((tree.fault ? tree.fault->status : OM_uint32{QXNEGO_E_SUCCESSFUL}) == status,
+                "it refuses what the mechanism refuses");
     return 0;
 }

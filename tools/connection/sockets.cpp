@@ -157,6 +157,13 @@ Descriptor connect_to(const Address &address, Clock::time_point deadline) {
     throw system_failure(written(address), kExitNetwork, first_error);
 }
 
+std::pair<Descriptor, Descriptor> socket_pair() {
+    int ends[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        throw system_failure("socketpair");
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
 std::string peer_network(const Descriptor &socket) {
     sockaddr_storage address{};
     socklen_t length = sizeof address;

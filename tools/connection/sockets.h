@@ -27,6 +27,9 @@ std::vector<Descriptor> listen_at(const Address &address);
 // A connection to the first address that answers. Throws Failure (network) with the first address's reason.
 Descriptor connect_to(const Address &address, Clock::time_point deadline);
 
+// Two connected stream sockets, closed in programs that are started. Throws Failure.
+std::pair<Descriptor, Descriptor> socket_pair();
+
 // "127.0.0.1:80" or "[::1]:80", of this end or of the other.
 std::string local_address(const Descriptor &socket);
 std::string peer_address(const Descriptor &socket);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "tools/connection/interrupt.h"
+#include "tools/connection/sockets.h"
 #include "tools/failure.h"
 
 namespace tools {
@@ -43,13 +44,6 @@ std::string describe(int status) {
 }
 
 } // namespace
-
-std::pair<Descriptor, Descriptor> socket_pair() {
-    int ends[2] = {-1, -1};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-        throw system_failure("socketpair");
-    return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
 
 Worker::Worker(const std::function<std::string()> &body) {
     auto [here, there] = socket_pair();

@@ -11,9 +11,6 @@
 
 namespace tools {
 
-// Two connected stream sockets, closed in programs that are started. Throws Failure.
-std::pair<Descriptor, Descriptor> socket_pair();
-
 class Worker {
   public:
     // Runs `body` in a process of its own and keeps what it returns for this one. Throws Failure when there is none to

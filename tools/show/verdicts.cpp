@@ -2,7 +2,7 @@
 #include "tools/show/verdicts.h"
 
 #include <algorithm>
-#include <ranges>
+#include <span>
 
 #include "common/owned.h"
 #include "gssp2qxnego/words.h"
@@ -79,7 +79,7 @@ std::string reason_word(const Verdict &verdict) {
 void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts, const char *last_column,
                     std::string Verdict::*last) {
     Table table({"mechanism", "on client", "on server", "verdict", "reason", last_column});
-    for (const Verdict &row : verdicts | std::views::take(kMostVerdicts))
+    for (const Verdict &row : std::span(verdicts).first(std::min(verdicts.size(), kMostVerdicts)))
         table.add({printable(row.mechanism), state_word(row.client), state_word(row.server), verdict_word(row.verdict),
                    reason_word(row), printable(row.*last)});
     if (verdicts.size() > kMostVerdicts)

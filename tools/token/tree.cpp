@@ -125,7 +125,7 @@ class Fields {
     void refuse(const token::Element &row, OM_uint32 status, const Element *field) {
         const std::string name = row.name;
         const std::size_t at = field == nullptr ? parent_.contents() + parent_.place.Length : field->place.Offset;
-        if (status == GSSPASN_E_TAG_NOT_FOUND)
+        if (status == GSSPASN_E_TAG_NOT_FOUND || field == nullptr)
             fail(at, status, parent_.name + " has no " + name + " [" + std::to_string(row.tag) + "] where it belongs");
         else if (status == GSSPASN_E_NOT_SEQUENCE || status == GSSPASN_E_NOT_ITEM)
             fail(at, status, "the " + name + " is " + (field->place.IsConstructed != 0 ? "" : "not ") + "constructed");
