@@ -46,15 +46,15 @@ std::string describe(int status) {
 } // namespace
 
 Worker::Worker(const std::function<std::string()> &body) {
-    auto [here, there] = socket_pair();
+    std::pair<Descriptor, Descriptor> ends = socket_pair();
     id_ = fork();
     if (id_ < 0)
         throw system_failure("fork");
     if (id_ == 0) {
-        here.close();
-        run(body, there);
+        ends.first.close();
+        run(body, ends.second);
     }
-    results_ = std::move(here);
+    results_ = std::move(ends.first);
 }
 
 Worker::Worker(Worker &&other) noexcept
