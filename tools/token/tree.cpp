@@ -51,99 +51,89 @@ std::string inner_token_text(ByteView inner) {
 
 // ---- The fields of one constructed element -------------------------------------------------------------------------
 
-// The first fault of the token ends all reading.
+void refuse_empty(const Element &field, OM_uint32 status) {
+    if (field.place.Length == 0)
+        throw Fault{field.place.Offset + 1, status, "the " + field.name + " is empty"};
+}
+
+// Whatever is wrong is thrown as Fault.
 class Fields {
   public:
-    Fields(gsspasn_decoding_t handle, Element &parent, TokenTree &tree)
-        : handle_(handle), parent_(parent), tree_(tree) {}
+    Fields(gsspasn_decoding_t handle, Element &parent) : handle_(handle), parent_(parent) {}
+
+    std::size_t size() const { return parent_.children.size(); }
 
     struct Number {
-        const Element *field;
+        const Element *field; // null when it is absent
         OM_uint32 value = 0;
     };
-
-    // Each gives the field's element, or null when it is absent or a fault is known.
     Number integer(const token::Element &row, bool required, std::string (*text)(OM_uint32)) {
         OM_uint32 value = 0;
-        Element *field =
-            tree_.fault ? nullptr : item(row, gsspasn_get_decode_item(handle_, row.tag, row.type, &value), required);
-        if (field == nullptr)
-            return {nullptr};
-        field->value = text(value);
+        Element *field = found(row, required, gsspasn_get_decode_item(handle_, row.tag, row.type, &value));
+        if (field != nullptr)
+            field->value = text(value);
         return {field, value};
     }
+
+    // The field, or null when it is absent.
     const Element *octets(const token::Element &row, bool required, std::string (*text)(ByteView)) {
         qxgss_buffer_desc value{};
-        Element *field =
-            tree_.fault ? nullptr : item(row, gsspasn_get_decode_contents(handle_, row.tag, &value), required);
+        Element *field = found(row, required, gsspasn_get_decode_contents(handle_, row.tag, &value));
         if (field != nullptr)
             field->value = text(as_bytes(common::bytes_of(&value)));
         return field;
     }
 
-    // A constructed field, of which at least one child is required, with a handle over its children.
-    Element *sequence(const token::Element &row, OM_uint32 status_if_empty, gsspasn_decoding_t &children) {
+    // Those of a constructed field, which has at least one.
+    Fields sequence(const token::Element &row, OM_uint32 status_if_empty) {
+        gsspasn_decoding_t children = nullptr;
         OM_uint32 count = 0;
-        Element *field =
-            tree_.fault ? nullptr : found(row, gsspasn_get_decode_sequence(handle_, row.tag, &children, &count));
-        refuse_empty(field, status_if_empty);
-        return tree_.fault ? nullptr : field;
-    }
-
-    void refuse_empty(const Element *field, OM_uint32 status) {
-        if (field != nullptr && field->place.Length == 0 && !tree_.fault)
-            fail(field->place.Offset + 1, status, "the " + field->name + " is empty");
-    }
-    void fail(std::size_t offset, OM_uint32 status, const std::string &why) {
-        tree_.fault = Fault{offset, status, why};
+        Element *field = found(row, true, gsspasn_get_decode_sequence(handle_, row.tag, &children, &count));
+        refuse_empty(*field, status_if_empty);
+        return {children, *field};
     }
 
   private:
-    Element *item(const token::Element &row, OM_uint32 status, bool required) {
-        return status == GSSPASN_E_TAG_NOT_FOUND && !required ? nullptr : found(row, status);
-    }
-
     // The decoder's rule: what stands in front of the element that is found is passed over. One that is missing belongs
     // in front of the first larger tag.
-    Element *found(const token::Element &row, OM_uint32 status) {
+    Element *found(const token::Element &row, bool required, OM_uint32 status) {
         std::vector<Element> &children = parent_.children;
         std::size_t at = next_;
         const bool missing = status == GSSPASN_E_TAG_NOT_FOUND;
+        if (missing && !required)
+            return nullptr;
         while (at != children.size() &&
                (missing ? children[at].place.Tag < row.tag : children[at].place.Tag != row.tag))
             ++at;
-        if (status != GSSPASN_E_SUCCESS) {
+        if (status != GSSPASN_E_SUCCESS)
             refuse(row, status, at == children.size() ? nullptr : &children[at]);
-            return nullptr;
-        }
         next_ = at + 1;
         children[at].name = row.name;
         return &children[at];
     }
 
     // `field` is the element that is not as it should be, or the one before which another is missing, if there is one.
-    void refuse(const token::Element &row, OM_uint32 status, const Element *field) {
+    [[noreturn]] void refuse(const token::Element &row, OM_uint32 status, const Element *field) const {
         const std::string name = row.name;
         const std::size_t at = field == nullptr ? parent_.contents() + parent_.place.Length : field->place.Offset;
         if (status == GSSPASN_E_TAG_NOT_FOUND || field == nullptr)
-            fail(at, status, parent_.name + " has no " + name + " [" + std::to_string(row.tag) + "] where it belongs");
-        else if (status == GSSPASN_E_NOT_SEQUENCE || status == GSSPASN_E_NOT_ITEM)
-            fail(at, status, "the " + name + " is " + (field->place.IsConstructed != 0 ? "" : "not ") + "constructed");
-        else
-            fail(field->place.Length == 0 ? at + 1 : field->contents(), status,
-                 "the " + name + " is not the shortest form of a number of 32 bits");
+            throw Fault{at, status,
+                        parent_.name + " has no " + name + " [" + std::to_string(row.tag) + "] where it belongs"};
+        if (status == GSSPASN_E_NOT_SEQUENCE || status == GSSPASN_E_NOT_ITEM)
+            throw Fault{at, status,
+                        "the " + name + " is " + (field->place.IsConstructed != 0 ? "" : "not ") + "constructed"};
+        throw Fault{field->place.Length == 0 ? at + 1 : field->contents(), status,
+                    "the " + name + " is not the shortest form of a number of 32 bits"};
     }
 
     gsspasn_decoding_t handle_;
     Element &parent_;
-    TokenTree &tree_;
     std::size_t next_ = 0;
 };
 
 // ---- The token, as drawn in token_format.h -------------------------------------------------------------------------
 
-void read_mechanism(gsspasn_decoding_t handle, Element &mechanism, TokenTree &tree) {
-    Fields fields(handle, mechanism, tree);
+void read_mechanism(Fields fields) {
     const Element *oid = fields.octets(token::mech::kOid, true, oid_text);
     fields.integer(token::mech::kState, true, with_word<qxnego::state_word>);
     const auto reason = fields.integer(token::mech::kReason, false, with_word<qxnego::reason_word>);
@@ -154,69 +144,56 @@ void read_mechanism(gsspasn_decoding_t handle, Element &mechanism, TokenTree &tr
     }
     fields.octets(token::mech::kInnerToken, false, inner_token_text);
     fields.octets(token::mech::kSsoAuthenticationId, false, quoted_text);
-    fields.refuse_empty(oid, QXNEGO_E_BAD_NEG_MECH);
+    refuse_empty(*oid, QXNEGO_E_BAD_NEG_MECH);
 }
 
-void read_list(Fields &outer, TokenTree &tree) {
-    gsspasn_decoding_t children = nullptr;
-    Element *list = outer.sequence(token::kMechanisms, QXNEGO_E_EMPTY_LIST, children);
-    if (list == nullptr)
-        return;
-    Fields mechanisms(children, *list, tree);
-    for (std::size_t i = 0; i != list->children.size(); ++i) {
-        gsspasn_decoding_t handle = nullptr;
-        if (Element *mechanism = mechanisms.sequence(token::kMechanism, QXNEGO_E_BAD_NEG_MECH, handle))
-            read_mechanism(handle, *mechanism, tree);
-    }
+void read_list(Fields &fields) {
+    Fields list = fields.sequence(token::kMechanisms, QXNEGO_E_EMPTY_LIST);
+    for (std::size_t i = 0; i != list.size(); ++i)
+        read_mechanism(list.sequence(token::kMechanism, QXNEGO_E_BAD_NEG_MECH));
 }
 
 // The negotiation's state, which must be one that the form may have.
-OM_uint32 read_state(Fields &fields, OM_uint32 last, const TokenTree &tree) {
+OM_uint32 read_state(Fields &fields, OM_uint32 last, const char *form) {
     const auto [field, state] = fields.integer(token::kNegState, true, with_word<qxnego::neg_state_word>);
-    if (field != nullptr && state == QXGSS_NEG_STATE_REQUEST_MIC)
-        fields.fail(field->contents(), QXNEGO_E_NEG_STATE_UNSUPPORTED, "the negotiation state is not supported");
-    else if (field != nullptr && (state == 0 || state > last))
-        fields.fail(field->contents(), QXNEGO_E_BAD_NEG_STATE, "no " + tree.form + " has that negotiation state");
+    if (state == QXGSS_NEG_STATE_REQUEST_MIC)
+        throw Fault{field->contents(), QXNEGO_E_NEG_STATE_UNSUPPORTED, "the negotiation state is not supported"};
+    if (state == 0 || state > last)
+        throw Fault{field->contents(), QXNEGO_E_BAD_NEG_STATE,
+                    std::string("no ") + form + " has that negotiation state"};
     return state;
 }
 
-void read_init(Fields &fields, TokenTree &tree) {
-    read_list(fields, tree);
-    read_state(fields, QXGSS_NEG_STATE_INCOMPLETE, tree);
+void read_init(Fields fields) {
+    read_list(fields);
+    read_state(fields, QXGSS_NEG_STATE_INCOMPLETE, token::kInit.name);
     fields.octets(token::init::kAuthenticationId, false, quoted_text);
     fields.integer(token::init::kIsSso, false, with_word<truth_word>);
     fields.octets(token::init::kUserName, false, quoted_text);
     fields.octets(token::init::kProfileName, false, quoted_text);
 }
 
-void read_resp(Fields &fields, TokenTree &tree) {
-    read_list(fields, tree);
-    if (read_state(fields, QXGSS_NEG_STATE_REJECT, tree) == QXGSS_NEG_STATE_COMPLETED)
-        fields.refuse_empty(fields.octets(token::resp::kSelected, true, oid_text), QXNEGO_E_SELECTED_OID);
+void read_resp(Fields fields) {
+    read_list(fields);
+    if (read_state(fields, QXGSS_NEG_STATE_REJECT, token::kResp.name) == QXGSS_NEG_STATE_COMPLETED)
+        refuse_empty(*fields.octets(token::resp::kSelected, true, oid_text), QXNEGO_E_SELECTED_OID);
     fields.integer(token::resp::kIsPolicyApplied, false, with_word<truth_word>);
 }
 
 void read_outer(const common::Decoding &decoder, TokenTree &tree) {
     Element &outer = tree.elements.front();
     const bool is_init = outer.place.Tag == token::kInit.tag;
+    if (!is_init && outer.place.Tag != token::kResp.tag)
+        throw Fault{0, GSSPASN_E_TAG_NOT_FOUND, "the outer tag is neither [0], INIT, nor [1], RESP"};
+    tree.form = outer.name = (is_init ? token::kInit : token::kResp).name;
     gsspasn_decoding_t children = nullptr;
     OM_uint32 count = 0;
-    if (!is_init && outer.place.Tag != token::kResp.tag) {
-        tree.fault = Fault{0, GSSPASN_E_TAG_NOT_FOUND, "the outer tag is neither [0], INIT, nor [1], RESP"};
-        return;
-    }
-    tree.form = outer.name = (is_init ? token::kInit : token::kResp).name;
     const OM_uint32 status = gsspasn_get_top_decode_sequence(decoder.get(), outer.place.Tag, &children, &count);
-    if (status != GSSPASN_E_SUCCESS) {
-        tree.fault = Fault{0, status, "the outer element is not constructed"};
-        return;
-    }
-    if (count == 0) {
-        tree.fault = Fault{1, is_init ? QXNEGO_E_BAD_INIT_TOKEN : QXNEGO_E_BAD_RESP_TOKEN, "the token is empty"};
-        return;
-    }
-    Fields fields(children, outer, tree);
-    is_init ? read_init(fields, tree) : read_resp(fields, tree);
+    if (status != GSSPASN_E_SUCCESS)
+        throw Fault{0, status, "the outer element is not constructed"};
+    if (count == 0)
+        throw Fault{1, is_init ? QXNEGO_E_BAD_INIT_TOKEN : QXNEGO_E_BAD_RESP_TOKEN, "the token is empty"};
+    is_init ? read_init({children, outer}) : read_resp({children, outer});
 }
 
 std::vector<Element> tree_of(std::span<const gsspasn_place_desc> places) {
@@ -239,10 +216,13 @@ TokenTree read_token(ByteView bytes) {
         throw std::bad_alloc();
     tree.elements = tree_of({static_cast<const gsspasn_place_desc *>(places.out()->value),
                              places.out()->length / sizeof(gsspasn_place_desc)});
-    if (status == GSSPASN_E_SUCCESS)
+    try {
+        if (status != GSSPASN_E_SUCCESS)
+            throw Fault{fault.Offset, status, fault.szWhy};
         read_outer(decoder, tree);
-    else
-        tree.fault = Fault{fault.Offset, status, fault.szWhy};
+    } catch (const Fault &found) {
+        tree.fault = found;
+    }
     return tree;
 }
 
