@@ -7,6 +7,9 @@
 
 #include "gssp2qxnego/gssp2qxnego.h"
 #include "qxgss/gsspasn.h"
+#include "qxgss/operations.h"
+
+QXGSS_DECLARE_OPERATIONS(QXNEGO)
 
 // ---- Status codes (qxnego_codes.def) -------------------------------------------------------------------------------
 
@@ -20,23 +23,23 @@ enum QxnegoMinor_et : OM_uint32 {
 
 enum NegMechState_et : OM_uint32 {
     NEG_MECH_STATE_INVALID = 0,
-    NEG_MECH_STATE_AVAILABLE = 1,
-    NEG_MECH_STATE_SELECTED = 2,
-    NEG_MECH_STATE_REJECTED = 3,
+    NEG_MECH_STATE_AVAILABLE = QXGSS_MECH_STATE_AVAILABLE,
+    NEG_MECH_STATE_SELECTED = QXGSS_MECH_STATE_SELECTED,
+    NEG_MECH_STATE_REJECTED = QXGSS_MECH_STATE_REJECTED,
     NEG_MECH_STATE_INVALID_LAST = 4
 };
 
 enum NegMechReason_et : OM_uint32 {
     NEG_MECH_REASON_INVALID = 0,
-    NEG_MECH_REASON_AVAILABLE = 1,
-    NEG_MECH_REASON_GSSAPI_ERROR = 2, // a call of the mechanism failed
-    NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT = 3,
-    NEG_MECH_REASON_NOT_AVAIL_AT_SERVER = 4,
-    NEG_MECH_REASON_DUE_TO_POLICY = 5,     // the server's policy does not allow it for the user
-    NEG_MECH_REASON_DUE_TO_RANK = 6,       // selected as the first available, or rejected because one before it was
-    NEG_MECH_REASON_SSO_REQUIRED = 7,      // single sign-on is required and not supported
-    NEG_MECH_REASON_AUTH_ID_NOT_AVAIL = 8, // no identity could be obtained for single sign-on
-    NEG_MECH_REASON_AUTHORIZATION_REQUIRED = 9, // a user or profile was requested and the mechanism cannot authorize
+    NEG_MECH_REASON_AVAILABLE = QXGSS_MECH_REASON_AVAILABLE,
+    NEG_MECH_REASON_GSSAPI_ERROR = QXGSS_MECH_REASON_GSSAPI_ERROR,
+    NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT = QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT,
+    NEG_MECH_REASON_NOT_AVAIL_AT_SERVER = QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER,
+    NEG_MECH_REASON_DUE_TO_POLICY = QXGSS_MECH_REASON_DUE_TO_POLICY,
+    NEG_MECH_REASON_DUE_TO_RANK = QXGSS_MECH_REASON_DUE_TO_RANK,
+    NEG_MECH_REASON_SSO_REQUIRED = QXGSS_MECH_REASON_SSO_REQUIRED,
+    NEG_MECH_REASON_AUTH_ID_NOT_AVAIL = QXGSS_MECH_REASON_AUTH_ID_NOT_AVAIL,
+    NEG_MECH_REASON_AUTHORIZATION_REQUIRED = QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED,
     NEG_MECH_REASON_INVALID_LAST = 10
 };
 
@@ -111,7 +114,7 @@ struct NegLogRecord {
     OM_uint32 IsPolicyApplied;
     NegState_et NegState;
     NegState_et NegStateFromPeer;
-    char *pszLogString;
+    char *pszLogString;    // the log's
     OM_uint64 ElapsedTime; // milliseconds since the log's BaseTime
 };
 using NegLogRecord_t = NegLogRecord *;
@@ -119,8 +122,9 @@ using NegLogRecord_t = NegLogRecord *;
 struct NegLog_desc {
     OM_uint32 Count;
     OM_uint32 MaxCount;
-    NegLogRecord_t pRecords; // null when there is no log
-    OM_uint64 BaseTime;      // milliseconds since 1 January 1970 UTC
+    NegLogRecord_t pRecords;              // null when there is no log
+    OM_uint64 BaseTime;                   // milliseconds since 1 January 1970 UTC
+    struct NegLogTexts *pTexts = nullptr; // what the records' texts lie in (log.cpp)
 };
 using NegLog_t = NegLog_desc *;
 
@@ -144,7 +148,7 @@ struct NegContext_desc {
     NegState_et NegStateFromPeer;
     OM_sint32 SelectedMechInfoIndex; // registry index; -1: none
     OM_sint32 SelectedMechListIndex; // index in NegMechList; -1: none
-    NegMechOrder_desc MechOrder;     // of what a list holds beyond a usual length (reconcile.cpp)
+    NegMechOrder_desc MechOrder{};   // of what a list holds beyond a usual length (reconcile.cpp)
 };
 using NegContext_t = NegContext_desc *;
 

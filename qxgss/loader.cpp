@@ -7,6 +7,7 @@
 #include <link.h>
 
 #include "qxgss/internal.h"
+#include "qxgss/operations.h"
 #include "qxgss/qxgss.h"
 
 namespace {
@@ -25,15 +26,16 @@ void take_out_of_use(Mechanism &mechanism, MechInfo_t &info, const std::string &
 
 // ---- Function tables -----------------------------------------------------------------------------------------------
 
-// A symbol of a library may be a variable of that name. One without a type, as assembler makes them, is taken for code.
+// A symbol of a library may be a variable of that name; one for each thread is in no object. A symbol without a type,
+// as assembler makes them, is taken for code, and so is what has none of its own, as the choice of an indirect
+// function.
 bool is_code(const void *address) {
     Dl_info object;
     void *entry = nullptr;
     if (dladdr1(address, &object, &entry, RTLD_DL_SYMENT) == 0)
         return false;
     const auto *symbol = static_cast<const ElfW(Sym) *>(entry);
-    const int type = symbol == nullptr ? STT_NOTYPE : ELF64_ST_TYPE(symbol->st_info); // the same for 32 bits
-    return type != STT_OBJECT && type != STT_COMMON && type != STT_TLS;
+    return symbol == nullptr || ELF64_ST_TYPE(symbol->st_info) != STT_OBJECT; // the same for 32 bits
 }
 
 // The mechanism's operations in its library, or in the program.
@@ -61,30 +63,9 @@ class Symbols {
 };
 
 void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
-    symbols.fill("configure", table.ftn_gssp_configure);
-    symbols.fill("indicate_mechs", table.ftn_gssp_indicate_mechs);
-    symbols.fill("inquire_names_for_mech", table.ftn_gssp_inquire_names_for_mech);
-    symbols.fill("acquire_cred", table.ftn_gssp_acquire_cred);
-    symbols.fill("release_cred", table.ftn_gssp_release_cred);
-    symbols.fill("inquire_cred", table.ftn_gssp_inquire_cred);
-    symbols.fill("init_sec_context", table.ftn_gssp_init_sec_context);
-    symbols.fill("accept_sec_context", table.ftn_gssp_accept_sec_context);
-    symbols.fill("delete_sec_context", table.ftn_gssp_delete_sec_context);
-    symbols.fill("inquire_context", table.ftn_gssp_inquire_context);
-    symbols.fill("wrap_size_limit", table.ftn_gssp_wrap_size_limit);
-    symbols.fill("wrap", table.ftn_gssp_wrap);
-    symbols.fill("unwrap", table.ftn_gssp_unwrap);
-    symbols.fill("get_mic", table.ftn_gssp_get_mic);
-    symbols.fill("verify_mic", table.ftn_gssp_verify_mic);
-    symbols.fill("get_client_domain_username", table.ftn_gssp_get_client_domain_username);
-    symbols.fill("qop_string_to_int", table.ftn_gssp_qop_string_to_int);
-    symbols.fill("qop_int_to_string", table.ftn_gssp_qop_int_to_string);
-    symbols.fill("inquire_properties_for_user", table.ftn_gssp_inquire_properties_for_user);
-    symbols.fill("display_status", table.ftn_gssp_display_status);
-    symbols.fill("release_name", table.ftn_gssp_release_name);
-    symbols.fill("inquire_negotiated_mech", table.ftn_gssp_inquire_negotiated_mech);
-    symbols.fill("inquire_negotiation", table.ftn_gssp_inquire_negotiation);
-    symbols.fill("inquire_candidate", table.ftn_gssp_inquire_candidate);
+#define FILL(TABLE, operation) symbols.fill(#operation, TABLE.ftn_gssp_##operation);
+    QXGSS_OPERATIONS(FILL, table)
+#undef FILL
 }
 
 // Why what was found cannot be used; empty when it can.
@@ -235,6 +216,8 @@ OM_uint32 load(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszC
     std::string message = configure_all(*configuration, ClientServer);
     for (const std::string &warning : configuration->warnings)
         add_line(message, warning);
+    for (const std::string &line : missing_names(*configuration))
+        add_line(message, line);
     const OM_uint32 major = hand_out(pMinorStatus, message, pMessage);
     if (GSS_ERROR(major) != 0)
         qxgss_shutdown(nullptr);

@@ -7,8 +7,8 @@
 #include "tools/token/inner.h"
 #include "tools/token/tree.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data,
-                                      std::size_t size); // ends the program where one is broken
+// Ends the program where a rule is broken.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 namespace {
 

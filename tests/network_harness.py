@@ -37,7 +37,7 @@ def configuration(folder, name, negotiates, policy=""):
         text += '[[mechanism]]\nname = "%s"\noid = "%s"\nlibrary = "lib%s.so"\n' % (mechanism, oid, library)
         text += 'prefix = "%s"\n[mechanism.properties]\nauthentication = true\nauthorization = true\n' % prefix
         text += "single_sign_on = %s\nrank = %d\n" % (sso, rank)
-        text += '[mechanism.settings]\nverifiers_file = "%s"\n' % os.environ["QXNEGO_VERIFIERS"]
+        text += '[mechanism.settings]\nverifiers_file = "%s"\naccept = "yes"\n' % os.environ["QXNEGO_VERIFIERS"]
     path = os.path.join(folder, name)
     with open(path, "w") as file:
         file.write(text + policy)

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "gssp2qxnego/gssp2qxnegoutil/words.h"
 
 namespace qxnego {
@@ -59,8 +59,9 @@ class Writer {
 
     void put(Blanks blanks) {
         const std::size_t fitting = std::min(blanks.count, static_cast<std::size_t>(end_ - at_));
-        cut_ = cut_ || fitting < blanks.count;
         std::memset(at_, ' ', fitting);
+        if (fitting < blanks.count)
+            cut_ = true;
         at_ += fitting;
     }
 
@@ -252,7 +253,7 @@ OM_uint32 QXNEGO_INT_FormatOneNegLogRecord(OM_uint32 *pMinorStatus, NegLogRecord
 char *QXNEGO_INT_oid_to_string(qxgss_OID pOid) {
     if (pOid == nullptr || (pOid->elements == nullptr && pOid->length != 0))
         return nullptr;
-    Heap<char> area = zeroed<char>(kOidArea);
+    Heap<char[]> area = zeroed<char>(kOidArea);
     if (area == nullptr)
         return nullptr;
     Writer text(area.get(), kOidText);

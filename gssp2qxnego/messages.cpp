@@ -1,6 +1,6 @@
 // Per-message calls: the selected mechanism's operation on its own context, with nothing added, and the conversions
 // that QXNEGO does not offer. Outputs are cleared first, then the checks run in one order for all.
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 
 using namespace qxnego;
 
@@ -20,23 +20,23 @@ template <typename Operation, typename... Arguments>
 
 // Calls the slot with the selected mechanism's context and these arguments; its statuses are passed on unchanged.
 template <auto Slot, typename... Arguments>
-OM_uint32 forward(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, bool inputMissing,
+OM_uint32 forward(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, bool is_input_missing,
                   Arguments... arguments) {
     if (pContextHandle == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, QXNEGO_E_NO_CONTEXT);
-    if (inputMissing)
+        return report(pMinorStatus, kNoContextToRead, QXNEGO_E_NO_CONTEXT);
+    if (is_input_missing)
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_NO_INPUT_TOKEN);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
-    const Selected mechanism = selected(negotiation);
+    const SelectedMechanism mechanism = selected_mechanism(negotiation);
     if (negotiation.NegState != NEG_STATE_COMPLETED || !mechanism)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MECHANISM_UNAVAILABLE);
     const auto operation = mechanism.table->*Slot;
     if (operation == nullptr)
         return report(pMinorStatus, GSS_S_UNAVAILABLE, GSSP_E_FUNCTION_UNAVAILABLE);
     if (pMinorStatus == nullptr)
-        return call_without_minor(operation, mechanism.entry->pMechContext, arguments...);
+        return call_without_minor(operation, mechanism.context, arguments...);
     *pMinorStatus = QXNEGO_E_SUCCESSFUL;
-    return operation(pMinorStatus, mechanism.entry->pMechContext, arguments...);
+    return operation(pMinorStatus, mechanism.context, arguments...);
 }
 
 // The output buffer of a call that makes one: it must be there, and is emptied before anything else is looked at.
@@ -91,22 +91,20 @@ OM_uint32 QXNEGO_verify_mic(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pConte
 OM_uint32 QXNEGO_wrap_size_limit(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, int ConfReqFlag,
                                  qxgss_qop_t QopReq, OM_uint32 ReqOutputSize, OM_uint32 *pMaxInputSize) {
     if (pContextHandle == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, QXNEGO_E_INVALID_INPUT);
+        return report(pMinorStatus, kNoContextToRead, QXNEGO_E_INVALID_INPUT);
     if (pMaxInputSize == nullptr)
         return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE, QXNEGO_E_INACCESSIBLE);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
     if (negotiation.NegState != NEG_STATE_COMPLETED)
         return report(pMinorStatus, GSS_S_NO_CONTEXT, QXNEGO_E_NOT_READY);
-    const Selected mechanism = selected(negotiation);
+    const SelectedMechanism mechanism = selected_mechanism(negotiation);
     if (!mechanism)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
     const auto operation = mechanism.table->ftn_gssp_wrap_size_limit;
     if (operation == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NOT_IMPLEMENTED);
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const OM_uint32 major =
-        operation(&minor, mechanism.entry->pMechContext, ConfReqFlag, QopReq, ReqOutputSize, pMaxInputSize);
-    return failed(major) ? report(pMinorStatus, major, minor) : succeed(pMinorStatus);
+    const Status status = ask(operation, mechanism.context, ConfReqFlag, QopReq, ReqOutputSize, pMaxInputSize);
+    return report(pMinorStatus, status.failed() ? status : kSuccess);
 }
 
 OM_uint32 QXNEGO_get_client_domain_username(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t /*pContextHandle*/,

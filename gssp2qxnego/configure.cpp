@@ -1,9 +1,10 @@
 // The module's state, built from the framework's registry when it is configured and read-only afterwards: the template
 // list of negotiable mechanisms in order of preference, QXNEGO's own OID, and its name types.
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 
 using namespace qxnego;
 
@@ -17,27 +18,36 @@ qxgss_OID_set pQxnegoSupportedAllNameTypes = nullptr;
 
 namespace {
 
-constexpr char kResolveFailed[] = "QXNEGO_configure:  Error when calling gssp_mechstr_to_oid(%s) Mechanism Disabled";
-constexpr char kIndexFailed[] =
-    "QXNEGO_configure: Error when calling functiom gssp_oid_to_mechindex(%s) Mechanism Disabled";
-constexpr char kCreateFailed[] =
-    "QXNEGO_configure: Error when calling gssp_create_empty_oid_set(%s) Mechanism Disabled";
-constexpr char kAddFailed[] = "QXNEGO_configure: Error when calling gssp_add_oid_set_member(%s) Mechanism Disabled";
-constexpr char kListFailed[] = "QXNEGO_configure: Error when calling QXNEGO_INT_InitNegMechList(%s) Mechanism Disabled";
-constexpr char kDuplicateFailed[] =
-    "QXNEGO_configure: Error when calling gssp_duplicate_oid_set(%s) Mechanism Disabled";
+// A step that can fail: the message, with a place for the text of its minor status, and whose status that is.
+struct Failure {
+    const char *format;
+    const char *(*text_of)(OM_uint32);
+};
 
-// The steps of the configuration; the message of the first that fails, or null.
-const char *add_all(OM_uint32 *pMinor, qxgss_OID_set *ppSet, std::initializer_list<qxgss_OID> members) {
+constexpr Failure kResolveFailed{"QXNEGO_configure:  Error when calling gssp_mechstr_to_oid(%s) Mechanism Disabled",
+                                 qxgsserrtostr};
+constexpr Failure kIndexFailed{
+    "QXNEGO_configure: Error when calling functiom gssp_oid_to_mechindex(%s) Mechanism Disabled", qxgsserrtostr};
+constexpr Failure kCreateFailed{"QXNEGO_configure: Error when calling gssp_create_empty_oid_set(%s) Mechanism Disabled",
+                                qxgsserrtostr};
+constexpr Failure kAddFailed{"QXNEGO_configure: Error when calling gssp_add_oid_set_member(%s) Mechanism Disabled",
+                             qxgsserrtostr};
+constexpr Failure kListFailed{"QXNEGO_configure: Error when calling QXNEGO_INT_InitNegMechList(%s) Mechanism Disabled",
+                              qxnegoerrtostr};
+constexpr Failure kDuplicateFailed{"QXNEGO_configure: Error when calling gssp_duplicate_oid_set(%s) Mechanism Disabled",
+                                   qxgsserrtostr};
+
+// The steps of the configuration; the first that fails, or null.
+const Failure *add_all(OM_uint32 *pMinor, qxgss_OID_set *ppSet, std::initializer_list<qxgss_OID> members) {
     for (const qxgss_OID member : members)
         if (failed(gssp_add_oid_set_member(pMinor, member, ppSet)))
-            return kAddFailed;
+            return &kAddFailed;
     return nullptr;
 }
 
-const char *make_set(OM_uint32 *pMinor, qxgss_OID_set *ppSet, std::initializer_list<qxgss_OID> members) {
+const Failure *make_set(OM_uint32 *pMinor, qxgss_OID_set *ppSet, std::initializer_list<qxgss_OID> members) {
     if (failed(gssp_create_empty_oid_set(pMinor, ppSet)))
-        return kCreateFailed;
+        return &kCreateFailed;
     return add_all(pMinor, ppSet, members);
 }
 
@@ -52,35 +62,24 @@ void release_state() {
     QxnegoMechIndex = -1;
 }
 
-const char *build_state(OM_uint32 *pMinor) {
+const Failure *build_state(OM_uint32 *pMinor) {
     if (failed(gssp_mechstr_to_oid(pMinor, "QXNEGO", &pQxnegoMechOid)))
-        return kResolveFailed;
+        return &kResolveFailed;
     if (failed(gssp_oid_to_mechindex(pMinor, pQxnegoMechOid, &QxnegoMechIndex)) || QxnegoMechIndex == -1)
-        return kIndexFailed;
-    if (const char *failure = make_set(pMinor, &pQxnegoMechOidSet, {pQxnegoMechOid}))
+        return &kIndexFailed;
+    if (const Failure *failure = make_set(pMinor, &pQxnegoMechOidSet, {pQxnegoMechOid}))
         return failure;
     if (failed(QXNEGO_INT_InitNegMechList(pMinor, &QxnegoMechList)))
-        return kListFailed;
-    if (const char *failure = make_set(pMinor, &pQxnegoPreferredCredNameTypes, {GSS_C_NT_QXAT_MECHDATA_UTF8}))
+        return &kListFailed;
+    if (const Failure *failure = make_set(pMinor, &pQxnegoPreferredCredNameTypes, {GSS_C_NT_QXAT_MECHDATA_UTF8}))
         return failure;
-    if (const char *failure = make_set(pMinor, &pQxnegoSupportedCredNameTypes,
-                                       {GSS_C_NT_QXAT_MECHDATA, GSS_C_NT_QXAT_MECHDATA_UTF8,
-                                        GSS_C_NT_QXAT_MECHDATA_UTF16, GSS_C_NT_QXAT_MECHDATA_UTF32}))
+    if (const Failure *failure = make_set(pMinor, &pQxnegoSupportedCredNameTypes,
+                                          {GSS_C_NT_QXAT_MECHDATA, GSS_C_NT_QXAT_MECHDATA_UTF8,
+                                           GSS_C_NT_QXAT_MECHDATA_UTF16, GSS_C_NT_QXAT_MECHDATA_UTF32}))
         return failure;
     if (failed(gssp_duplicate_oid_set(pMinor, pQxnegoSupportedCredNameTypes, &pQxnegoSupportedAllNameTypes)))
-        return kDuplicateFailed;
+        return &kDuplicateFailed;
     return add_all(pMinor, &pQxnegoSupportedAllNameTypes, {GSS_C_NT_HOSTBASED_SERVICE});
-}
-
-// Appends the message to the framework's buffer, which keeps what it holds; no separator and no NUL.
-bool append_message(qxgss_buffer_t pConfigInfoBuf, const char *message, std::size_t length) {
-    void *grown = std::realloc(pConfigInfoBuf->value, pConfigInfoBuf->length + length);
-    if (grown == nullptr)
-        return false;
-    std::memcpy(static_cast<char *>(grown) + pConfigInfoBuf->length, message, length);
-    pConfigInfoBuf->value = grown;
-    pConfigInfoBuf->length += length;
-    return true;
 }
 
 bool is_proxy(OM_uint32 *pMinor, qxgss_OID oid, qxgss_OID proxy) {
@@ -99,6 +98,24 @@ bool resolve(OM_uint32 *pMinor, const char *pszOid, qxgss_OID &oid, OM_sint32 &i
            !failed(gssp_oid_to_mechindex(pMinor, oid, &index)) && index != -1;
 }
 
+// The entry's properties; why it is not to be negotiated, or null.
+const char *read_properties(OM_uint32 *pMinor, NegMechEntry_desc &entry) {
+    const auto boolean = [&](OM_uint32 property, OM_uint32 &value) {
+        return !failed(gssp_inquire_one_mech_property_boolean(pMinor, entry.pMechOid, property, &value));
+    };
+    OM_uint32 single_sign_on = 0;
+    if (!boolean(GSSP_PROPERTY_AUTHENTICATION_SUPPORTED, entry.AuthenticationSupported))
+        return "its property authentication is not set";
+    if (!boolean(GSSP_PROPERTY_AUTHORIZATION_SUPPORTED, entry.AuthorizationSupported))
+        return "its property authorization is not set";
+    if (failed(gssp_inquire_one_mech_property_int(pMinor, entry.pMechOid, GSSP_PROPERTY_RANK, &entry.MechanismRank)))
+        return "its property rank is not set";
+    if (!boolean(GSSP_PROPERTY_SINGLE_SIGN_ON, single_sign_on))
+        return "its property single_sign_on is not set";
+    entry.SingleSignOn = static_cast<OM_sint32>(single_sign_on);
+    return nullptr;
+}
+
 // Fills an entry for a negotiable mechanism; why it is not to be negotiated, or null.
 const char *make_entry(OM_uint32 *pMinor, const NegMechInfo_t &negotiable, qxgss_OID proxy, NegMechEntry_desc &entry) {
     qxgss_OID oid = nullptr;
@@ -113,21 +130,6 @@ const char *make_entry(OM_uint32 *pMinor, const NegMechInfo_t &negotiable, qxgss
         return "it is not loaded";
     if (index == QxnegoMechIndex)
         return "QXNEGO does not negotiate itself";
-    OM_uint32 authentication = 0;
-    OM_uint32 authorization = 0;
-    OM_sint32 rank = 0;
-    OM_uint32 singleSignOn = 0;
-    if (failed(gssp_inquire_one_mech_property_boolean(pMinor, oid, GSSP_PROPERTY_AUTHENTICATION_SUPPORTED,
-                                                      &authentication)))
-        return "its property authentication is not set";
-    if (failed(
-            gssp_inquire_one_mech_property_boolean(pMinor, oid, GSSP_PROPERTY_AUTHORIZATION_SUPPORTED, &authorization)))
-        return "its property authorization is not set";
-    if (failed(gssp_inquire_one_mech_property_int(pMinor, oid, GSSP_PROPERTY_RANK, &rank)))
-        return "its property rank is not set";
-    if (failed(gssp_inquire_one_mech_property_boolean(pMinor, oid, GSSP_PROPERTY_SINGLE_SIGN_ON, &singleSignOn)))
-        return "its property single_sign_on is not set";
-
     entry = {};
     entry.IsMechStateChanged = 1;
     entry.pMechOid = oid;
@@ -135,11 +137,7 @@ const char *make_entry(OM_uint32 *pMinor, const NegMechInfo_t &negotiable, qxgss
     entry.MechReason = NEG_MECH_REASON_AVAILABLE;
     entry.IsMechLocal = 1;
     entry.MechIndex = index;
-    entry.AuthenticationSupported = authentication;
-    entry.AuthorizationSupported = authorization;
-    entry.MechanismRank = rank;
-    entry.SingleSignOn = static_cast<OM_sint32>(singleSignOn);
-    return nullptr;
+    return read_properties(pMinor, entry);
 }
 
 const char *why_not_negotiated(const MechInfo_t &self, OM_sint32 wanted) {
@@ -155,15 +153,15 @@ const char *why_not_negotiated(const MechInfo_t &self, OM_sint32 wanted) {
     return wanted == QxnegoMechIndex ? "QXNEGO does not negotiate itself" : "it is not listed in QXNEGO's negotiates";
 }
 
-template <typename Before> void exchange_pass(const NegMechList_desc &list, Before before) {
-    for (OM_uint32 i = 0; i + 1 < list.Count; ++i)
-        for (OM_uint32 j = i + 1; j < list.Count; ++j)
-            if (before(list.pNegMech[j], list.pNegMech[i]))
-                std::swap(list.pNegMech[i], list.pNegMech[j]);
+template <typename Before> void exchange_pass(std::span<NegMechEntry_desc> list, Before before) {
+    for (std::size_t i = 0; i + 1 < list.size(); ++i)
+        for (std::size_t j = i + 1; j < list.size(); ++j)
+            if (before(list[j], list[i]))
+                std::swap(list[i], list[j]);
 }
 
 // The order is the one that these three passes give; mechanisms of equal rank may change places in the first.
-void sort_by_preference(const NegMechList_desc &list) {
+void sort_by_preference(std::span<NegMechEntry_desc> list) {
     const auto both = [](bool authenticate) {
         return [authenticate](const NegMechEntry_desc &a, const NegMechEntry_desc &b) {
             return (a.AuthenticationSupported != 0) == authenticate &&
@@ -183,14 +181,14 @@ OM_uint32 QXNEGO_configure(OM_uint32 *pMinorStatus, OM_uint32 /*ClientServer*/, 
                            qxgss_buffer_t pConfigInfoBuf) {
     release_state();
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const char *failure = build_state(&minor);
+    const Failure *failure = build_state(&minor);
     if (failure == nullptr)
         return succeed(pMinorStatus);
 
-    char message[500] = {};
-    const char *text = failure == kListFailed ? qxnegoerrtostr(minor) : qxgsserrtostr(minor);
-    const int length = std::snprintf(message, sizeof message, failure, text);
-    if (pConfigInfoBuf != nullptr && !append_message(pConfigInfoBuf, message, static_cast<std::size_t>(length)))
+    char message[500];
+    const int length = std::snprintf(message, sizeof message, failure->format, failure->text_of(minor));
+    const std::string_view text(message, static_cast<std::size_t>(length));
+    if (pConfigInfoBuf != nullptr && !common::append(*pConfigInfoBuf, text))
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MALLOC);
     return report(pMinorStatus, GSS_S_FAILURE, GSSP_E_MECHANISM_DISABLED);
 }
@@ -199,26 +197,26 @@ OM_uint32 QXNEGO_INT_InitNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pQxn
     if (pQxnegoMechList == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INIT_LIST);
     *pQxnegoMechList = {};
-    const MechInfo_t *self = registered(QxnegoMechIndex);
-    OM_uint32 enabled = 0;
-    for (OM_uint32 i = 0; self != nullptr && i < self->NegotiatedMechCount; ++i)
-        enabled += self->pNegMechInfo[i].fEnabled != 0 ? 1U : 0U;
+    std::span<NegMechInfo_t> negotiables;
+    if (const MechInfo_t *self = registered(QxnegoMechIndex); self != nullptr)
+        negotiables = {self->pNegMechInfo, self->NegotiatedMechCount};
+    const auto enabled = std::ranges::count_if(negotiables, [](const NegMechInfo_t &one) { return one.fEnabled != 0; });
     if (enabled == 0)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
-    auto entries = zeroed<NegMechEntry_desc>(enabled);
-    if (entries == nullptr)
+    auto list = zeroed<NegMechEntry_desc>(static_cast<std::size_t>(enabled));
+    if (list == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
 
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     const qxgss_OID proxy = proxy_oid(&minor);
     OM_uint32 count = 0;
-    for (OM_uint32 i = 0; i < self->NegotiatedMechCount; ++i)
-        if (make_entry(&minor, self->pNegMechInfo[i], proxy, entries.get()[count]) == nullptr)
+    for (const NegMechInfo_t &negotiable : negotiables)
+        if (make_entry(&minor, negotiable, proxy, list[count]) == nullptr)
             ++count;
     if (count == 0)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
-    *pQxnegoMechList = {count, entries.release()};
-    sort_by_preference(*pQxnegoMechList);
+    *pQxnegoMechList = {count, list.release()};
+    sort_by_preference(entries(*pQxnegoMechList));
     return succeed(pMinorStatus);
 }
 
@@ -255,7 +253,6 @@ OM_uint32 QXNEGO_inquire_names_for_mech(OM_uint32 *pMinorStatus, const qxgss_OID
     if (ppNameTypes == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
     *ppNameTypes = nullptr;
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const OM_uint32 major = gssp_duplicate_oid_set(&minor, pQxnegoSupportedAllNameTypes, ppNameTypes);
-    return report(pMinorStatus, major, failed(major) ? minor : OM_uint32{QXNEGO_E_SUCCESSFUL});
+    const Status copied = ask(gssp_duplicate_oid_set, pQxnegoSupportedAllNameTypes, ppNameTypes);
+    return report(pMinorStatus, copied.major, copied.failed() ? copied.minor : kSuccess.minor);
 }

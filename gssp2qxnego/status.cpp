@@ -1,8 +1,6 @@
 // QXNEGO_display_status: the text of one of QXNEGO's own minor statuses. A status of another component, or one that
 // has no text, is refused; every status has exactly one message.
-#include <cstring>
-
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/shared.h"
 
 namespace qxnego {
 namespace {
@@ -31,10 +29,9 @@ OM_uint32 QXNEGO_display_status(OM_uint32 *pMinorStatus, OM_uint32 StatusValue, 
                                 const qxgss_OID pMechType, OM_uint32 *pMessageContext, qxgss_buffer_t pStatusString) {
     if (pMechType == nullptr)
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_SUCCESSFUL);
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
     qxgss_OID own = nullptr;
-    if (gssp_mechstr_to_oid(&minor, "QXNEGO", &own) != GSS_S_COMPLETE)
-        return report(pMinorStatus, GSS_S_FAILURE, minor);
+    if (const Status known = ask(gssp_mechstr_to_oid, "QXNEGO", &own); known.major != GSS_S_COMPLETE)
+        return report(pMinorStatus, GSS_S_FAILURE, known.minor);
     if (!begins_with(*pMechType, *own))
         return report(pMinorStatus, GSS_S_BAD_MECH, QXNEGO_E_BAD_MECH_OID);
     if (StatusType != GSS_C_MECH_CODE)
@@ -51,7 +48,6 @@ OM_uint32 QXNEGO_display_status(OM_uint32 *pMinorStatus, OM_uint32 StatusValue, 
     if (pStatusString->value == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MALLOC);
     std::memcpy(pStatusString->value, text, pStatusString->length);
-    if (pMessageContext != nullptr)
-        *pMessageContext = 0;
+    set_if_given(pMessageContext, OM_uint32{0});
     return succeed(pMinorStatus);
 }
