@@ -58,7 +58,7 @@ std::string converse(Descriptor socket, const ServeOptions &options, Clock::dura
     std::ostringstream out;
     print(out, story, options);
     const bool has_failed = story.is_attempt && story.messages == 0 && story.status != kExitSuccess;
-    return (has_failed ? "1" : "0") + out.str();
+    return std::string(1, has_failed ? '1' : '0') + out.str();
 }
 
 // ---- All of them ---------------------------------------------------------------------------------------------------
