@@ -112,9 +112,10 @@ typedef struct gsspasn_fault_struct {
 } gsspasn_fault_desc;
 
 /* Checks a token as gsspasn_open_decode_handle does, and returns the same. Also when it is refused, pPlaces gets the
- * elements that were read, in the order in which they begin, as an array of gsspasn_place_desc (its length is in bytes;
- * gssp_release_buffer); one that the fault lies in spans the elements that were read of it, and ends where reading did
- * if its length is indefinite. GSSPASN_E_ARGUMENT for a null pointer, GSSPASN_E_NO_MEMORY; the outputs are then empty. */
+ * elements that were read, in the order in which they begin, as an array of gsspasn_place_desc (its length is in
+ * bytes; gssp_release_buffer). One that the fault lies in spans the elements that were read of it, and ends where
+ * reading did if its length is indefinite. GSSPASN_E_ARGUMENT for a null pointer and GSSPASN_E_NO_MEMORY: the outputs
+ * are then empty. */
 QXGSS_API OM_uint32 gsspasn_inspect_token(const qxgss_buffer_t pToken, qxgss_buffer_t pPlaces,
                                           gsspasn_fault_desc *pFault);
 
