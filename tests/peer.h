@@ -103,7 +103,7 @@ using Between = std::function<void(std::size_t, std::string &)>;
 
 // An exchange from its beginning, until an end fails or has nothing to send; that end.
 inline Peer &exchange(
-    Peer &client, Peer &server, const Between &between = [](std::size_t, std::string &) {}) {
+    Peer &client, Peer &server, Between between = [](std::size_t, std::string &) {}) {
     client.forget();
     server.forget();
     std::string token;
