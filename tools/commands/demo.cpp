@@ -35,7 +35,7 @@ struct Options {
     std::string save;     // folder; empty: nothing is saved
     std::string library_path;
     bool list = false;
-    bool brief = false;
+    bool full = false;
 };
 
 // One side, with what it holds once its story is told.
@@ -158,7 +158,8 @@ void show_setting(const Scenario &scenario) {
     for (const UserPolicy &row : scenario.policy)
         for (const std::string &mechanism : row.mechanisms)
             std::cout << "  policy      " << row.user << " may use " << mechanism << '\n';
-    std::cout << "  expected    " << scenario.expected.sentence << "\n\n";
+    std::cout << "  expected    " << scenario.expected.sentence << "\n\n"
+              << std::flush; // or the two processes would print it again
 }
 
 // A text that is too long for its column stands below the call.
@@ -197,17 +198,23 @@ void show_ends(const Outcome &outcome) {
     table.print(std::cout);
 }
 
-void show(const Scenario &scenario, const Outcome &outcome, bool brief) {
-    show_calls(outcome);
-    show_ends(outcome);
-    if (!brief && !outcome.server.properties.log.empty()) {
+void show_server(const UserProperties &properties) {
+    if (!properties.log.empty()) {
         std::cout << "\nThe server's negotiation log:\n";
-        print_log(std::cout, outcome.server.properties.log);
+        print_log(std::cout, properties.log);
     }
-    if (!outcome.server.properties.records.empty()) {
+    if (!properties.records.empty()) {
         std::cout << "\nThe server's user properties:\n\n";
-        print_properties(std::cout, outcome.server.properties);
+        print_properties(std::cout, properties);
     }
+}
+
+void show(const Scenario &scenario, const Outcome &outcome, bool full) {
+    if (full)
+        show_calls(outcome);
+    show_ends(outcome);
+    if (full)
+        show_server(outcome.server.properties);
     if (!outcome.verdicts.empty()) {
         std::cout << "\nThe mechanisms:\n\n";
         print_verdicts(std::cout, outcome.verdicts);
@@ -246,6 +253,12 @@ void list_scenarios() {
     table.print(std::cout);
 }
 
+void show_next(const Options &options) {
+    std::cout << (options.scenario.empty() ? "\n" : "") << "Next: demo "
+              << (options.scenario.empty() ? "policy" : options.scenario)
+              << " --full shows every call, token and log; docs/reading-a-log.md explains the reasons\n";
+}
+
 void run_demo(const Options &options) {
     if (options.list)
         return list_scenarios();
@@ -257,7 +270,7 @@ void run_demo(const Options &options) {
             continue;
         show_setting(scenario);
         const Outcome outcome = run(scenario, libraries);
-        show(scenario, outcome, options.brief);
+        show(scenario, outcome, options.full);
         if (!options.save.empty())
             save(scenario, outcome, options.save);
         const std::string &selected = outcome.server.story.mechanism;
@@ -267,6 +280,8 @@ void run_demo(const Options &options) {
     }
     if (options.scenario.empty())
         summary.print(std::cout);
+    if (!options.full)
+        show_next(options);
     if (!all_well)
         throw Failure("a scenario did not end as it should");
 }
@@ -286,7 +301,9 @@ void add_demo(CLI::App &program) {
     command->add_option("SCENARIO", options->scenario, "The one to run; all of them without it")
         ->check(CLI::IsMember(scenario_names()));
     command->add_flag("--list", options->list, "List the scenarios");
-    command->add_flag("--brief", options->brief, "Leave out the negotiation logs");
+    auto *full =
+        command->add_flag("--full", options->full, "Show the calls, the negotiation logs and the properties too");
+    command->add_flag("--brief")->description("Leave them out, as it does anyway")->excludes(full);
     command->add_option("--save", options->save, "Write tokens, logs and user properties into this folder")
         ->type_name("DIR");
     command->add_option("--library-path", options->library_path, "Folder of the mechanisms' libraries")
