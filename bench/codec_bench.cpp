@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::size_t kInnerToken = 64;
-constexpr int kLargest = 200; // entries, of 5 elements each: 1,024 elements are accepted
+constexpr int kLargest = 200; // entries, of 5 elements each
 constexpr std::size_t kLargestInnerToken = 5200;
 
 // A client's context with that many candidates, whose records it does not own.

@@ -3,17 +3,15 @@
 #ifndef COMMON_OWNED_H
 #define COMMON_OWNED_H
 
+#include <cstdlib>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
+#include "common/status.h"
 #include "qxgss/gssp.h"
 
 namespace common {
-
-inline bool failed(OM_uint32 major) {
-    return GSS_ERROR(major) != 0;
-}
 
 // A descriptor over bytes that are only read.
 inline qxgss_buffer_desc view(std::string_view bytes) {
@@ -31,6 +29,17 @@ inline std::string_view bytes_of(const qxgss_OID_desc *pOid) {
     return pOid == nullptr || pOid->elements == nullptr
                ? std::string_view()
                : std::string_view(static_cast<const char *>(pOid->elements), pOid->length);
+}
+
+// Appends a copy of the text to a buffer on the C heap, without separator or NUL; false, and the buffer as it was, when
+// memory is lacking.
+inline bool append(qxgss_buffer_desc &buffer, std::string_view text) {
+    void *const grown = std::realloc(buffer.value, buffer.length + text.size());
+    if (grown == nullptr)
+        return false;
+    text.copy(static_cast<char *>(grown) + buffer.length, text.size());
+    buffer = {buffer.length + text.size(), grown};
+    return true;
 }
 
 // A handle that Release(minor status, &handle) gives back.

@@ -7,7 +7,7 @@
 
 #include "fuzz/input.h"
 #include "fuzz/token.h"
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "tests/failing_heap.h"
 #include "tests/negotiation_harness.h"
 #include "tests/scenarios.h"

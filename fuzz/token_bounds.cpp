@@ -79,11 +79,11 @@ std::string error(const std::string &text) {
            element(0x85, text);
 }
 
-// An OID that only its last bytes tell from others of that length.
+// An OID that only two bytes tell from others of that length: neither its first nor its last one.
 std::string unknown(unsigned number, std::size_t length) {
     std::string oid(length, '\x2B');
-    oid[length - 2] = static_cast<char>(number >> 7);
-    oid[length - 1] = static_cast<char>(number & 0x7F);
+    oid[length - 3] = static_cast<char>(number >> 7);
+    oid[length - 2] = static_cast<char>(number & 0x7F);
     return oid;
 }
 

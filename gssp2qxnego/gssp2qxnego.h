@@ -20,17 +20,18 @@ extern "C" {
 
 /* ---- Configuration and inquiry ---------------------------------------------------------------------------------- */
 
-/* Builds the module's state from the registry; once, before any other call. ClientServer and pLibPathBuf are not
- * consulted. On failure GSS_S_FAILURE with 0xA100012B, and the cause as a message appended to pConfigInfoBuf (a block
- * of the C heap, or empty; may be null); 0xE30003F8 when the message itself found no memory. */
+/* Builds the module's state from the registry; before any other call, and again for each configuration of the
+ * framework, whose state replaces the one before. ClientServer and pLibPathBuf are not consulted. On failure
+ * GSS_S_FAILURE with 0xA100012B, and the cause as a message appended to pConfigInfoBuf (a block of the C heap, or
+ * empty; may be null); 0xE30003F8 when the message itself found no memory. */
 QXNEGO_API OM_uint32 QXNEGO_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, qxgss_buffer_t pLibPathBuf,
                                       qxgss_buffer_t pConfigInfoBuf);
 
-/* The set of QXNEGO's own OID (RFC 2744 5.17); the caller releases it. A null ppMechSet gives
+/* The set of QXNEGO's own OID (RFC 2744 5.18); the caller releases it. A null ppMechSet gives
  * GSS_S_CALL_INACCESSIBLE_WRITE with 0xE30003F7; a failing framework call its own minor status. */
 QXNEGO_API OM_uint32 QXNEGO_indicate_mechs(OM_uint32 *pMinorStatus, qxgss_OID_set *ppMechSet);
 
-/* The name types of QXNEGO (RFC 2744 5.19), whatever pMechanism is; the caller releases the set. A null ppNameTypes
+/* The name types of QXNEGO (RFC 2744 5.24), whatever pMechanism is; the caller releases the set. A null ppNameTypes
  * gives 0x020D0000 with 0xE30003F7. */
 QXNEGO_API OM_uint32 QXNEGO_inquire_names_for_mech(OM_uint32 *pMinorStatus, const qxgss_OID pMechanism,
                                                    qxgss_OID_set *ppNameTypes);
@@ -46,7 +47,9 @@ QXNEGO_API OM_uint32 QXNEGO_inquire_names_for_mech(OM_uint32 *pMinorStatus, cons
  * caller deletes it.
  * GSS_S_CONTINUE_NEEDED comes with 0x230003E9. Failures: 0x02080000 with 0xE30003FF (null ppContextHandle), 0x020D0000
  * with 0xE30003FA (null pOutputToken), else the status of the failing step: GSS_S_FAILURE with 0xE3000406 when no
- * mechanism is left, 0xE30003F9 for memory, a 0xE10000F. code or another of QXNEGO's for a defective token. */
+ * mechanism is left, 0xE3000411 when the peer names one that is not established here (GSS_S_COMPLETE and results are
+ * never given for such a one), 0xE30003F9 for memory, a 0xE10000F. code or another of QXNEGO's for a defective token.
+ */
 QXNEGO_API OM_uint32 QXNEGO_init_sec_context(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pInitiatorCredHandle,
                                              qxgss_ctx_id_t *ppContextHandle, const qxgss_name_t pTargetName,
                                              const qxgss_OID pMechType, OM_uint32 ReqFlags, OM_uint32 TimeReq,
@@ -71,7 +74,7 @@ QXNEGO_API OM_uint32 QXNEGO_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ct
 QXNEGO_API OM_uint32 QXNEGO_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,
                                                qxgss_buffer_t pOutputToken);
 
-/* Facts about a context (RFC 2744 5.21): the selected mechanism's answer once the negotiation is complete, before that
+/* Facts about a context (RFC 2744 5.20): the selected mechanism's answer once the negotiation is complete, before that
  * QXNEGO's own (indefinite lifetime, flags 0x30, not open; the names are then not written). 0x01080000 with 0xE30003F7
  * for a null handle, GSS_S_FAILURE with 0xE30003F2 when the mechanism has no such call, with 0xE3000400 for a context
  * whose selection is out of range; else the mechanism's failure. */
@@ -96,19 +99,20 @@ QXNEGO_API OM_uint32 QXNEGO_acquire_cred(OM_uint32 *pMinorStatus, const qxgss_na
  * 0x02070000 for a null pointer, 0x01070000 for a null handle, both with 0xE30003FC. */
 QXNEGO_API OM_uint32 QXNEGO_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCredHandle);
 
-/* What was recorded (RFC 2744 5.22); the caller owns the name and the set. GSS_S_NO_CRED with 0xE30003FC and cleared
+/* What was recorded (RFC 2744 5.21); the caller owns the name and the set. GSS_S_NO_CRED with 0xE30003FC and cleared
  * outputs for a null handle; GSS_S_DEFECTIVE_CREDENTIAL with the framework's minor status when a copy fails. */
 QXNEGO_API OM_uint32 QXNEGO_inquire_cred(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pCredHandle,
                                          qxgss_name_t *ppName, OM_uint32 *pLifetimeRec, qxgss_cred_usage_t *pCredUsage,
                                          qxgss_OID_set *ppMechanisms);
 
-/* ---- Per-message calls (RFC 2744 2.7) and conversions ----------------------------------------------------------- */
+/* ---- Per-message calls and conversions -------------------------------------------------------------------------- */
 
-/* The selected mechanism's operation, unchanged in both directions: tokens, statuses, quality of protection. Valid once
- * this side's establishment has returned GSS_S_COMPLETE. Checked before it, in this order: 0x020D0000 with 0xE30003FA
- * (null output buffer), 0x01080000 with 0xE30003FF (null context), 0x010D0000 with 0xE3000402 (input missing),
- * GSS_S_FAILURE with 0xE3000414 (nothing selected yet), GSS_S_UNAVAILABLE with 0xE1000067 (the mechanism has no such
- * operation). The caller releases output buffers. */
+/* The selected mechanism's operation (RFC 2744 5.33 wrap, 5.31 unwrap, 5.15 get_mic, 5.32 verify_mic), unchanged in
+ * both directions: tokens, statuses, quality of protection. Valid once this side's establishment has returned
+ * GSS_S_COMPLETE, and until it is called again. Checked before it, in this order: 0x020D0000 with 0xE30003FA (null
+ * output buffer), 0x01080000 with 0xE30003FF (null context), 0x010D0000 with 0xE3000402 (input missing), GSS_S_FAILURE
+ * with 0xE3000414 (nothing selected yet), GSS_S_UNAVAILABLE with 0xE1000067 (the mechanism has no such operation). The
+ * caller releases output buffers. */
 QXNEGO_API OM_uint32 QXNEGO_wrap(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, int ConfReqFlag,
                                  qxgss_qop_t QopReq, const qxgss_buffer_t pInputMessageBuffer, int *pConfState,
                                  qxgss_buffer_t pOutputMessageBuffer);
@@ -121,7 +125,7 @@ QXNEGO_API OM_uint32 QXNEGO_verify_mic(OM_uint32 *pMinorStatus, const qxgss_ctx_
                                        const qxgss_buffer_t pMessageBuffer, const qxgss_buffer_t pTokenBuffer,
                                        qxgss_qop_t *pQopState);
 
-/* The largest message, in bytes, whose wrapping is at most ReqOutputSize bytes (RFC 2744 5.33). 0x01080000 with
+/* The largest message, in bytes, whose wrapping is at most ReqOutputSize bytes (RFC 2744 5.34). 0x01080000 with
  * 0xE30003F6 (null context), 0x02000000 with 0xE30003F7 (null output), GSS_S_NO_CONTEXT with 0xE3000401 (not complete),
  * GSS_S_FAILURE with 0xE3000400 (selection out of range) or 0xE30003F2 (no such operation), else the mechanism's
  * failure. */

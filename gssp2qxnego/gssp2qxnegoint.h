@@ -111,7 +111,7 @@ struct NegLogRecord {
     OM_uint32 IsPolicyApplied;
     NegState_et NegState;
     NegState_et NegStateFromPeer;
-    char *pszLogString;
+    char *pszLogString;    // the log's
     OM_uint64 ElapsedTime; // milliseconds since the log's BaseTime
 };
 using NegLogRecord_t = NegLogRecord *;
@@ -119,10 +119,17 @@ using NegLogRecord_t = NegLogRecord *;
 struct NegLog_desc {
     OM_uint32 Count;
     OM_uint32 MaxCount;
-    NegLogRecord_t pRecords; // null when there is no log
-    OM_uint64 BaseTime;      // milliseconds since 1 January 1970 UTC
+    NegLogRecord_t pRecords;              // null when there is no log
+    OM_uint64 BaseTime;                   // milliseconds since 1 January 1970 UTC
+    struct NegLogTexts *pTexts = nullptr; // what the records' texts lie in (log.cpp)
 };
 using NegLog_t = NegLog_desc *;
+
+// Places of entries in a list, in the order of the entries' OIDs.
+struct NegMechOrder_desc {
+    OM_uint32 Count;
+    OM_uint32 *pPlaces;
+};
 
 struct NegContext_desc {
     OM_uint32 IsInitiator;
@@ -138,6 +145,7 @@ struct NegContext_desc {
     NegState_et NegStateFromPeer;
     OM_sint32 SelectedMechInfoIndex; // registry index; -1: none
     OM_sint32 SelectedMechListIndex; // index in NegMechList; -1: none
+    NegMechOrder_desc MechOrder{};   // of what a list holds beyond a usual length (reconcile.cpp)
 };
 using NegContext_t = NegContext_desc *;
 

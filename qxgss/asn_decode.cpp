@@ -27,6 +27,7 @@ using Element = gsspasn_element_struct;
 constexpr unsigned char kTokenTag = 0xFF; // no element has it
 constexpr std::size_t kSmallest = 8;
 constexpr std::size_t kUsualBytes = 4; // of an element in a list of mechanisms, headers included
+constexpr std::size_t kUsualMost = 1024;
 constexpr std::size_t kMaxElements = 1 + GSSPASN_DECODE_MAX_ELEMENTS;
 constexpr std::size_t kIndefinite = SIZE_MAX; // no length is as large
 
@@ -140,9 +141,9 @@ inline OM_uint32 Parser::add(unsigned char tag, bool constructed) {
     return GSSPASN_E_SUCCESS;
 }
 
-// The first block suits the token's length, so that a usual one needs no other.
+// The first block suits the token's length, so that a usual one needs no other; a long one may be one long text.
 bool Parser::grow() {
-    const std::size_t usual = kSmallest + static_cast<std::size_t>(end_ - at_) / kUsualBytes;
+    const std::size_t usual = std::min(kSmallest + static_cast<std::size_t>(end_ - at_) / kUsualBytes, kUsualMost);
     const std::size_t capacity = std::min(capacity_ == 0 ? usual : 2 * capacity_, kMaxElements);
     void *elements = std::realloc(elements_.get(), capacity * sizeof(Element));
     if (elements == nullptr)

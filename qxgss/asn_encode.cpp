@@ -12,6 +12,7 @@ struct gsspasn_encoder_struct {
     unsigned char *bytes;
     std::size_t size;
     std::size_t capacity;
+    OM_uint32 elements;
     OM_uint32 depth;
     struct {
         OM_uint32 tag;
@@ -22,12 +23,14 @@ struct gsspasn_encoder_struct {
 namespace {
 
 constexpr std::size_t kFirstCapacity = 512;
-constexpr std::size_t kLargest = PTRDIFF_MAX; // no object is larger
 
-bool grow(gsspasn_encoder_struct &encoder, std::size_t more) {
-    if (more > kLargest - encoder.size)
+// The block never has room for more than the decoder takes. Not inline, as most elements need neither this nor a length
+// of several octets.
+[[gnu::noinline]] bool grow(gsspasn_encoder_struct &encoder, std::size_t more) {
+    if (more > GSSPASN_DECODE_MAX_TOKEN - encoder.size)
         return false;
-    const std::size_t capacity = std::max({encoder.size + more, 2 * encoder.capacity, kFirstCapacity});
+    const std::size_t wanted = std::max({encoder.size + more, 2 * encoder.capacity, kFirstCapacity});
+    const std::size_t capacity = std::min<std::size_t>(wanted, GSSPASN_DECODE_MAX_TOKEN);
     void *bytes = std::realloc(encoder.bytes, capacity);
     if (bytes == nullptr)
         return false;
@@ -40,30 +43,48 @@ bool reserve(gsspasn_encoder_struct &encoder, std::size_t more) {
     return more <= encoder.capacity - encoder.size || grow(encoder, more);
 }
 
+// The status for bytes that found no room.
+OM_uint32 why_not(const gsspasn_encoder_struct &encoder, std::size_t more) {
+    return more > GSSPASN_DECODE_MAX_TOKEN - encoder.size ? GSSPASN_E_ENCODING : GSSPASN_E_NO_MEMORY;
+}
+
 std::size_t length_octets(std::size_t length) {
     return length < qxgss::kLongLength ? 1 : 1 + (static_cast<std::size_t>(std::bit_width(length)) + 7) / 8;
 }
 
-void write_length(unsigned char *at, std::size_t length, std::size_t octets) {
-    if (octets == 1) {
-        *at = static_cast<unsigned char>(length);
-        return;
-    }
+[[gnu::noinline]] void write_long_length(unsigned char *at, std::size_t length, std::size_t octets) {
     *at = static_cast<unsigned char>(qxgss::kLongLength | (octets - 1));
     for (std::size_t i = octets - 1; i != 0; --i, length >>= 8)
         at[i] = static_cast<unsigned char>(length);
 }
 
-// Writes an element but for its contents, and gives the place for those; null when memory is lacking.
+void write_length(unsigned char *at, std::size_t length, std::size_t octets) {
+    if (octets == 1)
+        *at = static_cast<unsigned char>(length);
+    else
+        write_long_length(at, length, octets);
+}
+
+// Writes an element but for its contents, and gives the place for those; null when it is refused.
 unsigned char *append(gsspasn_encoder_struct &encoder, OM_uint32 tag, std::size_t length) {
     const std::size_t octets = length_octets(length);
-    if (length > kLargest || !reserve(encoder, 1 + octets + length))
+    if (length > GSSPASN_DECODE_MAX_TOKEN || encoder.elements == GSSPASN_DECODE_MAX_ELEMENTS ||
+        !reserve(encoder, 1 + octets + length))
         return nullptr;
     unsigned char *at = encoder.bytes + encoder.size;
     *at = static_cast<unsigned char>(qxgss::kContextSpecific | tag);
     write_length(at + 1, length, octets);
     encoder.size += 1 + octets + length;
+    ++encoder.elements;
     return at + 1 + octets;
+}
+
+// The status for an element that was refused.
+[[gnu::noinline]] OM_uint32 why_no_element(const gsspasn_encoder_struct &encoder, std::size_t length) {
+    if (encoder.elements == GSSPASN_DECODE_MAX_ELEMENTS)
+        return GSSPASN_E_STACK_FULL;
+    return length > GSSPASN_DECODE_MAX_TOKEN ? GSSPASN_E_ENCODING
+                                             : why_not(encoder, 1 + length_octets(length) + length);
 }
 
 OM_uint32 append_bytes(gsspasn_encoder_struct &encoder, OM_uint32 tag, const void *bytes, std::size_t length) {
@@ -71,7 +92,7 @@ OM_uint32 append_bytes(gsspasn_encoder_struct &encoder, OM_uint32 tag, const voi
         return GSSPASN_E_ARGUMENT;
     unsigned char *contents = append(encoder, tag, length);
     if (contents == nullptr)
-        return GSSPASN_E_NO_MEMORY;
+        return why_no_element(encoder, length);
     if (length != 0)
         std::memcpy(contents, bytes, length);
     return GSSPASN_E_SUCCESS;
@@ -84,7 +105,7 @@ OM_uint32 append_integer(gsspasn_encoder_struct &encoder, OM_uint32 tag, const v
     const std::size_t length = static_cast<std::size_t>(std::bit_width(value)) / 8 + 1;
     unsigned char *contents = append(encoder, tag, length);
     if (contents == nullptr)
-        return GSSPASN_E_NO_MEMORY;
+        return why_no_element(encoder, length);
     OM_uint64 rest = value;
     for (std::size_t i = length; i != 0; --i, rest >>= 8)
         contents[i - 1] = static_cast<unsigned char>(rest);
@@ -114,7 +135,7 @@ OM_uint32 gsspasn_start_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag
     if (Handle->depth == GSSPASN_ENCODE_MAX_DEPTH)
         return GSSPASN_E_STACK_FULL;
     if (append(*Handle, qxgss::kConstructed | Tag, 0) == nullptr)
-        return GSSPASN_E_NO_MEMORY;
+        return why_no_element(*Handle, 0);
     Handle->open[Handle->depth++] = {Tag, Handle->size};
     return GSSPASN_E_SUCCESS;
 }
@@ -129,7 +150,7 @@ OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag)
     const std::size_t octets = length_octets(length);
     if (octets > 1) {
         if (!reserve(*Handle, octets - 1))
-            return GSSPASN_E_NO_MEMORY;
+            return why_not(*Handle, octets - 1);
         std::memmove(Handle->bytes + start + octets - 1, Handle->bytes + start, length);
         Handle->size += octets - 1;
     }

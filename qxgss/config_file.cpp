@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include <sys/stat.h>
+
 // Without exceptions the parser passes a lack of memory on as std::bad_alloc; with them it would end the process there.
 // It asserts, or tells the compiler to assume, what a malformed header breaks and what it then handles well: neither is
 // wanted, whatever the kind of build.
@@ -199,11 +201,14 @@ void read_properties(const Section &section, Mechanism &mechanism) {
         mechanism.integers[GSSP_PROPERTY_RANK] = *rank;
 }
 
+bool names_file(std::string_view setting) {
+    return setting.ends_with("_file");
+}
+
 void read_settings(const Section &section, const std::string &folder, Mechanism &mechanism) {
     section.keys([&](const std::string &key) {
         const std::string value = section.required(key);
-        const bool names_file = std::string_view(key).ends_with("_file");
-        mechanism.settings[key] = names_file ? resolved(folder, value) : value;
+        mechanism.settings[key] = names_file(key) ? resolved(folder, value) : value;
     });
 }
 
@@ -268,6 +273,30 @@ void read_policy(const Section &section, Configuration &result) {
     section.section("users", [&](const Section &users) {
         users.keys([&](const std::string &user) { result.users[user] = *read_list(users, user, result.mechanisms); });
     });
+}
+
+// ---- Who else can write --------------------------------------------------------------------------------------------
+
+// The owner's own group, which has the owner's number, is no other. A folder in which nobody can replace what others
+// have put there, like /tmp, does no harm.
+bool is_open_to_others(const std::string &path) {
+    struct stat found {};
+    if (stat(path.c_str(), &found) != 0)
+        return false;
+    const bool by_group = (found.st_mode & S_IWGRP) != 0 && found.st_gid != found.st_uid;
+    const bool harmless = S_ISDIR(found.st_mode) ? (found.st_mode & S_ISVTX) != 0 : !S_ISREG(found.st_mode);
+    return (by_group || (found.st_mode & S_IWOTH) != 0) && !harmless;
+}
+
+void warn_of_writers(Configuration &result, const std::string &file) {
+    std::vector<std::string> paths = {file, folder_of(file)};
+    for (const Mechanism &mechanism : result.mechanisms)
+        for (const auto &[key, value] : mechanism.settings)
+            if (mechanism.enabled && names_file(key) && std::find(paths.begin(), paths.end(), value) == paths.end())
+                paths.push_back(value);
+    for (const std::string &path : paths)
+        if (is_open_to_others(path))
+            result.warnings.push_back(printable(path + ": others than its owner can write it"));
 }
 
 // ---- The file ------------------------------------------------------------------------------------------------------
@@ -351,6 +380,7 @@ Configuration read_configuration(const std::string &file) {
     if (result.mechanisms.empty())
         wrong(file, 1, "mechanism", "is missing", kNoMechanisms);
     root.section("policy", [&](const Section &section) { read_policy(section, result); });
+    warn_of_writers(result, file);
     return result;
 }
 

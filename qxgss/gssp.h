@@ -186,6 +186,10 @@ typedef struct qxgss_negotiation_struct {
     qxgss_buffer_desc PolicyName; /* whom the policy is looked up for, a mere claim; borrowed; empty for nobody */
 } qxgss_negotiation_desc;
 
+/* Version of this interface: the function table, the records and the calls. A mechanism's library may have a function
+ * OM_uint32 PREFIX_interface_version(void); one that returns another number is not put to use. */
+#define QXGSS_INTERFACE_VERSION 1U
+
 /* A mechanism's operations. The framework resolves slot ftn_gssp_X as the symbol PREFIX_X of the mechanism's library;
  * any slot may be null. Arguments as in RFC 2744 for the call of the same name. */
 typedef struct qxgss_ftn_table_desc_struct {

@@ -32,11 +32,13 @@ extern "C" {
 #define GSSPASN_OCTET_STRING 4U      /* qxgss_buffer_desc */
 #define GSSPASN_OBJECT_IDENTIFIER 5U /* qxgss_OID_desc */
 
-/* Limits. Encoder: nested constructed elements. Decoder: nested constructed elements, elements in all, and token
- * size in bytes; a token beyond one is refused when it is opened, with the status named. */
-#define GSSPASN_ENCODE_MAX_DEPTH 11U
-#define GSSPASN_DECODE_MAX_DEPTH 16U      /* GSSPASN_E_STACK_FULL */
-#define GSSPASN_DECODE_MAX_ELEMENTS 1024U /* GSSPASN_E_STACK_FULL */
+/* Limits. The decoder refuses a token beyond one of its own when it is opened: nested constructed elements, elements in
+ * all, size in bytes. The encoder refuses the element that would pass one of those, and to nest more than it has room
+ * for, with the same statuses: what is written can also be read. So many elements hold a list of 1,000 mechanisms, each
+ * with all of its eight items (9,006 with those around it). */
+#define GSSPASN_ENCODE_MAX_DEPTH 11U        /* GSSPASN_E_STACK_FULL */
+#define GSSPASN_DECODE_MAX_DEPTH 16U        /* GSSPASN_E_STACK_FULL */
+#define GSSPASN_DECODE_MAX_ELEMENTS 16384U  /* GSSPASN_E_STACK_FULL */
 #define GSSPASN_DECODE_MAX_TOKEN (1U << 20) /* GSSPASN_E_ENCODING */
 
 typedef struct gsspasn_encoder_struct *gsspasn_encoding_t;
@@ -54,7 +56,8 @@ QXGSS_API OM_uint32 gsspasn_start_encode_sequence(gsspasn_encoding_t Handle, OM_
 QXGSS_API OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag);
 
 /* Appends a primitive element; the value is read, not taken over. An OCTET STRING may be empty, an OBJECT IDENTIFIER
- * not (GSSPASN_E_ENCODING); a length without a pointer is GSSPASN_E_ARGUMENT. */
+ * not (GSSPASN_E_ENCODING); a length without a pointer is GSSPASN_E_ARGUMENT. An element that is refused is not there;
+ * the encoder goes on. */
 QXGSS_API OM_uint32 gsspasn_put_encode_item(gsspasn_encoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
                                             const void *pValue);
 

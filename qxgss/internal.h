@@ -101,6 +101,7 @@ struct Configuration {
     std::vector<Mechanism> mechanisms;
     std::map<std::string, MechanismNumbers, std::less<>> users;
     std::optional<MechanismNumbers> default_policy;
+    std::vector<std::string> warnings; // a line each: what is read but not safe
 
     std::vector<MechInfo_t> registry; // what pMechInfo points to
 };

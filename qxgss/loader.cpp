@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include "qxgss/internal.h"
 #include "qxgss/qxgss.h"
@@ -24,20 +25,38 @@ void take_out_of_use(Mechanism &mechanism, MechInfo_t &info, const std::string &
 
 // ---- Function tables -----------------------------------------------------------------------------------------------
 
+// A symbol of a library may be a variable of that name. One without a type, as assembler makes them, is taken for code.
+bool is_code(const void *address) {
+    Dl_info object;
+    void *entry = nullptr;
+    if (dladdr1(address, &object, &entry, RTLD_DL_SYMENT) == 0)
+        return false;
+    const auto *symbol = static_cast<const ElfW(Sym) *>(entry);
+    const int type = symbol == nullptr ? STT_NOTYPE : ELF64_ST_TYPE(symbol->st_info); // the same for 32 bits
+    return type != STT_OBJECT && type != STT_COMMON && type != STT_TLS;
+}
+
 // The mechanism's operations in its library, or in the program.
 class Symbols {
   public:
     Symbols(void *handle, const std::string &prefix) : handle_(handle), prefix_(prefix + "_") {}
 
     template <typename Function> void fill(const char *operation, Function *&slot) {
-        slot = reinterpret_cast<Function *>(dlsym(handle_, (prefix_ + operation).c_str()));
+        const std::string name = prefix_ + operation;
+        void *const address = dlsym(handle_, name.c_str());
+        const bool wrong = address != nullptr && !is_code(address);
+        if (wrong)
+            data_ = name;
+        slot = wrong ? nullptr : reinterpret_cast<Function *>(address);
         found_ = found_ || slot != nullptr;
     }
     bool found() const { return found_; }
+    const std::string &data() const { return data_; } // the name of a symbol that is no function; empty: none
 
   private:
     void *handle_;
     std::string prefix_;
+    std::string data_;
     bool found_ = false;
 };
 
@@ -67,6 +86,22 @@ void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
     symbols.fill("inquire_negotiation", table.ftn_gssp_inquire_negotiation);
 }
 
+// Why what was found cannot be used; empty when it can.
+std::string why_unusable(Symbols &symbols, const std::string &prefix) {
+    OM_uint32 (*version)() = nullptr;
+    const bool has_operations = symbols.found();
+    symbols.fill("interface_version", version);
+    if (!symbols.data().empty())
+        return symbols.data() + " is data, not a function";
+    if (!has_operations)
+        return "no operation of it has the prefix " + prefix + "_";
+    const OM_uint32 made_for = version != nullptr ? version() : QXGSS_INTERFACE_VERSION;
+    if (made_for == QXGSS_INTERFACE_VERSION)
+        return {};
+    return "it is made for version " + std::to_string(made_for) + " of the framework's interface, which is " +
+           std::to_string(QXGSS_INTERFACE_VERSION);
+}
+
 void open_mechanism(Mechanism &mechanism, MechInfo_t &info) {
     if (!mechanism.enabled)
         return take_out_of_use(mechanism, info, "it is disabled in the configuration file");
@@ -76,8 +111,11 @@ void open_mechanism(Mechanism &mechanism, MechInfo_t &info) {
         return take_out_of_use(mechanism, info, dlerror());
     Symbols symbols(handle, mechanism.prefix);
     fill_table(symbols, info.MechFtnTable);
-    if (!symbols.found())
-        take_out_of_use(mechanism, info, "no operation of it has the prefix " + mechanism.prefix + "_");
+    const std::string why = why_unusable(symbols, mechanism.prefix);
+    if (why.empty())
+        return;
+    info.MechFtnTable = {};
+    take_out_of_use(mechanism, info, why);
 }
 
 // ---- Registry ------------------------------------------------------------------------------------------------------
@@ -130,6 +168,19 @@ std::string status_text(OM_uint32 major, OM_uint32 minor) {
     return text;
 }
 
+// What an operation throws is its own failure, and not ours.
+OM_uint32 call_configure(const MechInfo_t &info, OM_uint32 *pMinor, OM_uint32 ClientServer, qxgss_buffer_t pPath,
+                         qxgss_buffer_t pMessages, std::string &thrown) {
+    try {
+        return info.MechFtnTable.ftn_gssp_configure(pMinor, ClientServer, pPath, pMessages);
+    } catch (const std::exception &exception) {
+        thrown = std::string("its configure operation threw an exception: ") + exception.what();
+    } catch (...) {
+        thrown = "its configure operation threw an exception";
+    }
+    return GSS_S_FAILURE;
+}
+
 // Returns what the mechanism has to say.
 std::string configure_mechanism(Mechanism &mechanism, MechInfo_t &info, OM_uint32 ClientServer,
                                 std::string library_path) {
@@ -138,13 +189,18 @@ std::string configure_mechanism(Mechanism &mechanism, MechInfo_t &info, OM_uint3
     Messages messages;
     qxgss_buffer_desc path{library_path.size(), library_path.data()};
     OM_uint32 minor = GSSP_E_SUCCESS;
+    std::string thrown;
     info.fUseMech = GSSP_MECH_BEING_CONFIGURED;
-    const OM_uint32 major = info.MechFtnTable.ftn_gssp_configure(&minor, ClientServer, &path, messages.get());
+    const OM_uint32 major = call_configure(info, &minor, ClientServer, &path, messages.get(), thrown);
     info.fUseMech = GSSP_MECH_IN_USE;
-    const std::string text = messages.text();
+    const std::string text = thrown.empty() ? messages.text() : thrown;
     if (GSS_ERROR(major) != 0)
         take_out_of_use(mechanism, info, text.empty() ? status_text(major, minor) : text);
     return GSS_ERROR(major) != 0 ? mechanism.message : text;
+}
+
+void add_line(std::string &text, const std::string &line) {
+    text += (text.empty() ? "" : "\n") + line;
 }
 
 // Returns the mechanisms' messages, a line each. A negotiating mechanism asks the registry which others are in use, so
@@ -158,7 +214,7 @@ std::string configure_all(Configuration &made, OM_uint32 ClientServer) {
                 continue;
             const std::string said = configure_mechanism(mechanism, made.registry[i], ClientServer, made.library_path);
             if (!said.empty())
-                all += (all.empty() ? "" : "\n") + mechanism.name + ": " + said;
+                add_line(all, mechanism.name + ": " + said);
         }
     return all;
 }
@@ -175,7 +231,10 @@ OM_uint32 load(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszC
     publish(*configuration);
     for (std::size_t i = 0; i < configuration->mechanisms.size(); ++i)
         open_mechanism(configuration->mechanisms[i], configuration->registry[i]);
-    const OM_uint32 major = hand_out(pMinorStatus, configure_all(*configuration, ClientServer), pMessage);
+    std::string message = configure_all(*configuration, ClientServer);
+    for (const std::string &warning : configuration->warnings)
+        add_line(message, warning);
+    const OM_uint32 major = hand_out(pMinorStatus, message, pMessage);
     if (GSS_ERROR(major) != 0)
         qxgss_shutdown(nullptr);
     return major;

@@ -147,15 +147,17 @@ extern QXGSS_API qxgss_OID GSS_C_NT_HOSTBASED_SERVICE;
  *   pszConfigFile  TOML; every key is explained in qxgss.conf.sample
  *   pMessage       may be null; receives, on failure, one line "FILE:LINE: KEY: what is wrong" (or "FILE: cannot be
  *                  read: why"), and on success a line "MECHANISM: message" for each mechanism that could not be put to
- *                  use or reported something (empty when none); the caller releases it
+ *                  use or reported something, then a line for each thing that is read but not safe: a file or folder
+ *                  that others can write (empty when there is nothing to say); the caller releases it
  * A mechanism that cannot be put to use stays in the registry with fUseMech 0 and the cause in pszMessage.
  * GSS_S_FAILURE with 0xE1000094 (already configured), 0xE1000091 (ClientServer), 0xE1000099 (no file name),
  * 0xE10000A8 (the file cannot be read or is wrong), 0xE1000096 (it names no mechanism), 0xE1000065 (memory). */
 QXGSS_API OM_uint32 qxgss_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszConfigFile,
                                     qxgss_buffer_t pMessage);
 
-/* Empties the registry and forgets the configuration. No context or credential of any mechanism may be left, and the
- * libraries stay loaded (a mechanism's own state lives as long as its library). Always GSS_S_COMPLETE. */
+/* Empties the registry and forgets the configuration; qxgss_configure may be called again. No context or credential of
+ * any mechanism may be left. The libraries stay loaded, with the state that their mechanisms keep until they are
+ * configured again. Always GSS_S_COMPLETE. */
 QXGSS_API OM_uint32 qxgss_shutdown(OM_uint32 *pMinorStatus);
 
 /* Makes a name of one element from a text and a name type, both copied (RFC 2744 5.16). The caller releases it with
@@ -163,7 +165,7 @@ QXGSS_API OM_uint32 qxgss_shutdown(OM_uint32 *pMinorStatus);
 QXGSS_API OM_uint32 qxgss_import_name(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInputName,
                                       const qxgss_OID pInputNameType, qxgss_name_t *ppOutputName);
 
-/* Frees a set of OIDs and clears the pointer; a null set is no error (RFC 2744 5.24). */
+/* Frees a set of OIDs and clears the pointer; a null set is no error (RFC 2744 5.29). */
 QXGSS_API OM_uint32 qxgss_release_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
 
 #ifdef __cplusplus

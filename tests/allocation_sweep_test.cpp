@@ -314,6 +314,26 @@ void fill_log() {
     called(QXNEGO_INT_ReleaseNegLog, &context);
 }
 
+// So many unknown mechanisms that they are found by their order.
+void meet_many_mechanisms() {
+    Peer server(kServer, "A");
+    server.act();
+    QxnegoSecCtx_int_t made = nullptr;
+    QXNEGO_INT_InitializeContext(nullptr, 0, &made);
+    server.context = made;
+    for (unsigned char i = 0; i < 40; ++i) {
+        NegMechEntry_desc peer{};
+        unsigned char *bytes = static_cast<unsigned char *>(std::malloc(1));
+        *bytes = i;
+        peer.MechOidFromPeer = {1, bytes};
+        peer.pMechOid = &peer.MechOidFromPeer;
+        const OM_uint32 before = made->NegCtx.NegMechList.Count;
+        const OM_uint32 major = called(QXNEGO_INT_ProcessNegMech, &peer, &made->NegCtx);
+        EXPECT_EQ(made->NegCtx.NegMechList.Count, before + (GSS_ERROR(major) == 0));
+        std::free(peer.MechOidFromPeer.elements);
+    }
+}
+
 // ---- The sweep -----------------------------------------------------------------------------------------------------
 
 void sweep(const std::string &subject, const std::function<void()> &run) {
@@ -374,6 +394,7 @@ TEST_F(AllocationSweep, EverythingElse) {
     sweep("records", write_records);
     sweep("elements", write_elements);
     sweep("log", fill_log);
+    sweep("many mechanisms", meet_many_mechanisms);
 }
 
 } // namespace

@@ -198,7 +198,7 @@ TEST(AsnEncode, LengthsOfEverySizeNested) {
 
 TEST(AsnEncode, RefusesAndStaysUsable) {
     Encoder e;
-    const qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, too_long{SIZE_MAX, &e}, at_the_edge{PTRDIFF_MAX, &e};
+    const qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, too_long{SIZE_MAX, &e};
     const qxgss_OID_desc no_elements{5, nullptr};
     expect(GSSPASN_E_TAG_MISMATCH, {e.stop(0)});
     expect(GSSPASN_E_TAG_INVALID, {e.start(31)});
@@ -207,17 +207,17 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
     expect(GSSPASN_E_STACK_FULL, {e.start(0)});
     expect(GSSPASN_E_TAG_MISMATCH, {e.stop(9)});
     expect(GSSPASN_E_TAG_INVALID, {e.integer(31, 1), e.integer(0xFFFFFFFF, 1)});
-    expect(GSSPASN_E_ENCODING, {e.oid(0, "")});
+    expect(GSSPASN_E_ENCODING, {e.oid(0, ""), e.put(0, GSSPASN_OCTET_STRING, &too_long),
+                                e.octets(0, Bytes(GSSPASN_DECODE_MAX_TOKEN - 26, 'x'))});
     expect(GSSPASN_E_ITEM_TYPE, {e.put(0, 3, &e)});
     expect(GSSPASN_E_ARGUMENT, {e.put(0, GSSPASN_INTEGER, nullptr), e.put(0, GSSPASN_OCTET_STRING, &no_value),
                                 e.put(0, GSSPASN_OBJECT_IDENTIFIER, &no_elements),
                                 gsspasn_set_encode_tagging(e.handle, 1), gsspasn_open_encode_handle(nullptr)});
-    expect(GSSPASN_E_NO_MEMORY,
-           {e.put(0, GSSPASN_OCTET_STRING, &too_long), e.put(0, GSSPASN_OCTET_STRING, &at_the_edge)});
     Bytes expected;
     for (OM_uint32 level = GSSPASN_ENCODE_MAX_DEPTH; level-- != 0; expected = element(0xA0 + level, expected))
         EXPECT_EQ(e.stop(level), kOk);
     EXPECT_EQ(e.close(), expected);
+    EXPECT_EQ(Decoder(expected).status, kOk);
 
     Encoder unfinished;
     EXPECT_EQ(unfinished.start(0), kOk);
@@ -292,7 +292,8 @@ TEST(AsnDecode, EveryFormOfLengthEveryPrefixAndEveryByteChanged) {
     }
 }
 
-TEST(AsnDecode, LimitsHoldToTheUnit) {
+// What the encoder writes at a limit is read, and one more is refused by both with the same status.
+TEST(Asn, LimitsHoldToTheUnit) {
     for (const Form form : {Form::kDefinite, Form::kIndefinite}) {
         Bytes nested;
         for (OM_uint32 level = 0; level != GSSPASN_DECODE_MAX_DEPTH; ++level)
@@ -300,19 +301,28 @@ TEST(AsnDecode, LimitsHoldToTheUnit) {
         EXPECT_EQ(Decoder(nested).status, kOk);
         EXPECT_EQ(Decoder(element(0xA0, nested, form)).status, GSSPASN_E_STACK_FULL);
     }
+    Encoder full;
+    EXPECT_EQ(full.start(0), kOk);
     Bytes children;
-    for (OM_uint32 i = 1; i != GSSPASN_DECODE_MAX_ELEMENTS; ++i)
-        children += Bytes("\x81\0", 2);
-    Decoder full(element(0xA0, children));
-    full.top();
-    EXPECT_EQ(full.count, GSSPASN_DECODE_MAX_ELEMENTS - 1);
+    for (OM_uint32 i = 1; i != GSSPASN_DECODE_MAX_ELEMENTS; ++i, children += Bytes("\x81\0", 2))
+        EXPECT_EQ(full.octets(1, ""), kOk);
+    expect(GSSPASN_E_STACK_FULL, {full.octets(1, ""), full.integer(1, 1), full.start(1)});
+    EXPECT_EQ(full.stop(0), kOk);
+    Decoder read(full.close());
+    read.top();
+    EXPECT_EQ(read.count, GSSPASN_DECODE_MAX_ELEMENTS - 1);
     EXPECT_EQ(Decoder(element(0xA0, children + Bytes("\x81\0", 2))).status, GSSPASN_E_STACK_FULL);
 
-    const Bytes largest = element(0xA0, element(0x81, Bytes(GSSPASN_DECODE_MAX_TOKEN - 10, 'x')));
-    ASSERT_EQ(largest.size(), GSSPASN_DECODE_MAX_TOKEN);
-    EXPECT_EQ(walk(largest).size(), GSSPASN_DECODE_MAX_TOKEN - 7);
-    const Bytes larger = element(0xA0, element(0x81, Bytes(GSSPASN_DECODE_MAX_TOKEN - 9, 'x')));
-    EXPECT_EQ(Decoder(larger).status, GSSPASN_E_ENCODING);
+    for (const std::size_t beyond : {0U, 1U}) {
+        const Bytes contents(GSSPASN_DECODE_MAX_TOKEN - 10 + beyond, 'x');
+        const OM_uint32 status = beyond == 0 ? kOk : GSSPASN_E_ENCODING;
+        Encoder largest;
+        expect(kOk, {largest.start(0), largest.octets(1, contents)});
+        EXPECT_EQ(largest.stop(0), status);
+        const Bytes token = beyond == 0 ? largest.close() : element(0xA0, element(0x81, contents));
+        ASSERT_EQ(token.size(), GSSPASN_DECODE_MAX_TOKEN + beyond);
+        EXPECT_EQ(Decoder(token).status, status);
+    }
 }
 
 TEST(AsnDecode, LooksUpForwardAndFailuresDisturbNothing) {

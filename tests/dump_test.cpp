@@ -2,7 +2,7 @@
 // every token and every change to it both must agree.
 #include <gtest/gtest.h>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "tools/inner_tokens.h"
 #include "tools/token_tree.h"
 

@@ -1,5 +1,6 @@
 // The configuration file and the loader: wrong files and their one line, mechanisms that can and cannot be put to use,
 // properties, settings and policy.
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -41,6 +42,21 @@ QXGSS_API OM_uint32 GOOD_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServ
 }
 RELEASES_NAMES(GOOD)
 RELEASES_NAMES(PLAIN)
+RELEASES_NAMES(OLD)
+QXGSS_API OM_uint32 GOOD_interface_version() {
+    return QXGSS_INTERFACE_VERSION;
+}
+QXGSS_API OM_uint32 OLD_interface_version() {
+    return QXGSS_INTERFACE_VERSION + 1;
+}
+RELEASES_NAMES(DATA)
+QXGSS_API int DATA_configure = 1;
+QXGSS_API OM_uint32 THROWS_configure(OM_uint32 *, OM_uint32, qxgss_buffer_t, qxgss_buffer_t) {
+    throw std::runtime_error("no card");
+}
+QXGSS_API OM_uint32 RAISES_configure(OM_uint32 *, OM_uint32, qxgss_buffer_t, qxgss_buffer_t) {
+    throw 1;
+}
 CONFIGURES(TALKS, "ready", GSS_S_CONTINUE_NEEDED)
 CONFIGURES(FAILS, "no key", GSS_S_FAILURE)
 CONFIGURES(MUTE, "", GSS_S_FAILURE)
@@ -78,6 +94,9 @@ const Operation all_operations[] = {ALL_OPERATIONS(LISTED)};
 std::string in_program(const std::string &name, const std::string &oid, const std::string &more = "") {
     return support::mechanism(name, oid, name, "", more);
 }
+
+const std::string kAllProperties =
+    "properties = { authentication = true, authorization = true, single_sign_on = false, rank = 1 }\n";
 
 class Loader : public testing::Test {
   protected:
@@ -183,7 +202,9 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         in_program("GOOD", "1.2.2") + in_program("FAILS", "1.2.3") + in_program("MUTE", "1.2.4") +
         in_program("PLAIN", "1.2.5") + in_program("OFF", "1.2.6", "enabled = false\nlibrary = 'none.so'\n") +
         in_program("GONE", "1.2.7", "library = 'none.so'\n") + in_program("EMPTY", "1.2.8") +
-        in_program("TALKS", "1.2.9") + in_program("TEXT", "1.2.10", "library = '" + file_ + "'\n");
+        in_program("TALKS", "1.2.9") + in_program("TEXT", "1.2.10", "library = '" + file_ + "'\n") +
+        in_program("OLD", "1.2.11") + in_program("DATA", "1.2.12") + in_program("THROWS", "1.2.13") +
+        in_program("RAISES", "1.2.14");
     ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
 
     const struct {
@@ -199,6 +220,10 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         {"EMPTY", "no operation of it has the prefix EMPTY_"},
         {"TALKS", nullptr},
         {"TEXT", "qxgss.conf: "},
+        {"OLD", "it is made for version 2 of the framework's interface, which is 1"},
+        {"DATA", "DATA_configure is data, not a function"},
+        {"THROWS", "its configure operation threw an exception: no card"},
+        {"RAISES", "its configure operation threw an exception"},
     };
     ASSERT_EQ(MechCount, std::size(rows));
     for (OM_uint32 i = 0; i < MechCount; ++i) {
@@ -228,12 +253,59 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
     EXPECT_TRUE(nego.pNegMechInfo[0].fEnabled == 1 && nego.pNegMechInfo[1].fEnabled == 0);
 }
 
+// What one configuration leaves in a library the next one replaces; the leak checker looks at the end of the process.
+TEST_F(Loader, ConfiguredAnewNothingIsLost) {
+    const std::string verifiers = "settings = { verifiers_file = '" SCRAM_VERIFIERS "' }\n";
+    const std::string content =
+        support::mechanism("QXNEGO", "1.2.3", "QXNEGO", QXNEGO_LIBRARY,
+                           "negotiates = [{oid = '1.3.6.1.5.5.18'}, {oid = '1.3.6.1.5.5.14'}]\n") +
+        support::mechanism("SCRAM-SHA-256", "1.3.6.1.5.5.18", "SCRAM_SHA_256", SCRAM_LIBRARY,
+                           kAllProperties + verifiers) +
+        support::mechanism("SCRAM-SHA-1", "1.3.6.1.5.5.14", "SCRAM_SHA_1", SCRAM_LIBRARY, kAllProperties + verifiers);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
+        for (OM_uint32 mechanism = 0; mechanism < MechCount; ++mechanism)
+            EXPECT_NE(pMechInfo[mechanism].fUseMech, 0) << message_;
+        qxgss_shutdown(nullptr);
+    }
+}
+
 TEST_F(Loader, EverySlotIsTheSymbolOfItsName) {
     ASSERT_EQ(configure_with(in_program("ALL", "1.2.1")), GSSP_E_SUCCESS);
     ASSERT_EQ(std::size(all_operations) * sizeof(Operation), sizeof(qxgss_ftn_table_desc));
     const Operation *slots = reinterpret_cast<const Operation *>(&pMechInfo[0].MechFtnTable);
     for (std::size_t i = 0; i < std::size(all_operations); ++i)
         EXPECT_EQ(slots[i], all_operations[i]) << i;
+}
+
+TEST_F(Loader, WhatOthersCanWriteIsToldOf) {
+    const std::string key = folder_.file("key", "");
+    const std::string settings = "settings = { a_file = 'key', b_file = '" + key + "', c_file = '/dev/null' }\n";
+    const std::string unused = "enabled = false\nsettings = { a_file = 'off', b_file = 'gone', c = 'off' }\n";
+    const std::string content = in_program("GOOD", "1.2.3", settings) + in_program("OFF", "1.2.4", unused);
+    std::filesystem::permissions(folder_.file("off", ""), std::filesystem::perms{0666});
+    const std::string warning = ": others than its owner can write it", folder = folder_.path + "/";
+    bool foreign = true; // whether the group can be made another than the owner's own
+    for (const std::string &path : {key, folder, folder_.file("qxgss.conf", "")})
+        foreign = (chown(path.c_str(), geteuid(), geteuid() + 1) == 0 || getegid() != geteuid()) && foreign;
+    const struct {
+        unsigned file, folder, key;
+        std::string message;
+    } rows[] = {
+        {0644, 0755, 0600, ""},
+        {0644, 01777, 0600, ""}, // nobody can put another file in the place of this one
+        {0602, 0777, 0604, file_ + warning + "\n" + folder + warning},
+        {0600, 0700, 0602, key + warning},
+        {0660, 0770, 0660, foreign ? file_ + warning + "\n" + folder + warning + "\n" + key + warning : ""},
+    };
+    configure_with(content);
+    for (const auto &row : rows) {
+        for (const auto &[path, mode] : {std::pair{file_, row.file}, {folder, row.folder}, {key, row.key}})
+            std::filesystem::permissions(path, std::filesystem::perms{mode});
+        qxgss_shutdown(nullptr);
+        EXPECT_EQ(configure(file_), GSSP_E_SUCCESS);
+        EXPECT_EQ(message_, row.message);
+    }
 }
 
 TEST_F(Loader, LookUpsAnswerFromTheRegistry) {

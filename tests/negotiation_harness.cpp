@@ -112,7 +112,6 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
         std::filesystem::temp_directory_path() / ("qxnego-test-" + std::to_string(getpid()) + ".toml");
     std::ofstream(path) << configuration;
     qxgss_shutdown(nullptr);
-    release_module_state();
     qxgss_buffer_desc message{0, nullptr};
     *pMajor = qxgss_configure(nullptr, QXGSS_SERVER, path.c_str(), &message);
     loaded_tables.clear();

@@ -48,7 +48,7 @@ std::string configuration(const std::vector<Mechanism> &mechanisms = kStandard);
 // Configures the framework anew; returns the message it gave.
 std::string configure(OM_uint32 *pMajor, const std::string &configuration);
 
-// Releases what QXNEGO_configure made, which nothing does otherwise, so that it can run again.
+// Releases what QXNEGO_configure made and otherwise keeps until it runs again.
 void release_module_state();
 
 qxgss_OID_desc oid_of(char mechanism);

@@ -37,7 +37,7 @@ def configuration(folder, name, negotiates, policy=""):
         text += '[[mechanism]]\nname = "%s"\noid = "%s"\nlibrary = "lib%s.so"\n' % (mechanism, oid, library)
         text += 'prefix = "%s"\n[mechanism.properties]\nauthentication = true\nauthorization = true\n' % prefix
         text += "single_sign_on = %s\nrank = %d\n" % (sso, rank)
-        text += '[mechanism.settings]\nverifiers_file = "%s"\n' % os.environ["QXNEGO_VERIFIERS"]
+        text += '[mechanism.settings]\nverifiers_file = "%s"\naccept = "yes"\n' % os.environ["QXNEGO_VERIFIERS"]
     path = os.path.join(folder, name)
     with open(path, "w") as file:
         file.write(text + policy)
@@ -47,7 +47,7 @@ def configuration(folder, name, negotiates, policy=""):
 class Server:
     """qxnego serve on a free port of an address; `next` waits for the report of the next connection that ended."""
 
-    def __init__(self, config, *options, address="127.0.0.1"):
+    def __init__(self, config, *options, address="127.0.0.1", reads=True):
         self.errors = tempfile.TemporaryFile()
         arguments = ["--listen", address + ":0", "--config", config, "--json", "--refusal-time", "300", *options]
         self.process = subprocess.Popen([QXNEGO, "serve", *arguments], stdout=subprocess.PIPE, stderr=self.errors,
@@ -58,7 +58,8 @@ class Server:
         self.address = event["address"]
         self.addresses = [self.address]
         self.reports = queue.Queue()
-        threading.Thread(target=self.read, daemon=True).start()
+        if reads:
+            threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
         with self.process.stdout as lines:

@@ -1,5 +1,6 @@
 """qxnego serve and connect over loopback: what they do with peers of every kind, and what someone in between can do."""
 import contextlib
+import os
 import signal
 import socket
 import subprocess
@@ -55,7 +56,7 @@ class Case(unittest.TestCase):
         return report
 
 
-class Scram(Case):
+class ScramCase(Case):
     options = ("--no-messages",)
 
     def setUp(self):
@@ -63,6 +64,10 @@ class Scram(Case):
         policy = '[policy.users]\nbob = ["SCRAM-SHA-1"]\ncarol = ["SCRAM-SHA-256"]\n'
         self.client = configuration(self.folder, "client", [SCRAM])
         self.config = configuration(self.folder, "server", [SCRAM, SCRAM_1], policy)
+
+
+class Scram(ScramCase):
+    """Clients and servers that keep the rules, and those that speak something else."""
 
     def test_both_families(self):
         server = self.serve(self.config, address="localhost")
@@ -155,6 +160,98 @@ class Scram(Case):
                 peer.recv(1)
                 client.terminate()
                 self.assertIn("interrupted", self.finish(client, 130))
+
+
+def init_token(*mechanisms, claim=b"alice"):
+    """A client's first token: of each mechanism its OID and whatever else is given, as {tag: bytes}."""
+    entries = [[0xA0, [[0x80, oid], *([0x80 + tag, value] for tag, value in sorted(more.items()))]]
+               for oid, more in mechanisms]
+    return encode([[0xA0, [[0xA0, entries], [0x81, b"\2"], [0x82, claim]]]])
+
+
+SCRAM_OID = b"\x2b\x06\x01\x05\x05\x12"
+FAILED = {1: b"\3", 2: b"\2", 3: b"\x0d\0\0", 4: b"\1"}  # rejected, GSSAPI error, two statuses
+
+
+class Stranger(ScramCase):
+    """What somebody can do who never logs on."""
+
+    def refused(self, server, token):
+        """What the server says of a client that sends only this."""
+        with server.connection() as peer:
+            peer.sendall(frame(TOKEN, token))
+            self.assertEqual(read_frame(peer.makefile("rb")), (END, b"\1"))
+        return server.next()
+
+    def test_texts_of_every_kind(self):
+        """Valid JSON comes out, and no text can look like the server's own verdict."""
+        server = self.serve(self.config)
+        forged = (b"x\n   IsCtxEstablished: FALSE\n   Mechanism:        Kerberos\n   MechState:        Selected\n"
+                  b"Record 3: QXNEGO_accept_sec_context call 1\n   Mechanism:        SCRAM-SHA-1\n")
+        for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", forged, b'"; success: "'):
+            report = self.refused(server, init_token((SCRAM_OID, {**FAILED, 5: text}), claim=text))
+            verdicts = {row["mechanism"]: (row["server"], row["verdict"]) for row in report["verdicts"]}
+            self.assertEqual(verdicts, {"SCRAM-SHA-256": ("Rejected", "rejected"),
+                                        "SCRAM-SHA-1": ("Rejected", "rejected")})
+            self.assertEqual((report["class"], report["refused"]), ("negotiation", ""))
+            self.assertTrue(report["failure"].startswith('SCRAM-SHA-256: "'), report)
+            self.assertTrue(all(ord(c) >= 32 and c != "\u202e" for c in report["failure"] + report["claimed"]))
+
+    def test_claims_of_a_policy(self):
+        """That the policy refused something is the server's to say."""
+        server = self.serve(self.config)
+        report = self.refused(server, init_token((SCRAM_OID, {1: b"\3", 2: b"\5"})))
+        self.assertEqual((report["class"], report["refused"]), ("negotiation", ""))
+        unknown = [(b"\x2b\x06\x01\x63" + bytes([i]), {1: b"\1"}) for i in range(100)]
+        scram = (SCRAM_OID, {1: b"\1", 6: b"n,,n=bob,r=0123456789abcdef"})
+        heard = []
+        for claim in (b"bob", b"eve"):
+            with server.connection() as peer:
+                peer.sendall(frame(TOKEN, init_token(*unknown, scram, claim=claim)))
+                kind, contents = read_frame(peer.makefile("rb"))
+                heard.append((kind, len(contents)))
+            report = server.next()
+            self.assertEqual(report["refused"], "claimed" if claim == b"bob" else "")
+            self.assertEqual(len(report["verdicts"]), 100)
+            self.assertEqual(report["verdicts_left_out"], 2)
+        self.assertEqual(heard, [(TOKEN, heard[0][1])] * 2)
+
+    def test_an_output_that_nobody_reads(self):
+        server = Server(self.config, "--max-failures", "10000", reads=False)
+        for _ in range(60):
+            with server.connection() as peer:
+                peer.sendall(frame(TOKEN, init_token((SCRAM_OID, {**FAILED, 5: b"x" * 2000}))))
+                peer.recv(100)
+        begun = time.monotonic()
+        self.assertEqual(server.stop(signal.SIGTERM), (1, "qxnego: the output cannot be written\n"))
+        self.assertLess(time.monotonic() - begun, 4)
+        server.process.stdout.close()
+
+    def test_places_are_for_those_who_log_on(self):
+        server = self.serve(self.config, "--max-address", "3", "--max-clients", "4")
+        with contextlib.ExitStack() as stack:
+            for _ in range(3):
+                stack.enter_context(server.connection())
+            time.sleep(0.2)
+            self.talk(server.address, ALICE, expect=4)
+        for _ in range(3):
+            self.told(server, "network")
+        begun = time.monotonic()
+        self.refused(server, b"no token")  # no attempt to log on: nothing to wait for
+        self.assertLess(time.monotonic() - begun, 0.25)
+        self.talk(server.address, ALICE)
+        self.told(server, "success")
+        self.end(server)
+        self.assertEqual(server.next()["by_address"], 1)
+
+    def test_a_connection_whose_process_is_ended(self):
+        server = self.serve(self.config)
+        with server.connection():
+            time.sleep(0.3)
+            children = open("/proc/%d/task/%d/children" % ((server.process.pid,) * 2)).read().split()
+            os.kill(int(children[0]), signal.SIGKILL)
+            self.assertIn("ended by a signal", self.told(server, "failure")["failure"])
+        self.talk(server.address, ALICE)
 
 
 class Realm(Case):

@@ -88,6 +88,16 @@ Object &object_of(void *handle, char mechanism, bool is_context) {
     std::abort();
 }
 
+// The context of a message or an inquiry; null for one that is not established, or when the caller has none.
+const Object *open_context(void *handle, char mechanism) {
+    const Object *context = handle == nullptr ? nullptr : &object_of(handle, mechanism, true);
+    return context != nullptr && context->established ? context : nullptr;
+}
+
+OM_uint32 refuse_context(OM_uint32 *pMinor) {
+    return answer(pMinor, GSS_S_NO_CONTEXT, kNoContext);
+}
+
 void destroy(void **pHandle) {
     for (Object **place = &objects; *place != nullptr; place = &(*place)->next)
         if (*place == *pHandle) {
@@ -163,13 +173,15 @@ OM_uint32 name_of_credential(OM_uint32 *pMinor, const Behaviour &how, qxgss_name
 }
 
 // A message's protection: the mechanism's letter, the quality of protection, then the bytes xored with `key`.
-OM_uint32 protect(OM_uint32 *pMinor, const Object &context, qxgss_qop_t qop, unsigned char key,
+OM_uint32 protect(OM_uint32 *pMinor, const Object *context, qxgss_qop_t qop, unsigned char key,
                   const qxgss_buffer_desc *pInput, qxgss_buffer_t pOutput) {
-    const Behaviour &how = current.at(context.mechanism, context.side);
+    if (context == nullptr)
+        return refuse_context(pMinor);
+    const Behaviour &how = current.at(context->mechanism, context->side);
     auto *bytes = how.messages_fail ? nullptr : static_cast<unsigned char *>(std::malloc(pInput->length + 2));
     if (bytes == nullptr)
         return fail(pMinor, how);
-    bytes[0] = static_cast<unsigned char>(context.mechanism);
+    bytes[0] = static_cast<unsigned char>(context->mechanism);
     bytes[1] = static_cast<unsigned char>(qop);
     for (std::size_t i = 0; i < pInput->length; ++i)
         bytes[i + 2] = static_cast<unsigned char>(static_cast<const unsigned char *>(pInput->value)[i] ^ key);
@@ -178,13 +190,15 @@ OM_uint32 protect(OM_uint32 *pMinor, const Object &context, qxgss_qop_t qop, uns
 }
 
 // The message behind a protection, or what gets its check bytes compared.
-OM_uint32 unprotect(OM_uint32 *pMinor, const Object &context, unsigned char key, const qxgss_buffer_desc *pInput,
+OM_uint32 unprotect(OM_uint32 *pMinor, const Object *context, unsigned char key, const qxgss_buffer_desc *pInput,
                     qxgss_buffer_t pOutput, qxgss_qop_t *pQop) {
-    const Behaviour &how = current.at(context.mechanism, context.side);
+    if (context == nullptr)
+        return refuse_context(pMinor);
+    const Behaviour &how = current.at(context->mechanism, context->side);
     const auto *in = static_cast<const unsigned char *>(pInput->value);
     if (how.messages_fail)
         return fail(pMinor, how);
-    if (pInput->length < 2 || in[0] != context.mechanism)
+    if (pInput->length < 2 || in[0] != context->mechanism)
         return answer(pMinor, GSS_S_BAD_MIC, kBadToken);
     auto *bytes = static_cast<unsigned char *>(std::malloc(pInput->length));
     if (bytes == nullptr)

@@ -82,6 +82,8 @@ inline constexpr OM_uint32 kFlags = GSS_C_MUTUAL_FLAG | GSS_C_INTEG_FLAG;
 inline constexpr OM_uint32 kSuccess = 0x25000001U;
 // Minor status, with GSS_S_DEFECTIVE_TOKEN, of a token other than the one that is due.
 inline constexpr OM_uint32 kBadToken = 0xC5000009U;
+// Minor status, with GSS_S_NO_CONTEXT, of a message or an inquiry without an established context.
+inline constexpr OM_uint32 kNoContext = 0xC500000BU;
 
 } // namespace scripted
 

@@ -58,7 +58,7 @@ Lines asked(qxgss_ctx_id_t context, bool given) {
 }
 
 // What a state means to the calls that leave it as it is.
-enum Class { kNone, kOpen, kComplete };
+enum Class { kNone, kOpen, kComplete, kMoved };
 
 const struct {
     Lines given, null;
@@ -75,6 +75,10 @@ const struct {
       "00000000/230003E8 98", "00000000/230003E8 000010E1 00000022 1 its", "00000000/230003E8 ["},
      {"020D0000/E30003FA", "020D0000/E30003FA", "020D0000/E30003FA", "00000000/25000001", "02000000/E30003F7", kDone,
       "020D0000/E30003F7"}},
+    {{"00080000/C500000B empty 6", "00080000/C500000B empty 10", "00080000/C500000B empty ", "00080000/C500000B 0",
+      "00080000/C500000B 7", "00080000/C500000B 00000007 00000007 7 none", "00080000/C500000B e"},
+     {"020D0000/E30003FA", "020D0000/E30003FA", "020D0000/E30003FA", "00080000/C500000B", "02000000/E30003F7",
+      "00080000/C500000B", "020D0000/E30003F7"}},
 };
 
 void ask_all(qxgss_ctx_id_t context, Class is) {
@@ -126,7 +130,12 @@ template <Side side> void without_mechanism(Script &s) {
     s.at('A', side).failing_call = s.at('B', side).failing_call = 1;
 }
 
+void without_context_of_b(Script &s) {
+    s.at('B', kClient).failing_call = 1;
+}
+
 const char *const kUnreadable = "000D0000/E10000F8", *const kMissing = "010D0000/E30003F6";
+const char *const kNotEarned = "000D0000/E3000411";
 
 struct State {
     const char *name;
@@ -160,7 +169,8 @@ const State kStates[] = {
     {"client complete, then fed rubbish", kClient, 5, kUnreadable, kDone, kComplete, rubbish},
     {"server complete, then fed rubbish", kServer, 4, kUnreadable, kDone, kComplete, rubbish},
     {"client complete, then fed its last token", kClient, 5, kDone, kDone, kComplete, selection},
-    {"client complete, then told of another selection", kClient, 5, "000D0000/E3000411", kDone, kComplete, another_selection},
+    {"client complete, then told of another selection", kClient, 5, kNotEarned, kNotEarned, kMoved, another_selection},
+    {"client complete, then told of one that failed", kClient, 5, kNotEarned, kNotEarned, kMoved, another_selection, without_context_of_b},
 };
 // clang-format on
 
@@ -199,7 +209,7 @@ TEST_F(StateTable, EveryCallInEveryState) {
         ask_all(peer.context, state.is);
         int local = 7;
         QXNEGO_inquire_context(nullptr, peer.context, nullptr, nullptr, nullptr, nullptr, nullptr, &local, nullptr);
-        EXPECT_EQ(local, state.side == kClient ? 1 : 0);
+        EXPECT_EQ(local, state.is == kMoved ? 7 : state.side == kClient ? 1 : 0);
         for (const Side role : {kClient, kServer})
             EXPECT_EQ(fed(peer, kRubbish, role), kUnreadable);
         EXPECT_EQ(fed(peer, "", state.side), kMissing);

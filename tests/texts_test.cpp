@@ -209,17 +209,30 @@ TEST_F(Texts, RecordIsCutAfterItsLastWholeLine) {
         ASSERT_EQ(format(record_), uncut.substr(0, end)) << extra;
     }
     // The minor status text is the line that does not fit: the shorter ones after it are not printed either.
-    std::string status = {'n', 'o', '\0', 't', 'i', '\n'};
+    entry_.MechReason = NEG_MECH_REASON_GSSAPI_ERROR;
+    std::string status(5000, 's');
+    entry_.GssMinorStatusText = view(status);
+    const std::string text = format(entry_), lines = "   GSS MinorStatus:  00000000\n";
+    EXPECT_EQ(text.substr(text.size() - lines.size()), lines);
+}
+
+// Its length is the peer's, and so is every byte: a zero neither ends the log for a reader of C strings nor hides its
+// rest.
+TEST_F(Texts, StatusTextsArePrintedByTheirLength) {
     entry_.MechReason = NEG_MECH_REASON_GSSAPI_ERROR;
     entry_.GssMajorStatus = GSS_S_FAILURE;
     entry_.GssMinorStatus = 0xC5ABCDEFU;
-    entry_.GssMinorStatusText = view(status);
-    const std::string lines = "   GSS MajorStatus:  000D0000\n   GSS MinorStatus:  C5ABCDEF\n";
-    EXPECT_NE(format(entry_).find(lines + "   GSS MinorStatusText:  " + status + "\n   Is"), std::string::npos);
-    status.append(5000, 's');
-    entry_.GssMinorStatusText = view(status);
-    const std::string text = format(entry_);
-    EXPECT_EQ(text.substr(text.size() - lines.size()), lines);
+    for (std::string status :
+         {std::string("why\n"), std::string("no\0 ti\n", 7), std::string("\0", 1), std::string("\0x", 2)}) {
+        entry_.GssMinorStatusText = view(status);
+        char printed[64];
+        const int length = static_cast<int>(status.size());
+        std::snprintf(printed, sizeof printed, "%*.*s", length, length, status.c_str());
+        const std::string expected = std::string("   GSS MajorStatus:  000D0000\n   GSS MinorStatus:  C5ABCDEF\n"
+                                                 "   GSS MinorStatusText:  ") +
+                                     printed + "\n   Is";
+        EXPECT_NE(format(entry_).find(expected), std::string::npos) << format(entry_);
+    }
 }
 
 TEST_F(Texts, OidTextEndsAt126Characters) {

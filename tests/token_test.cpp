@@ -99,6 +99,26 @@ TEST_F(Token, TokensAreReadAndReconciled) {
     EXPECT_EQ(process(context, 2, tlv(0xA1, list(list("")) + goes_on)).substr(0, 12), "000D0000/E30");
 }
 
+// OIDs of which many begin or end alike, in no order, each in a token of its own, and then all once more.
+TEST_F(Token, ManyMechanismsAreToldApart) {
+    Context context(kServer, "AB");
+    std::vector<std::string> oids;
+    for (OM_uint32 i = 0; i < 300; ++i) {
+        const OM_uint32 mixed = i * 7919 % 300;
+        oids.push_back(std::string(1 + mixed % 3, '\x2B') + static_cast<char>(mixed / 3) + "\x01");
+    }
+    for (const OM_uint32 records : {600U, 900U}) {
+        for (const std::string &each : oids)
+            EXPECT_EQ(process(context, 2,
+                              tlv(0xA1, list(tlv(0xA0, text(0, each) + number(1, 3) + number(2, 5))) + number(1, 2))),
+                      kDone);
+        EXPECT_EQ(context->NegLog.Count, records);
+        ASSERT_EQ(context->NegMechList.Count, 302U);
+        for (OM_uint32 i = 0; i < 300; ++i)
+            EXPECT_EQ(support::bytes_of(*context.entry(i + 2).pMechOid), oids[i]) << i;
+    }
+}
+
 // What neither side can use is released, a value without a length too, and is cleared where the reader looks for it.
 TEST_F(Token, NothingIsLeftInThePeersEntry) {
     for (const char mechanism : {'A', 'D'}) {
@@ -173,6 +193,28 @@ TEST_F(Token, ItemsOfTheWholeToken) {
     EXPECT_EQ(process(broken, 2, tlv(0xA1, list(mech('C', 1)) + number(1, 2))), "000D0000/E10000CD");
     EXPECT_EQ(outcome(QXNEGO_INT_Mechs_Acquire_Creds, nullptr, broken.get()), kDone);
     EXPECT_EQ(broken.entry(1).GssMinorStatus, 0xE10000CDU);
+}
+
+// A context that is fed again after its completion failed, where A was told to be selected before it was established.
+TEST_F(Token, NoMechanismIsCompleteThatIsNotEstablished) {
+    for (const Side side : {kClient, kServer}) {
+        scripted::script().legs = {5, 1, 1, 1};
+        scripted::script().at('A', kServer).source = "anna";
+        scripted::script().at('A', kServer).delegates = true;
+        Session session("AB", "AB", "authcid=anna");
+        Peer &peer = session.side(side);
+        const Outcome first = session.client.call("");
+        EXPECT_EQ((side == kClient ? first : peer.call(first.token)).statuses(), kGoesOn);
+        const std::string next = text(6, side == kClient ? "A2" : "A3");
+        for (const std::string &items : {list(mech('A', 2, 6, next)) + number(1, 1) + oid(2, 'B') + number(3, 1),
+                                         list(mech('A', 1, 1)) + number(1, 1) + oid(2, 'A')}) {
+            peer.flags = peer.lifetime = 7;
+            EXPECT_EQ(peer.call(tlv(0xA1, items)).statuses(), failed("E3000411"));
+            EXPECT_TRUE(peer.flags == 0 && peer.lifetime == 0 && peer.mech_type == pQxnegoMechOid);
+            EXPECT_TRUE(peer.source == nullptr && peer.delegated == nullptr);
+        }
+        EXPECT_EQ(peer.entries(), "A26 B11+");
+    }
 }
 
 TEST_F(Token, TokensThatMustNotBeWritten) {

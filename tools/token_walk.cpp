@@ -57,7 +57,7 @@ bool Walker::read_element(std::size_t limit, std::size_t depth, std::vector<Elem
     if (indefinite_ && !element.constructed)
         return fail(element.offset + 1, GSSPASN_E_ENCODING, "a primitive element has an indefinite length");
     if (++count_ > GSSPASN_DECODE_MAX_ELEMENTS)
-        return fail(element.offset, GSSPASN_E_STACK_FULL, "more than 1024 elements");
+        return fail(element.offset, GSSPASN_E_STACK_FULL, "more than 16384 elements");
     element.header = at_ - element.offset;
     siblings.push_back(element);
     if (!element.constructed) {

@@ -1,12 +1,12 @@
 // The security context's beginning and end. A context that could not be made whole is not left behind.
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/shared.h"
 
 using namespace qxnego;
 
 OM_uint32 QXNEGO_INT_InitializeContext(OM_uint32 *pMinorStatus, OM_uint32 IsInitiator,
                                        QxnegoSecCtx_int_t *ppQxnegoSecCtx) {
     if (ppQxnegoSecCtx == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CONTEXT, QXNEGO_E_NO_CONTEXT);
+        return report(pMinorStatus, kNoContextToWrite, QXNEGO_E_NO_CONTEXT);
     if (*ppQxnegoSecCtx != nullptr)
         return succeed(pMinorStatus);
 
@@ -21,13 +21,12 @@ OM_uint32 QXNEGO_INT_InitializeContext(OM_uint32 *pMinorStatus, OM_uint32 IsInit
     negotiation.SelectedMechListIndex = -1;
 
     // The log comes first: the mechanisms available are its first records.
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    OM_uint32 major = QXNEGO_INT_InitNegLog(&minor, &negotiation);
-    if (!failed(major))
-        major = QXNEGO_INT_GetNegMechList(&minor, &QxnegoMechList, &negotiation.NegMechList, &negotiation);
-    if (failed(major)) {
+    Status status = ask(QXNEGO_INT_InitNegLog, &negotiation);
+    if (!status.failed())
+        status = ask(QXNEGO_INT_GetNegMechList, &QxnegoMechList, &negotiation.NegMechList, &negotiation);
+    if (status.failed()) {
         QXNEGO_INT_ReleaseNegContext(nullptr, &negotiation);
-        return report(pMinorStatus, major, minor);
+        return report(pMinorStatus, status);
     }
     *ppQxnegoSecCtx = context.release();
     return succeed(pMinorStatus);
@@ -39,12 +38,11 @@ OM_uint32 QXNEGO_INT_ReleaseNegContext(OM_uint32 *pMinorStatus, NegContext_t pNe
     discard(pNegContext->AuthenticationIdBuf);
     discard(pNegContext->UserNameBuf);
     discard(pNegContext->ProfileNameBuf);
+    std::free(pNegContext->MechOrder.pPlaces);
+    pNegContext->MechOrder = {};
 
-    LastFailure result;
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    OM_uint32 major = QXNEGO_INT_ReleaseNegMechList(&minor, &pNegContext->NegMechList);
-    result.note(major, minor);
-    major = QXNEGO_INT_ReleaseNegLog(&minor, pNegContext);
-    result.note(major, minor);
-    return result.report(pMinorStatus);
+    LastFailure result(QXNEGO_E_SUCCESSFUL);
+    result.note(ask(QXNEGO_INT_ReleaseNegMechList, &pNegContext->NegMechList));
+    result.note(ask(QXNEGO_INT_ReleaseNegLog, pNegContext));
+    return report(pMinorStatus, result.get());
 }

@@ -1,6 +1,7 @@
 // Who logs on, set once on the initiator: by the logon string of its credential, or by single sign-on with what each
 // mechanism already holds. Copies of logon strings and principals are wiped on every path.
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/events.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "qxat/qxatldapauthorize.h"
 
 using namespace qxnego;
@@ -11,28 +12,31 @@ bool has_text(qxgss_name_t name) {
     return name != nullptr && name->Count != 0 && name->pElements != nullptr && present(name->pElements[0].Name);
 }
 
-// Takes what the logon string holds; `explicitLogon` when that includes an authentication identity.
-OM_uint32 read_logon_string(OM_uint32 *pMinorStatus, qxgss_name_t desiredName, NegContext_desc &context,
-                            bool &explicitLogon) {
-    const SecretText logon(desiredName->pElements[0].Name);
+// Moves a NUL-terminated heap text, if there is one, into a buffer; its length is without the NUL.
+void take_text(qxgss_buffer_desc &buffer, char *text) {
+    if (text == nullptr)
+        return;
+    discard(buffer);
+    buffer = {std::strlen(text), text};
+}
+
+// Takes what the logon string holds; `is_explicit` when that includes an authentication identity.
+Status read_logon_string(const qxgss_buffer_desc &text, NegContext_desc &negotiation, bool &is_explicit) {
+    const SecretText logon(common::bytes_of(&text));
     if (logon.get() == nullptr)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+        return common::failure(QXNEGO_E_CALLOC);
     char *authcid = nullptr;
     char *user = nullptr;
     char *profile = nullptr;
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const OM_uint32 major = qxat_parse_logon(&minor, logon.get(), nullptr, &authcid, nullptr, nullptr, nullptr, nullptr,
-                                             &user, &profile, nullptr, QXAT_FLAG_UNESCAPE_ALL);
-    if (failed(major))
-        return report(pMinorStatus, major, minor);
-    if (user != nullptr)
-        take_text(context.UserNameBuf, Heap<char>(user));
-    if (profile != nullptr)
-        take_text(context.ProfileNameBuf, Heap<char>(profile));
-    if (authcid != nullptr)
-        take_text(context.AuthenticationIdBuf, Heap<char>(authcid));
-    explicitLogon = authcid != nullptr;
-    return GSS_S_COMPLETE;
+    const Status parsed = ask(qxat_parse_logon, logon.get(), nullptr, &authcid, nullptr, nullptr, nullptr, nullptr,
+                              &user, &profile, nullptr, QXAT_FLAG_UNESCAPE_ALL);
+    if (parsed.failed())
+        return parsed;
+    take_text(negotiation.UserNameBuf, user);
+    take_text(negotiation.ProfileNameBuf, profile);
+    take_text(negotiation.AuthenticationIdBuf, authcid);
+    is_explicit = authcid != nullptr;
+    return kSuccess;
 }
 
 // A name of an entry's mechanism, released with the mechanism's own operation.
@@ -59,10 +63,9 @@ bool sso_principal(const NegMechEntry_desc &entry, Heap<char> &principal) {
     if (inquire == nullptr)
         return true;
     MechanismName name(entry);
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    if (failed(inquire(&minor, entry.pMechCredential, name.get(), nullptr, nullptr, nullptr)) || !has_text(*name.get()))
+    if (ask(inquire, entry.pMechCredential, name.get(), nullptr, nullptr, nullptr).failed() || !has_text(*name.get()))
         return true;
-    const SecretText logon((*name.get())->pElements[0].Name);
+    const SecretText logon(common::bytes_of(&(*name.get())->pElements[0].Name));
     if (logon.get() == nullptr) {
         gssp_release_name(nullptr, name.get());
         return false;
@@ -73,29 +76,28 @@ bool sso_principal(const NegMechEntry_desc &entry, Heap<char> &principal) {
     return true;
 }
 
-OM_uint32 reject(OM_uint32 *pMinorStatus, NegMechReason_et reason, const char *text, NegMechEntry_desc &entry,
-                 NegContext_t context) {
-    const OM_uint32 major =
-        QXNEGO_INT_NegMechStateChange(pMinorStatus, NEG_MECH_STATE_REJECTED, reason, 0, 0, nullptr, &entry);
-    if (!failed(major))
-        QXNEGO_INT_NegLogEntry(nullptr, text, &entry, context);
-    return major;
-}
-
 // One candidate's part in single sign-on: it brings an identity, or is rejected.
-OM_uint32 sign_on_with(OM_uint32 *pMinorStatus, NegMechEntry_desc &entry, NegContext_t context) {
+Status sign_on_with(NegMechEntry_desc &entry, NegContext_desc &negotiation) {
     if (entry.SingleSignOn == 0)
-        return reject(pMinorStatus, NEG_MECH_REASON_SSO_REQUIRED,
-                      "QXNEGO_INT_SetAuthInfo: SSO required but not supported by mechanism", entry, context);
+        return change_state(entry, NEG_MECH_STATE_REJECTED, NEG_MECH_REASON_SSO_REQUIRED,
+                            "QXNEGO_INT_SetAuthInfo: SSO required but not supported by mechanism", negotiation);
     Heap<char> principal;
     if (!sso_principal(entry, principal))
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+        return common::failure(QXNEGO_E_CALLOC);
     if (principal == nullptr)
-        return reject(pMinorStatus, NEG_MECH_REASON_AUTH_ID_NOT_AVAIL,
-                      "QXNEGO_INT_SetAuthInfo: Could not get Authentication ID for SSO", entry, context);
-    take_text(entry.SsoAuthenticationIdBuf, std::move(principal));
-    context->IsSso = 1;
-    return GSS_S_COMPLETE;
+        return change_state(entry, NEG_MECH_STATE_REJECTED, NEG_MECH_REASON_AUTH_ID_NOT_AVAIL,
+                            "QXNEGO_INT_SetAuthInfo: Could not get Authentication ID for SSO", negotiation);
+    take_text(entry.SsoAuthenticationIdBuf, principal.release());
+    negotiation.IsSso = 1;
+    return kSuccess;
+}
+
+Status sign_on(NegContext_desc &negotiation) {
+    for (NegMechEntry_desc &entry : entries(negotiation.NegMechList))
+        if (entry.MechState == NEG_MECH_STATE_AVAILABLE)
+            if (const Status status = sign_on_with(entry, negotiation); status.failed())
+                return status;
+    return kSuccess;
 }
 
 } // namespace
@@ -104,24 +106,13 @@ OM_uint32 QXNEGO_INT_SetAuthInfo(OM_uint32 *pMinorStatus, QxnegoCred_t pCredHand
     if (pNegContext == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
     pNegContext->IsSso = 0;
-    if (pCredHandle != nullptr && has_text(pCredHandle->pDesiredName)) {
-        bool explicitLogon = false;
-        const OM_uint32 major = read_logon_string(pMinorStatus, pCredHandle->pDesiredName, *pNegContext, explicitLogon);
-        if (failed(major))
-            return major;
-        if (explicitLogon)
-            return succeed(pMinorStatus);
-    }
-    const NegMechList_desc &list = pNegContext->NegMechList;
-    for (OM_uint32 i = 0; list.pNegMech != nullptr && i < list.Count; ++i) {
-        NegMechEntry_desc &entry = list.pNegMech[i];
-        if (entry.MechState != NEG_MECH_STATE_AVAILABLE)
-            continue;
-        const OM_uint32 major = sign_on_with(pMinorStatus, entry, pNegContext);
-        if (failed(major))
-            return major;
-    }
-    return succeed(pMinorStatus);
+    Status status = kSuccess;
+    bool is_explicit = false;
+    if (pCredHandle != nullptr && has_text(pCredHandle->pDesiredName))
+        status = read_logon_string(pCredHandle->pDesiredName->pElements[0].Name, *pNegContext, is_explicit);
+    if (!status.failed() && !is_explicit)
+        status = sign_on(*pNegContext);
+    return report(pMinorStatus, status.failed() ? status : kSuccess);
 }
 
 OM_uint32 QXNEGO_INT_get_principal(const char *pszLogon, char **ppszPrincipal) {
@@ -139,6 +130,6 @@ OM_uint32 QXNEGO_INT_get_principal(const char *pszLogon, char **ppszPrincipal) {
         return QXNEGO_E_LOGON_PROPERTY;
     if (ppszPrincipal == nullptr)
         return QXNEGO_E_SUCCESSFUL;
-    *ppszPrincipal = copy_text(user->kb_value).release();
+    *ppszPrincipal = common::copy_text(user->kb_value).release();
     return *ppszPrincipal != nullptr ? QXNEGO_E_SUCCESSFUL : QXNEGO_E_LOGON_PROPERTY;
 }

@@ -1,8 +1,16 @@
-// The negotiation log: an append-only array of snapshots. A failing entry leaves the log as it was, and no failure here
-// ever stops a negotiation.
+// The negotiation log: an append-only array of snapshots, whose texts lie one behind the other in blocks of the log. A
+// failing entry leaves the log as it was, and no failure here ever stops a negotiation.
+#include <bit>
 #include <ctime>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/events.h"
+
+// Texts of records, NUL-terminated, behind this head. The last block is the first of the list.
+struct NegLogTexts {
+    NegLogTexts *pNext;
+    std::size_t Used;
+    std::size_t Size;
+};
 
 using namespace qxnego;
 
@@ -10,16 +18,33 @@ namespace {
 
 constexpr OM_uint32 kFirstRecords = 64;
 constexpr OM_uint32 kMoreRecords = 16;
-constexpr char kNoInformation[] = "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.";
+constexpr std::size_t kUsualTexts = 1000; // bytes in a block; a longer text has a block to itself
+constexpr EventText kNoInformation = "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.";
 
-void snapshot_context(const NegContext_desc &context, NegLogRecord &record) {
-    record.IsInitiator = context.IsInitiator;
-    record.TokenNum = context.TokenNum;
-    record.IsPolicyApplied = context.IsPolicyApplied;
-    record.NegState = context.NegState;
-    record.NegStateFromPeer = context.NegStateFromPeer;
-    record.ElapsedTime = QXNEGO_INT_GetElapsedTime(context.NegLog.BaseTime);
+// ---- Texts ---------------------------------------------------------------------------------------------------------
+
+[[gnu::noinline]] bool add_block(NegLog_desc &log, std::size_t size) {
+    const std::size_t room = std::max(size, kUsualTexts);
+    auto *block = static_cast<NegLogTexts *>(std::malloc(sizeof(NegLogTexts) + room));
+    if (block == nullptr)
+        return false;
+    *block = {log.pTexts, 0, room};
+    log.pTexts = block;
+    return true;
 }
+
+// The log's own copy of a text with its NUL; null when memory is lacking.
+char *keep(NegLog_desc &log, std::string_view text) {
+    if (log.pTexts == nullptr || log.pTexts->Size - log.pTexts->Used < text.size())
+        if (!add_block(log, text.size()))
+            return nullptr;
+    char *copy = reinterpret_cast<char *>(log.pTexts + 1) + log.pTexts->Used;
+    log.pTexts->Used += text.size();
+    text.copy(copy, text.size());
+    return copy;
+}
+
+// ---- Records -------------------------------------------------------------------------------------------------------
 
 void snapshot_entry(const NegMechEntry_desc &entry, NegLogRecord &record) {
     record.MechOid = *entry.pMechOid;
@@ -31,14 +56,52 @@ void snapshot_entry(const NegMechEntry_desc &entry, NegLogRecord &record) {
     record.IsCtxEstablished = entry.IsCtxEstablished;
 }
 
+void snapshot_negotiation(const NegContext_desc &negotiation, NegLogRecord &record) {
+    record.IsInitiator = negotiation.IsInitiator;
+    record.TokenNum = negotiation.TokenNum;
+    record.IsPolicyApplied = negotiation.IsPolicyApplied;
+    record.NegState = negotiation.NegState;
+    record.NegStateFromPeer = negotiation.NegStateFromPeer;
+    record.ElapsedTime = QXNEGO_INT_GetElapsedTime(negotiation.NegLog.BaseTime);
+}
+
 // A copy of the status text of an entry that can be recorded.
-OM_uint32 copy_status_text(OM_uint32 *pMinorStatus, const NegMechEntry_desc &entry, qxgss_buffer_desc &text) {
+Status copy_status_text(const NegMechEntry_desc &entry, qxgss_buffer_desc &text) {
     if (!usable(entry.pMechOid))
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_MECH_OID);
+        return common::failure(QXNEGO_E_BAD_MECH_OID);
     if (!present(entry.GssMinorStatusText))
-        return GSS_S_COMPLETE;
+        return kSuccess;
     qxgss_buffer_desc source = entry.GssMinorStatusText;
-    return gssp_duplicate_buffer(pMinorStatus, &source, &text);
+    return ask(gssp_duplicate_buffer, &source, &text);
+}
+
+// Appends a record. What can fail comes first, so that an entry that fails leaves its slot clean. `text` may have no
+// pointer.
+Status append(std::string_view text, const NegMechEntry_desc *entry, NegContext_desc &negotiation) {
+    NegLog_desc &log = negotiation.NegLog;
+    if (log.Count >= log.MaxCount)
+        QXNEGO_INT_GrowNegLog(&log, kMoreRecords);
+    if (log.Count >= log.MaxCount)
+        return common::failure(QXNEGO_E_CALLOC);
+    char *kept = nullptr;
+    if (text.data() != nullptr) {
+        kept = keep(log, text);
+        if (kept == nullptr)
+            return common::failure(QXNEGO_E_MALLOC);
+    }
+    qxgss_buffer_desc status_text{};
+    if (entry != nullptr) {
+        const Status status = copy_status_text(*entry, status_text);
+        if (status.failed())
+            return status;
+    }
+    NegLogRecord &record = log.pRecords[log.Count++];
+    if (entry != nullptr)
+        snapshot_entry(*entry, record);
+    record.GssMinorStatusText = status_text;
+    record.pszLogString = kept;
+    snapshot_negotiation(negotiation, record);
+    return kSuccess;
 }
 
 } // namespace
@@ -53,8 +116,7 @@ OM_uint32 QXNEGO_INT_InitNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegContex
     if (pNegContext == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_NEG_CONTEXT);
     NegLog_desc &log = pNegContext->NegLog;
-    log.Count = 0;
-    log.MaxCount = 0;
+    log = {};
     log.pRecords = zeroed<NegLogRecord>(kFirstRecords).release();
     if (log.pRecords == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
@@ -64,52 +126,33 @@ OM_uint32 QXNEGO_INT_InitNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegContex
 }
 
 void QXNEGO_INT_GrowNegLog(NegLog_t pNegLog, OM_uint32 n) {
-    const std::size_t oldCount = pNegLog->MaxCount;
-    const std::size_t newCount = oldCount + n;
-    if (newCount > UINT32_MAX)
+    const std::size_t old_count = pNegLog->MaxCount;
+    const std::size_t new_count = old_count + n;
+    if (new_count > UINT32_MAX)
         return;
-    auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, newCount * sizeof(NegLogRecord)));
-    if (records == nullptr)
-        return;
-    std::memset(records + oldCount, 0, n * sizeof(NegLogRecord));
-    pNegLog->pRecords = records;
-    pNegLog->MaxCount = static_cast<OM_uint32>(newCount);
+    // The array's room is the next power of two, so that a long log is not copied with every growth.
+    if (const std::size_t room = std::bit_ceil(new_count); room != std::bit_ceil(old_count)) {
+        auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, room * sizeof(NegLogRecord)));
+        if (records == nullptr)
+            return;
+        pNegLog->pRecords = records;
+    }
+    std::memset(pNegLog->pRecords + old_count, 0, n * sizeof(NegLogRecord));
+    pNegLog->MaxCount = static_cast<OM_uint32>(new_count);
 }
 
 OM_uint32 QXNEGO_INT_NegLogEntry(OM_uint32 *pMinorStatus, const char *pszLogString, NegMechEntry_t pNegMechEntry,
                                  NegContext_t pNegContext) {
     if (pNegContext == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_NEG_CONTEXT);
-    NegLog_desc &log = pNegContext->NegLog;
-    if (log.pRecords == nullptr)
+    if (pNegContext->NegLog.pRecords == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_NO_LOG);
-    if (log.Count >= log.MaxCount)
-        QXNEGO_INT_GrowNegLog(&log, kMoreRecords);
-    if (log.Count >= log.MaxCount)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
-
-    // What can fail comes first, so that an entry that fails leaves its slot clean.
-    if (pszLogString == nullptr && pNegMechEntry == nullptr)
-        pszLogString = kNoInformation;
-    Heap<char> text;
-    if (pszLogString != nullptr) {
-        text = copy_text(pszLogString);
-        if (text == nullptr)
-            return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MALLOC);
-    }
-    qxgss_buffer_desc statusText{};
-    if (pNegMechEntry != nullptr) {
-        const OM_uint32 major = copy_status_text(pMinorStatus, *pNegMechEntry, statusText);
-        if (failed(major))
-            return major;
-    }
-    NegLogRecord &record = log.pRecords[log.Count++];
-    snapshot_context(*pNegContext, record);
-    if (pNegMechEntry != nullptr)
-        snapshot_entry(*pNegMechEntry, record);
-    record.GssMinorStatusText = statusText;
-    record.pszLogString = text.release();
-    return succeed(pMinorStatus);
+    std::string_view text;
+    if (pszLogString != nullptr)
+        text = {pszLogString, std::strlen(pszLogString) + 1};
+    else if (pNegMechEntry == nullptr)
+        text = kNoInformation.with_nul();
+    return report(pMinorStatus, append(text, pNegMechEntry, *pNegContext));
 }
 
 OM_uint32 QXNEGO_INT_ReleaseNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegContext) {
@@ -117,13 +160,31 @@ OM_uint32 QXNEGO_INT_ReleaseNegLog(OM_uint32 *pMinorStatus, NegContext_t pNegCon
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_NEG_CONTEXT);
     NegLog_desc &log = pNegContext->NegLog;
     if (log.pRecords != nullptr) {
-        for (OM_uint32 i = 0; i < log.Count; ++i) {
-            discard(log.pRecords[i].GssMinorStatusText);
-            std::free(log.pRecords[i].pszLogString);
-        }
+        for (NegLogRecord &record : std::span(log.pRecords, log.Count))
+            discard(record.GssMinorStatusText);
         std::free(log.pRecords);
         log.pRecords = nullptr;
     }
+    while (log.pTexts != nullptr)
+        std::free(std::exchange(log.pTexts, log.pTexts->pNext));
     log.Count = 0;
     return succeed(pMinorStatus);
 }
+
+namespace qxnego {
+
+void log_event(EventText text, const NegMechEntry_desc *entry, NegContext_desc &negotiation) {
+    if (negotiation.NegLog.pRecords != nullptr)
+        static_cast<void>(append(text.with_nul(), entry, negotiation));
+}
+
+Status change_state(NegMechEntry_desc &entry, NegMechState_et state, NegMechReason_et reason, EventText text,
+                    NegContext_desc &negotiation, Status cause) {
+    const Status status =
+        ask(QXNEGO_INT_NegMechStateChange, state, reason, cause.major, cause.minor, qxgss_buffer_t{nullptr}, &entry);
+    if (!status.failed())
+        log_event(text, &entry, negotiation);
+    return status;
+}
+
+} // namespace qxnego

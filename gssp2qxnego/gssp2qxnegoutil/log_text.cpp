@@ -2,12 +2,13 @@
 //
 // Banner and records are written straight into the one result buffer, each within the bounds of its own piece; the
 // operations for a single piece share the writer.
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 #include <string_view>
 #include <unistd.h>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "gssp2qxnego/gssp2qxnegoutil/words.h"
 
 namespace qxnego {
@@ -18,6 +19,10 @@ constexpr std::size_t kOidArea = 128;
 constexpr std::size_t kOidText = 126;
 constexpr std::size_t kHostArea = 260;
 constexpr std::size_t kTimeArea = 64;
+
+struct Blanks {
+    std::size_t count;
+};
 
 // Appends to a span of characters; what does not fit is cut.
 class Writer {
@@ -51,6 +56,13 @@ class Writer {
     }
 
     void put(char c) { put(std::string_view(&c, 1)); }
+
+    void put(Blanks blanks) {
+        const std::size_t fitting = std::min(blanks.count, static_cast<std::size_t>(end_ - at_));
+        cut_ = cut_ || fitting < blanks.count;
+        std::memset(at_, ' ', fitting);
+        at_ += fitting;
+    }
 
     char *begin_;
     char *at_;
@@ -126,9 +138,12 @@ void write_gss_error(Writer &text, const NegLogRecord &record) {
     text.line("   GSS MajorStatus:  ", Hexadecimal(record.GssMajorStatus));
     text.line("   GSS MinorStatus:  ", Hexadecimal(record.GssMinorStatus));
     const qxgss_buffer_desc &status = record.GssMinorStatusText;
-    if (present(status))
-        text.line("   GSS MinorStatusText:  ",
-                  std::string_view(static_cast<const char *>(status.value), status.length));
+    if (!present(status))
+        return;
+    // As "%*.*s" prints it, with its length for both: no zero gets into the log, of which a reader would lose the rest.
+    const auto *const begin = static_cast<const char *>(status.value);
+    const std::size_t length = strnlen(begin, status.length);
+    text.line("   GSS MinorStatusText:  ", Blanks{status.length - length}, std::string_view(begin, length));
 }
 
 void write_entry(Writer &text, const NegLogRecord &record) {
@@ -237,7 +252,7 @@ OM_uint32 QXNEGO_INT_FormatOneNegLogRecord(OM_uint32 *pMinorStatus, NegLogRecord
 char *QXNEGO_INT_oid_to_string(qxgss_OID pOid) {
     if (pOid == nullptr || (pOid->elements == nullptr && pOid->length != 0))
         return nullptr;
-    Heap<char> area = zeroed<char>(kOidArea);
+    Heap<char[]> area = zeroed<char>(kOidArea);
     if (area == nullptr)
         return nullptr;
     Writer text(area.get(), kOidText);

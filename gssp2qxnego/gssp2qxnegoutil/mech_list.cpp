@@ -1,5 +1,6 @@
 // The mechanism list: copied from the template, changed through one operation, released with all its entries own.
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/events.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 
 using namespace qxnego;
 
@@ -10,21 +11,21 @@ OM_uint32 QXNEGO_INT_GetNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pInpu
     *pOutputNegMechList = {};
     if (pInputNegMechList == nullptr)
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_COPY_LIST);
-    if (pInputNegMechList->Count == 0 || pInputNegMechList->pNegMech == nullptr)
+    const std::span<NegMechEntry_desc> candidates = entries(*pInputNegMechList);
+    if (candidates.empty())
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
 
-    pOutputNegMechList->pNegMech = zeroed<NegMechEntry_desc>(pInputNegMechList->Count).release();
+    // Entries beyond Count are never read, so they need not be cleared.
+    pOutputNegMechList->pNegMech = static_cast<NegMechEntry_t>(std::malloc(candidates.size_bytes()));
     if (pOutputNegMechList->pNegMech == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
-    for (OM_uint32 i = 0; i < pInputNegMechList->Count; ++i) {
-        const NegMechEntry_desc &entry = pInputNegMechList->pNegMech[i];
-        if (!in_use(entry.MechIndex))
+    for (const NegMechEntry_desc &candidate : candidates) {
+        if (!in_use(candidate.MechIndex))
             continue;
         NegMechEntry_desc &copy = pOutputNegMechList->pNegMech[pOutputNegMechList->Count++];
-        copy = entry;
+        copy = candidate;
         if (pNegContext != nullptr)
-            QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_GetNegMechList: Mechanism is available for negotiation", &copy,
-                                   pNegContext);
+            log_event("QXNEGO_INT_GetNegMechList: Mechanism is available for negotiation", &copy, *pNegContext);
     }
     if (pOutputNegMechList->Count == 0)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
@@ -61,20 +62,15 @@ namespace {
 // What an entry holds of its mechanism. A slot that the mechanism lacks leaves the object where it is.
 void release_mechanism_objects(NegMechEntry_desc &entry, LastFailure &result) {
     const qxgss_ftn_table_desc &table = table_of(entry);
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    OM_uint32 major;
     for (qxgss_cred_id_t *credential : {&entry.pMechCredential, &entry.pDelegatedCredHandle})
-        if (*credential != nullptr && table.ftn_gssp_release_cred != nullptr) {
-            major = table.ftn_gssp_release_cred(&minor, credential);
-            result.note(major, minor);
-        }
-    if (entry.pMechContext != nullptr && table.ftn_gssp_delete_sec_context != nullptr) {
-        major = table.ftn_gssp_delete_sec_context(&minor, &entry.pMechContext, nullptr);
-        result.note(major, minor);
-    }
+        if (*credential != nullptr && table.ftn_gssp_release_cred != nullptr)
+            result.note(ask(table.ftn_gssp_release_cred, credential));
+    if (entry.pMechContext != nullptr && table.ftn_gssp_delete_sec_context != nullptr)
+        result.note(ask(table.ftn_gssp_delete_sec_context, &entry.pMechContext, nullptr));
     if (entry.pSrcName != nullptr) {
-        major = release_mechanism_name(entry, &minor, &entry.pSrcName);
-        result.note(major, minor);
+        Status status = kSuccess;
+        status.major = release_mechanism_name(entry, &status.minor, &entry.pSrcName);
+        result.note(status);
     }
 }
 
@@ -83,12 +79,8 @@ void release_mechanism_objects(NegMechEntry_desc &entry, LastFailure &result) {
 OM_uint32 QXNEGO_INT_ReleaseNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pNegMechList) {
     if (pNegMechList == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INVALID_INPUT);
-    LastFailure result;
-    if (pNegMechList->pNegMech == nullptr)
-        return result.report(pMinorStatus);
-
-    for (OM_uint32 i = 0; i < pNegMechList->Count; ++i) {
-        NegMechEntry_desc &entry = pNegMechList->pNegMech[i];
+    LastFailure result(QXNEGO_E_SUCCESSFUL);
+    for (NegMechEntry_desc &entry : entries(*pNegMechList)) {
         discard(entry.GssMinorStatusText);
         discard(entry.InputToken);
         discard(entry.OutputToken);
@@ -99,5 +91,5 @@ OM_uint32 QXNEGO_INT_ReleaseNegMechList(OM_uint32 *pMinorStatus, NegMechList_t p
     }
     std::free(pNegMechList->pNegMech);
     pNegMechList->pNegMech = nullptr;
-    return result.report(pMinorStatus);
+    return report(pMinorStatus, result.get());
 }

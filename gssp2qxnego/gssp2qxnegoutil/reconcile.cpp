@@ -1,43 +1,42 @@
 // Merging what the peer says of a mechanism into the local list. Whatever is taken from the peer's entry or released
 // is cleared in it at that moment, so that its reader releases exactly what it still holds.
+#include <algorithm>
 #include <bit>
+#include <string_view>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/events.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 
 using namespace qxnego;
 
 namespace {
 
-void move_buffer(qxgss_buffer_desc &from, qxgss_buffer_desc &to) {
-    to = from;
-    from = {};
+// The framework's operations here begin with its own success.
+template <typename Operation, typename... Arguments> Status ask_framework(Operation operation, Arguments... arguments) {
+    return common::ask<GSSP_E_SUCCESS>(operation, arguments...);
 }
 
 // A buffer with a length or a value; its release may fail, which the caller reports.
-OM_uint32 release_if_any(OM_uint32 *pMinorStatus, qxgss_buffer_desc &buffer) {
+Status release_if_any(qxgss_buffer_desc &buffer) {
     if (buffer.length == 0 && buffer.value == nullptr)
-        return GSS_S_COMPLETE;
-    return gssp_release_buffer(pMinorStatus, &buffer);
+        return kSuccess;
+    return ask_framework(gssp_release_buffer, &buffer);
 }
 
 // Only a mechanism that is still available here follows the peer, and the change is not sent back to it.
-OM_uint32 adopt_peer_state(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMechEntry_desc &peer,
-                           NegContext_t context) {
+Status adopt_peer_state(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegContext_desc &negotiation) {
     if (local.MechState != NEG_MECH_STATE_AVAILABLE || peer.MechState == NEG_MECH_STATE_AVAILABLE)
-        return GSS_S_COMPLETE;
-    const OM_uint32 major =
-        QXNEGO_INT_NegMechStateChange(pMinorStatus, peer.MechState, peer.MechReason, peer.GssMajorStatus,
-                                      peer.GssMinorStatus, &peer.GssMinorStatusText, &local);
-    if (failed(major))
-        return major;
+        return kSuccess;
+    const Status status = ask_framework(QXNEGO_INT_NegMechStateChange, peer.MechState, peer.MechReason,
+                                        peer.GssMajorStatus, peer.GssMinorStatus, &peer.GssMinorStatusText, &local);
+    if (status.failed())
+        return status;
     local.IsMechStateChanged = 0;
-    QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_ProcessNegMech: Local Mech state changing due to Peer Mech state",
-                           &local, context);
-    return GSS_S_COMPLETE;
+    log_event("QXNEGO_INT_ProcessNegMech: Local Mech state changing due to Peer Mech state", &local, negotiation);
+    return kSuccess;
 }
 
-OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMechEntry_desc &peer,
-                      NegContext_t context) {
+Status merge_known(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegContext_desc &negotiation) {
     std::free(peer.MechOidFromPeer.elements);
     peer.MechOidFromPeer = {};
     peer.pMechOid = local.pMechOid;
@@ -45,48 +44,108 @@ OM_uint32 merge_known(OM_uint32 *pMinorStatus, NegMechEntry_desc &local, NegMech
     peer.IsCtxEstablished = local.IsCtxEstablished;
     if (peer.MechReason == NEG_MECH_REASON_INVALID)
         peer.MechReason = local.MechReason;
-    QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_ProcessNegMech: Peer reporting Mech state", &peer, context);
+    log_event("QXNEGO_INT_ProcessNegMech: Peer reporting Mech state", &peer, negotiation);
 
-    OM_uint32 minor = GSSP_E_SUCCESS;
-    if (failed(adopt_peer_state(&minor, local, peer, context)) ||
-        failed(release_if_any(&minor, peer.GssMinorStatusText)))
-        return report(pMinorStatus, GSS_S_FAILURE, minor);
-    if (peer.InputToken.length != 0) {
-        if (failed(gssp_release_buffer(&minor, &local.InputToken)))
-            return report(pMinorStatus, GSS_S_FAILURE, minor);
-        move_buffer(peer.InputToken, local.InputToken);
+    Status status = adopt_peer_state(local, peer, negotiation);
+    if (!status.failed())
+        status = release_if_any(peer.GssMinorStatusText);
+    if (!status.failed() && peer.InputToken.length != 0) {
+        status = ask_framework(gssp_release_buffer, &local.InputToken);
+        if (!status.failed())
+            local.InputToken = moved(peer.InputToken);
     }
+    if (status.failed())
+        return status;
     if (peer.SsoAuthenticationIdBuf.length != 0) {
         discard(local.SsoAuthenticationIdBuf);
-        move_buffer(peer.SsoAuthenticationIdBuf, local.SsoAuthenticationIdBuf);
+        local.SsoAuthenticationIdBuf = moved(peer.SsoAuthenticationIdBuf);
     }
     // What was not moved is empty, but may still have a value.
     discard(peer.InputToken);
     discard(peer.SsoAuthenticationIdBuf);
-    return succeed(pMinorStatus);
+    return kSuccess;
 }
 
-// Makes room for one more entry. The room is the next power of two above the count, so that a peer's long list does not
-// copy ours each time; it follows from the count alone, as the template's copy has an array that just fits.
-bool reserve_one(NegMechList_desc &list) {
-    const std::size_t room = std::bit_ceil(std::size_t{list.Count} + 1);
-    const auto before = reinterpret_cast<std::uintptr_t>(list.pNegMech);
-    auto *entries = static_cast<NegMechEntry_t>(std::realloc(list.pNegMech, room * sizeof(NegMechEntry_desc)));
-    if (entries == nullptr)
+// ---- Looking a mechanism up ----------------------------------------------------------------------------------------
+
+// So many entries are looked through one by one. A peer can name thousands, and each is looked for among all before it:
+// those beyond are found by their order, so that a token costs what its length says.
+constexpr OM_uint32 kUsualLength = 32;
+
+std::string_view octets(const qxgss_OID_desc *oid) {
+    return usable(oid) ? std::string_view(static_cast<const char *>(oid->elements), oid->length) : std::string_view();
+}
+
+// The first place in the order whose entry does not come before that OID.
+OM_uint32 *place_of(const NegContext_desc &negotiation, std::string_view oid) {
+    const NegMechOrder_desc &order = negotiation.MechOrder;
+    const auto before = [&](OM_uint32 entry, std::string_view wanted) {
+        return octets(negotiation.NegMechList.pNegMech[entry].pMechOid) < wanted;
+    };
+    return std::lower_bound(order.pPlaces, order.pPlaces + order.Count, oid, before);
+}
+
+// Whether an array with the next power of two as its room is full.
+bool is_full(OM_uint32 count) {
+    return count == 0 || std::has_single_bit(count);
+}
+
+template <typename T> bool make_room(T *&array, OM_uint32 count) {
+    auto *grown = static_cast<T *>(std::realloc(array, std::bit_ceil(std::size_t{count} + 1) * sizeof(T)));
+    if (grown == nullptr)
         return false;
-    list.pNegMech = entries;
-    if (reinterpret_cast<std::uintptr_t>(entries) == before)
-        return true;
-    // The entries made for the peer point into themselves. They form the tail, and own the bytes of their OID.
-    for (std::size_t i = list.Count; i-- > 0 && entries[i].MechOidFromPeer.elements != nullptr;)
-        entries[i].pMechOid = &entries[i].MechOidFromPeer;
+    array = grown;
     return true;
 }
 
-OM_uint32 append_unknown(OM_uint32 *pMinorStatus, NegMechEntry_desc &peer, NegContext_t context) {
-    NegMechList_desc &list = context->NegMechList;
+// Takes the entries that the list has grown by into the order.
+bool complete_order(NegContext_desc &negotiation) {
+    NegMechOrder_desc &order = negotiation.MechOrder;
+    for (OM_uint32 entry; (entry = kUsualLength + order.Count) < negotiation.NegMechList.Count; ++order.Count) {
+        if (is_full(order.Count) && !make_room(order.pPlaces, order.Count))
+            return false;
+        OM_uint32 *const at = place_of(negotiation, octets(negotiation.NegMechList.pNegMech[entry].pMechOid));
+        std::copy_backward(at, order.pPlaces + order.Count, order.pPlaces + order.Count + 1);
+        *at = entry;
+    }
+    return true;
+}
+
+// The entry with that OID.
+Found find_entry(NegContext_desc &negotiation, qxgss_OID_desc &oid) {
+    const std::span<NegMechEntry_desc> all = entries(negotiation.NegMechList);
+    const std::size_t usual = std::min<std::size_t>(all.size(), kUsualLength);
+    Found found = find_mechanism(all.first(usual), oid, GSSP_E_SUCCESS);
+    if (found.status.failed() || found.number >= 0 || all.size() == usual)
+        return found;
+    if (!complete_order(negotiation))
+        return {-1, common::failure(QXNEGO_E_CALLOC)};
+    const OM_uint32 *const at = place_of(negotiation, octets(&oid));
+    if (at != negotiation.MechOrder.pPlaces + negotiation.MechOrder.Count && octets(all[*at].pMechOid) == octets(&oid))
+        found.number = static_cast<OM_sint32>(*at);
+    return found;
+}
+
+// ---- Merging -------------------------------------------------------------------------------------------------------
+
+// Makes room for one more entry. The template's copy has an array that just fits; from the first entry made for the
+// peer on, which is then the last one, the room is the next power of two.
+bool reserve_one(NegMechList_desc &list) {
+    const bool grown = list.pNegMech[list.Count - 1].MechOidFromPeer.elements != nullptr;
+    if (grown && !is_full(list.Count))
+        return true;
+    if (!make_room(list.pNegMech, list.Count))
+        return false;
+    // The entries made for the peer point into themselves. They form the tail, and own the bytes of their OID.
+    for (OM_uint32 i = list.Count; i-- > 0 && list.pNegMech[i].MechOidFromPeer.elements != nullptr;)
+        list.pNegMech[i].pMechOid = &list.pNegMech[i].MechOidFromPeer;
+    return true;
+}
+
+Status append_unknown(NegMechEntry_desc &peer, NegContext_desc &negotiation) {
+    NegMechList_desc &list = negotiation.NegMechList;
     if (!reserve_one(list))
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
+        return common::failure(QXNEGO_E_CALLOC);
     NegMechEntry_desc &added = list.pNegMech[list.Count++];
     added = peer;
     peer.MechOidFromPeer = {};
@@ -95,21 +154,16 @@ OM_uint32 append_unknown(OM_uint32 *pMinorStatus, NegMechEntry_desc &peer, NegCo
     peer.SsoAuthenticationIdBuf = {};
     added.pMechOid = &added.MechOidFromPeer;
     added.MechIndex = -1;
-    QXNEGO_INT_NegLogEntry(nullptr, "QXNEGO_INT_ProcessNegMech: Peer reports a mechanism not known locally", &added,
-                           context);
+    log_event("QXNEGO_INT_ProcessNegMech: Peer reports a mechanism not known locally", &added, negotiation);
 
-    OM_uint32 minor = GSSP_E_SUCCESS;
-    if (failed(release_if_any(&minor, added.GssMinorStatusText)) || failed(release_if_any(&minor, added.InputToken)) ||
-        failed(release_if_any(&minor, added.SsoAuthenticationIdBuf)))
-        return report(pMinorStatus, GSS_S_FAILURE, minor);
+    for (qxgss_buffer_desc *buffer : {&added.GssMinorStatusText, &added.InputToken, &added.SsoAuthenticationIdBuf})
+        if (const Status status = release_if_any(*buffer); status.failed())
+            return status;
     const NegMechReason_et reason =
-        context->IsInitiator != 0 ? NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT : NEG_MECH_REASON_NOT_AVAIL_AT_SERVER;
-    if (failed(QXNEGO_INT_NegMechStateChange(&minor, NEG_MECH_STATE_REJECTED, reason, 0, 0, nullptr, &added)))
-        return report(pMinorStatus, GSS_S_FAILURE, minor);
-    QXNEGO_INT_NegLogEntry(nullptr,
-                           "QXNEGO_INT_ProcessNegMech: Reject peer mechanism because not available on local system",
-                           &added, context);
-    return succeed(pMinorStatus);
+        negotiation.IsInitiator != 0 ? NEG_MECH_REASON_NOT_AVAIL_AT_CLIENT : NEG_MECH_REASON_NOT_AVAIL_AT_SERVER;
+    return change_state(added, NEG_MECH_STATE_REJECTED, reason,
+                        "QXNEGO_INT_ProcessNegMech: Reject peer mechanism because not available on local system",
+                        negotiation);
 }
 
 } // namespace
@@ -119,17 +173,16 @@ OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNeg
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_INVALID_INPUT);
     if (pNegContext == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INVALID_INPUT);
-    const NegMechList_desc &list = pNegContext->NegMechList;
-    if (list.Count == 0 || list.pNegMech == nullptr)
+    const std::span<NegMechEntry_desc> all = entries(pNegContext->NegMechList);
+    if (all.empty())
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_EMPTY_LIST);
-    const qxgss_OID oid = pNegMech->pMechOid;
-    if (!usable(oid))
+    if (!usable(pNegMech->pMechOid))
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_MECH);
 
-    OM_sint32 found = -1;
-    OM_uint32 minor = GSSP_E_SUCCESS;
-    if (failed(find_mechanism(&minor, list, *oid, found)))
-        return report(pMinorStatus, GSS_S_FAILURE, minor);
-    return found >= 0 ? merge_known(pMinorStatus, list.pNegMech[found], *pNegMech, pNegContext)
-                      : append_unknown(pMinorStatus, *pNegMech, pNegContext);
+    const Found found = find_entry(*pNegContext, *pNegMech->pMechOid);
+    Status status = found.status;
+    if (!status.failed())
+        status = found.number >= 0 ? merge_known(all[static_cast<std::size_t>(found.number)], *pNegMech, *pNegContext)
+                                   : append_unknown(*pNegMech, *pNegContext);
+    return status.failed() ? report(pMinorStatus, GSS_S_FAILURE, status.minor) : succeed(pMinorStatus);
 }

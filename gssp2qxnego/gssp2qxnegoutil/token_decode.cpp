@@ -1,6 +1,9 @@
-// The token reader, for the format drawn at the head of token_encode.cpp. Every mechanism read is handed to
-// reconciliation at once; what a token has changed before it proves defective stays changed.
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+// The token reader, for the rows of token_format.h. Every mechanism read is handed to reconciliation at once; what a
+// token has changed before it proves defective stays changed.
+#include "common/asn.h"
+#include "gssp2qxnego/gssp2qxnegoutil/events.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
+#include "gssp2qxnego/token_format.h"
 
 using namespace qxnego;
 
@@ -12,53 +15,29 @@ class ElementReader {
   public:
     explicit ElementReader(gsspasn_decoding_t handle) : handle_(handle) {}
 
-    template <typename Number> void required(OM_uint32 tag, Number &value) {
-        read(tag, GSSPASN_INTEGER, &value, false);
+    template <typename Value> void required(const token::Element &element, Value &value) {
+        read(element, &value, false);
     }
-    void required(OM_uint32 tag, qxgss_buffer_desc &value) { read(tag, GSSPASN_OCTET_STRING, &value, false); }
-    void required(OM_uint32 tag, qxgss_OID_desc &value) { read(tag, GSSPASN_OBJECT_IDENTIFIER, &value, false); }
-    template <typename Number> bool optional(OM_uint32 tag, Number &value) {
-        return read(tag, GSSPASN_INTEGER, &value, true);
+    template <typename Value> bool optional(const token::Element &element, Value &value) {
+        return read(element, &value, true);
     }
-    bool optional(OM_uint32 tag, qxgss_buffer_desc &value) { return read(tag, GSSPASN_OCTET_STRING, &value, true); }
 
     bool ok() const { return status_ == GSSPASN_E_SUCCESS; }
-    OM_uint32 fail(OM_uint32 *pMinorStatus) const { return report(pMinorStatus, GSS_S_FAILURE, status_); }
+    Status failure() const { return common::failure(status_); }
 
   private:
     // Whether the value has been read.
-    bool read(OM_uint32 tag, OM_uint32 type, void *value, bool mayBeAbsent) {
+    bool read(const token::Element &element, void *value, bool may_be_absent) {
         if (!ok())
             return false;
-        const OM_uint32 status = gsspasn_get_decode_item(handle_, tag, type, value);
-        if (!(mayBeAbsent && status == GSSPASN_E_TAG_NOT_FOUND))
+        const OM_uint32 status = gsspasn_get_decode_item(handle_, element.tag, element.type, value);
+        if (!(may_be_absent && status == GSSPASN_E_TAG_NOT_FOUND))
             status_ = status;
         return status == GSSPASN_E_SUCCESS;
     }
 
     gsspasn_decoding_t handle_;
     OM_uint32 status_ = GSSPASN_E_SUCCESS;
-};
-
-class Decoder {
-  public:
-    Decoder() = default;
-    Decoder(const Decoder &) = delete;
-    Decoder &operator=(const Decoder &) = delete;
-    ~Decoder() {
-        if (handle_ != nullptr)
-            gsspasn_close_decode_handle(&handle_);
-    }
-    OM_uint32 open(qxgss_buffer_t token) {
-        const OM_uint32 status = gsspasn_open_decode_handle(&handle_, token);
-        if (status != GSSPASN_E_SUCCESS)
-            handle_ = nullptr; // whatever a failure left there is nothing to close
-        return status;
-    }
-    gsspasn_decoding_t get() const { return handle_; }
-
-  private:
-    gsspasn_decoding_t handle_ = nullptr;
 };
 
 // One mechanism as the peer sent it. What reconciliation has taken over it has also cleared here.
@@ -76,86 +55,96 @@ struct PeerEntry : NegMechEntry_desc {
 };
 
 // An optional text of the token for a field of the context, which keeps its text when the item is absent.
-void read_text(ElementReader &items, OM_uint32 tag, qxgss_buffer_desc &field) {
+void read_text(ElementReader &items, const token::Element &element, qxgss_buffer_desc &field) {
     qxgss_buffer_desc text{};
-    if (!items.optional(tag, text))
+    if (!items.optional(element, text))
         return;
     discard(field);
     field = text;
 }
 
-OM_uint32 null_handle_or_context(OM_uint32 *pMinorStatus, gsspasn_decoding_t handle, NegContext_t context) {
+Status require_handle_and_context(gsspasn_decoding_t handle, NegContext_t pNegContext) {
     if (handle == nullptr)
-        return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_INVALID_INPUT);
-    if (context == nullptr)
-        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INVALID_INPUT);
-    return GSS_S_COMPLETE;
+        return {kInaccessibleRead, QXNEGO_E_INVALID_INPUT};
+    if (pNegContext == nullptr)
+        return {kInaccessibleWrite, QXNEGO_E_INVALID_INPUT};
+    return kSuccess;
 }
 
-// Finds the entry that the peer has selected and notes it in the context, whatever the context's own state: a peer that
-// completes twice with different mechanisms is refused when the results are set, and its context is to be deleted then.
-OM_uint32 read_selected_mechanism(OM_uint32 *pMinorStatus, ElementReader &items, NegContext_desc &context) {
-    qxgss_OID_desc oid{};
-    items.required(2, oid);
-    const Heap<void> oidBytes(oid.elements);
-    if (!items.ok())
-        return items.fail(pMinorStatus);
-    if (!usable(&oid))
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_SELECTED_OID);
+// The next constructed child, which has children of its own.
+Status enter(gsspasn_decoding_t parent, const token::Element &element, OM_uint32 status_if_empty,
+             gsspasn_decoding_t &children, OM_uint32 &count) {
+    const OM_uint32 status = gsspasn_get_decode_sequence(parent, element.tag, &children, &count);
+    if (status != GSSPASN_E_SUCCESS)
+        return common::failure(status);
+    return count == 0 ? common::failure(status_if_empty) : kSuccess;
+}
 
-    OM_sint32 found = -1;
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    const OM_uint32 major = find_mechanism(&minor, context.NegMechList, oid, found);
-    if (failed(major))
-        return report(pMinorStatus, major, minor);
-    if (found < 0)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_SELECTED_NOT_FOUND);
-    context.SelectedMechListIndex = found;
-    context.SelectedMechInfoIndex = context.NegMechList.pNegMech[found].MechIndex;
-    return GSS_S_COMPLETE;
+// Finds the entry that the peer has selected and notes it in the context, whatever the context's own state.
+Status read_selected_mechanism(ElementReader &items, NegContext_desc &negotiation) {
+    qxgss_OID_desc oid{};
+    items.required(token::resp::kSelected, oid);
+    const Heap<void> oid_bytes(oid.elements);
+    if (!items.ok())
+        return items.failure();
+    if (!usable(&oid))
+        return common::failure(QXNEGO_E_SELECTED_OID);
+    const std::span<NegMechEntry_desc> all = entries(negotiation.NegMechList);
+    const Found found = find_mechanism(all, oid, QXNEGO_E_SUCCESSFUL);
+    if (found.status.failed())
+        return found.status;
+    if (found.number < 0)
+        return common::failure(QXNEGO_E_SELECTED_NOT_FOUND);
+    negotiation.SelectedMechListIndex = found.number;
+    negotiation.SelectedMechInfoIndex = all[static_cast<std::size_t>(found.number)].MechIndex;
+    return kSuccess;
 }
 
 // What differs between the two kinds of token before their own items begin.
 struct TokenKind {
-    OM_uint32 tag;
-    OM_uint32 emptyToken; // minor status of an outer element without children
-    bool mayReject;
-    const char *stateChanged;
+    const token::Element &outer;
+    OM_uint32 empty_token; // minor status of an outer element without children
+    bool may_reject;
+    EventText state_changed;
 };
 
-constexpr TokenKind kInitToken = {0, QXNEGO_E_BAD_INIT_TOKEN, false,
+constexpr TokenKind kInitToken = {token::kInit, QXNEGO_E_BAD_INIT_TOKEN, false,
                                   "QXNEGO_INT_DecodeNegTokenInit: Peer has changed Negotiation State"};
-constexpr TokenKind kRespToken = {1, QXNEGO_E_BAD_RESP_TOKEN, true,
+constexpr TokenKind kRespToken = {token::kResp, QXNEGO_E_BAD_RESP_TOKEN, true,
                                   "QXNEGO_INT_DecodeNegTokenResp: Peer has changed Negotiation State"};
+
+// The peer's state, which must be one that the kind of token may have.
+Status read_state(ElementReader &items, const TokenKind &kind, NegContext_desc &negotiation) {
+    items.required(token::kNegState, negotiation.NegStateFromPeer);
+    if (!items.ok())
+        return items.failure();
+    const NegState_et state = negotiation.NegStateFromPeer;
+    if (state == NEG_STATE_REQUEST_MIC)
+        return common::failure(QXNEGO_E_NEG_STATE_UNSUPPORTED);
+    const bool is_over = state == NEG_STATE_COMPLETED || (state == NEG_STATE_REJECT && kind.may_reject);
+    if (!is_over && state != NEG_STATE_INCOMPLETE)
+        return common::failure(QXNEGO_E_BAD_NEG_STATE);
+    if (is_over)
+        log_event(kind.state_changed, nullptr, negotiation);
+    return kSuccess;
+}
 
 // Reads a token's mechanisms and the peer's state, and gives its children, of which the items behind the state are
 // left.
-OM_uint32 read_up_to_state(OM_uint32 *pMinorStatus, const TokenKind &kind, gsspasn_decoding_t handle,
-                           NegContext_t context, gsspasn_decoding_t &children) {
-    if (const OM_uint32 major = null_handle_or_context(pMinorStatus, handle, context); failed(major))
-        return major;
+Status read_up_to_state(const TokenKind &kind, gsspasn_decoding_t handle, NegContext_t pNegContext,
+                        gsspasn_decoding_t &children) {
+    if (const Status required = require_handle_and_context(handle, pNegContext); required.failed())
+        return required;
     OM_uint32 count = 0;
-    const OM_uint32 status = gsspasn_get_top_decode_sequence(handle, kind.tag, &children, &count);
-    if (status != GSSPASN_E_SUCCESS)
-        return report(pMinorStatus, GSS_S_FAILURE, status);
+    const OM_uint32 found = gsspasn_get_top_decode_sequence(handle, kind.outer.tag, &children, &count);
+    if (found != GSSPASN_E_SUCCESS)
+        return common::failure(found);
     if (count == 0)
-        return report(pMinorStatus, GSS_S_FAILURE, kind.emptyToken);
-    if (const OM_uint32 major = QXNEGO_INT_DecodeNegMechList(pMinorStatus, children, context); failed(major))
-        return major;
-
+        return common::failure(kind.empty_token);
+    if (const Status listed = ask(QXNEGO_INT_DecodeNegMechList, children, pNegContext); listed.failed())
+        return listed;
     ElementReader items(children);
-    items.required(1, context->NegStateFromPeer);
-    if (!items.ok())
-        return items.fail(pMinorStatus);
-    const NegState_et state = context->NegStateFromPeer;
-    if (state == NEG_STATE_REQUEST_MIC)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_STATE_UNSUPPORTED);
-    const bool isOver = state == NEG_STATE_COMPLETED || (state == NEG_STATE_REJECT && kind.mayReject);
-    if (!isOver && state != NEG_STATE_INCOMPLETE)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_STATE);
-    if (isOver)
-        QXNEGO_INT_NegLogEntry(nullptr, kind.stateChanged, nullptr, context);
-    return GSS_S_COMPLETE;
+    return read_state(items, kind, *pNegContext);
 }
 
 } // namespace
@@ -169,66 +158,57 @@ OM_uint32 QXNEGO_INT_ProcessInputToken(OM_uint32 *pMinorStatus, OM_uint32 TokenT
     if (pNegContext == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INVALID_INPUT);
 
-    Decoder decoder;
-    OM_uint32 status = decoder.open(pInputToken);
-    if (status == GSSPASN_E_SUCCESS)
-        status = gsspasn_set_decode_tagging(decoder.get(), GSSP_TAGGING_IMPLICIT);
-    if (status != GSSPASN_E_SUCCESS)
-        return report(pMinorStatus, GSS_S_FAILURE, status);
+    const common::Decoding decoding(common::bytes_of(pInputToken));
+    if (decoding.status() != GSSPASN_E_SUCCESS)
+        return report(pMinorStatus, GSS_S_FAILURE, decoding.status());
     return TokenType == NEG_MECH_TOKENTYPE_INIT
-               ? QXNEGO_INT_DecodeNegTokenInit(pMinorStatus, decoder.get(), pNegContext)
-               : QXNEGO_INT_DecodeNegTokenResp(pMinorStatus, decoder.get(), pNegContext);
+               ? QXNEGO_INT_DecodeNegTokenInit(pMinorStatus, decoding.get(), pNegContext)
+               : QXNEGO_INT_DecodeNegTokenResp(pMinorStatus, decoding.get(), pNegContext);
 }
 
 OM_uint32 QXNEGO_INT_DecodeNegTokenInit(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                         NegContext_t pNegContext) {
     gsspasn_decoding_t children = nullptr;
-    const OM_uint32 major = read_up_to_state(pMinorStatus, kInitToken, pDecodeHandle, pNegContext, children);
-    if (failed(major))
-        return major;
+    const Status status = read_up_to_state(kInitToken, pDecodeHandle, pNegContext, children);
+    if (status.failed())
+        return report(pMinorStatus, status);
     ElementReader items(children);
-    read_text(items, 2, pNegContext->AuthenticationIdBuf);
-    items.optional(3, pNegContext->IsSso);
-    read_text(items, 4, pNegContext->UserNameBuf);
-    read_text(items, 5, pNegContext->ProfileNameBuf);
-    return items.ok() ? succeed(pMinorStatus) : items.fail(pMinorStatus);
+    read_text(items, token::init::kAuthenticationId, pNegContext->AuthenticationIdBuf);
+    items.optional(token::init::kIsSso, pNegContext->IsSso);
+    read_text(items, token::init::kUserName, pNegContext->UserNameBuf);
+    read_text(items, token::init::kProfileName, pNegContext->ProfileNameBuf);
+    return report(pMinorStatus, items.ok() ? kSuccess : items.failure());
 }
 
 OM_uint32 QXNEGO_INT_DecodeNegTokenResp(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                         NegContext_t pNegContext) {
     gsspasn_decoding_t children = nullptr;
-    OM_uint32 major = read_up_to_state(pMinorStatus, kRespToken, pDecodeHandle, pNegContext, children);
-    if (failed(major))
-        return major;
+    Status status = read_up_to_state(kRespToken, pDecodeHandle, pNegContext, children);
     ElementReader items(children);
-    if (pNegContext->NegStateFromPeer == NEG_STATE_COMPLETED) {
-        major = read_selected_mechanism(pMinorStatus, items, *pNegContext);
-        if (failed(major))
-            return major;
-    }
-    if (pNegContext->IsPolicyApplied == 0) {
-        items.optional(3, pNegContext->IsPolicyApplied);
-        if (!items.ok())
-            return items.fail(pMinorStatus);
-        if (pNegContext->IsPolicyApplied != 0)
-            QXNEGO_INT_NegLogEntry(nullptr,
-                                   "QXNEGO_INT_DecodeNegTokenResp: Mechanism Policy has been applied at the Server",
-                                   nullptr, pNegContext);
-    }
+    if (!status.failed() && pNegContext->NegStateFromPeer == NEG_STATE_COMPLETED)
+        status = read_selected_mechanism(items, *pNegContext);
+    if (status.failed())
+        return report(pMinorStatus, status);
+    if (pNegContext->IsPolicyApplied != 0)
+        return succeed(pMinorStatus);
+    items.optional(token::resp::kIsPolicyApplied, pNegContext->IsPolicyApplied);
+    if (!items.ok())
+        return report(pMinorStatus, items.failure());
+    if (pNegContext->IsPolicyApplied != 0)
+        log_event("QXNEGO_INT_DecodeNegTokenResp: Mechanism Policy has been applied at the Server", nullptr,
+                  *pNegContext);
     return succeed(pMinorStatus);
 }
 
 OM_uint32 QXNEGO_INT_DecodeNegMechList(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                        NegContext_t pNegContext) {
-    if (const OM_uint32 major = null_handle_or_context(pMinorStatus, pDecodeHandle, pNegContext); failed(major))
-        return major;
     gsspasn_decoding_t mechanisms = nullptr;
     OM_uint32 count = 0;
-    const OM_uint32 status = gsspasn_get_decode_sequence(pDecodeHandle, 0, &mechanisms, &count);
-    if (status != GSSPASN_E_SUCCESS)
-        return report(pMinorStatus, GSS_S_FAILURE, status);
-    if (count == 0)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_EMPTY_LIST);
+    Status status = require_handle_and_context(pDecodeHandle, pNegContext);
+    if (!status.failed())
+        status = enter(pDecodeHandle, token::kMechanisms, QXNEGO_E_EMPTY_LIST, mechanisms, count);
+    if (status.failed())
+        return report(pMinorStatus, status);
     for (OM_uint32 i = 0; i < count; ++i)
         if (const OM_uint32 major = QXNEGO_INT_DecodeNegMech(pMinorStatus, mechanisms, pNegContext); failed(major))
             return major;
@@ -237,34 +217,30 @@ OM_uint32 QXNEGO_INT_DecodeNegMechList(OM_uint32 *pMinorStatus, gsspasn_decoding
 
 OM_uint32 QXNEGO_INT_DecodeNegMech(OM_uint32 *pMinorStatus, gsspasn_decoding_t pDecodeHandle,
                                    NegContext_t pNegContext) {
-    if (const OM_uint32 major = null_handle_or_context(pMinorStatus, pDecodeHandle, pNegContext); failed(major))
-        return major;
     gsspasn_decoding_t children = nullptr;
     OM_uint32 count = 0;
-    const OM_uint32 status = gsspasn_get_decode_sequence(pDecodeHandle, 0, &children, &count);
-    if (status != GSSPASN_E_SUCCESS)
-        return report(pMinorStatus, GSS_S_FAILURE, status);
-    if (count == 0)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_BAD_NEG_MECH);
+    Status status = require_handle_and_context(pDecodeHandle, pNegContext);
+    if (!status.failed())
+        status = enter(pDecodeHandle, token::kMechanism, QXNEGO_E_BAD_NEG_MECH, children, count);
+    if (status.failed())
+        return report(pMinorStatus, status);
 
     PeerEntry entry;
     entry.pMechOid = &entry.MechOidFromPeer;
     ElementReader items(children);
-    items.required(0, entry.MechOidFromPeer);
-    items.required(1, entry.MechState);
-    items.optional(2, entry.MechReason);
+    items.required(token::mech::kOid, entry.MechOidFromPeer);
+    items.required(token::mech::kState, entry.MechState);
+    items.optional(token::mech::kReason, entry.MechReason);
     if (entry.MechReason == NEG_MECH_REASON_GSSAPI_ERROR) {
-        items.required(3, entry.GssMajorStatus);
-        items.required(4, entry.GssMinorStatus);
-        items.required(5, entry.GssMinorStatusText);
+        items.required(token::mech::kMajorStatus, entry.GssMajorStatus);
+        items.required(token::mech::kMinorStatus, entry.GssMinorStatus);
+        items.required(token::mech::kStatusText, entry.GssMinorStatusText);
     }
-    items.optional(6, entry.InputToken);
-    items.optional(7, entry.SsoAuthenticationIdBuf);
+    items.optional(token::mech::kInnerToken, entry.InputToken);
+    items.optional(token::mech::kSsoAuthenticationId, entry.SsoAuthenticationIdBuf);
     if (!items.ok())
-        return items.fail(pMinorStatus);
+        return report(pMinorStatus, items.failure());
 
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    if (failed(QXNEGO_INT_ProcessNegMech(&minor, &entry, pNegContext)))
-        return report(pMinorStatus, GSS_S_FAILURE, minor);
-    return succeed(pMinorStatus);
+    status = ask(QXNEGO_INT_ProcessNegMech, &entry, pNegContext);
+    return status.failed() ? report(pMinorStatus, GSS_S_FAILURE, status.minor) : succeed(pMinorStatus);
 }

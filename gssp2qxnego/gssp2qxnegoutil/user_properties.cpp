@@ -2,7 +2,7 @@
 // whether the policy was applied, and last the rendered negotiation log.
 #include <string_view>
 
-#include "gssp2qxnego/gssp2qxnegoutil/guards.h"
+#include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "qxgss/qxgss_records.h"
 
 namespace qxnego {
@@ -21,19 +21,13 @@ std::string_view fitting(std::string_view log) {
     return log.substr(0, end != std::string_view::npos ? end + 1 : kLongestLog);
 }
 
-std::string_view text_of(qxgss_buffer_t buffer) {
-    if (buffer == nullptr || !present(*buffer))
-        return {};
-    return {static_cast<const char *>(buffer->value), buffer->length};
-}
-
 // What the selected mechanism tells about the user; nothing when it has no such operation.
-OM_uint32 ask_mechanism(OM_uint32 *pMinorStatus, const NegContext_desc &context, qxgss_buffer_t properties) {
-    const Selected mechanism = selected(context);
+Status ask_mechanism(const NegContext_desc &negotiation, common::Buffer &properties) {
+    const SelectedMechanism mechanism = selected_mechanism(negotiation);
     if (!mechanism)
-        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NEG_CONTEXT);
+        return common::failure(QXNEGO_E_NEG_CONTEXT);
     const auto inquire = mechanism.table->ftn_gssp_inquire_properties_for_user;
-    return inquire != nullptr ? inquire(pMinorStatus, mechanism.entry->pMechContext, properties) : GSS_S_COMPLETE;
+    return inquire != nullptr ? ask(inquire, mechanism.context, properties.out()) : kSuccess;
 }
 
 } // namespace
@@ -46,21 +40,20 @@ OM_uint32 QXNEGO_INT_FillUserProperties(OM_uint32 *pMinorStatus, QxnegoSecCtx_in
     if (pUserProps != nullptr)
         *pUserProps = {};
     if (pQxnegoSecCtx == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, QXNEGO_E_INVALID_INPUT);
+        return report(pMinorStatus, kNoContextToRead, QXNEGO_E_INVALID_INPUT);
     if (pUserProps == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
-    NegContext_desc &context = pQxnegoSecCtx->NegCtx;
-    const bool completed = context.NegState == NEG_STATE_COMPLETED;
-    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    Buffer mechanism_properties, log, properties;
-    OM_uint32 major = completed ? ask_mechanism(&minor, context, mechanism_properties.get()) : GSS_S_COMPLETE;
-    if (!failed(major))
-        major = QXNEGO_INT_GetNegLog(&minor, &context, 0, log.get());
-    if (!failed(major))
-        major = QXNEGO_INT_FillQxnegoInfo(&minor, mechanism_properties.get(), completed ? context.IsPolicyApplied : 0,
-                                          log.get(), properties.get());
-    if (failed(major))
-        return report(pMinorStatus, major, minor);
+    NegContext_desc &negotiation = pQxnegoSecCtx->NegCtx;
+    const bool is_completed = negotiation.NegState == NEG_STATE_COMPLETED;
+    common::Buffer mechanism_properties, log, properties;
+    Status status = is_completed ? ask_mechanism(negotiation, mechanism_properties) : kSuccess;
+    if (!status.failed())
+        status = ask(QXNEGO_INT_GetNegLog, &negotiation, OM_uint32{0}, log.out());
+    if (!status.failed())
+        status = ask(QXNEGO_INT_FillQxnegoInfo, mechanism_properties.out(),
+                     is_completed ? negotiation.IsPolicyApplied : 0, log.out(), properties.out());
+    if (status.failed())
+        return report(pMinorStatus, status);
     *pUserProps = properties.release();
     return succeed(pMinorStatus);
 }
@@ -69,8 +62,8 @@ OM_uint32 QXNEGO_INT_FillQxnegoInfo(OM_uint32 *pMinorStatus, qxgss_buffer_t pPro
                                     qxgss_buffer_t pNeglog, qxgss_buffer_t pNewprops) {
     if (pNewprops == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_INVALID_INPUT);
-    const std::string_view props = text_of(pProps);
-    const std::string_view log = fitting(text_of(pNeglog));
+    const std::string_view props = common::bytes_of(pProps);
+    const std::string_view log = fitting(common::bytes_of(pNeglog));
     if (props.empty() && IsPolicyApplied == 0 && log.empty())
         return succeed(pMinorStatus);
 

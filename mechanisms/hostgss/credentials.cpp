@@ -50,9 +50,7 @@ struct Logon {
                              realm.address(), nullptr, nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
         if (status.minor == QXAT_E_CALLOC)
             return kOutOfMemory;
-        if (status.failed())
-            status.major = GSS_S_BAD_NAME;
-        return status;
+        return status.failed() ? Status{GSS_S_BAD_NAME, status.minor, "The logon string cannot be parsed."} : status;
     }
 
     // The identity with its realm, which an identity may already have ("user@REALM", "DOMAIN\user").
@@ -79,7 +77,9 @@ struct Desired {
         if (status.failed())
             return status;
         if (logon.identity.text().empty())
-            return logon.password.get() == nullptr ? Status{} : Status{GSS_S_BAD_NAME, GSSP_E_INVALID_ARGUMENT};
+            return logon.password.get() == nullptr
+                       ? Status{}
+                       : refusal(GSS_S_BAD_NAME, "The logon string has a password but no identity.");
         Block text;
         const bool kept =
             logon.full_identity(text) && (acceptor ? name.from_service(text.view()) : name.from_user(text.view()));
@@ -87,26 +87,21 @@ struct Desired {
     }
 };
 
-const char *refusal_text(Status status) {
-    if (status.minor == GSSP_E_INVALID_ARGUMENT)
-        return "The logon string has a password but no identity.";
-    return "The logon string cannot be parsed.";
-}
-
-OM_uint32 acquire_desired(OM_uint32 *pMinorStatus, const Desired &desired, OM_uint32 lifetime, const qxgss_OID pMech,
-                          int usage, qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
-    const bool acceptor = usage == GSS_C_ACCEPT;
+Status acquire_desired(const Desired &desired, OM_uint32 lifetime, const MechInfo_t &entry, int usage,
+                       qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
+    if (usage != GSS_C_INITIATE && !may_accept(entry))
+        return refusal(GSS_S_NO_CRED, kNotAccepted);
     CredentialRequest request;
     request.name = desired.name.name();
-    request.password = acceptor ? nullptr : desired.logon.password.get();
-    request.keytab = usage == GSS_C_INITIATE ? nullptr : keytab_of(pMech);
+    request.password = usage == GSS_C_ACCEPT ? nullptr : desired.logon.password.get();
+    request.keytab = usage == GSS_C_INITIATE ? nullptr : setting_of(entry, "keytab_file");
     request.lifetime = lifetime;
-    request.mech = view(pMech);
+    request.mech = view(entry.pMechOid);
     request.usage = usage;
     OM_uint32 granted = 0;
     const Status status = acquire(request, ppCredential, &granted);
     set(pTimeRec, status.failed() ? 0U : granted);
-    return finish(pMinorStatus, status);
+    return status;
 }
 
 } // namespace
@@ -121,23 +116,24 @@ OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredNam
     set<qxgss_OID_set>(ppActualMechs, nullptr);
     set(pTimeRec, 0U);
     if (ppOutputCredHandle == nullptr)
-        return refuse_argument(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED,
-                               "There is no room for the credential.");
+        return refuse(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED,
+                      "There is no room for the credential.");
     *ppOutputCredHandle = nullptr;
     if (pDesiredMechs == nullptr || pDesiredMechs->count != 1)
-        return refuse_argument(pMinorStatus, GSS_S_BAD_MECH, "A credential is acquired for exactly one mechanism.");
+        return refuse(pMinorStatus, GSS_S_BAD_MECH, "A credential is acquired for exactly one mechanism.");
+    const MechInfo_t *const entry = entry_of(view(&pDesiredMechs->elements[0]));
+    if (entry == nullptr)
+        return refuse(pMinorStatus, GSS_S_BAD_MECH, kNotServed);
     Desired desired;
-    const Status read = desired.read(pDesiredName, CredUsage == GSS_C_ACCEPT);
-    if (read.failed())
-        return refuse(pMinorStatus, read, refusal_text(read));
-    const OM_uint32 major = acquire_desired(pMinorStatus, desired, TimeReq, &pDesiredMechs->elements[0], CredUsage,
-                                            ppOutputCredHandle, pTimeRec);
-    if (GSS_ERROR(major) != 0 || ppActualMechs == nullptr)
-        return major;
+    Status status = desired.read(pDesiredName, CredUsage == GSS_C_ACCEPT);
+    if (!status.failed())
+        status = acquire_desired(desired, TimeReq, *entry, CredUsage, ppOutputCredHandle, pTimeRec);
+    if (status.failed() || ppActualMechs == nullptr)
+        return finish(pMinorStatus, status);
     Status copied;
     copied.major = gssp_duplicate_oid_set(&copied.minor, pDesiredMechs, ppActualMechs);
     if (!copied.failed())
-        return major;
+        return finish(pMinorStatus, status);
     release_credential(ppOutputCredHandle);
     set(pTimeRec, 0U);
     return no_memory(pMinorStatus);
@@ -145,7 +141,7 @@ OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredNam
 
 OM_uint32 HOSTGSS_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCredHandle) {
     if (ppCredHandle == nullptr)
-        return refuse_argument(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED, "There is no credential.");
+        return refuse(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED, "There is no credential.");
     return finish(pMinorStatus, release_credential(ppCredHandle));
 }
 

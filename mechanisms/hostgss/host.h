@@ -11,21 +11,33 @@
 
 namespace hostgss {
 
-// A major and a minor status of the host (RFC 2744 3.9).
+// Minor status for lack of memory on our side of the fence: that of the framework.
+inline constexpr std::uint32_t kNoMemory = 0xE1000065U;
+
+// A major and a minor status (RFC 2744 3.9).
 struct Status {
     std::uint32_t major = 0;
     std::uint32_t minor = 0;
+    const char *text = nullptr; // a literal: why we refuse; null: the host has a text, or memory was lacking
+
     bool failed() const { return (major & 0xFFFF0000U) != 0; }
+    // A failure that is not of the host's making.
+    bool ours() const { return text != nullptr || minor == kNoMemory; }
 };
 
-// Minor status for lack of memory on our side of the fence: that of the framework.
-inline constexpr std::uint32_t kNoMemory = 0xE1000065U;
 inline constexpr Status kOutOfMemory{0x000D0000U, kNoMemory};
 
-// GSS_S_NO_CRED without more; the host says the same of a token whose mechanism a credential is not for.
-inline constexpr Status kNoCredential{0x00070000U, 0};
+// GSS_S_NO_CRED
+inline constexpr Status kNoCredential{0x00070000U, 0, "The credential is not one to do that with."};
+
+// GSS_S_BAD_MECH
+inline constexpr Status kOtherMechanism{0x00010000U, 0, "The peer's token is of another mechanism."};
 
 using Bytes = std::string_view; // a token, a text, or the contents octets of an object identifier
+
+inline constexpr Bytes kKerberos = "\x2a\x86\x48\x86\xf7\x12\x01\x02\x02";
+inline constexpr Bytes kNtlm = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a";
+inline constexpr Bytes kNegotiator = "\x2b\x06\x01\x05\x05\x02"; // RFC 4178
 
 // Bytes on the C heap. Freed by the destructor unless they were released to a caller.
 class Block {
@@ -96,7 +108,7 @@ struct CredentialFacts {
 };
 
 struct ContextFacts {
-    Block source;
+    Block source; // an initiator's own
     Block target;
     std::uint32_t lifetime = 0;
     Bytes mech; // the host's own, for the life of the process
@@ -138,10 +150,15 @@ Status inquire_credential(void *credential, CredentialFacts &facts);
 Status initiate(void *credential, void **context, const Name &target, Bytes mech, std::uint32_t flags,
                 std::uint32_t lifetime, const Bindings *bindings, Bytes input, Leg &leg);
 
-// `delegated` may be null: a delegated credential is then not asked for. A credential that cannot accept is refused
-// with kNoCredential: some mechanisms do not check that.
+// Whether the credential accepts, and is for that mechanism alone: the host's mechanisms do not all check it.
+// kNoCredential, kOtherMechanism.
+Status check_acceptor(void *credential, Bytes mech);
+
+// `delegated` may be null: a delegated credential is then not asked for.
 Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, void **delegated);
 Status delete_context(void **context, Block &token);
+
+// Of an established context.
 Status inquire_context(void *context, ContextFacts &facts);
 Status wrap_size_limit(void *context, int confidential, std::uint32_t qop, std::uint32_t output_size,
                        std::uint32_t *input_size);

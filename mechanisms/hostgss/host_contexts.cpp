@@ -19,14 +19,6 @@ std::optional<gss_channel_bindings_struct> to_bindings(const Bindings *bindings)
                                        to_buffer(bindings->application)};
 }
 
-Status check_acceptor(gss_cred_id_t credential) {
-    gss_cred_usage_t usage = GSS_C_ACCEPT;
-    Status status;
-    if (credential != GSS_C_NO_CREDENTIAL)
-        status.major = gss_inquire_cred(&status.minor, credential, nullptr, nullptr, &usage, nullptr);
-    return status.failed() || usage != GSS_C_INITIATE ? status : kNoCredential;
-}
-
 } // namespace
 
 Status initiate(void *credential, void **context, const Name &target, Bytes mech, std::uint32_t flags,
@@ -47,7 +39,20 @@ Status initiate(void *credential, void **context, const Name &target, Bytes mech
                                         &leg.lifetime);
     *context = handle;
     leg.mech = to_bytes(actual);
-    return copied(status, output, leg.token);
+    return with_token(status, output, leg.token);
+}
+
+Status check_acceptor(void *credential, Bytes mech) {
+    gss_cred_usage_t usage = GSS_C_INITIATE;
+    gss_OID_set mechs = GSS_C_NO_OID_SET;
+    Status status;
+    status.major =
+        gss_inquire_cred(&status.minor, static_cast<gss_cred_id_t>(credential), nullptr, nullptr, &usage, &mechs);
+    OidSet of;
+    *of.address() = mechs;
+    if (!status.failed() && usage == GSS_C_INITIATE)
+        return kNoCredential;
+    return status.failed() || (of.count() == 1 && of[0] == mech) ? status : kOtherMechanism;
 }
 
 Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, void **delegated) {
@@ -58,23 +63,17 @@ Status accept(void *credential, void **context, const Bindings *bindings, Bytes 
     gss_OID actual = GSS_C_NO_OID;
     HostName source;
     HostBuffer output;
-    Status status = check_acceptor(static_cast<gss_cred_id_t>(credential));
-    if (status.failed())
-        return status;
+    Status status;
     status.major =
         gss_accept_sec_context(&status.minor, &handle, static_cast<gss_cred_id_t>(credential), &token,
                                channel ? &*channel : GSS_C_NO_CHANNEL_BINDINGS, source.address(), &actual, output.get(),
                                &leg.flags, &leg.lifetime, delegated == nullptr ? nullptr : &given);
     *context = handle;
     leg.mech = to_bytes(actual);
-    if (!status.failed()) {
-        Status shown = source.display(leg.source);
-        if (shown.failed())
-            status = shown;
-    }
-    status = copied(status, output, leg.token);
     if (delegated != nullptr)
         *delegated = given;
+    const Status shown = status.failed() ? Status{} : source.display(leg.source);
+    status = shown.failed() ? shown : with_token(status, output, leg.token);
     if (status.failed() && given != GSS_C_NO_CREDENTIAL)
         release_credential(delegated);
     return status;
@@ -98,11 +97,12 @@ Status inquire_context(void *context, ContextFacts &facts) {
     facts.mech = to_bytes(mech);
     if (status.failed())
         return status;
+    const bool initiated = facts.initiated != 0;
     HostName source;
     HostName target;
-    gss_name_t *wanted = facts.initiated != 0 || names_acceptors(facts.mech) ? target.address() : nullptr;
-    status.major = gss_inquire_context(&status.minor, handle, source.address(), wanted, nullptr, nullptr, nullptr,
-                                       nullptr, nullptr);
+    status.major = gss_inquire_context(&status.minor, handle, initiated ? source.address() : nullptr,
+                                       initiated || names_acceptors(facts.mech) ? target.address() : nullptr, nullptr,
+                                       nullptr, nullptr, nullptr, nullptr);
     if (!status.failed())
         status = source.display(facts.source);
     return status.failed() ? status : target.display(facts.target);
@@ -123,8 +123,12 @@ Status wrap(void *context, int confidential, std::uint32_t qop, Bytes message, i
     return copied(status, output, wrapped);
 }
 
+// Kerberos (1.20) writes into the token that it reads.
 Status unwrap(void *context, Bytes wrapped, Block &message, int *state, std::uint32_t *qop) {
-    gss_buffer_desc input = to_buffer(wrapped);
+    Block copy;
+    if (!copy.append(wrapped))
+        return kOutOfMemory;
+    gss_buffer_desc input = to_buffer(copy.view());
     HostBuffer output;
     Status status;
     status.major = gss_unwrap(&status.minor, to_context(context), &input, output.get(), state, qop);

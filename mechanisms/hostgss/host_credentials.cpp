@@ -41,8 +41,12 @@ Status HostName::display(Block &text) const {
     HostBuffer shown;
     Status status;
     status.major = gss_display_name(&status.minor, name_, shown.get(), nullptr);
-    const Bytes whole = shown.view();
-    if (!status.failed() && !text.append(whole.substr(0, whole.find('\0'))))
+    Bytes whole = shown.view();
+    if (!whole.empty() && whole.back() == '\0')
+        whole.remove_suffix(1);
+    if (!status.failed() && whole.find('\0') != Bytes::npos)
+        return {GSS_S_BAD_NAME, 0, "The name has a NUL inside."};
+    if (!status.failed() && !text.append(whole))
         return kOutOfMemory;
     return status;
 }

@@ -28,7 +28,7 @@ inline Bytes to_bytes(gss_const_OID oid) {
 
 // gss-ntlmssp (1.2.0) follows a null pointer when it is asked for the name of an acceptor that has none.
 inline bool names_acceptors(Bytes mech) {
-    return mech != Bytes("\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a");
+    return mech != kNtlm;
 }
 
 // A buffer of the host.
@@ -42,7 +42,8 @@ class HostBuffer {
         gss_release_buffer(&minor, &buffer_);
     }
     gss_buffer_t get() { return &buffer_; }
-    Bytes view() const { return to_bytes(buffer_); }
+    // Some calls that fail leave a length without bytes.
+    Bytes view() const { return buffer_.value == nullptr ? Bytes{} : to_bytes(buffer_); }
 
   private:
     gss_buffer_desc buffer_ = GSS_C_EMPTY_BUFFER;
@@ -64,18 +65,22 @@ class HostName {
 
     // A name without text stays GSS_C_NO_NAME.
     Status import(const Name &name);
-    // Its display text, without the NULs that some mechanisms count in; nothing for GSS_C_NO_NAME.
+    // Its display text; nothing for GSS_C_NO_NAME. Some mechanisms count a NUL at its end in; one inside is refused.
     Status display(Block &text) const;
 
   private:
     gss_name_t name_ = GSS_C_NO_NAME;
 };
 
-// The status of a call, with its buffer copied out; a copy that fails makes the call fail.
+// The status of an establishment call, with its token copied out, also that of a call that failed; a copy that fails
+// makes the call fail.
+inline Status with_token(Status status, const HostBuffer &token, Block &copy) {
+    return token.view().empty() || copy.append(token.view()) ? status : kOutOfMemory;
+}
+
+// The status of any other call: what one that failed left in its buffer is nobody's.
 inline Status copied(Status status, const HostBuffer &buffer, Block &copy) {
-    if (!buffer.view().empty() && !copy.append(buffer.view()))
-        return kOutOfMemory;
-    return status;
+    return status.failed() ? status : with_token(status, buffer, copy);
 }
 
 } // namespace hostgss

@@ -4,7 +4,11 @@
 // Arguments as in RFC 2744 for the call of the same name; the framework finds the operations by their names. Null
 // pointers are refused, or leave out the result. Success is minor status 0x21000064; the minor status of a failure is
 // the host's, or one of the framework's where the host was not asked. Flags, lifetimes, channel bindings and qualities
-// of protection pass through both ways, and the host's handles are the adapter's. Every block is on the C heap.
+// of protection pass through both ways. Every block is on the C heap.
+//
+// GSS_S_BAD_MECH: no mechanism of the registry that is in use with this library, or not the credential's or the
+// context's. GSS_S_NO_CONTEXT: there is no context, or not one that the call can go on with; every call but
+// inquire_context and delete_sec_context needs an established one.
 #ifndef HOSTGSS_HOSTGSS_H
 #define HOSTGSS_HOSTGSS_H
 
@@ -14,7 +18,11 @@ extern "C" {
 
 // ---- configure.cpp
 
-// Fails with 0xA100012B, and says so in the message buffer, when the host has no mechanism for the entry's OID.
+// Fails with 0xA100012B, and says why in the message buffer, when the host has no mechanism for the entry's OID; when
+// that is the host's own negotiator (1.3.6.1.5.5.2); when the setting "accept" is neither "yes" nor "no", or
+// "accept_limit" no number from 1 to 4294967295; and, in a server, when the mechanism is not accepted. Kerberos is
+// unless "accept" is "no", any other only if it is "yes". In a server the message also says what accepting NTLM costs,
+// and which of the files with secrets others can open.
 QXGSS_API OM_uint32 HOSTGSS_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, qxgss_buffer_t pLibPathBuf,
                                       qxgss_buffer_t pConfigInfoBuf);
 
@@ -32,7 +40,8 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_names_for_mech(OM_uint32 *pMinorStatus, qxgs
 // in the ticket cache or what else the mechanism has; without an identity, and for a null name, the default credential.
 // An acceptor takes no password; it finds its keys in the file that the mechanism's setting "keytab_file" names,
 // else in the host's default key table, and is named by a service (names.h). GSS_S_BAD_NAME with the parser's minor
-// status for a wrong logon string, with 0xE10000CD for a password without identity.
+// status for a wrong logon string, with 0xE10000CD for a password without identity. GSS_S_NO_CRED to accept with a
+// mechanism that is not accepted, whatever the process is.
 QXGSS_API OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredName, OM_uint32 TimeReq,
                                          qxgss_OID_set pDesiredMechs, qxgss_cred_usage_t CredUsage,
                                          qxgss_cred_id_t *ppOutputCredHandle, qxgss_OID_set *ppActualMechs,
@@ -46,7 +55,11 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_
 
 // ---- establish.cpp
 
-// A call that lacks memory once the host has answered hands out nothing, and deletes the context.
+// A failed call hands out nothing but the token, if the host has one for the peer, and no token either where the host
+// was not asked or its success does not count (for lack of memory, for one). A first call that fails leaves no context,
+// a later one a context that can only be inquired and deleted.
+//
+// NTLM messages are looked at before the host's library sees them (ntlm.h): GSS_S_DEFECTIVE_TOKEN.
 
 // Needs a target name (GSS_S_BAD_NAME) and a mechanism (GSS_S_BAD_MECH). The actual mechanism is the registry's OID.
 QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pInitiatorCredHandle,
@@ -56,9 +69,16 @@ QXGSS_API OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred
                                              qxgss_OID *ppActualMechType, qxgss_buffer_t pOutputToken,
                                              OM_uint32 *pRetFlags, OM_uint32 *pTimeRec);
 
-// The mechanism is the token's, but only one that the credential is for; without a credential, one that the
-// configuration names with this library. An empty token is GSS_S_DEFECTIVE_TOKEN. The actual mechanism is the
-// registry's OID.
+// The mechanism is the token's, and must be one that is accepted and that the credential is for; without a credential
+// the mechanism's default one is used. GSS_S_NO_CRED for a credential that cannot accept, GSS_S_DEFECTIVE_TOKEN for an
+// empty token. The actual mechanism is the registry's OID.
+//
+// The source name is the peer's one name, here and in every inquiry: Kerberos's principal as the host displays it;
+// NTLM's account as "DOMAIN\user" in the spelling of the server's user file, however the client has spelled it, or
+// GSS_S_UNAUTHORIZED when several accounts could be meant (ntlm.h).
+//
+// NTLM logons are counted for the life of the process, when their last message goes to the host's library; from the
+// number of the setting "accept_limit" on (256 without it) they are refused with GSS_S_FAILURE.
 QXGSS_API OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,
                                                qxgss_cred_id_t pAcceptorCredHandle, qxgss_buffer_t pInputToken,
                                                qxgss_channel_bindings_t pInputChanBindings, qxgss_name_t *ppSrcName,
@@ -72,6 +92,9 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_context(OM_uint32 *pMinorStatus, qxgss_ctx_i
                                             int *pLocallyInitiated, int *pOpen);
 
 // ---- messages.cpp
+
+// GSS_S_FAILURE on a context whose flags promise no protection: for MICs integrity, for the others that or
+// confidentiality. Results are only those of a success. The message and the token that are read stay as they are.
 
 QXGSS_API OM_uint32 HOSTGSS_wrap_size_limit(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, int ConfReqFlag,
                                             qxgss_qop_t QopReq, OM_uint32 ReqOutputSize, OM_uint32 *pMaxInputSize);

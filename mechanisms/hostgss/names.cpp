@@ -1,6 +1,8 @@
 // Names and OIDs on their way between the framework and the host.
 #include "mechanisms/hostgss/names.h"
 
+#include <charconv>
+
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/status.h"
 
@@ -37,6 +39,7 @@ Status make_name(Bytes text, qxgss_name_t *ppName) {
     qxgss_buffer_desc buffer = {text.size(), const_cast<char *>(text.data())};
     Status status;
     status.major = qxgss_import_name(&status.minor, &buffer, GSS_C_NT_QXAT_MECHDATA_UTF8, ppName);
+    status.text = status.failed() ? "The name cannot be handed over." : nullptr;
     return status;
 }
 
@@ -64,12 +67,33 @@ bool served_here(const MechInfo_t &mechanism) {
     return mechanism.MechFtnTable.ftn_gssp_configure == HOSTGSS_configure;
 }
 
-const char *keytab_of(const qxgss_OID pMech) {
-    const char *name = nullptr;
-    const char *file = nullptr;
-    if (GSS_ERROR(gssp_oid_to_mechstr(nullptr, pMech, &name)) == 0)
-        gssp_inquire_mech_setting(nullptr, name, "keytab_file", &file);
-    return file;
+const MechInfo_t *entry_of(Bytes mech) {
+    for (OM_uint32 i = 0; i != MechCount; ++i)
+        if (view(pMechInfo[i].pMechOid) == mech && served_here(pMechInfo[i]) &&
+            pMechInfo[i].fUseMech != GSSP_MECH_UNUSED)
+            return &pMechInfo[i];
+    return nullptr;
+}
+
+const char *setting_of(const MechInfo_t &entry, const char *key) {
+    const char *value = nullptr;
+    gssp_inquire_mech_setting(nullptr, entry.pszMechName, key, &value);
+    return value;
+}
+
+bool may_accept(const MechInfo_t &entry) {
+    const char *const said = setting_of(entry, "accept");
+    return said == nullptr ? view(entry.pMechOid) == kKerberos : Bytes(said) == "yes";
+}
+
+std::uint32_t accept_limit(const MechInfo_t &entry) {
+    const char *const said = setting_of(entry, "accept_limit");
+    if (said == nullptr)
+        return kAcceptLimit;
+    const Bytes text = said;
+    std::uint32_t limit = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), limit);
+    return error == std::errc() && end == text.data() + text.size() ? limit : 0;
 }
 
 } // namespace hostgss

@@ -26,6 +26,11 @@ class HostNameText {
     Name name_;
 };
 
+// Texts of refusals.
+inline constexpr const char *kNotServed = "The configuration has no such mechanism in use here.";
+inline constexpr const char *kNotAccepted =
+    "Logons with this mechanism are not accepted: its settings do not say accept = \"yes\".";
+
 bool is_host_based(const qxgss_name_element_desc &element);
 
 // A framework name with that text in UTF-8, for the caller to release; null for an empty text.
@@ -40,8 +45,18 @@ qxgss_OID registered_oid(Bytes mech);
 // Whether the configuration names this library for the mechanism.
 bool served_here(const MechInfo_t &mechanism);
 
-// The mechanism's setting "keytab_file"; null when it has none.
-const char *keytab_of(const qxgss_OID pMech);
+// The mechanism's entry; null when it is not served here, or out of use.
+const MechInfo_t *entry_of(Bytes mech);
+
+// A setting of the mechanism; null when it has none of that name.
+const char *setting_of(const MechInfo_t &entry, const char *key);
+
+// Whether peers may log on with it: Kerberos unless "accept" says no, any other only if it says yes.
+bool may_accept(const MechInfo_t &entry);
+
+// How many NTLM logons a process takes: "accept_limit", from 1; 0 when that is no such number.
+inline constexpr std::uint32_t kAcceptLimit = 256; // the default
+std::uint32_t accept_limit(const MechInfo_t &entry);
 
 } // namespace hostgss
 

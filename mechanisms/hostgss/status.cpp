@@ -7,23 +7,19 @@ namespace hostgss {
 
 namespace {
 
-struct Failure {
-    Status status;
-    const char *text; // null: the host knows
-};
-
-thread_local Failure last_failure{};
+thread_local Status last_failure{};
 
 // The host knows no text of our lack of memory, and no other cause is told where that is what failed.
-void remember(Status status, const char *text) {
-    last_failure = {status, status.minor == kNoMemory ? "There is not enough memory." : text};
+void remember(Status status) {
+    last_failure = {status.major, status.minor,
+                    status.minor == kNoMemory ? "There is not enough memory." : status.text};
 }
 
 Status failure_text(OM_uint32 minor, Bytes mech, Block &text) {
-    const Failure &last = last_failure;
-    const bool remembered = last.status.failed() && minor == last.status.minor;
-    Status result = remembered ? major_text(last.status.major, text) : Status{};
-    if (result.failed() || (remembered && minor == 0))
+    const Status &last = last_failure;
+    const bool remembered = last.failed() && minor == last.minor;
+    Status result = remembered ? major_text(last.major, text) : Status{};
+    if (result.failed() || (remembered && minor == 0 && last.text == nullptr))
         return result;
     if (!remembered || last.text == nullptr)
         return minor_text(minor, mech, text);
@@ -34,14 +30,8 @@ Status failure_text(OM_uint32 minor, Bytes mech, Block &text) {
 
 OM_uint32 finish(OM_uint32 *pMinorStatus, Status status) {
     if (status.failed())
-        remember(status, nullptr);
+        remember(status);
     set(pMinorStatus, status.failed() ? status.minor : GSSP_E_SUCCESS);
-    return status.major;
-}
-
-OM_uint32 refuse(OM_uint32 *pMinorStatus, Status status, const char *text) {
-    remember(status, text);
-    set(pMinorStatus, status.minor);
     return status.major;
 }
 

@@ -2,6 +2,8 @@
 #ifndef HOSTGSS_STATUS_H
 #define HOSTGSS_STATUS_H
 
+#include <type_traits>
+
 #include "mechanisms/hostgss/host.h"
 #include "qxgss/gssp.h"
 
@@ -10,21 +12,23 @@ namespace hostgss {
 inline constexpr OM_uint32 kInaccessibleRead = GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE;
 inline constexpr OM_uint32 kInaccessibleWrite = GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE;
 
-// The outcome of a call of the host; a failure is remembered for display_status.
+// A failure of our own.
+constexpr Status refusal(OM_uint32 major, const char *text) {
+    return {major, GSSP_E_INVALID_ARGUMENT, text};
+}
+
+// The outcome of a call; a failure is remembered for display_status.
 OM_uint32 finish(OM_uint32 *pMinorStatus, Status status);
 
-// A failure of our own, with its text, a literal.
-OM_uint32 refuse(OM_uint32 *pMinorStatus, Status status, const char *text);
-
-inline OM_uint32 refuse_argument(OM_uint32 *pMinorStatus, OM_uint32 major, const char *text) {
-    return refuse(pMinorStatus, {major, GSSP_E_INVALID_ARGUMENT}, text);
+inline OM_uint32 refuse(OM_uint32 *pMinorStatus, OM_uint32 major, const char *text) {
+    return finish(pMinorStatus, refusal(major, text));
 }
 
 inline OM_uint32 no_memory(OM_uint32 *pMinorStatus) {
     return finish(pMinorStatus, kOutOfMemory);
 }
 
-template <typename T> void set(T *pOutput, T value) {
+template <typename T> void set(T *pOutput, std::type_identity_t<T> value) {
     if (pOutput != nullptr)
         *pOutput = value;
 }

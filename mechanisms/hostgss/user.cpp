@@ -1,6 +1,7 @@
 // Who the peer is: the source name of a context in the forms that the framework asks for.
 #include <cstdlib>
 
+#include "mechanisms/hostgss/context.h"
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
 #include "mechanisms/hostgss/status.h"
@@ -10,16 +11,23 @@ namespace hostgss {
 
 namespace {
 
-constexpr Status kNoProperties{GSS_S_FAILURE, 0xE1000092U};
+constexpr Status kNoProperties{GSS_S_FAILURE, 0xE1000092U, "The user's properties cannot be written."};
+
+Status facts_of_user(const Context *context, ContextFacts &facts) {
+    const Status status = check_established(context);
+    return status.failed() ? status : inquire(context, facts);
+}
 
 struct UserAndDomain {
     Bytes user;
     Bytes domain;
 };
 
-// "DOMAIN\user", or a principal: its realm follows the last "@" that no backslash precedes.
-UserAndDomain split(Bytes name) {
-    const std::size_t at = name.rfind('@');
+// "DOMAIN\user", or a principal: its realm follows the last "@" that no backslash precedes. A user of NTLM's may have
+// an "@", too.
+UserAndDomain split(const ContextFacts &facts) {
+    const Bytes name = facts.source.view();
+    const std::size_t at = facts.mech == kNtlm ? Bytes::npos : name.rfind('@');
     const std::size_t backslash = name.find('\\');
     if (at != Bytes::npos && (at == 0 || name[at - 1] != '\\'))
         return {name.substr(0, at), name.substr(at + 1)};
@@ -90,10 +98,10 @@ OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_
     set<char *>(psUserName, nullptr);
     set<char *>(psDomain, nullptr);
     ContextFacts facts;
-    const Status status = inquire_context(pContextHandle, facts);
+    const Status status = facts_of_user(context_of(pContextHandle), facts);
     if (status.failed())
         return finish(pMinorStatus, status);
-    const UserAndDomain name = split(facts.source.view());
+    const UserAndDomain name = split(facts);
     if (give_string(name.user, psUserName) && give_string(name.domain, psDomain))
         return finish(pMinorStatus, status);
     if (psUserName != nullptr)
@@ -105,13 +113,11 @@ OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_
 OM_uint32 HOSTGSS_inquire_properties_for_user(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                                               qxgss_buffer_t pUserPropBuffer) {
     if (pUserPropBuffer == nullptr)
-        return refuse_argument(pMinorStatus, kInaccessibleWrite, "There is no room for the properties.");
+        return refuse(pMinorStatus, kInaccessibleWrite, "There is no room for the properties.");
     *pUserPropBuffer = {};
     ContextFacts facts;
-    Status status = inquire_context(pContextHandle, facts);
-    if (status.failed())
-        return finish(pMinorStatus, status);
-    status = write_properties(facts, pUserPropBuffer);
-    return status.failed() ? refuse(pMinorStatus, status, "The user's properties cannot be written.")
-                           : finish(pMinorStatus, status);
+    Status status = facts_of_user(context_of(pContextHandle), facts);
+    if (!status.failed())
+        status = write_properties(facts, pUserPropBuffer);
+    return finish(pMinorStatus, status);
 }

@@ -1,5 +1,6 @@
 // Configuration: GNU SASL's one context, the server's verifiers, and what the mechanism says of itself. Nothing here is
 // written once configure has returned.
+#include "mechanisms/exposure.h"
 #include "mechanisms/scram/scram.h"
 
 namespace scram {
@@ -19,20 +20,25 @@ std::string start_library() {
     return {};
 }
 
-// What is wrong, or empty.
-std::string read_verifiers(Mechanism &mechanism) {
+// What is wrong, or empty; what is to be said although nothing is goes to `warning`.
+std::string read_verifiers(Mechanism &mechanism, std::string &warning) {
     const char *pszFile = nullptr;
     if (GSS_ERROR(gssp_inquire_mech_setting(nullptr, configured_name(mechanism), "verifiers_file", &pszFile)))
         return "verifiers_file is not set";
     auto verifiers = std::make_unique<Verifiers>();
     std::string wrong = verifiers->read(pszFile, mechanism.name);
-    if (wrong.empty())
-        mechanism.pVerifiers = verifiers.release();
-    return wrong;
+    if (!wrong.empty())
+        return wrong;
+    if (const char *const exposed = exposure(pszFile); exposed != nullptr)
+        warning = std::string(pszFile) + exposed;
+    mechanism.pVerifiers = verifiers.release();
+    return {};
 }
 
 // Left as it was when memory is lacking: the status then has to do.
 void append(qxgss_buffer_t pBuffer, const std::string &text) {
+    if (text.empty())
+        return;
     void *const grown = std::realloc(pBuffer->value, pBuffer->length + text.size());
     if (grown == nullptr)
         return;
@@ -86,13 +92,14 @@ OM_uint32 configure(Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 Cli
                     qxgss_buffer_t pConfigInfoBuf) {
     delete mechanism.pVerifiers;
     mechanism.pVerifiers = nullptr;
+    std::string warning;
     std::string wrong = start_library();
     if (wrong.empty() && ClientServer == QXGSS_SERVER)
-        wrong = read_verifiers(mechanism);
+        wrong = read_verifiers(mechanism, warning);
+    if (pConfigInfoBuf != nullptr)
+        append(pConfigInfoBuf, wrong.empty() ? warning : wrong);
     if (wrong.empty())
         return succeed(pMinorStatus);
-    if (pConfigInfoBuf != nullptr)
-        append(pConfigInfoBuf, wrong);
     return report(pMinorStatus, GSS_S_FAILURE, E_NOT_CONFIGURED);
 }
 

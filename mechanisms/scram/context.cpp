@@ -63,6 +63,9 @@ OM_uint32 check_token(OM_uint32 *pMinorStatus, const Context &context, const qxg
         return report(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, E_EARLY_TOKEN);
     if (!isFirst && input.length == 0)
         return report(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, E_NO_TOKEN);
+    // The library would not see, nor the proofs cover, what stands behind a NUL.
+    if (input.length != 0 && std::memchr(input.value, '\0', input.length) != nullptr)
+        return fail(pMinorStatus, GSASL_MECHANISM_PARSE_ERROR);
     if (context.isInitiator && context.legs == 1 && asks_too_much(input))
         return report(pMinorStatus, GSS_S_DEFECTIVE_TOKEN, E_ITERATIONS);
     return succeed(pMinorStatus);
@@ -176,6 +179,12 @@ OM_uint32 begin_acceptor(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_cr
     return rc == GSASL_OK ? succeed(pMinorStatus) : fail(pMinorStatus, rc);
 }
 
+// A context goes on with the role and the mechanism that it began with.
+bool is_other(const Mechanism &mechanism, bool initiates, qxgss_ctx_id_t handle) {
+    return handle != QXGSS_C_NO_CONTEXT &&
+           (context_of(handle).isInitiator != initiates || &context_of(handle).mechanism != &mechanism);
+}
+
 // Runs a call on the fresh context, which is handed out if it succeeds, or on the caller's.
 OM_uint32 drive(OM_uint32 *pMinorStatus, Fresh fresh, qxgss_ctx_id_t *ppContextHandle, qxgss_buffer_t pInputToken,
                 qxgss_buffer_t pOutputToken) {
@@ -238,6 +247,8 @@ OM_uint32 init_sec_context(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_
     answer(mechanism, answers);
     if (!is_for(mechanism, pMechType))
         return report(pMinorStatus, GSS_S_BAD_MECH, E_OTHER_MECHANISM);
+    if (is_other(mechanism, true, *ppContextHandle))
+        return report(pMinorStatus, GSS_S_NO_CONTEXT, E_NO_CONTEXT);
     Fresh fresh;
     OM_uint32 major = GSS_S_COMPLETE;
     if (*ppContextHandle == QXGSS_C_NO_CONTEXT)
@@ -257,6 +268,8 @@ OM_uint32 accept_sec_context(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgs
     if (ppDelegatedCredHandle != nullptr)
         *ppDelegatedCredHandle = QXGSS_C_NO_CREDENTIAL;
     answer(mechanism, answers);
+    if (is_other(mechanism, false, *ppContextHandle))
+        return report(pMinorStatus, GSS_S_NO_CONTEXT, E_NO_CONTEXT);
     Fresh fresh;
     OM_uint32 major = GSS_S_COMPLETE;
     if (*ppContextHandle == QXGSS_C_NO_CONTEXT)

@@ -123,7 +123,8 @@ OM_uint32 display_status(const Mechanism &mechanism, OM_uint32 *pMinorStatus, OM
 Gsasl *library();
 
 // Initialises GNU SASL once and, in a server, reads the file that the setting "verifiers_file" names. What is wrong is
-// appended to pConfigInfoBuf, without a line end: GSS_S_FAILURE with E_NOT_CONFIGURED.
+// appended to pConfigInfoBuf, without a line end: GSS_S_FAILURE with E_NOT_CONFIGURED. A verifiers file that others can
+// open is used, and the message says so.
 OM_uint32 configure(Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 ClientServer,
                     qxgss_buffer_t pConfigInfoBuf);
 
@@ -164,6 +165,8 @@ struct Answers {
     OM_uint32 *pRetFlags;
     OM_uint32 *pTimeRec;
 };
+
+// Both calls refuse a context of the other role or of another mechanism: GSS_S_NO_CONTEXT.
 
 // Three calls: client-first, client-final, and the check of server-final, which completes without a token. A failed
 // first call leaves no context, a later one a context that can only be inquired and deleted.

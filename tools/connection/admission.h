@@ -34,6 +34,8 @@ class Admission {
         unsigned long by_clients = 0, by_address = 0, by_machine = 0;
         bool any() const { return by_clients + by_address + by_machine != 0; }
     };
+    std::size_t size() const { return addresses_.size(); } // addresses that are remembered
+
     Refused take_refused() { return std::exchange(refused_, {}); }
 
   private:

@@ -2,7 +2,9 @@
 #include "tools/show/story.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <cstring>
 
 #include <nlohmann/json.hpp>
 
@@ -43,18 +45,24 @@ std::string milliseconds(double seconds) {
     return text;
 }
 
+// In quotation marks unless it is plain: nothing in a name can look like what stands behind it.
+std::string shown(const std::string &name) {
+    const auto is_plain = [](unsigned char c) { return std::isalnum(c) != 0 || (c != 0 && std::strchr("@._-/\\", c)); };
+    return std::ranges::all_of(name, is_plain) ? name : common::quoted(name);
+}
+
 } // namespace
 
 void print_line(std::ostream &out, const Story &story) {
     out << story.peer;
     if (story.is_established && !story.user.empty())
-        out << "  user " << printable(story.user);
+        out << "  user " << shown(story.user);
     if (story.is_established)
         out << "  " << printable(story.mechanism) << "  flags " << flag_names(story.flags) << "  "
             << story.confirmation;
     out << "  rounds " << story.rounds << "  " << milliseconds(story.seconds);
     if (!story.delegated.empty())
-        out << "  delegated by " << printable(story.delegated);
+        out << "  delegated by " << shown(story.delegated);
     if (story.messages != 0)
         out << "  messages " << story.messages;
     if (!story.failure.empty())

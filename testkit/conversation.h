@@ -1,0 +1,97 @@
+// Two sessions in one process, and whoever is in between.
+#ifndef QXNEGO_TESTKIT_CONVERSATION_H
+#define QXNEGO_TESTKIT_CONVERSATION_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/owned.h"
+#include "session/qxgss_session.h"
+
+namespace testkit {
+
+// One end. `said` is the outcome of its last call, as "MAJOR/MINOR".
+class SessionEnd {
+  public:
+    SessionEnd() = default;
+    SessionEnd(const SessionEnd &) = delete;
+    SessionEnd &operator=(const SessionEnd &) = delete;
+    ~SessionEnd() { qxgss_session_delete(nullptr, &handle); }
+
+    void initiate(const std::string &logon, const qxgss_session_options_desc *options = nullptr) {
+        const qxgss_buffer_desc text = common::view(logon);
+        note(qxgss_session_initiate(&minor_, &text, "host@localhost",
+                                    GSS_C_MUTUAL_FLAG | GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG | GSS_C_REPLAY_FLAG |
+                                        GSS_C_SEQUENCE_FLAG,
+                                    options, &handle));
+    }
+    void accept(const qxgss_session_options_desc *options = nullptr) {
+        note(qxgss_session_accept(&minor_, options, &handle));
+    }
+
+    std::string step(std::string_view input) { return filled(qxgss_session_step, input); }
+    std::string wrap(std::string_view text) { return filled(qxgss_session_wrap, text); }
+    std::string unwrap(std::string_view message) { return filled(qxgss_session_unwrap, message); }
+    std::string end() {
+        common::Buffer output;
+        note(qxgss_session_end(&minor_, handle, output.out()));
+        return std::string(output.bytes());
+    }
+
+    qxgss_session_facts_desc facts() const {
+        qxgss_session_facts_desc facts{};
+        qxgss_session_inquire(nullptr, handle, &facts);
+        return facts;
+    }
+    bool is_open() const { return facts().State == QXGSS_SESSION_OPEN; }
+    std::string user() const {
+        const qxgss_session_facts_desc known = facts();
+        return std::string(common::bytes_of(&known.User));
+    }
+
+    qxgss_session_t handle = nullptr;
+    OM_uint32 major = 0;
+
+  private:
+    template <typename Call> std::string filled(Call call, std::string_view input) {
+        common::Buffer output;
+        const qxgss_buffer_desc bytes = common::view(input);
+        note(call(&minor_, handle, &bytes, output.out()));
+        return std::string(output.bytes());
+    }
+    void note(OM_uint32 status) { major = status; }
+
+    OM_uint32 minor_ = 0;
+};
+
+// What someone in between does to the message with that number, the client's first being 1. An empty one is withheld.
+using Between = std::function<void(std::size_t number, std::string &message)>;
+
+// From the first token until both are open, or until one has nothing to say.
+inline void converse(SessionEnd &client, SessionEnd &server, const Between &between = {}) {
+    std::string message = client.step({});
+    for (std::size_t number = 1; !message.empty() && number < 50; ++number) {
+        if (between)
+            between(number, message);
+        SessionEnd &reader = number % 2 == 1 ? server : client;
+        message = message.empty() ? "" : reader.step(message);
+    }
+}
+
+// A text there and back, and the client's end; whether all of it came through.
+inline bool exchange_texts(SessionEnd &client, SessionEnd &server, const Between &between = {}) {
+    const auto carried = [&](std::size_t number, std::string message) {
+        if (between)
+            between(number, message);
+        return message;
+    };
+    const std::string there = server.unwrap(carried(1, client.wrap("question")));
+    const std::string back = client.unwrap(carried(2, server.wrap("answer")));
+    server.unwrap(carried(3, client.end()));
+    return there == "question" && back == "answer" && server.facts().State == QXGSS_SESSION_ENDED;
+}
+
+} // namespace testkit
+
+#endif
