@@ -7,6 +7,9 @@
 
 #include "gssp2qxnego/gssp2qxnego.h"
 #include "qxgss/gsspasn.h"
+#include "qxgss/operations.h"
+
+QXGSS_DECLARE_OPERATIONS(QXNEGO)
 
 // ---- Status codes (qxnego_codes.def) -------------------------------------------------------------------------------
 

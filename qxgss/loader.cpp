@@ -7,6 +7,7 @@
 #include <link.h>
 
 #include "qxgss/internal.h"
+#include "qxgss/operations.h"
 #include "qxgss/qxgss.h"
 
 namespace {
@@ -61,29 +62,9 @@ class Symbols {
 };
 
 void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
-    symbols.fill("configure", table.ftn_gssp_configure);
-    symbols.fill("indicate_mechs", table.ftn_gssp_indicate_mechs);
-    symbols.fill("inquire_names_for_mech", table.ftn_gssp_inquire_names_for_mech);
-    symbols.fill("acquire_cred", table.ftn_gssp_acquire_cred);
-    symbols.fill("release_cred", table.ftn_gssp_release_cred);
-    symbols.fill("inquire_cred", table.ftn_gssp_inquire_cred);
-    symbols.fill("init_sec_context", table.ftn_gssp_init_sec_context);
-    symbols.fill("accept_sec_context", table.ftn_gssp_accept_sec_context);
-    symbols.fill("delete_sec_context", table.ftn_gssp_delete_sec_context);
-    symbols.fill("inquire_context", table.ftn_gssp_inquire_context);
-    symbols.fill("wrap_size_limit", table.ftn_gssp_wrap_size_limit);
-    symbols.fill("wrap", table.ftn_gssp_wrap);
-    symbols.fill("unwrap", table.ftn_gssp_unwrap);
-    symbols.fill("get_mic", table.ftn_gssp_get_mic);
-    symbols.fill("verify_mic", table.ftn_gssp_verify_mic);
-    symbols.fill("get_client_domain_username", table.ftn_gssp_get_client_domain_username);
-    symbols.fill("qop_string_to_int", table.ftn_gssp_qop_string_to_int);
-    symbols.fill("qop_int_to_string", table.ftn_gssp_qop_int_to_string);
-    symbols.fill("inquire_properties_for_user", table.ftn_gssp_inquire_properties_for_user);
-    symbols.fill("display_status", table.ftn_gssp_display_status);
-    symbols.fill("release_name", table.ftn_gssp_release_name);
-    symbols.fill("inquire_negotiated_mech", table.ftn_gssp_inquire_negotiated_mech);
-    symbols.fill("inquire_negotiation", table.ftn_gssp_inquire_negotiation);
+#define FILL(TABLE, operation) symbols.fill(#operation, TABLE.ftn_gssp_##operation);
+    QXGSS_OPERATIONS(FILL, table)
+#undef FILL
 }
 
 // Why what was found cannot be used; empty when it can.

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qxgss/operations.h"
 #include "tests/support.h"
 
 namespace {
@@ -70,26 +71,18 @@ QXGSS_API OM_uint32 NEGO_configure(OM_uint32 *pMinorStatus, OM_uint32, qxgss_buf
 }
 }
 
-// ALL has every operation, in the order of the function table.
-// clang-format off
-#define ALL_OPERATIONS(ROW)                                                                                            \
-    ROW(configure) ROW(indicate_mechs) ROW(inquire_names_for_mech) ROW(acquire_cred) ROW(release_cred)                 \
-    ROW(inquire_cred) ROW(init_sec_context) ROW(accept_sec_context) ROW(delete_sec_context) ROW(inquire_context)       \
-    ROW(wrap_size_limit) ROW(wrap) ROW(unwrap) ROW(get_mic) ROW(verify_mic) ROW(get_client_domain_username)            \
-    ROW(qop_string_to_int) ROW(qop_int_to_string) ROW(inquire_properties_for_user) ROW(display_status)                 \
-    ROW(release_name)
-// clang-format on
-#define DEFINE(operation)                                                                                              \
-    extern "C" QXGSS_API OM_uint32 ALL_##operation() {                                                                 \
+// ALL has every operation.
+#define DEFINE(PREFIX, operation)                                                                                      \
+    extern "C" QXGSS_API OM_uint32 PREFIX##_##operation() {                                                            \
         return GSS_S_COMPLETE;                                                                                         \
     }
-#define LISTED(operation) &ALL_##operation,
-ALL_OPERATIONS(DEFINE)
+QXGSS_OPERATIONS(DEFINE, ALL)
 
 namespace {
 
 using Operation = OM_uint32 (*)();
-const Operation all_operations[] = {ALL_OPERATIONS(LISTED)};
+#define LISTED(PREFIX, operation) &PREFIX##_##operation,
+const Operation all_operations[] = {QXGSS_OPERATIONS(LISTED, ALL)};
 
 std::string in_program(const std::string &name, const std::string &oid, const std::string &more = "") {
     return support::mechanism(name, oid, name, "", more);

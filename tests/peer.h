@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "qxgss/operations.h"
 #include "tests/support.h"
 
 namespace support {
@@ -281,16 +282,13 @@ template <typename... Arguments> char refuses_nothing(OM_uint32 (*operation)(Arg
     return operation == nullptr ? '0' : GSS_ERROR(operation(Arguments{}...)) != 0 ? 'r' : '-';
 }
 
-// Of every operation, in the order of the function table's families.
+// Of every operation.
 inline std::string refusals(const qxgss_ftn_table_desc &table) {
-    const auto all = [](auto... operations) { return std::string{refuses_nothing(operations)...}; };
-    return all(table.ftn_gssp_configure, table.ftn_gssp_indicate_mechs, table.ftn_gssp_inquire_names_for_mech,
-               table.ftn_gssp_acquire_cred, table.ftn_gssp_release_cred, table.ftn_gssp_inquire_cred,
-               table.ftn_gssp_init_sec_context, table.ftn_gssp_accept_sec_context, table.ftn_gssp_delete_sec_context,
-               table.ftn_gssp_inquire_context, table.ftn_gssp_wrap_size_limit, table.ftn_gssp_wrap,
-               table.ftn_gssp_unwrap, table.ftn_gssp_get_mic, table.ftn_gssp_verify_mic,
-               table.ftn_gssp_get_client_domain_username, table.ftn_gssp_inquire_properties_for_user,
-               table.ftn_gssp_display_status, table.ftn_gssp_qop_string_to_int, table.ftn_gssp_release_name);
+    std::string said;
+#define REFUSES(TABLE, operation) said += refuses_nothing(TABLE.ftn_gssp_##operation);
+    QXGSS_OPERATIONS(REFUSES, table)
+#undef REFUSES
+    return said;
 }
 
 } // namespace support

@@ -13,6 +13,7 @@ PATH=$PATH:/usr/sbin:/usr/local/sbin
 REALM=$(mktemp -d)
 trap '[ ! -s "$REALM/kdc.pid" ] || kill "$(<"$REALM/kdc.pid")"; rm -rf "$REALM"' EXIT
 export REALM
+export LSAN_OPTIONS=suppressions=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/lsan.supp:print_suppressions=0
 export KRB5_CONFIG=$REALM/krb5.conf KRB5_KDC_PROFILE=$REALM/kdc.conf
 export KRB5_KTNAME=FILE:$REALM/service.keytab KRB5_CLIENT_KTNAME=FILE:$REALM/none.keytab
 export KRB5CCNAME=FILE:$REALM/ccache KRB5RCACHENAME=file2:$REALM/replays

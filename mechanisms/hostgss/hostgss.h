@@ -13,6 +13,7 @@
 #define HOSTGSS_HOSTGSS_H
 
 #include "qxgss/gssp.h"
+#include "qxgss/operations.h"
 
 extern "C" {
 
@@ -131,5 +132,7 @@ QXGSS_API OM_uint32 HOSTGSS_display_status(OM_uint32 *pMinorStatus, OM_uint32 St
                                            qxgss_OID pMechType, OM_uint32 *pMessageContext,
                                            qxgss_buffer_t pStatusString);
 }
+
+QXGSS_DECLARE_OPERATIONS(HOSTGSS)
 
 #endif

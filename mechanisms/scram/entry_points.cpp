@@ -1,8 +1,8 @@
 // The exported entry points: one row and one set of functions for each mechanism. No exception leaves them.
 #include <exception>
-#include <type_traits>
 
 #include "mechanisms/scram/scram.h"
+#include "qxgss/operations.h"
 
 namespace {
 
@@ -25,6 +25,9 @@ constinit Mechanism sha256{"SCRAM-SHA-256", "1.3.6.1.5.5.18", {sizeof oidSha256,
 constinit Mechanism sha1{"SCRAM-SHA-1", "1.3.6.1.5.5.14", {sizeof oidSha1, oidSha1}, nullptr};
 
 } // namespace
+
+QXGSS_DECLARE_OPERATIONS(SCRAM_SHA_256)
+QXGSS_DECLARE_OPERATIONS(SCRAM_SHA_1)
 
 #define SCRAM_ENTRY(operation) SCRAM_SHA_256_##operation
 #define SCRAM_MECHANISM sha256
