@@ -30,8 +30,9 @@ void look_up_policy(const char *user) {
     for (std::size_t i = 0; mechanisms != nullptr && i < mechanisms->count; ++i) {
         OM_sint32 index = -1;
         gssp_oid_to_mechindex(nullptr, &mechanisms->elements[i], &index);
-        require(index >= 0, "a policy names mechanisms that are registered");
+        require(index >= 0 || mechanisms->count == 1, "a policy names mechanisms that are registered, or none");
     }
+    require(mechanisms == nullptr || mechanisms->count != 0, "an empty set would allow all");
     gssp_release_oid_set(nullptr, &mechanisms);
 }
 
@@ -49,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     for (OM_uint32 i = 0; i < MechCount; ++i)
         look_up(pMechInfo[i]);
-    look_up_policy("alice");
-    look_up_policy("anybody");
+    for (const char *user : {"alice", "anybody", "alice@REALM", "DOMAIN\\Alice", "\u00c4\\@"})
+        look_up_policy(user);
     return 0;
 }

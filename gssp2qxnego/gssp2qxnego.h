@@ -148,7 +148,7 @@ QXNEGO_API OM_uint32 QXNEGO_qop_int_to_string(OM_uint32 *pMinorStatus, const qxg
 
 /* What is known of a negotiation, and of mechanism `Number` of it in order of preference; also of one that goes on or
  * has failed. What the records point to belongs to the context and stays until its next call. 0x01080000 (null context)
- * and 0x020D0000 (null record), both with 0xE30003F7; GSS_S_UNAVAILABLE with 0xE3000406 for a number at or beyond the
+ * and 0x020D0000 (null record), both with 0xE30003F7; GSS_S_UNAVAILABLE with 0xE3000414 for a number at or beyond the
  * count. */
 QXNEGO_API OM_uint32 QXNEGO_inquire_negotiation(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle,
                                                 qxgss_negotiation_desc *pNegotiation);

@@ -18,12 +18,12 @@ bool is_offered(const NegMechList_desc &list) {
 
 OM_uint32 QXNEGO_inquire_negotiation(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle,
                                      qxgss_negotiation_desc *pNegotiation) {
+    set_if_given(pNegotiation, qxgss_negotiation_desc{});
     if (pContextHandle == nullptr)
         return report(pMinorStatus, kNoContextToRead, QXNEGO_E_INACCESSIBLE);
     if (pNegotiation == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
-    *pNegotiation = {};
     pNegotiation->MechCount = static_cast<OM_uint32>(entries(negotiation.NegMechList).size());
     pNegotiation->SelectedNumber = selected_entry(negotiation) == nullptr ? -1 : negotiation.SelectedMechListIndex;
     pNegotiation->NegState = negotiation.NegState;
@@ -36,15 +36,15 @@ OM_uint32 QXNEGO_inquire_negotiation(OM_uint32 *pMinorStatus, const qxgss_ctx_id
 
 OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, OM_uint32 Number,
                                          qxgss_negotiated_mech_desc *pMech) {
+    set_if_given(pMech, qxgss_negotiated_mech_desc{});
     if (pContextHandle == nullptr)
         return report(pMinorStatus, kNoContextToRead, QXNEGO_E_INACCESSIBLE);
     if (pMech == nullptr)
         return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
     const std::span<NegMechEntry_desc> all = entries(negotiation.NegMechList);
-    *pMech = {};
     if (Number >= all.size())
-        return report(pMinorStatus, GSS_S_UNAVAILABLE, QXNEGO_E_NO_MECHANISM);
+        return report(pMinorStatus, GSS_S_UNAVAILABLE, QXNEGO_E_MECHANISM_UNAVAILABLE);
     const NegMechEntry_desc &entry = all[Number];
     *pMech = {entry.pMechOid,
               entry.MechIndex,

@@ -88,9 +88,18 @@ class Section {
         return std::move(*given);
     }
 
+    bool has(std::string_view key) const { return table_.contains(key); }
+
+    // Whether the key is there, with a value of that type.
+    template <typename T> bool holds(std::string_view key) const {
+        const toml::node *node = table_.get(key);
+        return node != nullptr && node->as<T>() != nullptr;
+    }
+
     // Calls visit(element, node) for each string of an array; an absent array has none.
-    template <typename Visit> bool texts(std::string_view key, Visit visit) const {
-        return each<std::string>(key, "an array of strings", [&](const auto &element) {
+    template <typename Visit>
+    bool texts(std::string_view key, Visit visit, const char *type = "an array of strings") const {
+        return each<std::string>(key, type, [&](const auto &element) {
             check(element.get(), key, element);
             visit(element.get(), element);
         });
@@ -255,23 +264,58 @@ std::optional<std::size_t> find_mechanism(const std::vector<Mechanism> &mechanis
     return std::nullopt;
 }
 
-std::optional<MechanismNumbers> read_list(const Section &section, const std::string &key,
-                                          const std::vector<Mechanism> &mechanisms) {
+constexpr char kAllowed[] = "\"any\", \"none\" or an array of strings";
+constexpr char kAccount[] = "\"any\", \"none\", an array of strings or a table";
+
+// An array of mechanisms, of which an empty one allows any, or a word. An absent key allows any.
+Allowed read_allowed(const Section &section, const std::string &key, const std::vector<Mechanism> &mechanisms,
+                     const char *type = kAllowed) {
+    if (section.holds<std::string>(key)) {
+        const std::string word = section.required(key);
+        if (word != "any" && word != "none")
+            section.wrong(key, std::string("must be ") + type);
+        return word == "none" ? Allowed(MechanismNumbers()) : Allowed();
+    }
     MechanismNumbers numbers;
-    const bool given = section.texts(key, [&](const std::string &wanted, const auto &place) {
+    const auto add = [&](const std::string &wanted, const auto &place) {
         const std::optional<std::size_t> number = find_mechanism(mechanisms, wanted);
         if (!number)
             section.wrong_at(place, key, "'" + wanted + "' is no mechanism of this file");
         numbers.push_back(*number);
+    };
+    section.texts(key, add, type);
+    return numbers.empty() ? Allowed() : Allowed(std::move(numbers));
+}
+
+void read_account(const Section &users, const std::string &key, Configuration &result) {
+    const auto taken = [](const std::string &name, const Account &by) {
+        return "'" + name + "' is already a name of " + by.names.front();
+    };
+    result.accounts.emplace_back();
+    if (const Account *other = add_name(result, key))
+        users.wrong(key, taken(key, *other));
+    Allowed &allowed = result.accounts.back().allowed;
+    if (!users.holds<toml::table>(key)) {
+        allowed = read_allowed(users, key, result.mechanisms, kAccount);
+        return;
+    }
+    users.section(key, [&](const Section &account) {
+        account.only({"mechanisms", "names"});
+        if (!account.has("mechanisms"))
+            account.wrong("mechanisms", "is missing");
+        allowed = read_allowed(account, "mechanisms", result.mechanisms);
+        account.texts("names", [&](const std::string &name, const auto &place) {
+            if (const Account *other = add_name(result, name))
+                account.wrong_at(place, "names", taken(name, *other));
+        });
     });
-    return given ? std::optional(std::move(numbers)) : std::nullopt;
 }
 
 void read_policy(const Section &section, Configuration &result) {
     section.only({"users", "default"});
-    result.default_policy = read_list(section, "default", result.mechanisms);
+    result.default_policy = read_allowed(section, "default", result.mechanisms);
     section.section("users", [&](const Section &users) {
-        users.keys([&](const std::string &user) { result.users[user] = *read_list(users, user, result.mechanisms); });
+        users.keys([&](const std::string &key) { read_account(users, key, result); });
     });
 }
 

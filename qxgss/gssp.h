@@ -95,8 +95,7 @@ QXGSS_API OM_uint32 gssp_test_oid_set_member(OM_uint32 *pMinorStatus, const qxgs
                                              int *pPresent);
 
 /* Deep copy; a null source gives a null copy. 0xE1000079 for a null destination, 0xE1000065 for memory. */
-QXGSS_API OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_OID_set pSource,
-                                           qxgss_OID_set *ppCopy);
+QXGSS_API OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_OID_set pSource, qxgss_OID_set *ppCopy);
 
 /* Frees the set and clears the pointer; a null set is no error. */
 QXGSS_API OM_uint32 gssp_release_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet);
@@ -143,36 +142,50 @@ QXGSS_API OM_uint32 gssp_inquire_one_mech_property_int(OM_uint32 *pMinorStatus, 
 QXGSS_API OM_uint32 gssp_inquire_mech_setting(OM_uint32 *pMinorStatus, const char *pszMechName, const char *pszKey,
                                               const char **ppszValue);
 
-/* The mechanisms that a user may log on with: a set that the caller releases, or null when nothing restricts the user.
+/* The mechanisms that a user may log on with: a set that the caller releases, or null when nothing restricts the user
+ * (an empty set would say the same; it is never given). For a user who may not log on at all the set has the one member
+ * GSSP_C_NO_MECHANISM.
+ * pszUser is a name as a mechanism gives it: "user", "user@REALM" or "DOMAIN\user". A name that the file lists has
+ * what its account allows; one with a domain is compared without case. Any other has what the default allows, less what
+ * is not allowed by an account whose key is the user's name alone, without case, and that lists no name of this form.
+ * Only the letters of ASCII have a case that is known: of a listed name the others must be the same, where an account
+ * restricts they are left out, but for those that have another case in ASCII.
  * 0xE10000CB for a null or empty user, 0xE10000CD for a null ppMechs, 0xE10000F2 when nothing is configured,
  * 0xE1000065 for memory. */
 QXGSS_API OM_uint32 gssp_inquire_mech_policy_for_user(OM_uint32 *pMinorStatus, const char *pszUser,
                                                       qxgss_OID_set *ppMechs);
 
-/* What became of a mechanism in a negotiation: its state and the reason for it. */
+/* An OID that no mechanism has: its octets are those of none. */
+extern QXGSS_API qxgss_OID GSSP_C_NO_MECHANISM;
+
+/* ---- What a negotiating mechanism tells of a negotiation -------------------------------------------------------- */
+
+/* States of a mechanism in a negotiation. */
 #define QXGSS_MECH_STATE_AVAILABLE 1U
 #define QXGSS_MECH_STATE_SELECTED 2U
 #define QXGSS_MECH_STATE_REJECTED 3U
 
+/* Reasons for them. */
 #define QXGSS_MECH_REASON_AVAILABLE 1U
-#define QXGSS_MECH_REASON_GSSAPI_ERROR 2U
+#define QXGSS_MECH_REASON_GSSAPI_ERROR 2U /* a call of the mechanism failed */
 #define QXGSS_MECH_REASON_NOT_AVAIL_AT_CLIENT 3U
 #define QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER 4U
-#define QXGSS_MECH_REASON_DUE_TO_POLICY 5U
-#define QXGSS_MECH_REASON_DUE_TO_RANK 6U
-#define QXGSS_MECH_REASON_SSO_REQUIRED 7U
-#define QXGSS_MECH_REASON_AUTH_ID_NOT_AVAIL 8U
-#define QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED 9U
+#define QXGSS_MECH_REASON_DUE_TO_POLICY 5U /* the server's policy does not allow it for the user */
+#define QXGSS_MECH_REASON_DUE_TO_RANK 6U   /* selected as the first available, or rejected because one before it was */
+#define QXGSS_MECH_REASON_SSO_REQUIRED 7U  /* single sign-on is required and not supported */
+#define QXGSS_MECH_REASON_AUTH_ID_NOT_AVAIL 8U      /* no identity could be obtained for single sign-on */
+#define QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED 9U /* a user or profile is requested, and it cannot authorize */
 
+/* A mechanism as one side sees it. What it points to belongs to the context and stays until the next call on it. */
 typedef struct qxgss_negotiated_mech_struct {
-    qxgss_OID pMechOid;                   /* borrowed from the context */
-    OM_sint32 MechIndex;                  /* in the registry; -1 for a mechanism that only the peer has */
-    OM_uint32 MechState;                  /* QXGSS_MECH_STATE_* */
-    OM_uint32 MechReason;                 /* QXGSS_MECH_REASON_* */
-    OM_uint32 GssMajorStatus, GssMinorStatus;
-    qxgss_buffer_desc GssMinorStatusText; /* borrowed; any bytes, possibly the peer's */
-    int IsCtxEstablished;
-    int IsSelected;                       /* the entry that the context's selection designates */
+    qxgss_OID pMechOid;
+    OM_sint32 MechIndex;                      /* in the registry; -1 for a mechanism that only the peer has */
+    OM_uint32 MechState;                      /* QXGSS_MECH_STATE_* */
+    OM_uint32 MechReason;                     /* QXGSS_MECH_REASON_* */
+    OM_uint32 GssMajorStatus, GssMinorStatus; /* of the mechanism's last failing call, here or at the peer */
+    qxgss_buffer_desc GssMinorStatusText;     /* any bytes, possibly the peer's */
+    int IsCtxEstablished;                     /* its own context, on this side */
+    int IsSelected;                           /* it is the one that the negotiation's selection designates */
 } qxgss_negotiated_mech_desc;
 
 /* A negotiation as a whole. */
@@ -186,12 +199,14 @@ typedef struct qxgss_negotiation_struct {
     qxgss_buffer_desc PolicyName; /* whom the policy is looked up for, a mere claim; borrowed; empty for nobody */
 } qxgss_negotiation_desc;
 
+/* ---- Function table --------------------------------------------------------------------------------------------- */
+
 /* Version of this interface: the function table, the records and the calls. A mechanism's library may have a function
  * OM_uint32 PREFIX_interface_version(void); one that returns another number is not put to use. */
 #define QXGSS_INTERFACE_VERSION 1U
 
 /* A mechanism's operations. The framework resolves slot ftn_gssp_X as the symbol PREFIX_X of the mechanism's library;
- * any slot may be null. Arguments as in RFC 2744 for the call of the same name. */
+ * any slot may be null. Arguments as in RFC 2744 for the call of the same name, where there is one. */
 typedef struct qxgss_ftn_table_desc_struct {
     OM_uint32 (*ftn_gssp_configure)(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, qxgss_buffer_t pLibPathBuf,
                                     qxgss_buffer_t pConfigInfoBuf);
@@ -245,9 +260,9 @@ typedef struct qxgss_ftn_table_desc_struct {
     OM_uint32 (*ftn_gssp_inquire_properties_for_user)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                                                       qxgss_buffer_t pUserPropBuffer);
     OM_uint32 (*ftn_gssp_display_status)(OM_uint32 *pMinorStatus, OM_uint32 StatusValue, int StatusType,
-                                         qxgss_OID pMechType, OM_uint32 *pMessageContext,
-                                         qxgss_buffer_t pStatusString);
+                                         qxgss_OID pMechType, OM_uint32 *pMessageContext, qxgss_buffer_t pStatusString);
     OM_uint32 (*ftn_gssp_release_name)(OM_uint32 *pMinorStatus, qxgss_name_t *ppName);
+    /* A negotiating mechanism's: entry `Number` of the context's list, and the negotiation as a whole. */
     OM_uint32 (*ftn_gssp_inquire_negotiated_mech)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                                                   OM_uint32 Number, qxgss_negotiated_mech_desc *pMech);
     OM_uint32 (*ftn_gssp_inquire_negotiation)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,

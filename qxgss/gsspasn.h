@@ -32,9 +32,9 @@ extern "C" {
 #define GSSPASN_OCTET_STRING 4U      /* qxgss_buffer_desc */
 #define GSSPASN_OBJECT_IDENTIFIER 5U /* qxgss_OID_desc */
 
-/* Limits. The decoder refuses a token beyond one of its own when it is opened: nested constructed elements, elements in
- * all, size in bytes. The encoder refuses the element that would pass one of those, and to nest more than it has room
- * for, with the same statuses: what is written can also be read. So many elements hold a list of 1,000 mechanisms, each
+/* Limits, and the status beyond them. The decoder refuses a token when it is opened: nested constructed elements,
+ * elements in all, size in bytes. The encoder refuses the element that would pass one; it has room for fewer levels,
+ * and keeps the other two, so that what is written can be read. 16,384 elements hold a list of 1,000 mechanisms, each
  * with all of its eight items (9,006 with those around it). */
 #define GSSPASN_ENCODE_MAX_DEPTH 11U        /* GSSPASN_E_STACK_FULL */
 #define GSSPASN_DECODE_MAX_DEPTH 16U        /* GSSPASN_E_STACK_FULL */
@@ -80,14 +80,13 @@ QXGSS_API OM_uint32 gsspasn_get_top_decode_sequence(gsspasn_decoding_t Handle, O
 /* Within one parent tags are asked for in ascending order; children with the same tag come one per request, in order;
  * children not asked for are passed over. An absent tag gives GSSPASN_E_TAG_NOT_FOUND, leaves the outputs unchanged
  * and disturbs no later request; so does every other failure. */
-QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag,
-                                                gsspasn_decoding_t *pChildren, OM_uint32 *pCount);
+QXGSS_API OM_uint32 gsspasn_get_decode_sequence(gsspasn_decoding_t Handle, OM_uint32 Tag, gsspasn_decoding_t *pChildren,
+                                                OM_uint32 *pCount);
 
 /* Decodes a primitive child: INTEGER must be the minimal contents of a 32-bit unsigned value; OCTET STRING comes with
  * new storage (gssp_release_buffer; an empty string gives an empty buffer), OBJECT IDENTIFIER with new `elements`
  * (free), none when it is empty: its reader refuses it. */
-QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType,
-                                            void *pValue);
+QXGSS_API OM_uint32 gsspasn_get_decode_item(gsspasn_decoding_t Handle, OM_uint32 Tag, OM_uint32 ItemType, void *pValue);
 
 /* Where the contents of a primitive child stand in the token, whatever its type: nothing is copied, and the bytes are
  * the token's. An empty one has length 0. */

@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qxgss/gssp.h"
@@ -95,12 +96,23 @@ struct Mechanism {
 
 using MechanismNumbers = std::vector<std::size_t>; // into Configuration::mechanisms
 
+// What the policy allows: these mechanisms, which may be none at all; or nothing is said, and any is allowed.
+using Allowed = std::optional<MechanismNumbers>;
+
+// A user of the policy. The first of the names is the key in the file.
+struct Account {
+    std::vector<std::string> names;
+    Allowed allowed;
+};
+
 // The configuration file's content; its library names are resolved.
 struct Configuration {
     std::string library_path;
     std::vector<Mechanism> mechanisms;
-    std::map<std::string, MechanismNumbers, std::less<>> users;
-    std::optional<MechanismNumbers> default_policy;
+    std::vector<Account> accounts;
+    std::map<std::string, std::size_t> listed;       // numbers of accounts, by each of their names
+    std::multimap<std::string, std::size_t> similar; // by the user or a name with a domain, without case
+    Allowed default_policy;
     std::vector<std::string> warnings; // a line each: what is read but not safe
 
     std::vector<MechInfo_t> registry; // what pMechInfo points to
@@ -121,6 +133,12 @@ Configuration read_configuration(const std::string &file);
 
 // The DER contents octets of a dotted OID string, or nothing when it is none; throws std::bad_alloc.
 std::optional<std::string> der_of(const char *oid);
+
+// Gives the name to the last account; the account that has it already, or null.
+const Account *add_name(Configuration &result, const std::string &name);
+
+// A line for each account of the policy that lacks a name of the form that a negotiable mechanism gives its users.
+std::vector<std::string> missing_names(const Configuration &made);
 
 // Forgets the OIDs handed out that no mechanism is registered for.
 void forget_unregistered_oids();

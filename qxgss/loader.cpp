@@ -26,15 +26,16 @@ void take_out_of_use(Mechanism &mechanism, MechInfo_t &info, const std::string &
 
 // ---- Function tables -----------------------------------------------------------------------------------------------
 
-// A symbol of a library may be a variable of that name. One without a type, as assembler makes them, is taken for code.
+// A symbol of a library may be a variable of that name; one for each thread is in no object. A symbol without a type,
+// as assembler makes them, is taken for code, and so is what has none of its own, as the choice of an indirect
+// function.
 bool is_code(const void *address) {
     Dl_info object;
     void *entry = nullptr;
     if (dladdr1(address, &object, &entry, RTLD_DL_SYMENT) == 0)
         return false;
     const auto *symbol = static_cast<const ElfW(Sym) *>(entry);
-    const int type = symbol == nullptr ? STT_NOTYPE : ELF64_ST_TYPE(symbol->st_info); // the same for 32 bits
-    return type != STT_OBJECT && type != STT_COMMON && type != STT_TLS;
+    return symbol == nullptr || ELF64_ST_TYPE(symbol->st_info) != STT_OBJECT; // the same for 32 bits
 }
 
 // The mechanism's operations in its library, or in the program.
@@ -215,6 +216,8 @@ OM_uint32 load(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const char *pszC
     std::string message = configure_all(*configuration, ClientServer);
     for (const std::string &warning : configuration->warnings)
         add_line(message, warning);
+    for (const std::string &line : missing_names(*configuration))
+        add_line(message, line);
     const OM_uint32 major = hand_out(pMinorStatus, message, pMessage);
     if (GSS_ERROR(major) != 0)
         qxgss_shutdown(nullptr);

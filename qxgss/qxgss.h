@@ -128,7 +128,7 @@ typedef struct qxgss_channel_bindings_struct {
 #define GSS_S_GAP_TOKEN 0x00000010U
 
 /* A major status is a failure when it carries a calling or a routine error; supplementary bits are none. */
-#define GSS_ERROR(major) ((major) & 0xFFFF0000U)
+#define GSS_ERROR(major) ((major)&0xFFFF0000U)
 
 /* Name types: logon data as plain text and in the UTF encodings (host byte order), and RFC 2744 4.1 host-based. */
 extern QXGSS_API qxgss_OID GSS_C_NT_QXAT_MECHDATA;
@@ -147,8 +147,9 @@ extern QXGSS_API qxgss_OID GSS_C_NT_HOSTBASED_SERVICE;
  *   pszConfigFile  TOML; every key is explained in qxgss.conf.sample
  *   pMessage       may be null; receives, on failure, one line "FILE:LINE: KEY: what is wrong" (or "FILE: cannot be
  *                  read: why"), and on success a line "MECHANISM: message" for each mechanism that could not be put to
- *                  use or reported something, then a line for each thing that is read but not safe: a file or folder
- *                  that others can write (empty when there is nothing to say); the caller releases it
+ *                  use or reported something, then a line for each file or folder that others than its owner can
+ *                  write, and one for each account of the policy that lacks a name of the form that a negotiable
+ *                  mechanism gives (empty when there is nothing to say); the caller releases it
  * A mechanism that cannot be put to use stays in the registry with fUseMech 0 and the cause in pszMessage.
  * GSS_S_FAILURE with 0xE1000094 (already configured), 0xE1000091 (ClientServer), 0xE1000099 (no file name),
  * 0xE10000A8 (the file cannot be read or is wrong), 0xE1000096 (it names no mechanism), 0xE1000065 (memory). */

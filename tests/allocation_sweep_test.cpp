@@ -377,8 +377,10 @@ TEST_F(AllocationSweep, Configuration) {
     qxgss_shutdown(nullptr);
     release_module_state();
     for (const char *more :
-         {"default = [\"A\"]\n", "default = [\"nobody\"]\n",
-          "default = []\n[[mechanism]]\nname = \"X\"\noid = \"1.2.3\"\nprefix = \"NONE\"\n", "= wrong"}) {
+         {"default = [\"A\"]\n[policy.users.\"a long account\"]\nmechanisms = \"none\"\nnames = [\"D\\\\a long "
+          "name\"]\n",
+          "default = [\"nobody\"]\n", "default = []\n[[mechanism]]\nname = \"X\"\noid = \"1.2.3\"\nprefix = \"NONE\"\n",
+          "= wrong"}) {
         const std::string path = testing::TempDir() + "allocation_sweep.toml";
         std::ofstream(path) << configuration({kStandard[0], kStandard[1]}) << "[policy]\n" << more;
         sweep(more, [&] { configure_framework(path); });

@@ -180,6 +180,7 @@ TEST_F(Engine, PolicyFailsWhenNothingInTheListIsAllowed) {
     } rows[] = {
         {"onlyb", "A11 B32", "", "A35(00000000/21000064) B32", "[0] policy-no:A35 [0p] policy-set"},
         {"onlyc", "A32 B11", "E3000406", "A32 B35(00000000/21000064)", "[0] policy-no:B35 [0p] policy-set"},
+        {"nobody", "A11 B32", "E3000406", "A35(00000000/21000064) B32", "[0] policy-no:A35 [0p] policy-set"},
         {"", "A11 B11", "", "A11 B11", "[0p] policy-nouser"},
     };
     for (const auto &row : rows) {
@@ -254,8 +255,11 @@ TEST_F(Engine, TheLogGrowsAndKeepsItsRecords) {
     EXPECT_EQ(log.pRecords[64].MechOid.length, 0U);
     QXNEGO_INT_GrowNegLog(&log, UINT32_MAX - 79);
     EXPECT_EQ(log.MaxCount, 80U);
+    for (const OM_uint32 more : {1000U, 16U}) // with room for others, and within it
+        QXNEGO_INT_GrowNegLog(&log, more);
+    EXPECT_EQ(log.MaxCount, 1096U);
     const NegLogRecord zero{};
-    for (OM_uint32 i = 65; i < 80; ++i)
+    for (OM_uint32 i = 65; i < log.MaxCount; ++i)
         EXPECT_EQ(std::memcmp(&log.pRecords[i], &zero, sizeof zero), 0) << i;
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(outcome(QXNEGO_INT_ReleaseNegLog, context.get()), kDone);

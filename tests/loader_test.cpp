@@ -52,6 +52,7 @@ QXGSS_API OM_uint32 OLD_interface_version() {
 }
 RELEASES_NAMES(DATA)
 QXGSS_API int DATA_configure = 1;
+QXGSS_API thread_local int TLS_configure = 1;
 QXGSS_API OM_uint32 THROWS_configure(OM_uint32 *, OM_uint32, qxgss_buffer_t, qxgss_buffer_t) {
     throw std::runtime_error("no card");
 }
@@ -152,10 +153,18 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {"negotiates = [{enabled = true}]", ":5: mechanism.negotiates.oid: is missing"},
         {"negotiates = [{oid = 'OTHER'}]", ":5: mechanism.negotiates.oid: 'OTHER' is no OID"},
         {"negotiates = [{oid = '1.2.3'},\n{oid = '1.2.3'}]", ":6: mechanism.negotiates.oid: '1.2.3' is listed twice"},
-        {"[policy]\ndefault = 'GOOD'", ":6: policy.default: must be an array of strings"},
-        {"[policy]\ndefault = ['GOOD', 1]", ":6: policy.default: must be an array of strings"},
+        {"[policy]\ndefault = 'GOOD'", ":6: policy.default: must be \"any\", \"none\" or an array of strings"},
+        {"[policy]\ndefault = ['GOOD', 1]", ":6: policy.default: must be \"any\", \"none\" or an array of strings"},
+        {"[policy.users]\nalice = 1", ":6: policy.users.alice: must be \"any\", \"none\", an array of strings or a table"},
         {"[policy.users]\nalice = [\n'GOOD',\n'OTHER']", ":8: policy.users.alice: 'OTHER' is no mechanism of this file"},
         {"[policy.users]\nalice = ['1.2.3']", ":6: policy.users.alice: '1.2.3' is no mechanism of this file"},
+        {"[policy.users.alice]\nnames = ['x']", ":5: policy.users.alice.mechanisms: is missing"},
+        {"[policy.users.alice]\nname = 'x'", ":6: policy.users.alice.name: unknown key"},
+        {"[policy.users.alice]\nmechanisms = {}", ":6: policy.users.alice.mechanisms: must be \"any\", \"none\" or an array of strings"},
+        {"[policy.users.alice]\nmechanisms = 'any'\nnames = 'x'", ":7: policy.users.alice.names: must be an array of strings"},
+        {"[policy.users.alice]\nmechanisms = 'any'\nnames = ['x',\n'']", ":8: policy.users.alice.names: must not be empty"},
+        {"[policy.users]\n'D\\a' = []\n\n'd\\A' = []", ":8: policy.users.d\\A: 'd\\A' is already a name of D\\a"},
+        {"[policy.users]\na = []\nb = { mechanisms = [], names = ['a'] }", ":7: policy.users.b.names: 'a' is already a name of a"},
         {"[x\u0409]", ":5: syntax: a character beyond ASCII outside strings and comments"},
         {"enabled = t'\u0409'", ":5: syntax: a quotation mark inside a word"},
         {"library = '''\nx'''", ":5: syntax: strings of several lines are not supported"},
@@ -197,7 +206,7 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         in_program("GONE", "1.2.7", "library = 'none.so'\n") + in_program("EMPTY", "1.2.8") +
         in_program("TALKS", "1.2.9") + in_program("TEXT", "1.2.10", "library = '" + file_ + "'\n") +
         in_program("OLD", "1.2.11") + in_program("DATA", "1.2.12") + in_program("THROWS", "1.2.13") +
-        in_program("RAISES", "1.2.14");
+        in_program("RAISES", "1.2.14") + in_program("TLS", "1.2.15");
     ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
 
     const struct {
@@ -217,6 +226,7 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         {"DATA", "DATA_configure is data, not a function"},
         {"THROWS", "its configure operation threw an exception: no card"},
         {"RAISES", "its configure operation threw an exception"},
+        {"TLS", "TLS_configure is data, not a function"},
     };
     ASSERT_EQ(MechCount, std::size(rows));
     for (OM_uint32 i = 0; i < MechCount; ++i) {
@@ -377,45 +387,98 @@ TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {
     EXPECT_EQ(setting("GOOD", "key_file") + setting("GOOD", "root_file"), folder_.path + "/k/k");
 }
 
-// The names of the allowed mechanisms, "(empty)" for an empty set, "(none)" when no policy applies, or the minor
-// status.
+// The names of the allowed mechanisms, "none", "any", or the minor status.
 std::string allowed(const char *user) {
     OM_uint32 minor = 0;
     qxgss_OID_set set = nullptr;
     if (GSS_ERROR(gssp_inquire_mech_policy_for_user(&minor, user, &set)) != 0)
         return std::to_string(minor);
-    std::string names = set == nullptr ? "(none)" : set->count == 0 ? "(empty)" : "";
+    std::string names = set == nullptr ? "any" : "";
     for (std::size_t i = 0; set != nullptr && i < set->count; ++i) {
         const char *name = nullptr;
         gssp_oid_to_mechstr(nullptr, &set->elements[i], &name);
-        names += (i == 0 ? "" : " ") + std::string(name);
+        const bool none = bytes_of(set->elements[i]) == bytes_of(*GSSP_C_NO_MECHANISM);
+        names += (i == 0 ? "" : " ") + std::string(none ? "none" : name);
     }
     gssp_release_oid_set(nullptr, &set);
     return names;
 }
 
-TEST_F(Loader, PolicyNamesTheMechanismsOfAUser) {
-    const std::string mechanisms = in_program("GOOD", "1.2.3") + in_program("PLAIN", "1.2.4");
-    const std::string users =
-        "# \u00e9 " + std::string(300, '.') +
-        "\n[policy.users]\n'\u00e9.x' = ['GOOD']\nalice = ['PLAIN', '1.2.3']\nbob = ['GOOD']\ncarol = []\n";
-    const std::string bad = std::to_string(0xE10000CBU);
-    ASSERT_EQ(configure_with(mechanisms + users + "[policy]\ndefault = ['PLAIN']\n"), GSSP_E_SUCCESS);
-    for (const auto &[user, expected] : {std::pair{"alice", "PLAIN GOOD"},
-                                         {"bob", "GOOD"},
-                                         {"carol", "(empty)"},
-                                         {"\u00e9.x", "GOOD"},
-                                         {"Bob", "PLAIN"}})
-        EXPECT_EQ(allowed(user), expected);
-    EXPECT_EQ(allowed("") + allowed(nullptr), bad + bad);
-    EXPECT_EQ(outcome(gssp_inquire_mech_policy_for_user, "bob", nullptr), "000D0000/E10000CD");
-    qxgss_shutdown(nullptr);
+constexpr char kAccounts[] = "[policy.users]\n"
+                             "alice = ['A', 'B']\n"
+                             "bob = { mechanisms = ['A'], names = ['bob@R', 'D\\bob', 'bob@R'] }\n"
+                             "'carol@R' = { mechanisms = 'none', names = ['E\\carol'] }\n"
+                             "dave = 'none'\n"
+                             "erna = 'any'\n"
+                             "'\u00e9.x' = ['1.2.11']\n"
+                             "'jos\u00e9' = { mechanisms = ['B'], names = ['D\\jos\u00e9'] }\n"
+                             "mike = ['B', 'C']\n";
+
+TEST_F(Loader, ThePolicyHoldsForAUserNotForASpelling) {
+    const std::string mechanisms = in_program("GOOD", "1.2.10") + in_program("A", "1.2.11") +
+                                   in_program("B", "1.2.12") + in_program("C", "1.2.13") + "# \u00e9" +
+                                   std::string(300, '.') + "\n";
+    // clang-format off
+    const struct {
+        int line;
+        const char *policy; // before the accounts; null: no policy at all
+        std::vector<std::pair<const char *, const char *>> allowed;
+    } rows[] = {
+        {__LINE__, "", { // listed names
+            {"alice", "A B"}, {"bob", "A"}, {"bob@R", "A"}, {"D\\bob", "A"}, {"d\\BOB", "A"}, {"carol@R", "none"},
+            {"e\\CAROL", "none"}, {"erna", "any"}, {"\u00e9.x", "A"}, {"d\\jos\u00e9", "B"}}},
+        {__LINE__, "", { // others: the user of an account in any realm or domain, unless the account says in which
+            {"alice@R", "A B"}, {"Alice@R", "A B"}, {"x\\alicE", "A B"}, {"a\\b\\alice", "A B"}, {"dave@R", "none"},
+            {"D\\Dave", "none"}, {"bob@S", "any"}, {"BOB@R", "any"}, {"E\\bob", "any"}, {"erna@R", "any"},
+            {"ALICE@x@R", "any"}, {"alice\\@R", "any"}, {"alice/admin@R", "any"}, {"carol", "any"}, {"D\\carol", "any"},
+            {"carol@S", "any"}, {"Alice", "any"}, {"nobody", "any"}, {"@R", "any"}, {"D\\", "any"}}},
+        {__LINE__, "", { // beyond ASCII the case is not known
+            {"D\\JOS\u00c9", "B"}, {"D\\JO\u017f\u00c9", "B"}, {"D\\jos", "B"}, {"JOS\u00c9@R", "B"}, {"jos@R", "B"},
+            {"mi\u212ae@R", "B C"}, {"D\\j\u00f6s\u00e9", "any"}, {"D\\jose", "any"}, {"jose@R", "any"},
+            {"m\u00efke@R", "any"}, {"\u00e9@R", "any"}}},
+        {__LINE__, "[policy]\ndefault = ['C', 'B']\n", {
+            {"alice", "A B"}, {"alice@R", "B"}, {"bob@R", "A"}, {"bob@S", "C B"}, {"dave@R", "none"}, {"erna", "any"},
+            {"erna@R", "C B"}, {"D\\mike", "C B"}, {"nobody", "C B"}, {"D\\JOS\u00c9", "B"}}},
+        {__LINE__, "[policy]\ndefault = 'none'\n", {
+            {"alice", "A B"}, {"alice@R", "none"}, {"erna", "any"}, {"nobody", "none"}}},
+        {__LINE__, "[policy]\ndefault = 'any'\n", {{"alice@R", "A B"}, {"nobody", "any"}}},
+        {__LINE__, nullptr, {{"alice", "any"}}},
+    };
+    // clang-format on
+    for (const auto &row : rows) {
+        const std::string policy = row.policy == nullptr ? "" : std::string(row.policy) + kAccounts;
+        ASSERT_EQ(configure_with(mechanisms + policy), GSSP_E_SUCCESS) << message_;
+        for (const auto &[user, expected] : row.allowed)
+            EXPECT_EQ(allowed(user), expected) << row.line << " " << user;
+        qxgss_shutdown(nullptr);
+    }
     EXPECT_EQ(allowed("alice"), std::to_string(0xE10000F2U));
-    ASSERT_EQ(configure_with(mechanisms + users), GSSP_E_SUCCESS);
-    EXPECT_EQ(allowed("bob") + allowed("dave"), "GOOD(none)");
-    qxgss_shutdown(nullptr);
-    ASSERT_EQ(configure_with(mechanisms), GSSP_E_SUCCESS);
-    EXPECT_EQ(allowed("alice"), "(none)");
+    ASSERT_EQ(configure_with(mechanisms + kAccounts), GSSP_E_SUCCESS);
+    EXPECT_EQ(allowed("") + allowed(nullptr), std::to_string(0xE10000CBU) + std::to_string(0xE10000CBU));
+    EXPECT_EQ(outcome(gssp_inquire_mech_policy_for_user, "bob", nullptr), "000D0000/E10000CD");
+}
+
+TEST_F(Loader, AccountsThatLackANameAreToldOf) {
+    const std::string kerberos = "1.2.840.113554.1.2.2", ntlm = "1.3.6.1.4.1.311.2.2.10", scram = "1.2.3";
+    const std::string rest = support::mechanism("KRB", kerberos, "GOOD") + support::mechanism("NTLM", ntlm, "GOOD") +
+                             support::mechanism("S", scram, "GOOD") +
+                             "[policy.users]\na = []\nb = { mechanisms = [], names = ['b@R'] }\n'c@R' = 'none'\n";
+    const std::string holds = ": the policy holds for every such name of that user";
+    const std::pair<std::string, std::string> rows[] = {
+        {"{oid = '" + kerberos + "'}, {oid = '" + ntlm + "'}, {oid = '" + scram + "'}",
+         "policy.users.a: no name of the form user@REALM (KRB) or DOMAIN\\user (NTLM)" + holds +
+             "\npolicy.users.b: no name of the form DOMAIN\\user (NTLM)" + holds +
+             "\npolicy.users.c@R: no name of the form user (S) or DOMAIN\\user (NTLM): such a name gets the default"},
+        {"{oid = '" + kerberos + "'}, {oid = '" + scram + "', enabled = false}, {oid = '1.2.4'}",
+         "policy.users.a: no name of the form user@REALM (KRB)" + holds},
+        {"", ""},
+    };
+    for (const auto &[negotiates, message] : rows) {
+        const std::string negotiator = in_program("NEGO", "1.2.1", "negotiates = [" + negotiates + "]\n");
+        ASSERT_EQ(configure_with(negotiator + rest), GSSP_E_SUCCESS);
+        EXPECT_EQ(message_, message);
+        qxgss_shutdown(nullptr);
+    }
 }
 
 } // namespace

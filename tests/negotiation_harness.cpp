@@ -104,7 +104,7 @@ std::string configuration(const std::vector<Mechanism> &mechanisms) {
         users += "only" + user + " = [\"" + letter + "\"]\n";
     }
     return "[[mechanism]]\nname = \"QXNEGO\"\noid = \"1.3.6.1.4.1.32473.1.1\"\nprefix = \"QXNEGO\"\nnegotiates = [ " +
-           list + "]\n" + sections + "[policy.users]\nfree = []\n" + users;
+           list + "]\n" + sections + "[policy.users]\nfree = []\nnobody = \"none\"\n" + users;
 }
 
 std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
@@ -217,9 +217,8 @@ Outcome Peer::end() {
 
 std::string Peer::entries() const {
     std::string out;
-    const NegMechList_desc &list = negotiation().NegMechList;
-    for (OM_uint32 i = 0; i < list.Count; ++i) {
-        const NegMechEntry_desc &entry = list.pNegMech[i];
+    qxgss_negotiated_mech_desc entry;
+    for (OM_uint32 i = 0; QXNEGO_inquire_negotiated_mech(nullptr, context, i, &entry) == GSS_S_COMPLETE; ++i) {
         out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry) + (entry.IsCtxEstablished != 0 ? "+" : "");
         const std::string text = text_of(entry.GssMinorStatusText);
         const std::string statuses =

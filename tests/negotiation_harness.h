@@ -41,8 +41,8 @@ inline const std::vector<Mechanism> kStandard{{'A', true, true, true, 10},
                                               {'C', true, true, false, 30},
                                               {'D', false, false, true, 1}};
 
-// A configuration in which QXNEGO negotiates these, in this order. User "onlya" may use A alone, and so on; the policy
-// of user "free" is empty, and there is none for others.
+// A configuration in which QXNEGO negotiates these, in this order. User "onlya" may use A alone, and so on, user
+// "nobody" none; the policy of user "free" is empty, and there is none for others.
 std::string configuration(const std::vector<Mechanism> &mechanisms = kStandard);
 
 // Configures the framework anew; returns the message it gave.
@@ -91,8 +91,8 @@ class Peer {
 
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
 
-    // Each entry in list order: letter, state and reason as on the wire, "+" when established, and its statuses, which
-    // are "(scripted)" where a scripted failure has its default ones.
+    // Each entry in list order, as QXNEGO_inquire_negotiated_mech tells of it: letter, state and reason as on the wire,
+    // "+" when established, and its statuses, which are "(scripted)" where a scripted failure has its default ones.
     std::string entries() const;
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"

@@ -21,6 +21,13 @@ void expect_agreement(Session &session) {
         EXPECT_EQ(peer.flags, scripted::kFlags);
         EXPECT_EQ(peer.lifetime, scripted::kLifetime);
         EXPECT_EQ(peer.negotiation().SelectedMechInfoIndex, entry.MechIndex);
+        qxgss_negotiated_mech_desc each;
+        OM_uint32 number = 0, selected = 0;
+        for (; outcome(QXNEGO_inquire_negotiated_mech, peer.context, number, &each) == kDone; ++number)
+            selected += each.IsSelected != 0 && each.MechIndex == entry.MechIndex;
+        EXPECT_TRUE(selected == 1 && number == peer.negotiation().NegMechList.Count);
+        EXPECT_EQ(outcome(QXNEGO_inquire_negotiated_mech, peer.context, number, &each), "00100000/E3000414");
+        EXPECT_EQ(each.pMechOid, nullptr);
     }
     const std::string text = "message";
     qxgss_buffer_desc message = support::view(text), wrapped{}, opened{};

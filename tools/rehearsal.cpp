@@ -164,7 +164,7 @@ class Explainer {
         for (std::size_t i = 0; allowed != nullptr && i != allowed->count; ++i) {
             const char *name = "";
             gssp_oid_to_mechstr(nullptr, &allowed->elements[i], &name);
-            names += (names.empty() ? "" : ", ") + std::string(name);
+            names += (names.empty() ? "" : ", ") + std::string(name != nullptr ? name : "none");
         }
         policy_ = names.empty() ? "no policy restricts " + user : "the policy allows " + user + " only " + names;
         gssp_release_oid_set(nullptr, &allowed);

@@ -18,6 +18,7 @@ namespace {
 
 constexpr OM_uint32 kFirstRecords = 64;
 constexpr OM_uint32 kMoreRecords = 16;
+constexpr std::size_t kUsualRecords = 1024;
 constexpr std::size_t kUsualTexts = 1000; // bytes in a block; a longer text has a block to itself
 constexpr EventText kNoInformation = "QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging.";
 
@@ -104,6 +105,11 @@ Status append(std::string_view text, const NegMechEntry_desc *entry, NegContext_
     return kSuccess;
 }
 
+// Records that there is room for. A log that a peer makes long is not copied with every growth.
+std::size_t room_for(std::size_t count) {
+    return count > kUsualRecords ? std::bit_ceil(count) : count;
+}
+
 } // namespace
 
 OM_uint64 QXNEGO_INT_GetElapsedTime(OM_uint64 BaseTime) {
@@ -130,9 +136,9 @@ void QXNEGO_INT_GrowNegLog(NegLog_t pNegLog, OM_uint32 n) {
     const std::size_t new_count = old_count + n;
     if (new_count > UINT32_MAX)
         return;
-    // The array's room is the next power of two, so that a long log is not copied with every growth.
-    if (const std::size_t room = std::bit_ceil(new_count); room != std::bit_ceil(old_count)) {
-        auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, room * sizeof(NegLogRecord)));
+    if (room_for(new_count) != room_for(old_count)) {
+        const std::size_t size = room_for(new_count) * sizeof(NegLogRecord);
+        auto *records = static_cast<NegLogRecord_t>(std::realloc(pNegLog->pRecords, size));
         if (records == nullptr)
             return;
         pNegLog->pRecords = records;

@@ -59,8 +59,9 @@ class Writer {
 
     void put(Blanks blanks) {
         const std::size_t fitting = std::min(blanks.count, static_cast<std::size_t>(end_ - at_));
-        cut_ = cut_ || fitting < blanks.count;
         std::memset(at_, ' ', fitting);
+        if (fitting < blanks.count)
+            cut_ = true;
         at_ += fitting;
     }
 

@@ -128,10 +128,10 @@ Found find_entry(NegContext_desc &negotiation, qxgss_OID_desc &oid) {
 
 // ---- Merging -------------------------------------------------------------------------------------------------------
 
-// Makes room for one more entry. The template's copy has an array that just fits; from the first entry made for the
-// peer on, which is then the last one, the room is the next power of two.
+// Makes room for one more entry: up to the next power of two, as a peer's list may be long. The template's copy has an
+// array that just fits; a long list whose last entry was made for the peer has come through here.
 bool reserve_one(NegMechList_desc &list) {
-    const bool grown = list.pNegMech[list.Count - 1].MechOidFromPeer.elements != nullptr;
+    const bool grown = list.Count > kUsualLength && list.pNegMech[list.Count - 1].MechOidFromPeer.elements != nullptr;
     if (grown && !is_full(list.Count))
         return true;
     if (!make_room(list.pNegMech, list.Count))
