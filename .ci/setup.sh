@@ -76,7 +76,7 @@ need_packages() {
             "  apt-get update && apt-get install --no-install-recommends ${missing[*]}"
         as_root=(sudo)
     fi
-    echo "Installing ${missing[*]} ..."
+    echo "Installing ${missing[*]}, which takes about a minute ..."
     output=$(install_packages "${missing[@]}" 2>&1) ||
         fail "They cannot be installed. Is there a network? What apt-get says first:" \
             "$(grep -m1 '^E:' <<<"$output" || tail -n1 <<<"$output")"

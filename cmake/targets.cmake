@@ -44,7 +44,10 @@ endfunction()
 function(qxnego_shared_library name map)
   qxnego_library(${name} SHARED)
   set(map ${CMAKE_CURRENT_SOURCE_DIR}/${map})
-  target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined)
+  target_link_options(${name} PRIVATE -Wl,--version-script=${map})
+  if(NOT QXNEGO_SANITIZE OR CMAKE_CXX_COMPILER_ID STREQUAL "GNU") # others' sanitizers are in the program alone
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
 endfunction()
 
