@@ -57,10 +57,17 @@ mechanism() {
     printf '[policy.users]\nalice = ["SCRAM-SHA-1"]\ncarol = ["UNLISTED"]\n'
 } >"$QXGSS_CONF"
 
-expect 0 'nothing-in-common  -  *as expected' demo --save "$folder/saved"
+expect 0 'nothing-in-common  -  *as expected' demo --full --save "$folder/saved"
 [ "$(awk '!/^  [|]/ && length > 100' "$folder/out" | wc -l)" -eq 0 ] || fail "a line outside the logs is too wide"
 [ "$(grep -c '^  [a-z-]*  *[S-].*as expected$' "$folder/out")" -eq 7 ] || fail "not seven scenarios"
-expect 0 '^  SCRAM-SHA-256  Rejected *Rejected *rejected *Due to Policy' demo policy --brief
+also 'accept_sec_context  GSS_S_COMPLETE' '^  | *Mechanism: '
+for form in '' --brief; do
+    # shellcheck disable=SC2086 # no argument, or one
+    expect 0 '^  SCRAM-SHA-256  Rejected *Rejected *rejected *Due to Policy' demo policy $form
+    also '^Next: demo policy --full'
+    [ "$(grep -c 'expected' "$folder/out")" -eq 2 ] || fail "something is printed twice"
+    ! grep -q sec_context "$folder/out" || fail "not the brief form"
+done
 ln -s "$(dirname "$qxnego")/../lib/libgssp2qxnego.so" "$folder/lib" # without the library of its mechanisms
 expect 1 'libscram.so' demo both --library-path "$folder/lib"
 expect 2 'subcommand is required'

@@ -26,6 +26,12 @@ fs::path here() {
     return fs::read_symlink("/proc/self/exe").parent_path();
 }
 
+// Where the configuration is, of a command that is installed here: that of one under /usr is in /etc.
+fs::path installed_configuration() {
+    const std::string file = fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION);
+    return file.starts_with("/usr/etc/") ? file.substr(std::strlen("/usr")) : file;
+}
+
 Bytes read_stream(std::istream &in) {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
@@ -86,7 +92,7 @@ fs::path library_folder(const std::string &given) {
 }
 
 fs::path configuration_file(const std::string &given) {
-    fs::path file = given.empty() ? fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION) : fs::path(given);
+    fs::path file = given.empty() ? installed_configuration() : fs::path(given);
     if (!fs::exists(file))
         throw Failure(file.string() + ": there is no such file" + (given.empty() ? "; name one with --config" : ""),
                       kExitUsage);

@@ -122,7 +122,9 @@ void add_demo(CLI::App &program, DemoOptions &options) {
     command.add_option("SCENARIO", options.scenario, "The one to run; all of them without it")
         ->check(CLI::IsMember(scenario_names()));
     command.add_flag("--list", options.list, "List the scenarios");
-    command.add_flag("--brief", options.brief, "Leave out the negotiation logs");
+    auto *full =
+        command.add_flag("--full", options.full, "Show the calls, the negotiation logs and the properties too");
+    command.add_flag("--brief")->description("Leave them out, as it does anyway")->excludes(full);
     command.add_option("--save", options.save, "Write tokens, logs and user properties into this folder")
         ->type_name("DIR");
     command.add_option("--library-path", options.library_path, "Folder of the mechanisms' libraries")

@@ -37,7 +37,7 @@ struct DemoOptions {
     std::string save;     // folder; empty: nothing is saved
     std::string library_path;
     bool list = false;
-    bool brief = false;
+    bool full = false;
 };
 std::vector<std::string> scenario_names();
 void run_demo(const DemoOptions &options);

@@ -129,7 +129,8 @@ void show_setting(const Scenario &scenario) {
               << "  logon       " << scenario.public_logon() << '\n';
     if (!scenario.allowed.empty())
         std::cout << "  policy      " << scenario.user() << " may use " << scenario.allowed << '\n';
-    std::cout << "  expected    " << scenario.expected.sentence << "\n\n";
+    std::cout << "  expected    " << scenario.expected.sentence << "\n\n"
+              << std::flush; // or the two processes would print it again
 }
 
 // A text that is too long for its column stands below the call.
@@ -170,17 +171,23 @@ void show_ends(const Outcome &outcome) {
     table.print(std::cout);
 }
 
-void show(const Scenario &scenario, const Outcome &outcome, bool brief) {
-    show_calls(outcome);
-    show_ends(outcome);
-    if (!brief && !outcome.server.properties.log.empty()) {
+void show_server(const UserProperties &properties) {
+    if (!properties.log.empty()) {
         std::cout << "\nThe server's negotiation log:\n";
-        print_log(std::cout, outcome.server.properties.log);
+        print_log(std::cout, properties.log);
     }
-    if (!outcome.server.properties.records.empty()) {
+    if (!properties.records.empty()) {
         std::cout << "\nThe server's user properties:\n\n";
-        print_properties(std::cout, outcome.server.properties);
+        print_properties(std::cout, properties);
     }
+}
+
+void show(const Scenario &scenario, const Outcome &outcome, bool full) {
+    if (full)
+        show_calls(outcome);
+    show_ends(outcome);
+    if (full)
+        show_server(outcome.server.properties);
     if (!outcome.verdicts.empty()) {
         std::cout << "\nThe mechanisms:\n\n";
         print_verdicts(std::cout, outcome.verdicts);
@@ -219,6 +226,12 @@ void list_scenarios() {
     table.print(std::cout);
 }
 
+void show_next(const DemoOptions &options) {
+    std::cout << (options.scenario.empty() ? "\n" : "") << "Next: demo "
+              << (options.scenario.empty() ? "policy" : options.scenario)
+              << " --full shows every call, token and log; docs/reading-a-log.md explains the reasons\n";
+}
+
 } // namespace
 
 std::vector<std::string> scenario_names() {
@@ -239,7 +252,7 @@ void run_demo(const DemoOptions &options) {
             continue;
         show_setting(scenario);
         const Outcome outcome = run(scenario, libraries);
-        show(scenario, outcome, options.brief);
+        show(scenario, outcome, options.full);
         if (!options.save.empty())
             save(scenario, outcome, options.save);
         const std::string &selected = outcome.server.story.mechanism;
@@ -249,6 +262,8 @@ void run_demo(const DemoOptions &options) {
     }
     if (options.scenario.empty())
         summary.print(std::cout);
+    if (!options.full)
+        show_next(options);
     if (!all_well)
         throw Failure("a scenario did not end as it should");
 }
