@@ -11,7 +11,7 @@ namespace {
 using namespace support;
 using namespace testkit;
 
-constexpr char kEnd = 4; // the type of a message that ends the session
+constexpr char kConfirmation = 2, kEnd = 4; // types of messages
 
 // Refusals need not be waited for.
 constexpr qxgss_session_options_desc kAtOnce = {QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, nullptr, nullptr};
@@ -111,6 +111,15 @@ TEST_P(Sessions, NobodyGainsByChangingAMessage) {
                 tried += is_changed ? 1 : 0;
             }
     EXPECT_GT(tried, 100U);
+}
+
+TEST_P(Sessions, AConfirmationWithoutItsMicIsNone) {
+    Pair pair(of.logon);
+    pair.open([](std::size_t, std::string &message) {
+        if (message[0] == kConfirmation) // four octets of length, the MIC, and what else is confirmed
+            message.replace(1, 4 + static_cast<unsigned char>(message[4]), 4, '\0');
+    });
+    EXPECT_EQ(pair.server.is_open(), !of.has_mics);
 }
 
 TEST_P(Sessions, ReplaysReorderingAndBareEndsAreRefused) {
