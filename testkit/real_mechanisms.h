@@ -24,9 +24,14 @@ inline const RealMechanism kKerberos{"Kerberos",
                                      "alice@QXNEGO.TEST",
                                      "keytab_file = \"" + kRealm + "/service.keytab\"\n",
                                      true};
-inline const RealMechanism kNtlm{
-    "NTLMSSP",       "1.3.6.1.4.1.311.2.2.10", "HOSTGSS", HOSTGSS_LIBRARY, "authcid='QXTEST\\alice' password=Alice1",
-    "QXTEST\\alice", "accept = \"yes\"\n",     true};
+inline const RealMechanism kNtlm{"NTLMSSP",
+                                 "1.3.6.1.4.1.311.2.2.10",
+                                 "HOSTGSS",
+                                 HOSTGSS_LIBRARY,
+                                 "authcid='QXTEST\\alice' password=Alice1",
+                                 "QXTEST\\alice",
+                                 "accept = \"yes\"\naccept_limit = \"1000000\"\n",
+                                 true};
 inline const RealMechanism kScram{"SCRAM-SHA-256",
                                   "1.3.6.1.5.5.18",
                                   "SCRAM_SHA_256",

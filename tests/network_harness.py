@@ -4,7 +4,6 @@ import contextlib
 import json
 import os
 import queue
-import signal
 import socket
 import struct
 import subprocess
@@ -24,20 +23,25 @@ MECHANISMS = {  # name, library, prefix, single sign-on, rank
     SCRAM: ("SCRAM-SHA-256", "scram", "SCRAM_SHA_256", "false", 30),
     SCRAM_1: ("SCRAM-SHA-1", "scram", "SCRAM_SHA_1", "false", 40),
 }
+ENTRY = """[[mechanism]]
+name = "%s"
+oid = "%s"
+library = "lib%s.so"
+prefix = "%s"
+properties = { authentication = true, authorization = true, single_sign_on = %s, rank = %d }
+settings = { verifiers_file = "%s", accept = "yes" }
+"""
 
 
-def configuration(folder, name, negotiates, policy=""):
+def configuration(folder, name, *negotiates, policy=""):
     """Writes a configuration file."""
     offer = ", ".join('{ oid = "%s" }' % oid for oid in negotiates)
     text = 'library_path = "%s"\n[[mechanism]]\nname = "QXNEGO"\n' % os.environ["QXNEGO_LIBRARIES"]
     text += 'oid = "1.3.6.1.4.1.32473.1.1"\nlibrary = "libgssp2qxnego.so"\nprefix = "QXNEGO"\n'
     text += "negotiates = [ %s ]\n" % offer
     for oid in negotiates:
-        mechanism, library, prefix, sso, rank = MECHANISMS[oid]
-        text += '[[mechanism]]\nname = "%s"\noid = "%s"\nlibrary = "lib%s.so"\n' % (mechanism, oid, library)
-        text += 'prefix = "%s"\n[mechanism.properties]\nauthentication = true\nauthorization = true\n' % prefix
-        text += "single_sign_on = %s\nrank = %d\n" % (sso, rank)
-        text += '[mechanism.settings]\nverifiers_file = "%s"\naccept = "yes"\n' % os.environ["QXNEGO_VERIFIERS"]
+        mechanism, *more = MECHANISMS[oid]
+        text += ENTRY % (mechanism, oid, *more, os.environ["QXNEGO_VERIFIERS"])
     path = os.path.join(folder, name)
     with open(path, "w") as file:
         file.write(text + policy)
@@ -52,9 +56,8 @@ class Server:
         arguments = ["--listen", address + ":0", "--config", config, "--json", "--refusal-time", "300", *options]
         self.process = subprocess.Popen([QXNEGO, "serve", *arguments], stdout=subprocess.PIPE, stderr=self.errors,
                                         text=True)
-        self.notices = []
         while (event := json.loads(self.process.stdout.readline()))["event"] == "notice":
-            self.notices.append(event["text"])
+            pass
         self.address = event["address"]
         self.addresses = [self.address]
         self.reports = queue.Queue()
@@ -74,7 +77,7 @@ class Server:
 
     def connection(self):
         host, port = self.address.rsplit(":", 1)
-        return socket.create_connection((host, int(port)))
+        return socket.create_connection((host.strip("[]"), int(port)))
 
     def stop(self, number):
         """Ends it; its exit status and what it wrote to the standard error."""
@@ -97,20 +100,20 @@ def send_all(peer, contents):
 
 
 def read_frame(stream):
-    head = stream.read(5)
-    if len(head) < 5:
-        return None
-    length, kind = struct.unpack(">IB", head)
-    return kind, stream.read(length - 1)
+    """Its kind and contents; None at the end of the stream, however the peer has left."""
+    with contextlib.suppress(ConnectionResetError):
+        if len(head := stream.read(5)) == 5:
+            length, kind = struct.unpack(">IB", head)
+            return kind, stream.read(length - 1)
 
 
 class Proxy:
     """Between a client and a server. `change(is_client, number, contents)` gives the contents of a token, by its number
-    from that side; `seen` keeps (type, length) of the server's frames, `times` their moments, `last` the last whole."""
+    from that side; `times` has the moments of the server's frames, `last` the last one."""
 
     def __init__(self, server, change=lambda is_client, number, contents: contents):
         self.server, self.change = server, change
-        self.seen, self.times, self.last = [], [], b""
+        self.times, self.last = [], b""
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.address = "127.0.0.1:%d" % self.listener.getsockname()[1]
         threading.Thread(target=self.run, daemon=True).start()
@@ -130,7 +133,6 @@ class Proxy:
                     number += 1
                     contents = self.change(is_client, number, contents)
                 if not is_client:
-                    self.seen.append((kind, len(contents)))
                     self.times.append(time.monotonic())
                     self.last = frame(kind, contents)
                 sink.sendall(frame(kind, contents))
@@ -160,6 +162,13 @@ def encode(elements):
         size = len(body).to_bytes(4, "big").lstrip(b"\0")
         out += bytes([identifier, len(body)] if len(body) < 0x80 else [identifier, 0x80 + len(size), *size]) + body
     return out
+
+
+def init_token(*mechanisms, claim=b"alice"):
+    """A client's first token: of each mechanism its OID and whatever else is given, as {tag: bytes}."""
+    entries = [[0xA0, [[0x80, oid], *([0x80 + tag, value] for tag, value in sorted(more.items()))]]
+               for oid, more in mechanisms]
+    return frame(TOKEN, encode([[0xA0, [[0xA0, entries], [0x81, b"\2"], [0x82, claim]]]]))
 
 
 def change_entries(contents, change):
