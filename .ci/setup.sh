@@ -17,6 +17,7 @@ test_packages=(
     krb5-kdc krb5-admin-server  # tests/realm.sh: a private Kerberos realm
     gss-ntlmssp                 # tests/hostgss_test.cpp
     krb5-user python3           # tests/network_test.py
+    krb5-gss-samples python3-gssapi # tests/bridge_programs_test.py
 )
 
 has_program() {
@@ -41,6 +42,8 @@ is_there() {
     krb5-kdc) has_program krb5kdc ;;
     krb5-admin-server) has_program kadmin.local ;;
     krb5-user) has_program kinit ;;
+    krb5-gss-samples) has_program gss-client ;;
+    python3-gssapi) /usr/bin/python3 -c 'import gssapi' 2>/dev/null ;;
     gss-ntlmssp) compgen -G '/usr/lib*/gssntlmssp/' >/dev/null || compgen -G '/usr/lib/*/gssntlmssp/' >/dev/null ;;
     *) has_program "$1" ;;
     esac

@@ -20,6 +20,16 @@ constexpr MinorStatus kMinorStatuses[] = {
 #undef QXGSS_CODE
 };
 
+std::string said_by(const MechInfo_t &mechanism, OM_uint32 minor) {
+    Buffer text;
+    OM_uint32 ignored = 0, message_context = 0;
+    const auto say = mechanism.MechFtnTable.ftn_gssp_display_status;
+    if (say == nullptr ||
+        failed(say(&ignored, minor, GSS_C_MECH_CODE, mechanism.pMechOid, &message_context, text.out())))
+        return "";
+    return printable(text.bytes());
+}
+
 } // namespace
 
 const MinorStatus *find_minor(OM_uint32 minor) {
@@ -28,15 +38,16 @@ const MinorStatus *find_minor(OM_uint32 minor) {
 }
 
 std::string minor_text(OM_uint32 minor, const MechInfo_t *mechanism) {
-    if (const MinorStatus *known = find_minor(minor); known != nullptr)
-        return known->text;
-    Buffer text;
-    OM_uint32 ignored = 0, message_context = 0;
-    if (mechanism == nullptr || mechanism->MechFtnTable.ftn_gssp_display_status == nullptr ||
-        failed(mechanism->MechFtnTable.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism->pMechOid,
-                                                               &message_context, text.out())))
-        return "minor status " + code_text(minor) + ", which has no text";
-    return printable(text.bytes());
+    const MinorStatus *const known = find_minor(minor);
+    const std::string said = known != nullptr || mechanism == nullptr ? "" : said_by(*mechanism, minor);
+    return known != nullptr ? known->text
+           : !said.empty()  ? said
+                            : "minor status " + code_text(minor) + ", which has no text";
+}
+
+std::string text_given_by(const MechInfo_t &mechanism, OM_uint32 minor) {
+    const std::string said = said_by(mechanism, minor);
+    return said.empty() ? minor_text(minor) : said;
 }
 
 std::string code_text(OM_uint32 code) {

@@ -22,6 +22,10 @@ const MinorStatus *find_minor(OM_uint32 minor);
 // The number itself when nobody has one.
 std::string minor_text(OM_uint32 minor, const MechInfo_t *mechanism = nullptr);
 
+// Likewise of a call of the mechanism itself that has just failed in this thread: what the mechanism says comes first,
+// since it may know more of that call.
+std::string text_given_by(const MechInfo_t &mechanism, OM_uint32 minor);
+
 // Eight upper-case hexadecimal digits.
 std::string code_text(OM_uint32 code);
 

@@ -1,8 +1,10 @@
 """QXNEGO through the host's GSS-API library, in programs that nobody here wrote: gss-client and gss-server, and Python's
 gssapi in both roles. Runs in the realm of realm.sh; the libraries are not sanitized, since the programs are not."""
 import contextlib
+import glob
 import json
 import os
+import pathlib
 import socket
 import subprocess
 import threading
@@ -37,8 +39,9 @@ def configuration(name, *mechanisms, settings=""):
 
 ALL = configuration("all.conf", KERBEROS, SCRAM, NTLM)
 os.environ["QXGSS_CONF"] = ALL
-os.environ["GSS_MECH_CONFIG"] = write(
-    "mech.conf", "qxnego %s %s/libqxnego-gssapi.so\nntlm %s %s\n" % (QXNEGO, LIBRARIES, NTLM[1], os.environ["NTLM"]))
+os.environ["GSS_MECH_CONFIG"] = write("mech.conf", "\n".join(
+    ["qxnego %s %s/libqxnego-gssapi.so" % (QXNEGO, LIBRARIES),
+     *(pathlib.Path(file).read_text() for file in glob.glob("/etc/gss/mech.d/*.conf"))]))
 
 import gssapi  # noqa: E402: it reads the environment
 
@@ -134,6 +137,30 @@ class Python(unittest.TestCase):
             self.assertEqual({row["mechanism"]: row["state"] for row in known["verdicts"]},
                              {"Kerberos": "Selected", "SCRAM-SHA-256": "Rejected", "NTLMSSP": "Rejected"})
 
+    def test_flags_are_those_of_the_mechanism(self):
+        """Kerberos protects messages also when nobody asks for it; NTLM does not, and has no MICs to confirm with then."""
+        for flag in (FLAG.mutual_authentication, FLAG.replay_detection, FLAG.delegate_to_peer):
+            pair = Pair(flags=flag).establish()
+            for context in (pair.client, pair.server):
+                self.assertEqual({one for one in FLAG if one in context.actual_flags} - {FLAG.protection_ready},
+                                 {flag, FLAG.confidentiality, FLAG.integrity})
+                self.assertEqual(story(context)["confirmation"], "confirmed")
+        password = {"password": "Alice1"}
+        ntlm = gssapi.Name("QXTEST\\alice")
+        for store, refusal in ((password, None),
+                               (dict(password, qxnego_confirmation="required"), "without integrity, which was not")):
+            pair = Pair(gssapi.Credentials(name=ntlm, usage="initiate", mechs=[MECH], store=store),
+                        flags=FLAG.mutual_authentication)
+            if refusal:
+                self.assertRaisesRegex(gssapi.exceptions.GSSError, refusal, pair.establish)
+                continue
+            pair.establish()
+            for context in (pair.client, pair.server):
+                self.assertEqual((FLAG.integrity in context.actual_flags, story(context)["confirmation"]),
+                                 (False, "unconfirmed"))
+                self.assertRaisesRegex(gssapi.exceptions.GSSError, "does not protect messages", context.get_signature,
+                                       b"text")
+
     def test_passwords(self):
         for user, password, mechanism, name in (("alice", "Alice1", "Kerberos", "alice@QXNEGO.TEST"),
                                                 ("alice", "wonderland", "SCRAM-SHA-256", "alice"),
@@ -152,6 +179,9 @@ class Python(unittest.TestCase):
             with self.assertRaisesRegex(gssapi.exceptions.GSSError, r'Minor \(\d+\): Kerberos: "'):
                 pair.establish()
             self.assertIn('SCRAM-SHA-256: "', failure_of(pair.server))
+            self.assertEqual([story(pair.server)[key] for key in ("class", "established", "user")],
+                             ["negotiation", False, ""])
+            self.assertIn("SCRAM-SHA-256", told(pair.server, LOG))
 
     def test_a_policy_that_refuses(self):
         """By the name that is claimed, and by the one that is proved."""
@@ -183,7 +213,8 @@ class Python(unittest.TestCase):
 
     def test_credential_stores(self):
         alice = gssapi.Name("alice")
-        os.environ.update(KRB5_KTNAME=REALM + "/none", KRB5CCNAME=REALM + "/none")
+        before = dict(os.environ)
+        os.environ.update(dict.fromkeys(("KRB5_KTNAME", "KRB5CCNAME", "NTLM_USER_FILE"), REALM + "/none"))
         try:
             stores = ({"client_keytab": REALM + "/client.keytab", "ccache": "MEMORY:own"},
                       {"ccache": "FILE:" + REALM + "/ccache"}, {"password": "Alice1"})
@@ -207,7 +238,7 @@ class Python(unittest.TestCase):
                 with self.assertRaisesRegex(gssapi.exceptions.GSSError, cause):
                     gssapi.Credentials(usage="initiate", mechs=[MECH], store=store)
         finally:
-            os.environ.update(KRB5_KTNAME="FILE:" + REALM + "/service.keytab", KRB5CCNAME="FILE:" + REALM + "/ccache")
+            os.environ.update(before)
 
     def test_two_threads(self):
         server, failures = acceptor(), []

@@ -22,6 +22,11 @@ constexpr OM_uint32 kFlags = GSS_C_DELEG_FLAG | GSS_C_MUTUAL_FLAG | GSS_C_REPLAY
                              GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG | GSS_C_ANON_FLAG | GSS_C_PROT_READY_FLAG |
                              GSS_C_DELEG_POLICY_FLAG | GSS_C_CHANNEL_BOUND_FLAG;
 
+// Confidentiality comes with integrity: gss-ntlmssp's server knows that only if it is said.
+OM_uint32 wanted_flags(OM_uint32 asked) {
+    return (asked & kFlags) | ((asked & GSS_C_CONF_FLAG) != 0 ? OM_uint32{GSS_C_INTEG_FLAG} : 0U);
+}
+
 [[noreturn]] void refuse_token(const char *line) {
     throw Failure(QXGSS_SESSION_FAILURE_PROTOCOL, line, GSS_S_DEFECTIVE_TOKEN);
 }
@@ -43,11 +48,11 @@ Context::Context(const Credential *credential)
     negotiation_.set_up_server(credential == nullptr ? nullptr : credential->acceptor.get());
 }
 
-// The MICs of the confirmation need the mechanism's integrity, whatever the application wants.
 Context::Context(const Credential *credential, const Wish &wish)
-    : negotiation_(kBounds), wanted_(wanted_confirmation(confirmation_of(credential))), target_(*wish.target) {
+    : negotiation_(kBounds), wanted_(wanted_confirmation(confirmation_of(credential))), target_(*wish.target),
+      wanted_flags_(wanted_flags(wish.flags)) {
     negotiation_.set_up_client(credential == nullptr ? nullptr : credential->initiator.get(), target_->as_target(),
-                               (wish.flags & kFlags) | GSS_C_INTEG_FLAG, wish.lifetime);
+                               wanted_flags_, wish.lifetime);
 }
 
 // ---- Steps ---------------------------------------------------------------------------------------------------------
@@ -152,15 +157,20 @@ OM_uint32 Context::true_flags() const {
 
 // ---- The confirmation of the offer ---------------------------------------------------------------------------------
 
+// A context whose messages nobody wants protected may have no MICs, whatever the mechanism can do.
 bool Context::is_to_be_confirmed() const {
-    const bool has_mics = negotiation_.has_mics();
-    if (has_mics && is_offered_)
+    const std::string mechanism = common::printable(negotiation_.mechanism().pszMechName);
+    const auto refuse_it = [](const std::string &line) { throw Failure(QXGSS_SESSION_FAILURE_CONFIRMATION, line); };
+    const bool has_mics = negotiation_.has_mics(), is_protecting = (flags_ & GSS_C_INTEG_FLAG) != 0;
+    if (has_mics && is_protecting && is_offered_)
         return true;
-    if (wanted_ == Confirmation::kRequired || (wanted_ == Confirmation::kIfPossible && has_mics))
-        throw Failure(QXGSS_SESSION_FAILURE_CONFIRMATION,
-                      has_mics ? "the peer does not offer to confirm the negotiation"
-                               : common::printable(negotiation_.mechanism().pszMechName) +
-                                     " has no MICs to confirm the negotiation with");
+    if (has_mics && !is_protecting && (wanted_flags_ & GSS_C_INTEG_FLAG) != 0)
+        refuse_it(mechanism + " can make MICs, and the peer has not negotiated them");
+    if (has_mics && is_protecting && wanted_ != Confirmation::kIfOffered)
+        refuse_it("the peer does not offer to confirm the negotiation");
+    if (wanted_ == Confirmation::kRequired)
+        refuse_it(has_mics ? "without integrity, which was not asked for, the negotiation cannot be confirmed"
+                           : mechanism + " has no MICs to confirm the negotiation with");
     return false;
 }
 

@@ -70,6 +70,7 @@ class Context {
     session::Negotiation negotiation_;
     const Confirmation wanted_;
     std::optional<Name> target_;
+    const OM_uint32 wanted_flags_ = 0; // an initiator's
     Stage stage_ = Stage::kNegotiating;
     bool is_begun_ = false;
     OM_uint32 tokens_ = 0; // of the peer

@@ -97,7 +97,7 @@ std::string try_mechanism(const MechInfo_t &mechanism, qxgss_name_t name, gss_cr
     qxgss_OID_set_desc itself{1, mechanism.pMechOid};
     if (failed(table.ftn_gssp_acquire_cred(&minor, name, GSS_C_INDEFINITE, &itself, usage, acquired.out(), nullptr,
                                            nullptr)))
-        return common::minor_text(minor, &mechanism);
+        return common::text_given_by(mechanism, minor);
     inquire(mechanism, acquired.get(), credential);
     return {};
 }

@@ -17,13 +17,12 @@ qxgss_buffer_desc view(const gss_buffer_desc *pBuffer) {
 // A call of the selected mechanism; it passes on supplementary statuses, and fails with its text.
 template <auto Slot, typename... Arguments> OM_uint32 call(Context &context, Arguments... arguments) {
     const session::Negotiation &negotiation = context.negotiation();
-    const auto operation = negotiation.negotiator().table->*Slot;
-    if (operation == nullptr)
+    if (negotiation.mechanism().MechFtnTable.*Slot == nullptr)
         refuse(GSS_S_UNAVAILABLE, "the mechanism does not protect messages");
     OM_uint32 minor = 0;
-    const OM_uint32 major = operation(&minor, negotiation.context(), arguments...);
+    const OM_uint32 major = (negotiation.negotiator().table->*Slot)(&minor, negotiation.context(), arguments...);
     if (common::failed(major))
-        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION, common::minor_text(minor, &negotiation.mechanism()), major,
+        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION, common::text_given_by(negotiation.mechanism(), minor), major,
                       minor);
     return major;
 }

@@ -1,6 +1,6 @@
 /* QXNEGO as a mechanism of the host's GSS-API library (RFC 2744): what a program may want to know that calls it there.
  * Most need nothing of this. C header; includes nothing, and goes with <gssapi/gssapi.h>. How it is installed and what
- * it does is in docs/gssapi-bridge.md.
+ * it does is in docs/gssapi.md.
  *
  * OIDs are octets to be put into a gss_OID_desc: gss_OID_desc oid = QXNEGO_GSS_OID(QXNEGO_GSS_MECH); */
 #ifndef QXNEGO_GSSAPI_H
