@@ -29,6 +29,9 @@ class Context {
     // Failure; the context can only be asked then what became of it.
     std::string step(std::string_view token, qxgss_channel_bindings_t bindings);
 
+    // For a step whose results are lost.
+    void abandon() noexcept { fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory"); }
+
     // What is left to tell the peer of a failure; empty: nothing.
     std::string parting() const;
 

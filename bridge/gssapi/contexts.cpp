@@ -37,17 +37,32 @@ void keep_story(Context &context) noexcept {
     }
 }
 
+// One step with what belongs to its results: a context whose results cannot be handed out is none.
+template <typename Prepare>
+gss_buffer_desc complete_step(Context &context, std::string_view token, gss_channel_bindings_t bindings,
+                              const Prepare &prepare) {
+    const std::string output = context.step(token, Bindings(bindings).get());
+    try {
+        if (context.is_open())
+            prepare(context);
+        return copy_of(output);
+    } catch (const std::exception &) {
+        context.abandon();
+        throw;
+    }
+}
+
 // Makes a step of the caller's context, or of the fresh one that `make` gives, which is the caller's if it succeeds:
 // the host's library keeps none whose first call has failed. A token that tells the peer of a failure is handed out.
-template <typename Make>
+template <typename Make, typename Prepare>
 Context &step(gss_ctx_id_t *pContext, gss_buffer_t pInput, gss_buffer_t pOutput, gss_channel_bindings_t bindings,
-              const Make &make) {
+              const Make &make, const Prepare &prepare) {
     std::unique_ptr<Context> fresh;
     if (*pContext == GSS_C_NO_CONTEXT)
         fresh = make();
     Context &context = fresh != nullptr ? *fresh : *context_of(*pContext);
     try {
-        *pOutput = copy_of(context.step(bytes_of(pInput), Bindings(bindings).get()));
+        *pOutput = complete_step(context, bytes_of(pInput), bindings, prepare);
     } catch (const std::exception &) {
         keep_story(context);
         try {
@@ -71,10 +86,9 @@ std::string told(Context &context, std::string_view oid) {
     refuse(GSS_S_UNAVAILABLE, "that is not known of a context");
 }
 
-void give_delegated(Context &context, gss_cred_id_t *pDelegated) {
+std::unique_ptr<Credential> delegated_to(Context &context) {
     Delegated delegated(context.negotiation().mechanism(), context.negotiation().take_delegated());
-    if (pDelegated != nullptr && delegated.handle() != nullptr)
-        *pDelegated = handle_of(new Credential(std::move(delegated)));
+    return delegated.handle() == nullptr ? nullptr : std::make_unique<Credential>(std::move(delegated));
 }
 
 Name proved_name(const Context &context) {
@@ -125,14 +139,15 @@ OM_uint32 bridge_gss_init_sec_context(OM_uint32 *pMinorStatus, gss_cred_id_t han
         set(pMech, mechanism_oid());
         set(pFlags, 0U);
         set(pLifetime, 0U);
-        const Context &context = step(&required(pContext), pInput, pOutput, bindings, [&] {
+        const auto make = [&] {
             const Credential *const credential = credential_of(handle);
             if (pTarget == GSS_C_NO_NAME)
                 refuse(GSS_S_CALL_INACCESSIBLE_READ | GSS_S_BAD_NAME, "there is no target name");
             check_usage(credential == nullptr || credential->initiates());
             configure(false);
             return std::make_unique<Context>(credential, Wish{name_of(pTarget), flags, lifetime});
-        });
+        };
+        const Context &context = step(&required(pContext), pInput, pOutput, bindings, make, [](const Context &) {});
         if (!context.is_open())
             return GSS_S_CONTINUE_NEEDED;
         set(pFlags, context.flags());
@@ -152,16 +167,24 @@ OM_uint32 bridge_gss_accept_sec_context(OM_uint32 *pMinorStatus, gss_ctx_id_t *p
         set(pFlags, 0U);
         set(pLifetime, 0U);
         set(pDelegated, GSS_C_NO_CREDENTIAL);
-        Context &context = step(&required(pContext), pInput, pOutput, bindings, [&] {
+        std::unique_ptr<Name> source;
+        std::unique_ptr<Credential> delegated;
+        const auto make = [&] {
             const Credential *const credential = credential_of(handle);
             check_usage(credential == nullptr || credential->accepts());
             configure(true);
             return std::make_unique<Context>(credential);
+        };
+        const Context &context = step(&required(pContext), pInput, pOutput, bindings, make, [&](Context &open) {
+            source = std::make_unique<Name>(proved_name(open));
+            delegated = delegated_to(open);
         });
         if (!context.is_open())
             return GSS_S_CONTINUE_NEEDED;
-        give_delegated(context, pDelegated);
-        give_name(proved_name(context), pSource);
+        if (pSource != nullptr)
+            *pSource = handle_of(source.release());
+        if (pDelegated != nullptr)
+            *pDelegated = handle_of(delegated.release());
         set(pFlags, context.flags());
         set(pLifetime, context.negotiation().lifetime());
         return GSS_S_COMPLETE;

@@ -13,13 +13,31 @@ namespace bridge {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+// JSON, put together as text: where memory is lacking, an object or array of the library loses some, or ends the
+// process when it goes.
+std::string json(std::string_view text) {
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string object(std::initializer_list<std::pair<const char *, std::string>> members) {
+    std::string out;
+    for (const auto &[name, value] : members)
+        out += (out.empty() ? "{\"" : ",\"") + std::string(name) + "\":" + value;
+    return out + "}";
+}
+
+void add_to_array(std::string &array, const std::string &value) {
+    array += (array.empty() ? "[" : ",") + value;
+}
+std::string whole_array(const std::string &array) {
+    return (array.empty() ? "[" : array) + "]";
+}
 
 // By the values of their enumerations.
-constexpr const char *kClasses[] = {"",       "resources", "usage", "time", "protocol", "negotiation", "confirmation",
-                                    "policy", "protection"};
-constexpr const char *kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
-constexpr const char *kRefused[] = {"", "claimed", "proved"};
+constexpr std::string_view kClasses[] = {
+    "", "resources", "usage", "time", "protocol", "negotiation", "confirmation", "policy", "protection"};
+constexpr std::string_view kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
+constexpr std::string_view kRefused[] = {"", "claimed", "proved"};
 
 // The log's record in the user properties.
 std::string_view log_in(std::string_view properties) {
@@ -46,35 +64,35 @@ std::string hexadecimal(std::string_view octets) {
     return out;
 }
 
-Json verdict_of(const session::MechanismView &mechanism) {
+std::string verdict_of(const session::MechanismView &mechanism) {
     const session::View &view = mechanism.view;
-    return {{"mechanism", common::printable(name_of(mechanism))},
-            {"oid", hexadecimal(mechanism.oid)},
-            {"state", qxnego::state_word(view.state)},
-            {"reason", qxnego::reason_word(view.reason)},
-            {"status_text", common::printable(view.status_text)}};
+    return object({{"mechanism", json(common::printable(name_of(mechanism)))},
+                   {"oid", json(hexadecimal(mechanism.oid))},
+                   {"state", json(qxnego::state_word(view.state))},
+                   {"reason", json(qxnego::reason_word(view.reason))},
+                   {"status_text", json(common::printable(view.status_text))}});
 }
 
-Json verdicts_of(const session::Views &views) {
+std::string verdicts_of(const session::Views &views) {
     constexpr std::size_t kMost = 100;
-    Json verdicts = Json::array();
+    std::string verdicts;
     for (const session::MechanismView &mechanism : views | std::views::take(kMost))
-        verdicts.push_back(verdict_of(mechanism));
-    return verdicts;
+        add_to_array(verdicts, verdict_of(mechanism));
+    return whole_array(verdicts);
 }
 
-Json lines_of(std::string_view text) {
-    Json lines = Json::array();
+std::string lines_of(std::string_view text) {
+    std::string lines;
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
-        lines.push_back(common::printable(line));
+        add_to_array(lines, json(common::printable(line)));
         text.remove_prefix(std::min(text.size(), line.size() + 1));
     }
-    return lines;
+    return whole_array(lines);
 }
 
 std::string text_of(const qxgss_buffer_desc &text) {
-    return common::printable(common::bytes_of(&text));
+    return json(common::printable(common::bytes_of(&text)));
 }
 
 } // namespace
@@ -92,20 +110,19 @@ std::string Context::selected() const {
 std::string Context::story() {
     qxgss_session_facts_desc facts{};
     negotiation_.describe(facts);
-    const Json story = {{"side", is_client() ? "client" : "server"},
-                        {"class", kClasses[failure_]},
-                        {"failure", common::printable(failure_line_)},
-                        {"established", facts.IsEstablished != 0},
-                        {"mechanism", common::printable(facts.pszMech)},
-                        {"user", text_of(facts.User)},
-                        {"claimed", text_of(facts.Claimed)},
-                        {"refused", kRefused[facts.Refused]},
-                        {"flags", flags_},
-                        {"confirmation", kConfirmations[confirmation_]},
-                        {"rounds", facts.Rounds},
-                        {"verdicts", verdicts_of(negotiation_.views())},
-                        {"notices", lines_of(notices())}};
-    return story.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return object({{"side", json(is_client() ? "client" : "server")},
+                   {"class", json(kClasses[failure_])},
+                   {"failure", json(common::printable(failure_line_))},
+                   {"established", facts.IsEstablished != 0 ? "true" : "false"},
+                   {"mechanism", json(common::printable(facts.pszMech))},
+                   {"user", text_of(facts.User)},
+                   {"claimed", text_of(facts.Claimed)},
+                   {"refused", json(kRefused[facts.Refused])},
+                   {"flags", std::to_string(flags_)},
+                   {"confirmation", json(kConfirmations[confirmation_])},
+                   {"rounds", std::to_string(facts.Rounds)},
+                   {"verdicts", verdicts_of(negotiation_.views())},
+                   {"notices", lines_of(notices())}});
 }
 
 } // namespace bridge
