@@ -139,6 +139,20 @@ def kerberos(figures):
           [["alone", *figures.cells(alone)], ["under QXNEGO", *figures.cells(negotiated)], ["more", *more]])
 
 
+def bridge(figures):
+    for work in ("handshake", "wrap and unwrap"):
+        plain = f"host/{work}/plain"
+        if plain not in figures.instructions:
+            return
+        rows = []
+        for way in ("plain", "spnego", "bridge"):
+            name = f"host/{work}/{way}"
+            ratios = [figures.ratio(name, plain, kind) for kind in THREE]
+            rows.append([way, *figures.cells(name), *ratios])
+        table(f"Kerberos through the host's GSS-API library: {work}",
+              ["way", *THREE, *[f"ratio, {kind}" for kind in THREE]], rows)
+
+
 def messages(figures):
     rows = []
     for call in ("wrap", "unwrap", "get_mic", "verify_mic"):
@@ -207,6 +221,7 @@ def main(folder):
                     "system's GSS-API library and its negotiation layer)", handshakes(figures, legs))
     breakdown(folder)
     kerberos(figures)
+    bridge(figures)
     messages(figures)
     sizes = ("entries:1", "entries:4", "entries:16", "entries:64", "entries:200", "largest")
     beside_peer(figures, "Codec (peer: OpenSSL's ASN.1 templates)",

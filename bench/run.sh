@@ -49,6 +49,8 @@ if PATH=$PATH:/usr/sbin command -v krb5kdc > /dev/null; then
         kinit -k -t "$REALM/client.keytab" alice
         times kerberos kerberos_bench
         counts kerberos kerberos_bench
+        times bridge bridge_bench
+        counts bridge bridge_bench
     )
 fi
 MIN_TIME=0.5 times many_bench many_bench

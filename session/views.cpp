@@ -1,7 +1,7 @@
 #include "session/views.h"
 
 #include <algorithm>
-#include <ranges>
+#include <span>
 
 #include "common/asn.h"
 #include "gssp2qxnego/token_format.h"
@@ -138,7 +138,7 @@ qxgss_session_verdict_et verdict_of(const PublicView &client, const PublicView &
 std::string encode_views(const Views &views) {
     Writer writer;
     writer.start(token::kMechanisms);
-    for (const MechanismView &mechanism : views | std::views::take(kMaxViews))
+    for (const MechanismView &mechanism : std::span(views).first(std::min(views.size(), kMaxViews)))
         write(writer, mechanism);
     writer.stop(token::kMechanisms);
     return writer.finish();

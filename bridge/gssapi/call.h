@@ -37,7 +37,7 @@ OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor, cons
 // Runs an operation that gives a major status.
 template <typename Operation> OM_uint32 guarded(OM_uint32 *pMinorStatus, Operation operation) {
     try {
-        const OM_uint32 major = operation();
+        const auto major = static_cast<OM_uint32>(operation()); // the host has GSS_S_COMPLETE as an int
         if (pMinorStatus != nullptr)
             *pMinorStatus = 0;
         return major;

@@ -1,6 +1,6 @@
 // What became of a negotiation, for people and for programs. Texts of others are made printable.
 #include <algorithm>
-#include <ranges>
+#include <span>
 
 #include <nlohmann/json.hpp>
 
@@ -76,7 +76,7 @@ std::string verdict_of(const session::MechanismView &mechanism) {
 std::string verdicts_of(const session::Views &views) {
     constexpr std::size_t kMost = 100;
     std::string verdicts;
-    for (const session::MechanismView &mechanism : views | std::views::take(kMost))
+    for (const session::MechanismView &mechanism : std::span(views).first(std::min(views.size(), kMost)))
         add_to_array(verdicts, verdict_of(mechanism));
     return whole_array(verdicts);
 }
