@@ -2,7 +2,7 @@
 # The installed tree: a program builds against it in both ways and runs, also one that uses the host's GSS-API library,
 # and the command finds its libraries and its configuration there. Usage: install_test.sh BUILD_FOLDER C_COMPILER COMPILER_FLAGS
 set -eu
-build=$1 compiler=$2 flags=$3
+build=$1 compiler=$2 flags=$3 suppressions=$(dirname "$(readlink -f "$0")")/lsan.supp
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 prefix="$folder/usr"
@@ -73,7 +73,31 @@ done
 # The command: its libraries by themselves, its configuration where an administrator puts it.
 "$prefix/bin/qxnego" demo both --brief | grep -q 'both: as expected'
 mkdir -p "$prefix/etc/qxgss"
-cp "$examples"/* "$prefix/etc/qxgss"
+cp "$examples/qxgss.conf" "$examples/verifiers" "$prefix/etc/qxgss"
 test "$("$prefix/bin/qxnego" mechs | grep -c ' yes ')" -eq 2
 "$prefix/bin/qxnego" try --user alice --offer SCRAM-SHA-256 | grep -q 'Selected: SCRAM-SHA-256'
+
+# The host's library finds the bridge by the sample, and the bridge its configuration where it stands.
+cat >bridge.c <<'END'
+#include <gssapi/gssapi_ext.h>
+#include <qxgss/qxnego_gssapi.h>
+#include <stdio.h>
+int main(void) {
+    gss_OID_desc oid = QXNEGO_GSS_OID(QXNEGO_GSS_MECH);
+    gss_OID_set_desc mechs = {1, &oid};
+    gss_cred_id_t credential = GSS_C_NO_CREDENTIAL;
+    gss_buffer_desc text = GSS_C_EMPTY_BUFFER;
+    OM_uint32 minor, ignored, more = 0;
+    if (gss_acquire_cred(&minor, GSS_C_NO_NAME, 0, &mechs, GSS_C_INITIATE, &credential, NULL, NULL) != GSS_S_NO_CRED)
+        return 1;
+    gss_display_status(&ignored, minor, GSS_C_MECH_CODE, &oid, &more, &text);
+    puts((const char *)text.value);
+    return gss_release_buffer(&ignored, &text) != GSS_S_COMPLETE;
+}
+END
+# shellcheck disable=SC2086
+"$compiler" -Wall -Wextra -Werror $flags bridge.c -o bridge $found $hosts
+export LSAN_OPTIONS="suppressions=$suppressions:print_suppressions=0"
+LD_LIBRARY_PATH="$libraries" GSS_MECH_CONFIG="$examples/mech.qxnego.conf" ./bridge |
+    grep -q 'SCRAM-SHA-256: it has no single sign-on'
 echo "installed, built against and run"
