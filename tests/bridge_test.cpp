@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "bridge/gssapi/call.h"
+#include "bridge/gssapi/framing.h"
 #include "bridge/gssapi/qxnego_gssapi.h"
 #include "tests/failing_heap.h"
 #include "tests/negotiation_harness.h"
@@ -219,6 +220,17 @@ TEST_F(Bridge, APeerThatDoesNotOfferIsRefusedUnlessTheConfigurationLetsItBe) {
                                                                  : told(pair.server.context, QXNEGO_GSS_STORY);
         EXPECT_NE(story.find(*line == 0 ? "\"confirmation\":\"unconfirmed\"" : line), std::string::npos) << story;
     }
+}
+
+TEST_F(Bridge, TheOfferIsPassedOverByAPeerThatDoesNotKnowIt) {
+    configure(1);
+    scripted::script().at('A', kServer).delegates = false;
+    Session session("A", "A");
+    const std::string first = session.client.call("").token, offering = bridge::with_offer(first);
+    EXPECT_EQ(offering.size(), first.size() + 3);
+    const Outcome answer = session.server.call(offering);
+    EXPECT_EQ(answer.statuses(), kDone);
+    EXPECT_EQ(session.client.call(bridge::with_offer(answer.token)).statuses(), kDone);
 }
 
 TEST_F(Bridge, WhatIsNoTokenIsRefusedWithAStoryAndLeavesNoContext) {
