@@ -11,7 +11,7 @@ qxgss_buffer_desc view(const gss_buffer_desc *pBuffer) {
     if (pBuffer == GSS_C_NO_BUFFER)
         refuse(GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE, "there is no message");
     const std::string_view bytes = bytes_of(pBuffer);
-    return common::view(bytes.data() == nullptr ? std::string_view("", 0) : bytes);
+    return common::view(bytes.data() == nullptr ? std::string_view("") : bytes);
 }
 
 // A call of the selected mechanism; it passes on supplementary statuses, and fails with its text.

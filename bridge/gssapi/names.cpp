@@ -38,7 +38,7 @@ Name imported_again(std::string_view token) {
     const std::size_t head = export_head().size() + 4;
     if (token.size() < head + 2)
         refuse_name("the exported name is cut");
-    const Name name{static_cast<Name::Kind>(token[head]), std::string(token.substr(head + 1))};
+    Name name{static_cast<Name::Kind>(token[head]), std::string(token.substr(head + 1))};
     if ((name.kind != Name::Kind::kUser && name.kind != Name::Kind::kService) || exported(name) != token)
         refuse_name("the exported name is none of QXNEGO's");
     return name;

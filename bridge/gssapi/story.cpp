@@ -35,7 +35,7 @@ std::string whole_array(const std::string &array) {
 
 // By the values of their enumerations.
 constexpr std::string_view kClasses[] = {
-    "", "resources", "usage", "time", "protocol", "negotiation", "confirmation", "policy", "protection"};
+    "", "resources", "usage", "time", "protocol", "negotiation", "confirmation", "policy", "protection", "peer"};
 constexpr std::string_view kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
 constexpr std::string_view kRefused[] = {"", "claimed", "proved"};
 
