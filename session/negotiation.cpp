@@ -7,7 +7,7 @@
 #include "common/text.h"
 #include "gssp2qxnego/words.h"
 #include "session/failure.h"
-#include "session/nameless.h"
+#include "session/guard.h"
 
 namespace session {
 
@@ -33,15 +33,6 @@ bool is_usable(const qxgss_ftn_table_desc &table) {
 bool equal(const qxgss_OID_desc *a, const qxgss_OID_desc *b) {
     const std::string_view bytes = common::bytes_of(a);
     return !bytes.empty() && bytes == common::bytes_of(b);
-}
-
-bool contains(qxgss_OID_set set, const qxgss_OID_desc *oid) {
-    const std::span<qxgss_OID_desc> members(set->elements, set->count);
-    return std::ranges::any_of(members, [&](const qxgss_OID_desc &member) { return equal(&member, oid); });
-}
-
-bool is_unrestricted(const common::OidSet &allowed) {
-    return allowed.get() == nullptr || allowed.get()->count == 0;
 }
 
 } // namespace
@@ -142,6 +133,7 @@ OM_uint32 Negotiation::call(std::string_view token, qxgss_channel_bindings_t bin
                                                   source_.out(), &actual_mechanism_, output.out(), &flags_, &lifetime_,
                                                   &delegated_);
     observe(is_client_ ? "init_sec_context" : "accept_sec_context", major, minor, output.out());
+    read_negotiation();
     return major;
 }
 
@@ -149,13 +141,8 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     OM_uint32 minor = 0;
     common::Buffer output;
     transcript_.add(token);
-    OM_uint32 major = call(token, bindings, minor, output);
-    read_negotiation();
-    if (failed(major) && is_claim_forbidden()) {
-        forget_claim();
-        major = call(nameless(token), bindings, minor, output);
-        read_negotiation();
-    }
+    const OM_uint32 major =
+        is_client_ || rounds_ != 0 ? call(token, bindings, minor, output) : first_call(token, bindings, minor, output);
     if (major != GSS_S_COMPLETE && major != GSS_S_CONTINUE_NEEDED)
         throw refusal(minor);
     if (major == GSS_S_COMPLETE)
@@ -164,6 +151,28 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
         credential_.reset(); // each mechanism has its own by now, and the logon string is needed no more
     transcript_.add(output.bytes());
     return output;
+}
+
+// A server's. One call for whomever the client claims, so that its time says nothing either. Of an odd token the
+// mechanism may take another for the user: it tells whom it has looked up.
+OM_uint32 Negotiation::first_call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor,
+                                  common::Buffer &output) {
+    const Claim claim = claim_of(token, *negotiator_.table);
+    if (is_forbidden(claim.name, claim.offer, *negotiator_.table))
+        return call_nameless(claim.name, token, bindings, minor, output);
+    const OM_uint32 major = call(token, bindings, minor, output);
+    if (!failed(major) || claimed_ == claim.name || !is_forbidden(claimed_, claim.offer, *negotiator_.table))
+        return major;
+    context_.reset();
+    return call_nameless(claimed_, token, bindings, minor, output);
+}
+
+// Whatever comes of it is refused in the end.
+OM_uint32 Negotiation::call_nameless(const std::string &name, std::string_view token, qxgss_channel_bindings_t bindings,
+                                     OM_uint32 &minor, common::Buffer &output) {
+    claimed_ = name;
+    refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
+    return call(nameless(token), bindings, minor, output);
 }
 
 bool Negotiation::is_peer_done() const {
@@ -182,34 +191,6 @@ void Negotiation::read_negotiation() {
     is_attempt_ = is_attempt_ || negotiation.IsOffered != 0;
     if (refused_ == QXGSS_SESSION_NONE_REFUSED)
         claimed_ = common::bytes_of(&negotiation.PolicyName);
-}
-
-// Whether the first call has failed, and the policy for the claimed name leaves out a mechanism that is negotiated
-// here.
-bool Negotiation::is_claim_forbidden() const {
-    common::OidSet allowed;
-    if (is_client_ || rounds_ != 1 || claimed_.empty())
-        return false;
-    if (failed(gssp_inquire_mech_policy_for_user(nullptr, claimed_.c_str(), allowed.out())))
-        return true;
-    if (is_unrestricted(allowed))
-        return false;
-    qxgss_negotiated_mech_desc mechanism{};
-    for (OM_uint32 i = 0;
-         negotiator_.table->ftn_gssp_inquire_negotiated_mech(nullptr, context_.get(), i, &mechanism) == GSS_S_COMPLETE;
-         ++i)
-        if (mechanism.MechIndex >= 0 && !contains(allowed.get(), mechanism.pMechOid))
-            return true;
-    return false;
-}
-
-// A user whom the policy forbids what is offered hears what an unknown one hears: the negotiation begins again with a
-// name that the policy does not list, and whatever it proves is refused in the end. The story is that of the claim.
-void Negotiation::forget_claim() {
-    views();
-    properties();
-    refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
-    context_.reset();
 }
 
 // The mechanism that has run is the one whose entry was selected, and it is established.
@@ -271,7 +252,7 @@ void Negotiation::check_policy() {
     common::OidSet allowed;
     if (failed(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed.out())))
         refuse("the policy cannot be looked up for the proved name " + common::quoted(user));
-    if (!is_unrestricted(allowed) && !contains(allowed.get(), actual_mechanism_))
+    if (!allows(allowed.get(), common::bytes_of(actual_mechanism_)))
         refuse("the policy does not let the proved name " + common::quoted(user) + " log on with " + mechanism);
     refused_ = QXGSS_SESSION_NONE_REFUSED;
 }
@@ -354,7 +335,7 @@ common::Buffer Negotiation::unwrap(std::string_view message) {
 // ---- What is known -------------------------------------------------------------------------------------------------
 
 const Views &Negotiation::views() {
-    if (!views_ || (context_.get() != nullptr && refused_ != QXGSS_SESSION_CLAIMED_REFUSED))
+    if (!views_ || context_.get() != nullptr)
         read_views();
     return *views_;
 }

@@ -86,9 +86,11 @@ class Negotiation {
   private:
     void acquire(qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_session_failure_et failure, const char *line);
     OM_uint32 call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor, common::Buffer &output);
+    OM_uint32 first_call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor,
+                         common::Buffer &output);
+    OM_uint32 call_nameless(const std::string &name, std::string_view token, qxgss_channel_bindings_t bindings,
+                            OM_uint32 &minor, common::Buffer &output);
     void read_negotiation();
-    bool is_claim_forbidden() const;
-    void forget_claim();
     void check_selection();
     void read_views();
     Failure refusal(OM_uint32 minor);

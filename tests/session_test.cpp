@@ -252,6 +252,45 @@ TEST_F(Configured, EachOptionCanEndASession) {
     }
 }
 
+std::string element(int tag, const std::string &contents) {
+    return char(0x80 + tag) + (char(contents.size()) + contents);
+}
+std::string list(const std::string &contents) {
+    return char(0xA0) + (char(contents.size()) + contents);
+}
+// A client's first token that offers SCRAM-SHA-256, with items around the one for its own name.
+std::string offer_of(const std::string &name, const std::string &in_mechanism, const std::string &items,
+                     const std::string &in_repeated = "") {
+    const auto scram = [&](const std::string &more) {
+        return list(element(0, "\x2b\6\1\5\5\x12") + element(1, "\1") +
+                    element(6, "n,,n=" + name + ",r=0123456789abcdef") + more);
+    };
+    return list(list(scram(in_mechanism) + (in_repeated.empty() ? "" : scram(in_repeated))) + items);
+}
+
+// Repeated and misplaced names, of which only some are read.
+const std::string kState = element(1, "\2"), kSso = element(3, "\1"), kDecoy = "zzz";
+const struct {
+    const char *shape;
+    std::string (*token)(const std::string &name);
+} kOddTokens[] = {
+    {"authentication ID", [](const std::string &n) { return offer_of(n, "", kState + element(2, n)); }},
+    {"decoy before the state",
+     [](const std::string &n) { return offer_of(n, "", element(2, kDecoy) + kState + element(2, n)); }},
+    {"constructed decoy",
+     [](const std::string &n) { return offer_of(n, "", char(0xA2) + ('\0' + kState) + element(2, n)); }},
+    {"decoy user before single sign-on",
+     [](const std::string &n) {
+         return offer_of(n, "", kState + element(4, kDecoy) + element(3, {"\0", 1}) + element(4, n));
+     }},
+    {"two single sign-on names",
+     [](const std::string &n) { return offer_of(n, element(7, n) + element(7, kDecoy), kState + kSso); }},
+    {"NUL in the name",
+     [](const std::string &n) { return offer_of(n, "", kState + element(2, n + std::string("\0x", 2))); }},
+    {"a mechanism twice, each with another name",
+     [](const std::string &n) { return offer_of(n, element(7, kDecoy), kState + kSso, element(7, n)); }},
+};
+
 // A forbidden user hears what an unknown one hears, and as late; the name that was proved decides.
 TEST_F(Configured, ForbidsWithoutTellingStrangers) {
     configure(kScram, "[policy.users]\nbob = [\"QXNEGO\"]\n");
@@ -275,6 +314,7 @@ TEST_F(Configured, ForbidsWithoutTellingStrangers) {
     qxgss_session_options_desc patient = kAtOnce;
     patient.RefusalTime = 60'000;
     std::set<std::string> heard;
+    std::set<std::pair<std::string, std::size_t>> heard_of_odd;
     for (const auto &[logon, refused, failure, is_stranger] : cases) {
         SCOPED_TRACE(logon);
         Pair pair(logon, patient);
@@ -290,6 +330,25 @@ TEST_F(Configured, ForbidsWithoutTellingStrangers) {
             heard.insert(shape);
     }
     EXPECT_EQ(heard.size(), 1U);
+    for (const auto &[shape, token] : kOddTokens)
+        for (const std::string name : {"bob", "eve"}) {
+            SCOPED_TRACE(shape + (" " + name));
+            SessionEnd server;
+            server.accept(&patient);
+            const std::string answer = server.step('\1' + token(name));
+            EXPECT_EQ(answer.substr(0, 1), "\1");
+            EXPECT_EQ(server.facts().Refused, name == "bob" ? kClaimed : kNone);
+            // Whom the last of these means is known only once the mechanism has looked for him.
+            EXPECT_EQ(server.facts().Rounds,
+                      name == "bob" && &token == &kOddTokens[std::size(kOddTokens) - 1].token ? 2U : 1U);
+            EXPECT_TRUE(heard_of_odd.insert({shape, answer.size()}).second || name == "eve");
+        }
+    EXPECT_EQ(heard_of_odd.size(), std::size(kOddTokens));
+    SessionEnd elsewhere; // where nothing is offered that could be had, the policy forbids nothing
+    elsewhere.accept(&patient);
+    elsewhere.step('\1' + list(list(list(element(0, "\x2b\6\1") + element(1, "\1"))) + kState + element(2, "bob")));
+    EXPECT_EQ(elsewhere.facts().Failure, kWrong);
+    EXPECT_EQ(elsewhere.facts().Refused, kNone);
     Pair pair("", patient); // who does not even try has nothing to wait for
     pair.server.step("\1no token");
     EXPECT_EQ(pair.server.facts().State, QXGSS_SESSION_FAILED);
