@@ -68,7 +68,7 @@ Negotiation::Negotiation(const qxgss_session_options_desc &options)
 
 Negotiation::~Negotiation() {
     close();
-    if (delegated_ == nullptr)
+    if (delegated_ == nullptr || mechanism_ < 0)
         return;
     OM_uint32 ignored = 0;
     const auto release = pMechInfo[mechanism_].MechFtnTable.ftn_gssp_release_cred;
@@ -202,11 +202,12 @@ void Negotiation::check_selection() {
                           negotiation.SelectedNumber >= 0 &&
                           !failed(table.ftn_gssp_inquire_negotiated_mech(
                               nullptr, context_.get(), static_cast<OM_uint32>(negotiation.SelectedNumber), &mechanism));
+    if (is_found)
+        mechanism_ = mechanism.MechIndex; // also of a failure: a credential that was delegated is this mechanism's
     if (!is_found || mechanism.MechIndex < 0 || mechanism.IsCtxEstablished == 0 ||
         !equal(mechanism.pMechOid, actual_mechanism_))
         throw Failure(QXGSS_SESSION_FAILURE_NEGOTIATION, "the mechanism that has run is not the one that was selected",
                       GSS_S_BAD_MECH);
-    mechanism_ = mechanism.MechIndex;
     is_established_ = true;
 }
 
@@ -245,7 +246,7 @@ void Negotiation::check_policy() {
     const std::string mechanism = common::printable(pMechInfo[mechanism_].pszMechName);
     if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
         refuse(refused_claim());
-    const std::string user(source_.get() == nullptr ? "" : common::bytes_of(&source_.get()->pElements[0].Name));
+    const std::string user(common::text_of(source_.get()));
     refused_ = QXGSS_SESSION_PROVED_REFUSED;
     if (user.empty() || user.find('\0') != std::string::npos)
         refuse("the mechanism " + mechanism + " has proved no name that the policy could be looked up for");
@@ -367,18 +368,18 @@ std::string_view Negotiation::properties() {
 }
 
 void Negotiation::describe(qxgss_session_facts_desc &facts) const {
-    facts.IsEstablished = mechanism_ >= 0 ? 1 : 0;
-    facts.pMech = mechanism_ >= 0 ? pMechInfo[mechanism_].pMechOid : nullptr;
-    facts.pszMech = mechanism_ >= 0 ? pMechInfo[mechanism_].pszMechName : "";
-    if (mechanism_ >= 0 && source_.get() != nullptr)
-        facts.User = source_.get()->pElements[0].Name;
+    facts.IsEstablished = is_established_ ? 1 : 0;
+    facts.pMech = is_established_ ? pMechInfo[mechanism_].pMechOid : nullptr;
+    facts.pszMech = is_established_ ? pMechInfo[mechanism_].pszMechName : "";
+    if (is_established_)
+        facts.User = common::view(common::text_of(source_.get()));
     facts.Claimed = common::view(claimed_);
     facts.Refused = refused_;
-    facts.Flags = mechanism_ >= 0 ? flags_ : 0;
+    facts.Flags = is_established_ ? flags_ : 0;
     facts.IsProtecting = is_protecting() ? 1 : 0;
     facts.IsAttempt = is_attempt_ ? 1 : 0;
     facts.Rounds = rounds_;
-    facts.pDelegatedCred = delegated_;
+    facts.pDelegatedCred = is_established_ ? delegated_ : nullptr;
 }
 
 } // namespace session

@@ -110,7 +110,8 @@ class Negotiation {
     common::Name target_, source_;
     qxgss_cred_id_t delegated_ = nullptr; // the selected mechanism's own
     qxgss_OID actual_mechanism_ = nullptr;
-    OM_sint32 mechanism_ = -1; // the selected one's place in the registry
+    OM_sint32 mechanism_ =
+        -1; // the selected one's place in the registry; also before it has proved to be the right one
     OM_uint32 wanted_flags_ = 0, flags_ = 0;
     OM_uint32 wanted_lifetime_ = GSS_C_INDEFINITE, lifetime_ = 0;
     OM_uint32 rounds_ = 0;

@@ -16,6 +16,64 @@ constexpr char kConfirmation = 2, kEnd = 4; // types of messages
 // Refusals need not be waited for.
 constexpr qxgss_session_options_desc kAtOnce = {QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, nullptr, nullptr};
 
+// ---- A mechanism that keeps no rule, in the program itself ---------------------------------------------------------
+
+struct Hostile {
+    bool has_other_type = false, has_no_element = false;
+    OM_uint32 flags = 0;
+    int delegated = 0; // credentials that nobody has released
+};
+Hostile hostile;
+constexpr char kHostileOid[] = "1.3.6.1.4.1.32473.9.1";
+
+OM_uint32 made(void **ppHandle, OM_uint32 *pMinorStatus) {
+    *ppHandle = *ppHandle == nullptr ? std::malloc(1) : *ppHandle;
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return GSS_S_COMPLETE;
+}
+OM_uint32 gone(void **ppHandle, OM_uint32 *pMinorStatus) {
+    std::free(std::exchange(*ppHandle, nullptr));
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return GSS_S_COMPLETE;
+}
+
+} // namespace
+
+extern "C" {
+QXGSS_API OM_uint32 HOSTILE_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t, OM_uint32, qxgss_OID_set,
+                                         qxgss_cred_usage_t, qxgss_cred_id_t *ppCred, qxgss_OID_set *, OM_uint32 *) {
+    return ++hostile.delegated, made(ppCred, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCred) {
+    return --hostile.delegated, gone(ppCred, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t, qxgss_ctx_id_t *ppContext,
+                                             qxgss_name_t, qxgss_OID pMech, OM_uint32, OM_uint32,
+                                             qxgss_channel_bindings_t, qxgss_buffer_t, qxgss_OID *ppMech,
+                                             qxgss_buffer_t pOutput, OM_uint32 *pFlags, OM_uint32 *) {
+    *ppMech = pMech, *pFlags = GSS_C_MUTUAL_FLAG, *pOutput = {2, std::memcpy(std::malloc(2), "hi", 2)};
+    return made(ppContext, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_cred_id_t,
+                                               qxgss_buffer_t, qxgss_channel_bindings_t, qxgss_name_t *ppName,
+                                               qxgss_OID *ppMech, qxgss_buffer_t, OM_uint32 *pFlags, OM_uint32 *,
+                                               qxgss_cred_id_t *ppDelegated) {
+    static qxgss_OID_desc other{1, const_cast<char *>("*")};
+    *ppName = hostile.has_no_element ? static_cast<qxgss_name_t>(std::calloc(1, sizeof **ppName)) : imported("alice");
+    *ppMech = hostile.has_other_type ? &other : registered("HOSTILE").pMechOid;
+    *pFlags = hostile.flags;
+    ++hostile.delegated;
+    return made(ppDelegated, pMinorStatus), made(ppContext, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_buffer_t) {
+    return gone(ppContext, pMinorStatus);
+}
+}
+
+namespace {
+
+const RealMechanism kHostile{"HOSTILE", kHostileOid, "HOSTILE", "", "authcid=alice password=x", "alice", "", false};
+
 struct Pair {
     explicit Pair(const std::string &logon, const qxgss_session_options_desc &of_server = kAtOnce) {
         client.initiate(logon, &kAtOnce);
@@ -222,6 +280,31 @@ TEST_F(Configured, WhatIsNotThereIsRefused) {
     qxgss_shutdown(nullptr);
     EXPECT_EQ(qxgss_session_accept(&minor, nullptr, &session), GSS_S_FAILURE);
     EXPECT_EQ(minor, 0xE1000074U);
+}
+
+// A server whose mechanism keeps no rule refuses it, and leaves nothing behind.
+TEST_F(Configured, AMechanismThatKeepsNoRule) {
+    const struct {
+        const char *failure;
+        Hostile mechanism;
+    } cases[] = {
+        {"", {}},
+        {"not the one that was selected", {.has_other_type = true}},
+        {"has proved no name", {.has_no_element = true}},
+    };
+    for (const auto &[failure, mechanism] : cases) {
+        configure(kHostile);
+        hostile = mechanism;
+        {
+            Pair pair(kHostile.logon);
+            pair.open();
+            EXPECT_EQ(pair.server.is_open(), failure == std::string()) << failure;
+            EXPECT_NE(std::string(pair.server.facts().pszFailure).find(failure), std::string::npos)
+                << pair.server.facts().pszFailure;
+        }
+        qxgss_shutdown(nullptr);
+        EXPECT_EQ(hostile.delegated, 0) << failure;
+    }
 }
 
 // Of a server, each against an honest client of a mechanism without MICs.

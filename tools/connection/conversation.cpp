@@ -34,10 +34,9 @@ std::string name_of_delegated(const qxgss_session_facts_desc &facts) {
     OM_uint32 minor = 0;
     common::Name name;
     if (inquire == nullptr ||
-        common::failed(inquire(&minor, facts.pDelegatedCred, name.out(), nullptr, nullptr, nullptr)) ||
-        name.get() == nullptr)
+        common::failed(inquire(&minor, facts.pDelegatedCred, name.out(), nullptr, nullptr, nullptr)))
         return {};
-    return std::string(bytes_of(&name.get()->pElements[0].Name));
+    return std::string(common::text_of(name.get()));
 }
 
 Clock::time_point after(OM_uint32 milliseconds) {
