@@ -51,6 +51,7 @@ class Negotiation {
     const Negotiator &negotiator() const { return negotiator_; }
     qxgss_ctx_id_t context() const { return context_.get(); }
     const MechInfo_t &mechanism() const { return pMechInfo[mechanism_]; }
+    OM_uint32 flags() const { return flags_; }
     OM_uint32 lifetime() const { return lifetime_; } // seconds, when it was established
 
     // The credential that the client has delegated, of that mechanism; the caller's from here on. Null for none.

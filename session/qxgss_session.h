@@ -29,15 +29,30 @@ extern "C" {
 
 typedef struct qxgss_session_struct *qxgss_session_t;
 
+/* What protects what the program sends once the session is open. */
+typedef enum qxgss_session_protection_enum {
+    QXGSS_SESSION_PROTECTED_BY_MECHANISM, /* a mechanism that protects no messages is refused */
+    QXGSS_SESSION_PROTECTED_BY_CHANNEL,   /* a channel that is bound to the session (RFC 5056), above all TLS */
+    QXGSS_SESSION_UNPROTECTED             /* nothing: for a logon alone. Whoever is in between can act for the user */
+} qxgss_session_protection_et;
+
+/* Begin with QXGSS_SESSION_DEFAULTS and change what is to be different. */
 typedef struct qxgss_session_options_struct {
+    OM_uint32 Size;          /* of this structure, which tells its version: sizeof(qxgss_session_options_desc) */
     OM_uint32 MaxMessage;    /* bytes of one message of the peer, 1,024 to 16,777,216 */
     OM_uint32 MaxRounds;     /* tokens of the peer, 1 to 1,000 */
-    OM_uint32 LogonTime;     /* milliseconds from creation until the session is open, at least 1 */
+    OM_uint32 LogonTime;     /* milliseconds from creation until the session is open, 1 to 4,294,967,294 */
     OM_uint32 RefusalTime;   /* milliseconds from the client's last message to a refusal; of a server only */
     int RequireConfirmation; /* refuse mechanisms that have no MICs */
+    qxgss_session_protection_et Protection;
 
-    /* Called after each call of the mechanism, when it is not null; nothing may be kept of what it is handed. The token
-     * is what the call produced for the peer, null without one. */
+    /* Of the channel that carries the messages, the same at both sides; they stay until the session is open or over.
+     * Null for none, which PROTECTED_BY_CHANNEL does not allow. A mechanism that cannot bind (SCRAM here) does not look
+     * at them: the client must also verify the channel's own certificate. */
+    qxgss_channel_bindings_t pBindings;
+
+    /* Called after each call of the mechanism, when it is not null, also within qxgss_session_delete; nothing may be
+     * kept of what it is handed. The token is what the call produced for the peer, null without one. */
     void (*pfnObserve)(void *pContext, const char *pszCall, OM_uint32 MajorStatus, OM_uint32 MinorStatus,
                        const qxgss_buffer_desc *pToken);
     void *pObserveContext;
@@ -45,7 +60,10 @@ typedef struct qxgss_session_options_struct {
 
 #define QXGSS_SESSION_MAX_MESSAGE 262144U
 #define QXGSS_SESSION_DEFAULTS                                                                                         \
-    { QXGSS_SESSION_MAX_MESSAGE, 16U, 30000U, 1000U, 0, 0, 0 }
+    {                                                                                                                  \
+        sizeof(qxgss_session_options_desc), QXGSS_SESSION_MAX_MESSAGE, 16U, 30000U, 1000U, 0,                          \
+            QXGSS_SESSION_PROTECTED_BY_MECHANISM, 0, 0, 0                                                              \
+    }
 
 /* What of a session is over. */
 typedef enum qxgss_session_state_enum {
@@ -134,13 +152,13 @@ typedef struct qxgss_session_verdict_struct {
 QXGSS_API void qxgss_session_judge(qxgss_session_verdict_desc *pVerdict);
 
 /* A client's session. Without a logon string (a null or an empty one) the credentials that are there are used. The
- * service is host-based (RFC 2744 4.1), the flags are those wanted (RFC 2744 5.19). Null options are the defaults.
- * Nothing of the logon string is kept once the first token is made.
- *   GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   ppSession is null
+ * service is host-based (RFC 2744 4.1), the flags are those wanted (RFC 2744 5.19) beyond those that every session asks
+ * for: MUTUAL, REPLAY, SEQUENCE, CONF and INTEG. Null options are the defaults. Nothing of the logon string is kept
+ * once the first token is made. GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   ppSession is null
  *   GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE    pszService is null
- *   GSS_S_FAILURE with 0xE10000CD (an option is out of range), 0xE1000074 (QXNEGO is not in use), 0xE1000065 (memory)
- *   GSS_S_BAD_NAME   the logon string or the service's name is none
- *   GSS_S_NO_CRED    there is no credential for the logon string */
+ *   GSS_S_FAILURE with 0xE10000CD (an option is out of range, or of another version), 0xE1000074 (QXNEGO is not in
+ * use), 0xE1000065 (memory) GSS_S_BAD_NAME   the logon string or the service's name is none GSS_S_NO_CRED    there is
+ * no credential for the logon string */
 QXGSS_API OM_uint32 qxgss_session_initiate(OM_uint32 *pMinorStatus, const qxgss_buffer_desc *pLogon,
                                            const char *pszService, OM_uint32 ReqFlags,
                                            const qxgss_session_options_desc *pOptions, qxgss_session_t *ppSession);

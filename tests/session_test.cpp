@@ -14,7 +14,8 @@ using namespace testkit;
 constexpr char kConfirmation = 2, kEnd = 4; // types of messages
 
 // Refusals need not be waited for.
-constexpr qxgss_session_options_desc kAtOnce = {QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, nullptr, nullptr};
+constexpr qxgss_session_options_desc kAtOnce = {
+    sizeof kAtOnce, QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, QXGSS_SESSION_UNPROTECTED, nullptr, nullptr, nullptr};
 
 // ---- A mechanism that keeps no rule, in the program itself ---------------------------------------------------------
 
@@ -51,7 +52,7 @@ QXGSS_API OM_uint32 HOSTILE_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred
                                              qxgss_name_t, qxgss_OID pMech, OM_uint32, OM_uint32,
                                              qxgss_channel_bindings_t, qxgss_buffer_t, qxgss_OID *ppMech,
                                              qxgss_buffer_t pOutput, OM_uint32 *pFlags, OM_uint32 *) {
-    *ppMech = pMech, *pFlags = GSS_C_MUTUAL_FLAG, *pOutput = {2, std::memcpy(std::malloc(2), "hi", 2)};
+    *ppMech = pMech, *pFlags = hostile.flags, *pOutput = {2, std::memcpy(std::malloc(2), "hi", 2)};
     return made(ppContext, pMinorStatus);
 }
 QXGSS_API OM_uint32 HOSTILE_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_cred_id_t,
@@ -64,6 +65,17 @@ QXGSS_API OM_uint32 HOSTILE_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ct
     *pFlags = hostile.flags;
     ++hostile.delegated;
     return made(ppDelegated, pMinorStatus), made(ppContext, pMinorStatus);
+}
+// Changes nothing, and notices nothing.
+QXGSS_API OM_uint32 HOSTILE_wrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t, int, qxgss_qop_t, qxgss_buffer_t pText, int *,
+                                 qxgss_buffer_t pMessage) {
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return gssp_duplicate_buffer(nullptr, pText, pMessage);
+}
+QXGSS_API OM_uint32 HOSTILE_unwrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t, qxgss_buffer_t pMessage,
+                                   qxgss_buffer_t pText, int *, qxgss_qop_t *) {
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return gssp_duplicate_buffer(nullptr, pMessage, pText);
 }
 QXGSS_API OM_uint32 HOSTILE_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_buffer_t) {
     return gone(ppContext, pMinorStatus);
@@ -227,6 +239,28 @@ char outcome(OM_uint32 major) {
     return GSS_ERROR(major) != 0 ? '!' : major == GSS_S_COMPLETE ? '+' : '>';
 }
 
+// Sessions are open to those who are at the ends of the same channel.
+TEST_F(Configured, ASessionBelongsToItsChannel) {
+    configure(kKerberos);
+    char of_client[] = "tls-exporter:1", of_server[] = "tls-exporter:1";
+    for (const bool is_same : {true, false}) {
+        of_server[13] = is_same ? '1' : '2';
+        qxgss_channel_bindings_desc bindings[2]{};
+        bindings[0].application_data = {sizeof of_client, of_client};
+        bindings[1].application_data = {sizeof of_server, of_server};
+        qxgss_session_options_desc options[2] = {kAtOnce, kAtOnce};
+        for (const std::size_t side : {0, 1}) {
+            options[side].Protection = QXGSS_SESSION_PROTECTED_BY_CHANNEL;
+            options[side].pBindings = &bindings[side];
+        }
+        SessionEnd client, server;
+        client.initiate(kKerberos.logon, &options[0]);
+        server.accept(&options[1]);
+        converse(client, server);
+        EXPECT_EQ(server.is_open(), is_same) << server.facts().pszFailure;
+    }
+}
+
 // Every call in every state, by both sides: what is out of order fails, and changes nothing.
 TEST_F(Configured, EveryCallInEveryState) {
     configure(kKerberos);
@@ -268,12 +302,19 @@ TEST_F(Configured, EveryCallInEveryState) {
 TEST_F(Configured, WhatIsNotThereIsRefused) {
     configure(kScram);
     qxgss_session_t session = nullptr;
-    qxgss_session_options_desc options = kAtOnce;
     OM_uint32 minor = 0;
-    options.MaxRounds = 0;
+    void (*const wrong[])(qxgss_session_options_desc &) = {
+        [](auto &wrong_one) { wrong_one.MaxRounds = 0; }, [](auto &wrong_one) { --wrong_one.Size; },
+        [](auto &wrong_one) { ++wrong_one.Size; }, [](auto &wrong_one) { wrong_one.LogonTime = GSS_C_INDEFINITE; },
+        [](auto &wrong_one) { wrong_one.Protection = QXGSS_SESSION_PROTECTED_BY_CHANNEL; }};
     EXPECT_EQ(qxgss_session_accept(&minor, nullptr, nullptr), 0x020D0000U);
     EXPECT_EQ(qxgss_session_initiate(&minor, nullptr, nullptr, 0, nullptr, &session), 0x010D0000U);
-    EXPECT_EQ(qxgss_session_accept(&minor, &options, &session), GSS_S_FAILURE);
+    for (const auto &make_wrong : wrong) {
+        qxgss_session_options_desc options = kAtOnce;
+        make_wrong(options);
+        EXPECT_EQ(qxgss_session_accept(&minor, &options, &session), GSS_S_FAILURE);
+        EXPECT_EQ(minor, 0xE10000CDU);
+    }
     EXPECT_EQ(qxgss_session_delete(&minor, &session), GSS_S_COMPLETE);
     EXPECT_EQ(qxgss_session_inquire(&minor, nullptr, nullptr), 0x010D0000U);
     EXPECT_EQ(qxgss_session_step(&minor, nullptr, nullptr, nullptr), 0x020D0000U);
@@ -307,6 +348,19 @@ TEST_F(Configured, AMechanismThatKeepsNoRule) {
     }
 }
 
+TEST_F(Configured, ASessionCountsItsMessagesItself) {
+    configure(kHostile);
+    hostile = {.flags = GSS_C_INTEG_FLAG};
+    for (const bool comes_twice : {false, true}) {
+        Pair pair(kHostile.logon);
+        pair.open();
+        const std::string first = pair.client.wrap("first"), second = pair.client.wrap("second");
+        EXPECT_EQ(comes_twice ? pair.server.unwrap(first) : "first", "first");
+        EXPECT_EQ(pair.server.unwrap(comes_twice ? first : second), "");
+        EXPECT_EQ(pair.server.facts().Failure, QXGSS_SESSION_FAILURE_PROTECTION);
+    }
+}
+
 // Of a server, each against an honest client of a mechanism without MICs.
 TEST_F(Configured, EachOptionCanEndASession) {
     configure(kScram);
@@ -318,6 +372,7 @@ TEST_F(Configured, EachOptionCanEndASession) {
         {"more rounds", [](auto &options) { options.MaxRounds = 1; }},
         {"too long", [](auto &options) { options.LogonTime = 1; }},
         {"no MICs", [](auto &options) { options.RequireConfirmation = 1; }},
+        {"protects no messages", [](auto &options) { options.Protection = QXGSS_SESSION_PROTECTED_BY_MECHANISM; }},
     };
     for (const auto &[failure, set] : cases) {
         qxgss_session_options_desc options = kAtOnce;

@@ -65,7 +65,9 @@ void Conversation::observe(void *conversation, const char *call, OM_uint32 major
         ->calls_.push_back({now(), call, major, minor, minor_text(minor), Bytes(bytes.begin(), bytes.end())});
 }
 
+// Nothing is sent without protection here: who has none has logged on, and that is all.
 qxgss_session_options_desc Conversation::observed(qxgss_session_options_desc options) {
+    options.Protection = QXGSS_SESSION_UNPROTECTED;
     options.pfnObserve = keeps_calls_ ? observe : nullptr;
     options.pObserveContext = this;
     return options;
