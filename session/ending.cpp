@@ -8,20 +8,28 @@ namespace {
 
 struct End {
     EndReason reason;
-    qxgss_session_failure_et failure;
-    const char *line; // at the side that hears it
+    qxgss_session_failure_et failure; // at a client that hears it
+    const char *line;
 };
 
 constexpr End kEnds[] = {
-    {EndReason::kRefused, QXGSS_SESSION_FAILURE_NEGOTIATION, "the peer refuses the logon"},
+    {EndReason::kRefused, QXGSS_SESSION_FAILURE_NEGOTIATION, "the logon is refused"},
     {EndReason::kForbidden, QXGSS_SESSION_FAILURE_POLICY,
-     "the server's policy does not let this user log on with this mechanism"},
+     "the policy does not let this user log on with this mechanism"},
     {EndReason::kNotTheSameTokens, QXGSS_SESSION_FAILURE_CONFIRMATION,
-     "the peer saw other tokens: someone in between has changed the negotiation"},
+     "it saw other tokens: someone in between has changed the negotiation"},
     {EndReason::kNotConfirmed, QXGSS_SESSION_FAILURE_CONFIRMATION,
-     "the peer wants a confirmation of the negotiation, and the mechanism gives none"},
-    {EndReason::kProtectionFailed, QXGSS_SESSION_FAILURE_PROTECTION, "the peer could not verify a message"},
+     "it wants a confirmation of the negotiation, and the mechanism gives none"},
+    {EndReason::kProtectionFailed, QXGSS_SESSION_FAILURE_PROTECTION, "it could not verify a message"},
 };
+constexpr End kUnknown = {EndReason::kDone, QXGSS_SESSION_FAILURE_PROTOCOL, "a reason that is not known here"};
+
+const End &end_for(std::string_view contents) {
+    for (const End &end : kEnds)
+        if (contents.size() == 1 && contents[0] == static_cast<char>(end.reason))
+            return end;
+    return kUnknown;
+}
 
 } // namespace
 
@@ -38,11 +46,10 @@ EndReason reason_of(qxgss_session_failure_et failure, qxgss_session_confirmation
     }
 }
 
-void throw_end(std::string_view contents) {
-    for (const End &end : kEnds)
-        if (contents.size() == 1 && contents[0] == static_cast<char>(end.reason))
-            throw PeerEnded(end.failure, end.line);
-    throw PeerEnded(QXGSS_SESSION_FAILURE_PROTOCOL, "the peer ended the session for a reason that is not known here");
+void throw_end(std::string_view contents, bool is_client) {
+    const End &end = end_for(contents);
+    throw PeerEnded(is_client ? end.failure : QXGSS_SESSION_FAILURE_ENDED_BY_CLIENT,
+                    std::string(is_client ? "the server says: " : "the client ended it: ") + end.line);
 }
 
 } // namespace session

@@ -73,17 +73,19 @@ typedef enum qxgss_session_state_enum {
     QXGSS_SESSION_FAILED /* the context is deleted */
 } qxgss_session_state_et;
 
-/* Why a session failed. */
+/* Why a session failed. A client's class may be what the server told it without proof (its line then begins with "the
+ * server says"); a server's is never what a client told it. */
 typedef enum qxgss_session_failure_enum {
     QXGSS_SESSION_NO_FAILURE,
-    QXGSS_SESSION_FAILURE_RESOURCES,    /* this side lacks something it needs, above all memory */
-    QXGSS_SESSION_FAILURE_USAGE,        /* the logon string or the service's name is wrong */
-    QXGSS_SESSION_FAILURE_TIME,         /* the peer took too long */
-    QXGSS_SESSION_FAILURE_PROTOCOL,     /* the peer says what is no message, or out of order, or beyond a bound */
-    QXGSS_SESSION_FAILURE_NEGOTIATION,  /* no mechanism is agreed on, or it does not authenticate the user */
-    QXGSS_SESSION_FAILURE_CONFIRMATION, /* the sides did not see the same tokens, or one cannot confirm that it did */
-    QXGSS_SESSION_FAILURE_POLICY,       /* the user is authenticated, and may not log on with the mechanism */
-    QXGSS_SESSION_FAILURE_PROTECTION    /* a message is not protected as it should be */
+    QXGSS_SESSION_FAILURE_RESOURCES,      /* this side lacks something it needs, above all memory */
+    QXGSS_SESSION_FAILURE_USAGE,          /* the logon string or the service's name is wrong */
+    QXGSS_SESSION_FAILURE_TIME,           /* the peer took too long */
+    QXGSS_SESSION_FAILURE_PROTOCOL,       /* the peer says what is no message, or out of order, or beyond a bound */
+    QXGSS_SESSION_FAILURE_NEGOTIATION,    /* no mechanism is agreed on, or it does not authenticate the user */
+    QXGSS_SESSION_FAILURE_CONFIRMATION,   /* the sides did not see the same tokens, or one cannot confirm that it did */
+    QXGSS_SESSION_FAILURE_POLICY,         /* the user is authenticated, and may not log on with the mechanism */
+    QXGSS_SESSION_FAILURE_PROTECTION,     /* a message is not protected as it should be, or cannot be protected */
+    QXGSS_SESSION_FAILURE_ENDED_BY_CLIENT /* at a server: the client gave up, for a reason that is a mere claim */
 } qxgss_session_failure_et;
 
 typedef enum qxgss_session_confirmation_enum {

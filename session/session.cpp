@@ -74,19 +74,20 @@ void Session::fail(qxgss_session_failure_et kind, const char *line) noexcept {
     }
 }
 
-// Runs an operation; whatever goes wrong in it is the end of the session.
+// Runs an operation; whatever goes wrong in it is the end of the session, for which no memory is needed.
 template <typename Operation> auto Session::guarded(Operation operation) {
     try {
         return operation();
     } catch (const PeerEnded &end) {
-        const std::string causes = end.kind == QXGSS_SESSION_FAILURE_NEGOTIATION ? negotiation_.causes() : "";
-        fail(end.kind, (causes + end.what()).c_str());
+        fail(end.kind, end.what());
         parting_.reset();
+        if (end.kind == QXGSS_SESSION_FAILURE_NEGOTIATION)
+            failure_line_ = negotiation_.causes() + failure_line_;
         throw;
     } catch (const Failure &failure) {
         fail(failure.kind, failure.what());
         throw;
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) {
         fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory");
         throw;
     }
@@ -178,7 +179,7 @@ std::string_view Session::contents_of(std::string_view message, MessageType want
     const auto type = static_cast<MessageType>(message.front());
     message.remove_prefix(1);
     if (type == MessageType::kEnd)
-        throw_end(message);
+        throw_end(message, negotiation_.is_client());
     if (type < MessageType::kToken || type > MessageType::kEnd)
         refuse_message("the peer speaks something else");
     if (type != wanted)

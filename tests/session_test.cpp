@@ -1,5 +1,7 @@
 // Sessions over the real mechanisms, in a realm of their own: what honest sides get, what someone in between and a
 // hostile peer can do, and every call in every state.
+#include <climits>
+#include <new>
 #include <set>
 
 #include "testkit/conversation.h"
@@ -85,6 +87,32 @@ QXGSS_API OM_uint32 HOSTILE_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ct
 namespace {
 
 const RealMechanism kHostile{"HOSTILE", kHostileOid, "HOSTILE", "", "authcid=alice password=x", "alice", "", false};
+
+// ---- C++ memory that ends
+// --------------------------------------------------------------------------------------------
+
+constexpr int kNoLimit = INT_MAX;
+int allocations_left = kNoLimit; // below 0: one has failed, and no other does
+
+} // namespace
+
+void *operator new(std::size_t size) {
+    if (allocations_left != kNoLimit && allocations_left >= 0 && allocations_left-- == 0)
+        throw std::bad_alloc();
+    void *const block = std::malloc(size);
+    return block != nullptr ? block : throw std::bad_alloc();
+}
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    return std::malloc(size);
+}
+void operator delete(void *block) noexcept {
+    std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept {
+    std::free(block);
+}
+
+namespace {
 
 struct Pair {
     explicit Pair(const std::string &logon, const qxgss_session_options_desc &of_server = kAtOnce) {
@@ -230,6 +258,47 @@ TEST_P(Sessions, AWrongPasswordOpensNothingAndSaysNothing) {
         EXPECT_FALSE(pair.server.is_open() || pair.client.is_open());
         EXPECT_TRUE(last.empty() || last == (std::string{kEnd, 1}));
     }
+}
+
+// What a stranger says of an end is never the server's own verdict; a client hears who says it.
+TEST_F(Configured, TheReasonOfAnEndIsItsSenders) {
+    configure(kScram);
+    for (char reason = 0; reason != 8; ++reason) {
+        Pair pair(kScram.logon);
+        pair.client.step({});
+        for (SessionEnd *end : {&pair.client, &pair.server})
+            end->step(std::string{kEnd, reason});
+        const qxgss_session_facts_desc client = pair.client.facts(), server = pair.server.facts();
+        EXPECT_EQ(server.Failure, QXGSS_SESSION_FAILURE_ENDED_BY_CLIENT);
+        EXPECT_EQ(std::string(server.pszFailure).find("the client ended it: "), 0U);
+        EXPECT_NE(std::string(client.pszFailure).find("the server says: "), std::string::npos);
+        EXPECT_NE(client.Failure, QXGSS_SESSION_FAILURE_ENDED_BY_CLIENT);
+    }
+}
+
+// Each allocation of a step fails in turn; the step then fails, and the session with it.
+TEST_F(Configured, LackOfMemoryEndsASession) {
+    configure(kScram);
+    for (const std::string injected : {"", "\4\1"})
+        for (const int before : {1, 2, 3, 4}) {
+            bool has_failed = true;
+            for (int nth = 0; has_failed; ++nth) {
+                SCOPED_TRACE(std::to_string(before) + injected + ", allocation " + std::to_string(nth));
+                Pair pair(kScram.logon);
+                std::string message = pair.client.step({});
+                for (int i = 1; i != before; ++i)
+                    message = (i % 2 == 1 ? pair.server : pair.client).step(message);
+                SessionEnd &reader = before % 2 == 1 ? pair.server : pair.client;
+                const qxgss_buffer_desc input = common::view(injected.empty() ? message : injected);
+                qxgss_buffer_desc output{};
+                allocations_left = nth;
+                const OM_uint32 major = qxgss_session_step(nullptr, reader.handle, &input, &output);
+                has_failed = allocations_left < 0;
+                allocations_left = kNoLimit;
+                gssp_release_buffer(nullptr, &output);
+                ASSERT_TRUE(GSS_ERROR(major) == 0 || reader.facts().State == QXGSS_SESSION_FAILED);
+            }
+        }
 }
 
 // '+' complete, '>' goes on, 'n' no context, 'd' a defective message, '!' another failure.

@@ -21,8 +21,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Story, is_client, status, failure, is_establi
 namespace {
 
 const char *class_of(ExitStatus status) {
-    constexpr const char *kNames[] = {"success",  "failure",     "usage",        "configuration", "network",
-                                      "protocol", "negotiation", "confirmation", "policy",        "protection"};
+    constexpr const char *kNames[] = {"success",     "failure",      "usage",  "configuration", "network", "protocol",
+                                      "negotiation", "confirmation", "policy", "protection",    "ended"};
     return status == kExitInterrupted ? "interrupted" : kNames[status];
 }
 
