@@ -27,7 +27,7 @@ inline std::string_view bytes_of(const qxgss_OID_desc *pOid) {
                : std::string_view(static_cast<const char *>(pOid->elements), pOid->length);
 }
 
-// The text of a name's first element; none for a null name, and for one that has no elements.
+// The text of a name; none for a null one and for one without elements.
 inline std::string_view text_of(const qxgss_name_desc *pName) {
     return pName == nullptr || pName->Count == 0 || pName->pElements == nullptr ? std::string_view()
                                                                                 : bytes_of(&pName->pElements[0].Name);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <span>
 
 #include "common/asn.h"
 #include "common/status.h"
@@ -90,10 +89,6 @@ std::string name_in(gsspasn_decoding_t init, const std::string &sso_name, bool &
     return is_sso && !sso_name.empty() ? sso_name : std::string(authentication_id);
 }
 
-bool is_unrestricted(qxgss_OID_set allowed) {
-    return allowed == nullptr || allowed->count == 0;
-}
-
 // ---- Overwriting ---------------------------------------------------------------------------------------------------
 
 // The next child with the tag, whatever it holds: every one is passed over in turn.
@@ -149,31 +144,18 @@ Claim claim_of(std::string_view token, const qxgss_ftn_table_desc &negotiator) {
     return is_ok ? claim : Claim{};
 }
 
-bool allows(qxgss_OID_set allowed, std::string_view oid) {
-    if (is_unrestricted(allowed))
-        return true;
-    const std::span<qxgss_OID_desc> members(allowed->elements, allowed->count);
-    return !oid.empty() &&
-           std::ranges::any_of(members, [&](const qxgss_OID_desc &member) { return common::bytes_of(&member) == oid; });
-}
-
-// The look-up ends at a NUL as the mechanism's does.
-bool is_forbidden(const std::string &name, const std::vector<std::string> &offer,
-                  const qxgss_ftn_table_desc &negotiator) {
-    common::OidSet allowed;
-    if (name.empty())
+bool is_forbidden(const Claim &claim, const qxgss_ftn_table_desc &negotiator) {
+    if (claim.name.empty())
         return false;
-    if (common::failed(gssp_inquire_mech_policy_for_user(nullptr, name.c_str(), allowed.out())))
-        return true;
-    if (is_unrestricted(allowed.get()))
-        return false;
+    const Policy policy(claim.name);
     bool is_any_common = false;
-    for (const std::string &oid : offer)
-        if (is_negotiated(oid, negotiator)) {
-            if (allows(allowed.get(), oid))
-                return false;
-            is_any_common = true;
-        }
+    for (const std::string &oid : claim.offer) {
+        if (!is_negotiated(oid, negotiator))
+            continue;
+        if (policy.allows(oid))
+            return false;
+        is_any_common = true;
+    }
     return is_any_common;
 }
 

@@ -30,9 +30,8 @@ bool is_usable(const qxgss_ftn_table_desc &table) {
            table.ftn_gssp_inquire_negotiated_mech != nullptr;
 }
 
-bool equal(const qxgss_OID_desc *a, const qxgss_OID_desc *b) {
-    const std::string_view bytes = common::bytes_of(a);
-    return !bytes.empty() && bytes == common::bytes_of(b);
+Failure forbidden(const std::string &why) {
+    return {QXGSS_SESSION_FAILURE_POLICY, why, GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
 }
 
 } // namespace
@@ -110,7 +109,7 @@ void Negotiation::close() noexcept {
     try {
         views();
         properties();
-    } catch (const std::bad_alloc &) { // the story is lost; what is to be released is released
+    } catch (...) { // the story is lost; what is to be released is released
     }
     context_.reset();
     credential_.reset();
@@ -133,7 +132,6 @@ OM_uint32 Negotiation::call(std::string_view token, qxgss_channel_bindings_t bin
                                                   source_.out(), &actual_mechanism_, output.out(), &flags_, &lifetime_,
                                                   &delegated_);
     observe(is_client_ ? "init_sec_context" : "accept_sec_context", major, minor, output.out());
-    read_negotiation();
     return major;
 }
 
@@ -141,8 +139,13 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     OM_uint32 minor = 0;
     common::Buffer output;
     transcript_.add(token);
-    const OM_uint32 major =
-        is_client_ || rounds_ != 0 ? call(token, bindings, minor, output) : first_call(token, bindings, minor, output);
+    OM_uint32 major = call(foresees_refusal(token) ? nameless(token) : std::string(token), bindings, minor, output);
+    read_negotiation();
+    if (failed(major) && !forgotten_ && is_claim_restricted()) {
+        forget_claim(minor);
+        major = call(nameless(token), bindings, minor, output);
+        read_negotiation();
+    }
     if (major != GSS_S_COMPLETE && major != GSS_S_CONTINUE_NEEDED)
         throw refusal(minor);
     if (major == GSS_S_COMPLETE)
@@ -153,26 +156,18 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     return output;
 }
 
-// A server's. One call for whomever the client claims, so that its time says nothing either. Of an odd token the
-// mechanism may take another for the user: it tells whom it has looked up.
-OM_uint32 Negotiation::first_call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor,
-                                  common::Buffer &output) {
+// Whether the first token claims a name that the policy leaves nothing of the offer. The mechanism is then never told
+// that name, and is called once as for anybody: the time of the answer says nothing either.
+bool Negotiation::foresees_refusal(std::string_view token) {
+    if (is_client_ || rounds_ != 0)
+        return false;
     const Claim claim = claim_of(token, *negotiator_.table);
-    if (is_forbidden(claim.name, claim.offer, *negotiator_.table))
-        return call_nameless(claim.name, token, bindings, minor, output);
-    const OM_uint32 major = call(token, bindings, minor, output);
-    if (!failed(major) || claimed_ == claim.name || !is_forbidden(claimed_, claim.offer, *negotiator_.table))
-        return major;
-    context_.reset();
-    return call_nameless(claimed_, token, bindings, minor, output);
-}
-
-// Whatever comes of it is refused in the end.
-OM_uint32 Negotiation::call_nameless(const std::string &name, std::string_view token, qxgss_channel_bindings_t bindings,
-                                     OM_uint32 &minor, common::Buffer &output) {
-    claimed_ = name;
+    if (!is_forbidden(claim, *negotiator_.table))
+        return false;
+    claimed_ = claim.name;
     refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
-    return call(nameless(token), bindings, minor, output);
+    forgotten_ = refusal(0);
+    return true;
 }
 
 bool Negotiation::is_peer_done() const {
@@ -189,8 +184,44 @@ void Negotiation::read_negotiation() {
         failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)))
         return;
     is_attempt_ = is_attempt_ || negotiation.IsOffered != 0;
-    if (refused_ == QXGSS_SESSION_NONE_REFUSED)
+    if (rounds_ == 1 && !forgotten_)
         claimed_ = common::bytes_of(&negotiation.PolicyName);
+}
+
+// Whether the first call has failed, and the policy for the claimed name leaves out a mechanism that is negotiated
+// here.
+bool Negotiation::is_claim_restricted() {
+    if (is_client_ || rounds_ != 1 || claimed_.empty())
+        return false;
+    const Policy policy(claimed_);
+    return std::ranges::any_of(
+        views(), [&](const MechanismView &mechanism) { return mechanism.index >= 0 && !policy.allows(mechanism.oid); });
+}
+
+// Who claims a name that the policy restricts hears what somebody unknown hears: the negotiation begins again without
+// names, and whatever it proves is refused in the end. The story and the cause stay those of the claim.
+void Negotiation::forget_claim(OM_uint32 minor) {
+    views();
+    properties();
+    if (is_claim_forbidden())
+        refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
+    forgotten_ = refusal(minor);
+    is_story_told_ = true;
+    context_.reset();
+}
+
+// Whether the policy leaves the claimed name none of the mechanisms that the client offers and this side has.
+bool Negotiation::is_claim_forbidden() {
+    const Policy policy(claimed_);
+    bool is_any_offered = false;
+    for (const MechanismView &mechanism : views()) {
+        if (mechanism.index < 0 || !mechanism.is_offered)
+            continue;
+        if (policy.allows(mechanism.oid))
+            return false;
+        is_any_offered = true;
+    }
+    return is_any_offered;
 }
 
 // The mechanism that has run is the one whose entry was selected, and it is established.
@@ -202,24 +233,22 @@ void Negotiation::check_selection() {
                           negotiation.SelectedNumber >= 0 &&
                           !failed(table.ftn_gssp_inquire_negotiated_mech(
                               nullptr, context_.get(), static_cast<OM_uint32>(negotiation.SelectedNumber), &mechanism));
-    if (is_found)
-        mechanism_ = mechanism.MechIndex; // also of a failure: a credential that was delegated is this mechanism's
-    if (!is_found || mechanism.MechIndex < 0 || mechanism.IsCtxEstablished == 0 ||
-        !equal(mechanism.pMechOid, actual_mechanism_))
+    mechanism_ = is_found ? mechanism.MechIndex : -1; // also of a delegated credential that is to be given back
+    is_established_ = mechanism_ >= 0 && mechanism.IsCtxEstablished != 0 &&
+                      !common::bytes_of(actual_mechanism_).empty() &&
+                      common::bytes_of(mechanism.pMechOid) == common::bytes_of(actual_mechanism_);
+    if (!is_established_)
         throw Failure(QXGSS_SESSION_FAILURE_NEGOTIATION, "the mechanism that has run is not the one that was selected",
                       GSS_S_BAD_MECH);
-    is_established_ = true;
 }
 
 // The cause that came first is told first: the policy, then what this side lost and why, then the call as a whole.
 Failure Negotiation::refusal(OM_uint32 minor) {
+    if (forgotten_)
+        return *forgotten_;
     if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
-        return {QXGSS_SESSION_FAILURE_POLICY, refused_claim(), GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
+        return forbidden("the policy lets the claimed name " + common::quoted(claimed_) + " log on with none of these");
     return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + common::minor_text(minor), GSS_S_FAILURE, minor};
-}
-
-std::string Negotiation::refused_claim() const {
-    return "the policy lets the claimed name " + common::quoted(claimed_) + " log on with none of these";
 }
 
 std::string Negotiation::causes() {
@@ -229,7 +258,8 @@ std::string Negotiation::causes() {
         if (mechanism.index < 0 || view.state != QXGSS_MECH_STATE_REJECTED ||
             view.reason == QXGSS_MECH_REASON_DUE_TO_RANK)
             continue;
-        out += common::printable(pMechInfo[mechanism.index].pszMechName) + ": " +
+        const char *const teller = !view.is_adopted ? ": " : is_client_ ? ": the server says " : ": the client says ";
+        out += common::printable(pMechInfo[mechanism.index].pszMechName) + teller +
                (view.status_text.empty() ? std::string(qxnego::reason_word(view.reason))
                                          : common::quoted(view.status_text)) +
                "; ";
@@ -240,21 +270,18 @@ std::string Negotiation::causes() {
 // ---- The server's policy -------------------------------------------------------------------------------------------
 
 void Negotiation::check_policy() {
-    const auto refuse = [](const std::string &why) {
-        throw Failure(QXGSS_SESSION_FAILURE_POLICY, why, GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED);
-    };
-    const std::string mechanism = common::printable(pMechInfo[mechanism_].pszMechName);
-    if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
-        refuse(refused_claim());
+    if (forgotten_)
+        throw Failure(*forgotten_);
+    const std::string name = common::printable(mechanism().pszMechName);
     const std::string user(common::text_of(source_.get()));
     refused_ = QXGSS_SESSION_PROVED_REFUSED;
     if (user.empty() || user.find('\0') != std::string::npos)
-        refuse("the mechanism " + mechanism + " has proved no name that the policy could be looked up for");
-    common::OidSet allowed;
-    if (failed(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed.out())))
-        refuse("the policy cannot be looked up for the proved name " + common::quoted(user));
-    if (!allows(allowed.get(), common::bytes_of(actual_mechanism_)))
-        refuse("the policy does not let the proved name " + common::quoted(user) + " log on with " + mechanism);
+        throw forbidden("the mechanism " + name + " has proved no name that the policy could be looked up for");
+    const Policy policy(user);
+    if (!policy.is_known())
+        throw forbidden("the policy cannot be looked up for the proved name " + common::quoted(user));
+    if (!policy.allows(common::bytes_of(actual_mechanism_)))
+        throw forbidden("the policy does not let the proved name " + common::quoted(user) + " log on with " + name);
     refused_ = QXGSS_SESSION_NONE_REFUSED;
 }
 
@@ -336,7 +363,7 @@ common::Buffer Negotiation::unwrap(std::string_view message) {
 // ---- What is known -------------------------------------------------------------------------------------------------
 
 const Views &Negotiation::views() {
-    if (!views_ || context_.get() != nullptr)
+    if (!views_ || (context_.get() != nullptr && !is_story_told_))
         read_views();
     return *views_;
 }
@@ -350,7 +377,8 @@ void Negotiation::read_views() {
         views.push_back({std::string(common::bytes_of(mechanism.pMechOid)),
                          mechanism.MechIndex,
                          {mechanism.MechState, mechanism.MechReason, mechanism.GssMajorStatus, mechanism.GssMinorStatus,
-                          std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
+                          std::string(common::bytes_of(&mechanism.GssMinorStatusText)), mechanism.IsStateFromPeer != 0},
+                         mechanism.IsOffered != 0});
     views_ = std::move(views);
 }
 
@@ -369,8 +397,8 @@ std::string_view Negotiation::properties() {
 
 void Negotiation::describe(qxgss_session_facts_desc &facts) const {
     facts.IsEstablished = is_established_ ? 1 : 0;
-    facts.pMech = is_established_ ? pMechInfo[mechanism_].pMechOid : nullptr;
-    facts.pszMech = is_established_ ? pMechInfo[mechanism_].pszMechName : "";
+    facts.pMech = is_established_ ? mechanism().pMechOid : nullptr;
+    facts.pszMech = is_established_ ? mechanism().pszMechName : "";
     if (is_established_)
         facts.User = common::view(common::text_of(source_.get()));
     facts.Claimed = common::view(claimed_);

@@ -51,7 +51,6 @@ class Negotiation {
     const Negotiator &negotiator() const { return negotiator_; }
     qxgss_ctx_id_t context() const { return context_.get(); }
     const MechInfo_t &mechanism() const { return pMechInfo[mechanism_]; }
-    OM_uint32 flags() const { return flags_; }
     OM_uint32 lifetime() const { return lifetime_; } // seconds, when it was established
 
     // The credential that the client has delegated, of that mechanism; the caller's from here on. Null for none.
@@ -87,15 +86,14 @@ class Negotiation {
   private:
     void acquire(qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_session_failure_et failure, const char *line);
     OM_uint32 call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor, common::Buffer &output);
-    OM_uint32 first_call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor,
-                         common::Buffer &output);
-    OM_uint32 call_nameless(const std::string &name, std::string_view token, qxgss_channel_bindings_t bindings,
-                            OM_uint32 &minor, common::Buffer &output);
     void read_negotiation();
+    bool foresees_refusal(std::string_view token);
+    bool is_claim_restricted();
+    bool is_claim_forbidden();
+    void forget_claim(OM_uint32 minor);
     void check_selection();
     void read_views();
     Failure refusal(OM_uint32 minor);
-    std::string refused_claim() const;
     void observe(const char *call, OM_uint32 major, OM_uint32 minor, const qxgss_buffer_desc *token = nullptr) const;
 
     using Context = common::MechanismOwned<qxgss_ctx_id_t, &qxgss_ftn_table_desc::ftn_gssp_delete_sec_context>;
@@ -111,14 +109,15 @@ class Negotiation {
     common::Name target_, source_;
     qxgss_cred_id_t delegated_ = nullptr; // the selected mechanism's own
     qxgss_OID actual_mechanism_ = nullptr;
-    OM_sint32 mechanism_ =
-        -1; // the selected one's place in the registry; also before it has proved to be the right one
+    OM_sint32 mechanism_ = -1; // the selected one's place in the registry, once the calls are complete
     OM_uint32 wanted_flags_ = 0, flags_ = 0;
     OM_uint32 wanted_lifetime_ = GSS_C_INDEFINITE, lifetime_ = 0;
     OM_uint32 rounds_ = 0;
     Transcript transcript_;
     qxgss_session_refused_et refused_ = QXGSS_SESSION_NONE_REFUSED;
     std::string claimed_;
+    std::optional<Failure> forgotten_; // why the negotiation failed, or would have, that began with the claim
+    bool is_story_told_ = false;       // it has begun again, and views and properties are those of the claim
     std::optional<Views> views_;
     std::optional<std::string> properties_;
 };

@@ -77,15 +77,15 @@ typedef enum qxgss_session_state_enum {
  * server says"); a server's is never what a client told it. */
 typedef enum qxgss_session_failure_enum {
     QXGSS_SESSION_NO_FAILURE,
-    QXGSS_SESSION_FAILURE_RESOURCES,      /* this side lacks something it needs, above all memory */
-    QXGSS_SESSION_FAILURE_USAGE,          /* the logon string or the service's name is wrong */
-    QXGSS_SESSION_FAILURE_TIME,           /* the peer took too long */
-    QXGSS_SESSION_FAILURE_PROTOCOL,       /* the peer says what is no message, or out of order, or beyond a bound */
-    QXGSS_SESSION_FAILURE_NEGOTIATION,    /* no mechanism is agreed on, or it does not authenticate the user */
-    QXGSS_SESSION_FAILURE_CONFIRMATION,   /* the sides did not see the same tokens, or one cannot confirm that it did */
-    QXGSS_SESSION_FAILURE_POLICY,         /* the user is authenticated, and may not log on with the mechanism */
-    QXGSS_SESSION_FAILURE_PROTECTION,     /* a message is not protected as it should be, or cannot be protected */
-    QXGSS_SESSION_FAILURE_ENDED_BY_CLIENT /* at a server: the client gave up, for a reason that is a mere claim */
+    QXGSS_SESSION_FAILURE_RESOURCES,    /* this side lacks something it needs, above all memory */
+    QXGSS_SESSION_FAILURE_USAGE,        /* the logon string or the service's name is wrong */
+    QXGSS_SESSION_FAILURE_TIME,         /* the peer took too long */
+    QXGSS_SESSION_FAILURE_PROTOCOL,     /* the peer says what is no message, or out of order, or beyond a bound */
+    QXGSS_SESSION_FAILURE_NEGOTIATION,  /* no mechanism is agreed on, or it does not authenticate the user */
+    QXGSS_SESSION_FAILURE_CONFIRMATION, /* the sides did not see the same tokens, or one cannot confirm that it did */
+    QXGSS_SESSION_FAILURE_POLICY,       /* the user is authenticated, and may not log on with the mechanism */
+    QXGSS_SESSION_FAILURE_PROTECTION,   /* a message is not protected as it should be */
+    QXGSS_SESSION_FAILURE_PEER /* the client has ended it; of a server that did, a client has the classes above */
 } qxgss_session_failure_et;
 
 typedef enum qxgss_session_confirmation_enum {
@@ -131,6 +131,7 @@ typedef struct qxgss_session_view_struct {
     OM_uint32 MajorStatus;
     OM_uint32 MinorStatus;
     qxgss_buffer_desc StatusText; /* any bytes, possibly the peer's */
+    int IsAdopted;                /* that side took all of this from what the other said */
 } qxgss_session_view_desc;
 
 typedef enum qxgss_session_verdict_enum {
@@ -146,7 +147,8 @@ typedef struct qxgss_session_verdict_struct {
     qxgss_session_view_desc Client;
     qxgss_session_view_desc Server;
     qxgss_session_verdict_et Verdict;
-    OM_uint32 Reason; /* of the side that lacks the mechanism, or else that rejected it: of two, the server */
+    OM_uint32 Reason; /* of the side that lacks the mechanism, or else that rejected it, unless it took that from the
+                       * other: of two, the server */
     qxgss_buffer_desc StatusText;
 } qxgss_session_verdict_desc;
 

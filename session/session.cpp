@@ -81,8 +81,8 @@ template <typename Operation> auto Session::guarded(Operation operation) {
     } catch (const PeerEnded &end) {
         fail(end.kind, end.what());
         parting_.reset();
-        if (end.kind == QXGSS_SESSION_FAILURE_NEGOTIATION)
-            failure_line_ = negotiation_.causes() + failure_line_;
+        if (negotiation_.is_client())
+            say_causes();
         throw;
     } catch (const Failure &failure) {
         fail(failure.kind, failure.what());
@@ -90,6 +90,18 @@ template <typename Operation> auto Session::guarded(Operation operation) {
     } catch (const std::exception &) {
         fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory");
         throw;
+    } catch (...) {
+        fail(QXGSS_SESSION_FAILURE_RESOURCES, "a library that was called has failed");
+        throw;
+    }
+}
+
+// A server that refuses a logon says no more: what this side lost is the likely reason.
+void Session::say_causes() noexcept {
+    try {
+        if (failure_ == QXGSS_SESSION_FAILURE_NEGOTIATION)
+            failure_line_ = negotiation_.causes() + failure_line_;
+    } catch (const std::bad_alloc &) { // the line as it is has to do
     }
 }
 

@@ -60,13 +60,14 @@ std::string Context::step(std::string_view token, qxgss_channel_bindings_t bindi
     } catch (const session::PeerEnded &end) {
         fail(end.kind, end.what());
         parting_.reset();
-        failure_line_ = negotiation_.causes() + failure_line_;
+        if (is_client())
+            failure_line_ = negotiation_.causes() + failure_line_;
         throw Failure(end.kind, failure_line_,
                       end.kind == QXGSS_SESSION_FAILURE_POLICY ? GSS_S_UNAUTHORIZED : end.major, end.minor);
     } catch (const Failure &failure) {
         fail(failure.kind, failure.what());
         throw;
-    } catch (const std::exception &) {
+    } catch (...) {
         fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory");
         throw;
     }

@@ -17,7 +17,7 @@ constexpr char kPeerClosed[] = "the peer closed the connection";
 ExitStatus status_of(qxgss_session_failure_et failure) {
     constexpr ExitStatus kStatuses[] = {kExitSuccess,    kExitFailure,     kExitUsage,        kExitNetwork,
                                         kExitProtocol,   kExitNegotiation, kExitConfirmation, kExitPolicy,
-                                        kExitProtection, kExitEnded};
+                                        kExitProtection, kExitPeer};
     return kStatuses[failure];
 }
 
