@@ -102,7 +102,8 @@ typedef enum qxgss_session_refused_enum {
     QXGSS_SESSION_PROVED_REFUSED
 } qxgss_session_refused_et;
 
-/* What is known of a session. Texts and names belong to the session and stay until its next call; they are never null.
+/* What is known of a session. Texts and names belong to the session and stay until its next call; texts are never null,
+ * and a name that there is not has length 0. A delegated credential is the session's until it is deleted.
  * The line of a failure is UTF-8 without control characters, in which texts of others stand in quotation marks. Names
  * hold whatever bytes the mechanism or the peer gave. */
 typedef struct qxgss_session_facts_struct {
@@ -155,14 +156,16 @@ typedef struct qxgss_session_verdict_struct {
 /* Fills in Verdict, Reason and StatusText from the views of both sides. Null is nothing to judge. */
 QXGSS_API void qxgss_session_judge(qxgss_session_verdict_desc *pVerdict);
 
-/* A client's session. Without a logon string (a null or an empty one) the credentials that are there are used. The
- * service is host-based (RFC 2744 4.1), the flags are those wanted (RFC 2744 5.19) beyond those that every session asks
- * for: MUTUAL, REPLAY, SEQUENCE, CONF and INTEG. Null options are the defaults. Nothing of the logon string is kept
- * once the first token is made. GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   ppSession is null
+/* A client's session. The logon string is pairs as in "authcid=alice password='two words'"; without one (a null or an
+ * empty one) the credentials that are there are used. The service is host-based (RFC 2744 4.1), the flags are those
+ * wanted (RFC 2744 5.19) beyond those that every session asks for: MUTUAL, REPLAY, SEQUENCE, CONF and INTEG. Null
+ * options are the defaults. Nothing of the logon string is kept once the first token is made.
+ *   GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   ppSession is null
  *   GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE    pszService is null
- *   GSS_S_FAILURE with 0xE10000CD (an option is out of range, or of another version), 0xE1000074 (QXNEGO is not in
- * use), 0xE1000065 (memory) GSS_S_BAD_NAME   the logon string or the service's name is none GSS_S_NO_CRED    there is
- * no credential for the logon string */
+ *   GSS_S_FAILURE with 0xE10000CD (an option is out of range, or the options are of another version),
+ *                      0xE1000074 (QXNEGO is not in use), 0xE1000065 (memory)
+ *   GSS_S_BAD_NAME   the logon string or the service's name is none
+ *   GSS_S_NO_CRED    there is no credential for the logon string */
 QXGSS_API OM_uint32 qxgss_session_initiate(OM_uint32 *pMinorStatus, const qxgss_buffer_desc *pLogon,
                                            const char *pszService, OM_uint32 ReqFlags,
                                            const qxgss_session_options_desc *pOptions, qxgss_session_t *ppSession);
@@ -173,7 +176,7 @@ QXGSS_API OM_uint32 qxgss_session_accept(OM_uint32 *pMinorStatus, const qxgss_se
 
 /* Takes the peer's next message and gives this side's, until the session is open. The client begins with a null input.
  * A message in the output is sent in every case, also when the call failed: it tells the peer that it is over. It is
- * not sent before qxgss_session_delay has passed.
+ * not sent before qxgss_session_delay has passed. Input and output of any call are different descriptors.
  *   GSS_S_COMPLETE          open; the output may be empty
  *   GSS_S_CONTINUE_NEEDED   send the output and wait for the peer's next message
  *   GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   pOutput is null; nothing happened
@@ -208,7 +211,8 @@ QXGSS_API OM_uint32 qxgss_session_unwrap(OM_uint32 *pMinorStatus, qxgss_session_
 
 /* This side's end mark, after which it sends nothing; protected where the mechanism protects messages. A stream that
  * ends without one was cut. Of a session that failed in wrap or unwrap it is the message that says so to the peer.
- * GSS_S_NO_CONTEXT with 0xE100010B when there is nothing to say. */
+ *   GSS_S_NO_CONTEXT with 0xE100010B   there is nothing to say
+ *   any other failure is the mechanism's: the end mark could not be protected, and the session has failed */
 QXGSS_API OM_uint32 qxgss_session_end(OM_uint32 *pMinorStatus, qxgss_session_t pSession, qxgss_buffer_t pMessage);
 
 /* GSS_S_CALL_INACCESSIBLE_READ or _WRITE | GSS_S_FAILURE for a null pointer. */
@@ -220,8 +224,8 @@ QXGSS_API OM_uint32 qxgss_session_inquire(OM_uint32 *pMinorStatus, qxgss_session
 QXGSS_API OM_uint32 qxgss_session_inquire_verdict(OM_uint32 *pMinorStatus, qxgss_session_t pSession, OM_uint32 Number,
                                                   qxgss_session_verdict_desc *pVerdict);
 
-/* The user properties with the rendered negotiation log in them, also of a session that failed; empty when there are
- * none. */
+/* The user properties with the rendered negotiation log in them, also of a session that failed; asked for before the
+ * session is open or over, they stay as they are then. Empty when there are none. */
 QXGSS_API OM_uint32 qxgss_session_properties(OM_uint32 *pMinorStatus, qxgss_session_t pSession,
                                              qxgss_buffer_t pProperties);
 
