@@ -164,7 +164,10 @@ std::optional<std::string> Conversation::receive() {
 // The connection ends anyway: that the peer does not hear it is no failure.
 void Conversation::end() {
     common::Buffer message;
-    qxgss_session_end(nullptr, session_, message.out());
+    const bool was_open = facts().State == QXGSS_SESSION_OPEN;
+    const OM_uint32 major = qxgss_session_end(nullptr, session_, message.out());
+    if (was_open) // that it could not be said is
+        check(major);
     deadline_ = Clock::now() + silence_;
     if (!message.empty())
         stream_.send(message.bytes(), deadline_);
