@@ -12,9 +12,12 @@ struct Range {
     char32_t first, last;
 };
 
-// Controls; marks, separators, embeddings, overrides and isolates of direction; what is no character at all.
-constexpr Range kUnsafe[] = {{0x0000, 0x001F}, {0x007F, 0x009F}, {0x061C, 0x061C}, {0x200E, 0x200F},
-                             {0x2028, 0x202E}, {0x2066, 0x2069}, {0xD800, 0xDFFF}, {0xFEFF, 0xFEFF}};
+// Controls; what is not seen (joiners, fillers, selectors of variations, tags); marks, separators, embeddings,
+// overrides and isolates of direction; what is no character at all.
+constexpr Range kUnsafe[] = {{0x0000, 0x001F}, {0x007F, 0x009F}, {0x00AD, 0x00AD},  {0x034F, 0x034F}, {0x061C, 0x061C},
+                             {0x115F, 0x1160}, {0x17B4, 0x17B5}, {0x180B, 0x180F},  {0x200B, 0x200F}, {0x2028, 0x202E},
+                             {0x2060, 0x206F}, {0x3164, 0x3164}, {0xD800, 0xDFFF},  {0xFE00, 0xFE0F}, {0xFEFF, 0xFEFF},
+                             {0xFFA0, 0xFFA0}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE0FFF}};
 
 // What a first byte says of its character: bytes in all, and the least character that needs so many.
 struct Form {

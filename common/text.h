@@ -8,7 +8,7 @@
 namespace common {
 
 // The text on one line, valid UTF-8 (RFC 3629) and safe for a terminal: every control character, every character that
-// turns the direction of what follows or breaks the line, and every byte that is part of no character is shown as
+// turns the direction of what follows, breaks the line or takes no room, and every byte that is part of no character is shown as
 // \xNN, byte by byte.
 std::string printable(std::string_view text);
 

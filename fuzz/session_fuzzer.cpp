@@ -14,7 +14,8 @@ using testkit::SessionEnd;
 
 namespace {
 
-constexpr qxgss_session_options_desc kOptions = {QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, nullptr, nullptr};
+constexpr qxgss_session_options_desc kOptions = {
+    sizeof kOptions, QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, QXGSS_SESSION_UNPROTECTED, nullptr, nullptr, nullptr};
 const testkit::RealMechanism *const kMechanisms[] = {&testkit::kScram, &testkit::kNtlm, &testkit::kKerberos};
 
 // One mechanism at a time: configured anew when another one's turn comes.

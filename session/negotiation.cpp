@@ -7,7 +7,7 @@
 #include "common/text.h"
 #include "gssp2qxnego/words.h"
 #include "session/failure.h"
-#include "session/nameless.h"
+#include "session/guard.h"
 
 namespace session {
 
@@ -29,26 +29,6 @@ bool is_usable(const qxgss_ftn_table_desc &table) {
            table.ftn_gssp_delete_sec_context != nullptr && table.ftn_gssp_inquire_negotiation != nullptr &&
            table.ftn_gssp_inquire_negotiated_mech != nullptr;
 }
-
-// What the policy says of a name, without a NUL in it.
-class Policy {
-  public:
-    explicit Policy(const std::string &user)
-        : is_known_(!failed(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed_.out()))) {}
-
-    bool is_known() const { return is_known_; }
-    bool is_restricted() const { return allowed_ != nullptr && allowed_->count != 0; }
-    bool allows(std::string_view mechanism) const {
-        return is_known_ && (!is_restricted() || std::ranges::any_of(std::span(allowed_->elements, allowed_->count),
-                                                                     [&](const qxgss_OID_desc &member) {
-                                                                         return common::bytes_of(&member) == mechanism;
-                                                                     }));
-    }
-
-  private:
-    common::OidSet allowed_;
-    bool is_known_;
-};
 
 Failure forbidden(const std::string &why) {
     return {QXGSS_SESSION_FAILURE_POLICY, why, GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
@@ -159,9 +139,9 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     OM_uint32 minor = 0;
     common::Buffer output;
     transcript_.add(token);
-    OM_uint32 major = call(token, bindings, minor, output);
+    OM_uint32 major = call(foresees_refusal(token) ? nameless(token) : std::string(token), bindings, minor, output);
     read_negotiation();
-    if (failed(major) && is_claim_restricted()) {
+    if (failed(major) && !forgotten_ && is_claim_restricted()) {
         forget_claim(minor);
         major = call(nameless(token), bindings, minor, output);
         read_negotiation();
@@ -174,6 +154,20 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
         credential_.reset(); // each mechanism has its own by now, and the logon string is needed no more
     transcript_.add(output.bytes());
     return output;
+}
+
+// Whether the first token claims a name that the policy leaves nothing of the offer. The mechanism is then never told
+// that name, and is called once as for anybody: the time of the answer says nothing either.
+bool Negotiation::foresees_refusal(std::string_view token) {
+    if (is_client_ || rounds_ != 0)
+        return false;
+    const Claim claim = claim_of(token, *negotiator_.table);
+    if (!is_forbidden(claim, *negotiator_.table))
+        return false;
+    claimed_ = claim.name;
+    refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
+    forgotten_ = refusal(0);
+    return true;
 }
 
 bool Negotiation::is_peer_done() const {
@@ -190,7 +184,7 @@ void Negotiation::read_negotiation() {
         failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)))
         return;
     is_attempt_ = is_attempt_ || negotiation.IsOffered != 0;
-    if (rounds_ == 1)
+    if (rounds_ == 1 && !forgotten_)
         claimed_ = common::bytes_of(&negotiation.PolicyName);
 }
 
@@ -212,6 +206,7 @@ void Negotiation::forget_claim(OM_uint32 minor) {
     if (is_claim_forbidden())
         refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
     forgotten_ = refusal(minor);
+    is_story_told_ = true;
     context_.reset();
 }
 
@@ -368,7 +363,7 @@ common::Buffer Negotiation::unwrap(std::string_view message) {
 // ---- What is known -------------------------------------------------------------------------------------------------
 
 const Views &Negotiation::views() {
-    if (!views_ || (context_.get() != nullptr && !forgotten_))
+    if (!views_ || (context_.get() != nullptr && !is_story_told_))
         read_views();
     return *views_;
 }

@@ -20,6 +20,10 @@ constexpr OM_uint32 kInaccessibleWrite = GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_F
 
 constexpr qxgss_session_options_desc kDefaults = QXGSS_SESSION_DEFAULTS;
 
+// Without them a message could come twice, or in another order, and nobody would notice.
+constexpr OM_uint32 kFlags =
+    GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
+
 OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor) {
     if (pMinorStatus != nullptr)
         *pMinorStatus = minor;
@@ -58,8 +62,10 @@ bool is_within(OM_uint32 value, OM_uint32 least, OM_uint32 most) {
 const qxgss_session_options_desc &checked(const qxgss_session_options_desc *pOptions) {
     if (pOptions == nullptr)
         return kDefaults;
-    if (!is_within(pOptions->MaxMessage, 1U << 10, 1U << 24) || !is_within(pOptions->MaxRounds, 1, 1000) ||
-        pOptions->LogonTime == 0)
+    if (pOptions->Size != sizeof *pOptions || !is_within(pOptions->MaxMessage, 1U << 10, 1U << 24) ||
+        !is_within(pOptions->MaxRounds, 1, 1000) || !is_within(pOptions->LogonTime, 1, GSS_C_INDEFINITE - 1) ||
+        !is_within(pOptions->Protection, QXGSS_SESSION_PROTECTED_BY_MECHANISM, QXGSS_SESSION_UNPROTECTED) ||
+        (pOptions->Protection == QXGSS_SESSION_PROTECTED_BY_CHANNEL && pOptions->pBindings == nullptr))
         throw OutOfOrder{GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT};
     return *pOptions;
 }
@@ -97,7 +103,7 @@ OM_uint32 qxgss_session_initiate(OM_uint32 *pMinorStatus, const qxgss_buffer_des
         common::Name name;
         if (!logon.empty())
             name = session::imported(logon, GSS_C_NT_QXAT_MECHDATA_UTF8, "the logon string");
-        negotiation.set_up_client(name.get(), std::move(service), ReqFlags);
+        negotiation.set_up_client(name.get(), std::move(service), ReqFlags | kFlags);
     });
 }
 

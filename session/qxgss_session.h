@@ -29,15 +29,30 @@ extern "C" {
 
 typedef struct qxgss_session_struct *qxgss_session_t;
 
+/* What protects what the program sends once the session is open. */
+typedef enum qxgss_session_protection_enum {
+    QXGSS_SESSION_PROTECTED_BY_MECHANISM, /* a mechanism that protects no messages is refused */
+    QXGSS_SESSION_PROTECTED_BY_CHANNEL,   /* a channel that is bound to the session (RFC 5056), above all TLS */
+    QXGSS_SESSION_UNPROTECTED             /* nothing: for a logon alone. Whoever is in between can act for the user */
+} qxgss_session_protection_et;
+
+/* Begin with QXGSS_SESSION_DEFAULTS and change what is to be different. */
 typedef struct qxgss_session_options_struct {
+    OM_uint32 Size;          /* of this structure, which tells its version: sizeof(qxgss_session_options_desc) */
     OM_uint32 MaxMessage;    /* bytes of one message of the peer, 1,024 to 16,777,216 */
     OM_uint32 MaxRounds;     /* tokens of the peer, 1 to 1,000 */
-    OM_uint32 LogonTime;     /* milliseconds from creation until the session is open, at least 1 */
+    OM_uint32 LogonTime;     /* milliseconds from creation until the session is open, 1 to 4,294,967,294 */
     OM_uint32 RefusalTime;   /* milliseconds from the client's last message to a refusal; of a server only */
     int RequireConfirmation; /* refuse mechanisms that have no MICs */
+    qxgss_session_protection_et Protection;
 
-    /* Called after each call of the mechanism, when it is not null; nothing may be kept of what it is handed. The token
-     * is what the call produced for the peer, null without one. */
+    /* Of the channel that carries the messages, the same at both sides; they stay until the session is open or over.
+     * Null for none, which PROTECTED_BY_CHANNEL does not allow. A mechanism that cannot bind (SCRAM here) does not look
+     * at them: the client must also verify the channel's own certificate. */
+    qxgss_channel_bindings_t pBindings;
+
+    /* Called after each call of the mechanism, when it is not null, also within qxgss_session_delete; nothing may be
+     * kept of what it is handed. The token is what the call produced for the peer, null without one. */
     void (*pfnObserve)(void *pContext, const char *pszCall, OM_uint32 MajorStatus, OM_uint32 MinorStatus,
                        const qxgss_buffer_desc *pToken);
     void *pObserveContext;
@@ -45,7 +60,10 @@ typedef struct qxgss_session_options_struct {
 
 #define QXGSS_SESSION_MAX_MESSAGE 262144U
 #define QXGSS_SESSION_DEFAULTS                                                                                         \
-    { QXGSS_SESSION_MAX_MESSAGE, 16U, 30000U, 1000U, 0, 0, 0 }
+    {                                                                                                                  \
+        sizeof(qxgss_session_options_desc), QXGSS_SESSION_MAX_MESSAGE, 16U, 30000U, 1000U, 0,                          \
+            QXGSS_SESSION_PROTECTED_BY_MECHANISM, 0, 0, 0                                                              \
+    }
 
 /* What of a session is over. */
 typedef enum qxgss_session_state_enum {
@@ -55,7 +73,8 @@ typedef enum qxgss_session_state_enum {
     QXGSS_SESSION_FAILED /* the context is deleted */
 } qxgss_session_state_et;
 
-/* Why a session failed. */
+/* Why a session failed. A client's class may be what the server told it without proof (its line then begins with "the
+ * server says"); a server's is never what a client told it. */
 typedef enum qxgss_session_failure_enum {
     QXGSS_SESSION_NO_FAILURE,
     QXGSS_SESSION_FAILURE_RESOURCES,    /* this side lacks something it needs, above all memory */
@@ -83,7 +102,8 @@ typedef enum qxgss_session_refused_enum {
     QXGSS_SESSION_PROVED_REFUSED
 } qxgss_session_refused_et;
 
-/* What is known of a session. Texts and names belong to the session and stay until its next call; they are never null.
+/* What is known of a session. Texts and names belong to the session and stay until its next call; texts are never null,
+ * and a name that there is not has length 0. A delegated credential is the session's until it is deleted.
  * The line of a failure is UTF-8 without control characters, in which texts of others stand in quotation marks. Names
  * hold whatever bytes the mechanism or the peer gave. */
 typedef struct qxgss_session_facts_struct {
@@ -136,12 +156,14 @@ typedef struct qxgss_session_verdict_struct {
 /* Fills in Verdict, Reason and StatusText from the views of both sides. Null is nothing to judge. */
 QXGSS_API void qxgss_session_judge(qxgss_session_verdict_desc *pVerdict);
 
-/* A client's session. Without a logon string (a null or an empty one) the credentials that are there are used. The
- * service is host-based (RFC 2744 4.1), the flags are those wanted (RFC 2744 5.19). Null options are the defaults.
- * Nothing of the logon string is kept once the first token is made.
+/* A client's session. The logon string is pairs as in "authcid=alice password='two words'"; without one (a null or an
+ * empty one) the credentials that are there are used. The service is host-based (RFC 2744 4.1), the flags are those
+ * wanted (RFC 2744 5.19) beyond those that every session asks for: MUTUAL, REPLAY, SEQUENCE, CONF and INTEG. Null
+ * options are the defaults. Nothing of the logon string is kept once the first token is made.
  *   GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   ppSession is null
  *   GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE    pszService is null
- *   GSS_S_FAILURE with 0xE10000CD (an option is out of range), 0xE1000074 (QXNEGO is not in use), 0xE1000065 (memory)
+ *   GSS_S_FAILURE with 0xE10000CD (an option is out of range, or the options are of another version),
+ *                      0xE1000074 (QXNEGO is not in use), 0xE1000065 (memory)
  *   GSS_S_BAD_NAME   the logon string or the service's name is none
  *   GSS_S_NO_CRED    there is no credential for the logon string */
 QXGSS_API OM_uint32 qxgss_session_initiate(OM_uint32 *pMinorStatus, const qxgss_buffer_desc *pLogon,
@@ -154,7 +176,7 @@ QXGSS_API OM_uint32 qxgss_session_accept(OM_uint32 *pMinorStatus, const qxgss_se
 
 /* Takes the peer's next message and gives this side's, until the session is open. The client begins with a null input.
  * A message in the output is sent in every case, also when the call failed: it tells the peer that it is over. It is
- * not sent before qxgss_session_delay has passed.
+ * not sent before qxgss_session_delay has passed. Input and output of any call are different descriptors.
  *   GSS_S_COMPLETE          open; the output may be empty
  *   GSS_S_CONTINUE_NEEDED   send the output and wait for the peer's next message
  *   GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE   pOutput is null; nothing happened
@@ -189,7 +211,8 @@ QXGSS_API OM_uint32 qxgss_session_unwrap(OM_uint32 *pMinorStatus, qxgss_session_
 
 /* This side's end mark, after which it sends nothing; protected where the mechanism protects messages. A stream that
  * ends without one was cut. Of a session that failed in wrap or unwrap it is the message that says so to the peer.
- * GSS_S_NO_CONTEXT with 0xE100010B when there is nothing to say. */
+ *   GSS_S_NO_CONTEXT with 0xE100010B   there is nothing to say
+ *   any other failure is the mechanism's: the end mark could not be protected, and the session has failed */
 QXGSS_API OM_uint32 qxgss_session_end(OM_uint32 *pMinorStatus, qxgss_session_t pSession, qxgss_buffer_t pMessage);
 
 /* GSS_S_CALL_INACCESSIBLE_READ or _WRITE | GSS_S_FAILURE for a null pointer. */
@@ -201,8 +224,8 @@ QXGSS_API OM_uint32 qxgss_session_inquire(OM_uint32 *pMinorStatus, qxgss_session
 QXGSS_API OM_uint32 qxgss_session_inquire_verdict(OM_uint32 *pMinorStatus, qxgss_session_t pSession, OM_uint32 Number,
                                                   qxgss_session_verdict_desc *pVerdict);
 
-/* The user properties with the rendered negotiation log in them, also of a session that failed; empty when there are
- * none. */
+/* The user properties with the rendered negotiation log in them, also of a session that failed; asked for before the
+ * session is open or over, they stay as they are then. Empty when there are none. */
 QXGSS_API OM_uint32 qxgss_session_properties(OM_uint32 *pMinorStatus, qxgss_session_t pSession,
                                              qxgss_buffer_t pProperties);
 

@@ -1,5 +1,6 @@
 #include "session/session.h"
 
+#include "common/text.h"
 #include "session/failure.h"
 
 namespace session {
@@ -22,8 +23,10 @@ std::string end_of(EndReason reason) {
     return {static_cast<char>(MessageType::kEnd), static_cast<char>(reason)};
 }
 
-std::string text_of(TextKind kind, std::string_view text) {
+std::string text_of(TextKind kind, std::uint64_t number, std::string_view text) {
     std::string out(1, static_cast<char>(kind));
+    for (int shift = 56; shift >= 0; shift -= 8)
+        out += static_cast<char>(number >> shift);
     return out += text;
 }
 
@@ -71,7 +74,7 @@ void Session::fail(qxgss_session_failure_et kind, const char *line) noexcept {
     }
 }
 
-// Runs an operation; whatever goes wrong in it is the end of the session.
+// Runs an operation; whatever goes wrong in it is the end of the session, for which no memory is needed.
 template <typename Operation> auto Session::guarded(Operation operation) {
     try {
         return operation();
@@ -84,7 +87,7 @@ template <typename Operation> auto Session::guarded(Operation operation) {
     } catch (const Failure &failure) {
         fail(failure.kind, failure.what());
         throw;
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) {
         fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory");
         throw;
     } catch (...) {
@@ -144,13 +147,20 @@ std::string Session::negotiate(std::string_view token) {
     if ((is_begun_ || !negotiation_.is_client()) && ++tokens_ > options_.MaxRounds)
         refuse_message("the negotiation takes more rounds than it may");
     is_begun_ = true;
-    const common::Buffer answer = negotiation_.step(token);
+    const common::Buffer answer = negotiation_.step(token, options_.pBindings);
     pause_ = negotiation_.is_client() ? 0 : kPace;
     if (!negotiation_.is_established())
         return message_of(MessageType::kToken, answer.bytes());
+    check_protection();
     const bool confirms_now = negotiation_.is_client() && answer.empty(); // the server is established too
     stage_ = confirms_now ? Stage::kConfirming : Stage::kEstablished;
     return confirms_now ? confirm() : message_of(MessageType::kToken, answer.bytes());
+}
+
+void Session::check_protection() const {
+    if (!negotiation_.is_protecting() && options_.Protection == QXGSS_SESSION_PROTECTED_BY_MECHANISM)
+        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION,
+                      common::printable(negotiation_.mechanism().pszMechName) + " protects no messages");
 }
 
 std::string Session::confirm() {
@@ -199,7 +209,7 @@ void Session::require_open() const {
 }
 
 common::Buffer Session::wrapped(TextKind kind, std::string_view text) {
-    return to_buffer(message_of(MessageType::kText, negotiation_.wrap(text_of(kind, text)).bytes()));
+    return to_buffer(message_of(MessageType::kText, negotiation_.wrap(text_of(kind, texts_sent_++, text)).bytes()));
 }
 
 common::Buffer Session::wrap(std::string_view text) {
@@ -223,13 +233,19 @@ common::Buffer Session::unwrap(std::string_view message) {
         if (!negotiation_.is_protecting())
             refuse_message("the peer sent a text without protection");
         const common::Buffer unwrapped = negotiation_.unwrap(contents);
-        const std::string_view text = unwrapped.bytes();
-        if (text == text_of(TextKind::kEnd, {}))
-            stage_ = Stage::kEnded;
-        else if (text.size() < 2 || text.front() != static_cast<char>(TextKind::kText))
-            refuse_message("the peer sent a text that is none");
-        return to_buffer(text.substr(1));
+        return to_buffer(numbered(unwrapped.bytes()));
     });
+}
+
+// The text of what was protected; empty for the end mark.
+std::string_view Session::numbered(std::string_view text) {
+    const std::string end = text_of(TextKind::kEnd, texts_received_, {});
+    const std::string head = text_of(TextKind::kText, texts_received_++, {});
+    if (text == end)
+        stage_ = Stage::kEnded;
+    else if (text.size() <= head.size() || !text.starts_with(head))
+        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION, "a message comes twice, or in another order, or is none");
+    return text.substr(head.size());
 }
 
 common::Buffer Session::end() {

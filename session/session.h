@@ -14,12 +14,12 @@ enum class MessageType : unsigned char {
     kToken = 1,
     kConfirmation, // four octets of length, a MIC as long as they say, then the sender's views, protected if that can
                    // be
-    kText,         // protected: an octet of kind and a text
+    kText,         // protected: an octet of kind, eight octets of number, a text
     kEnd           // an octet: why
 };
 
-// What is protected says what it is, so that nobody in between makes a text of an end or an end of a text. Not every
-// mechanism can protect nothing.
+// What is protected says what it is, so that nobody in between makes a text of an end or an end of a text, and which of
+// its sender's texts, from 0 on: not every mechanism notices one that comes twice, and some do not say whether they do.
 enum class TextKind : unsigned char { kText = 1, kEnd };
 
 // The operations of the public header. What throws anything but OutOfOrder has ended the session.
@@ -55,11 +55,13 @@ class Session {
 
     std::string handle(std::string_view input);
     std::string negotiate(std::string_view token);
+    void check_protection() const;
     std::string confirm();
     void check_confirmation(std::string_view contents);
     std::string_view contents_of(std::string_view message, MessageType wanted) const;
     void require_open() const;
     common::Buffer wrapped(TextKind kind, std::string_view text);
+    std::string_view numbered(std::string_view text);
     template <typename Operation> auto guarded(Operation operation);
     void fail(qxgss_session_failure_et kind, const char *line) noexcept;
     void say_causes() noexcept;
@@ -70,6 +72,7 @@ class Session {
     Stage stage_ = Stage::kNegotiating;
     bool is_begun_ = false;
     OM_uint32 tokens_ = 0; // of the peer
+    std::uint64_t texts_sent_ = 0, texts_received_ = 0;
     Clock::time_point created_ = Clock::now(), received_ = created_;
     OM_uint32 pause_ = 0; // milliseconds from the last input to the output
     qxgss_session_confirmation_et confirmation_ = QXGSS_SESSION_NOT_CONFIRMED;

@@ -21,10 +21,7 @@ class SessionEnd {
 
     void initiate(const std::string &logon, const qxgss_session_options_desc *options = nullptr) {
         const qxgss_buffer_desc text = common::view(logon);
-        note(qxgss_session_initiate(&minor_, &text, "host@localhost",
-                                    GSS_C_MUTUAL_FLAG | GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG | GSS_C_REPLAY_FLAG |
-                                        GSS_C_SEQUENCE_FLAG,
-                                    options, &handle));
+        note(qxgss_session_initiate(&minor_, &text, "host@localhost", 0, options, &handle));
     }
     void accept(const qxgss_session_options_desc *options = nullptr) {
         note(qxgss_session_accept(&minor_, options, &handle));

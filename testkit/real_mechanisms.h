@@ -45,8 +45,8 @@ inline const RealMechanism kScram{"SCRAM-SHA-256",
 inline std::string configuration_of(std::span<const RealMechanism> mechanisms, const std::string &policy = "") {
     const auto entry = [](const std::string &name, const std::string &oid, const std::string &prefix,
                           const std::string &library) {
-        return "[[mechanism]]\nname = \"" + name + "\"\noid = \"" + oid + "\"\nprefix = \"" + prefix +
-               "\"\nlibrary = \"" + library + "\"\n";
+        return "[[mechanism]]\nname = \"" + name + "\"\noid = \"" + oid + "\"\nprefix = \"" + prefix + "\"\n" +
+               (library.empty() ? "" : "library = \"" + library + "\"\n");
     };
     std::string negotiates, entries;
     int rank = 0;

@@ -44,6 +44,31 @@ cmake -S . -B out -G Ninja -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flag
 cmake --build out >>"$folder/log"
 out/program "$examples/qxgss.conf"
 
+# The programs with sessions, as they are installed: no client of the sample's mechanism is let in, which protects nothing.
+cp "$examples"/*.[ch] .
+cat >>CMakeLists.txt <<'END'
+add_executable(session_server session_server.c)
+target_compile_definitions(session_server PRIVATE _POSIX_C_SOURCE=200809L)
+target_link_libraries(session_server PRIVATE qxnego::qxgss-session)
+END
+cmake --build out >>"$folder/log"
+sessions=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs qxgss-session)
+# shellcheck disable=SC2086
+"$compiler" -std=c11 -D_POSIX_C_SOURCE=200809L -Wall -Wextra -Werror $flags session_client.c -o session_client $sessions
+port=$((20000 + $$ % 20000))
+out/session_server "$examples/qxgss.conf" $port >server &
+status=2
+for _ in 1 2 3 4 5 6 7 8 9 10; do
+    status=0
+    echo "authcid=alice password=wonderland" |
+        LD_LIBRARY_PATH="$libraries" ./session_client "$examples/qxgss.conf" $port test@localhost x 2>client || status=$?
+    test $status -ne 2 && break
+    sleep 0.2
+done
+wait $! || true
+test $status -eq 1
+grep -q 'SCRAM-SHA-256 protects no messages' server client
+
 # The framework's header and the host's live together, in either order and language, and each name is what it says.
 cat >both.h <<'END'
 static int is_right(void) {

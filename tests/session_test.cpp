@@ -1,5 +1,7 @@
 // Sessions over the real mechanisms, in a realm of their own: what honest sides get, what someone in between and a
 // hostile peer can do, and every call in every state.
+#include <climits>
+#include <new>
 #include <set>
 
 #include "testkit/conversation.h"
@@ -14,7 +16,103 @@ using namespace testkit;
 constexpr char kConfirmation = 2, kEnd = 4; // types of messages
 
 // Refusals need not be waited for.
-constexpr qxgss_session_options_desc kAtOnce = {QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, nullptr, nullptr};
+constexpr qxgss_session_options_desc kAtOnce = {
+    sizeof kAtOnce, QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, QXGSS_SESSION_UNPROTECTED, nullptr, nullptr, nullptr};
+
+// ---- A mechanism that keeps no rule, in the program itself ---------------------------------------------------------
+
+struct Hostile {
+    bool has_other_type = false, has_no_element = false;
+    OM_uint32 flags = 0;
+    int delegated = 0; // credentials that nobody has released
+};
+Hostile hostile;
+constexpr char kHostileOid[] = "1.3.6.1.4.1.32473.9.1";
+
+OM_uint32 made(void **ppHandle, OM_uint32 *pMinorStatus) {
+    *ppHandle = *ppHandle == nullptr ? std::malloc(1) : *ppHandle;
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return GSS_S_COMPLETE;
+}
+OM_uint32 gone(void **ppHandle, OM_uint32 *pMinorStatus) {
+    std::free(std::exchange(*ppHandle, nullptr));
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return GSS_S_COMPLETE;
+}
+
+} // namespace
+
+extern "C" {
+QXGSS_API OM_uint32 HOSTILE_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t, OM_uint32, qxgss_OID_set,
+                                         qxgss_cred_usage_t, qxgss_cred_id_t *ppCred, qxgss_OID_set *, OM_uint32 *) {
+    return ++hostile.delegated, made(ppCred, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCred) {
+    return --hostile.delegated, gone(ppCred, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t, qxgss_ctx_id_t *ppContext,
+                                             qxgss_name_t, qxgss_OID pMech, OM_uint32, OM_uint32,
+                                             qxgss_channel_bindings_t, qxgss_buffer_t, qxgss_OID *ppMech,
+                                             qxgss_buffer_t pOutput, OM_uint32 *pFlags, OM_uint32 *) {
+    *ppMech = pMech, *pFlags = hostile.flags, *pOutput = {2, std::memcpy(std::malloc(2), "hi", 2)};
+    return made(ppContext, pMinorStatus);
+}
+QXGSS_API OM_uint32 HOSTILE_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_cred_id_t,
+                                               qxgss_buffer_t, qxgss_channel_bindings_t, qxgss_name_t *ppName,
+                                               qxgss_OID *ppMech, qxgss_buffer_t, OM_uint32 *pFlags, OM_uint32 *,
+                                               qxgss_cred_id_t *ppDelegated) {
+    static qxgss_OID_desc other{1, const_cast<char *>("*")};
+    *ppName = hostile.has_no_element ? static_cast<qxgss_name_t>(std::calloc(1, sizeof **ppName)) : imported("alice");
+    *ppMech = hostile.has_other_type ? &other : registered("HOSTILE").pMechOid;
+    *pFlags = hostile.flags;
+    ++hostile.delegated;
+    return made(ppDelegated, pMinorStatus), made(ppContext, pMinorStatus);
+}
+// Changes nothing, and notices nothing.
+QXGSS_API OM_uint32 HOSTILE_wrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t, int, qxgss_qop_t, qxgss_buffer_t pText, int *,
+                                 qxgss_buffer_t pMessage) {
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return gssp_duplicate_buffer(nullptr, pText, pMessage);
+}
+QXGSS_API OM_uint32 HOSTILE_unwrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t, qxgss_buffer_t pMessage,
+                                   qxgss_buffer_t pText, int *, qxgss_qop_t *) {
+    *pMinorStatus = GSSP_E_SUCCESS;
+    return gssp_duplicate_buffer(nullptr, pMessage, pText);
+}
+QXGSS_API OM_uint32 HOSTILE_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_buffer_t) {
+    return gone(ppContext, pMinorStatus);
+}
+}
+
+namespace {
+
+const RealMechanism kHostile{"HOSTILE", kHostileOid, "HOSTILE", "", "authcid=alice password=x", "alice", "", false};
+
+// ---- C++ memory that ends
+// --------------------------------------------------------------------------------------------
+
+constexpr int kNoLimit = INT_MAX;
+int allocations_left = kNoLimit; // below 0: one has failed, and no other does
+
+} // namespace
+
+void *operator new(std::size_t size) {
+    if (allocations_left != kNoLimit && allocations_left >= 0 && allocations_left-- == 0)
+        throw std::bad_alloc();
+    void *const block = std::malloc(size);
+    return block != nullptr ? block : throw std::bad_alloc();
+}
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    return std::malloc(size);
+}
+void operator delete(void *block) noexcept {
+    std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept {
+    std::free(block);
+}
+
+namespace {
 
 struct Pair {
     explicit Pair(const std::string &logon, const qxgss_session_options_desc &of_server = kAtOnce) {
@@ -162,11 +260,74 @@ TEST_P(Sessions, AWrongPasswordOpensNothingAndSaysNothing) {
     }
 }
 
+// What a stranger says of an end is never the server's own verdict; a client hears who says it.
+TEST_F(Configured, TheReasonOfAnEndIsItsSenders) {
+    configure(kScram);
+    for (char reason = 1; reason != 6; ++reason) {
+        Pair pair(kScram.logon);
+        pair.client.step({});
+        for (SessionEnd *end : {&pair.client, &pair.server})
+            end->step(std::string{kEnd, reason});
+        const qxgss_session_facts_desc client = pair.client.facts(), server = pair.server.facts();
+        EXPECT_EQ(server.Failure, QXGSS_SESSION_FAILURE_PEER);
+        EXPECT_EQ(std::string(server.pszFailure).find("the client ended it"), 0U);
+        EXPECT_NE(std::string(client.pszFailure).find("the server "), std::string::npos);
+        EXPECT_NE(client.Failure, QXGSS_SESSION_FAILURE_PEER);
+    }
+}
+
+// Each allocation of a step fails in turn; the step then fails, and the session with it.
+TEST_F(Configured, LackOfMemoryEndsASession) {
+    configure(kScram);
+    for (const std::string injected : {"", "\4\1"})
+        for (const int before : {1, 2, 3, 4}) {
+            bool has_failed = true;
+            for (int nth = 0; has_failed; ++nth) {
+                SCOPED_TRACE(std::to_string(before) + injected + ", allocation " + std::to_string(nth));
+                Pair pair(kScram.logon);
+                std::string message = pair.client.step({});
+                for (int i = 1; i != before; ++i)
+                    message = (i % 2 == 1 ? pair.server : pair.client).step(message);
+                SessionEnd &reader = before % 2 == 1 ? pair.server : pair.client;
+                const qxgss_buffer_desc input = common::view(injected.empty() ? message : injected);
+                qxgss_buffer_desc output{};
+                allocations_left = nth;
+                const OM_uint32 major = qxgss_session_step(nullptr, reader.handle, &input, &output);
+                has_failed = allocations_left < 0;
+                allocations_left = kNoLimit;
+                gssp_release_buffer(nullptr, &output);
+                ASSERT_TRUE(GSS_ERROR(major) == 0 || reader.facts().State == QXGSS_SESSION_FAILED);
+            }
+        }
+}
+
 // '+' complete, '>' goes on, 'n' no context, 'd' a defective message, '!' another failure.
 char outcome(OM_uint32 major) {
     if (major == GSS_S_NO_CONTEXT || major == GSS_S_DEFECTIVE_TOKEN)
         return major == GSS_S_NO_CONTEXT ? 'n' : 'd';
     return GSS_ERROR(major) != 0 ? '!' : major == GSS_S_COMPLETE ? '+' : '>';
+}
+
+// Sessions are open to those who are at the ends of the same channel.
+TEST_F(Configured, ASessionBelongsToItsChannel) {
+    configure(kKerberos);
+    char of_client[] = "tls-exporter:1", of_server[] = "tls-exporter:1";
+    for (const bool is_same : {true, false}) {
+        of_server[13] = is_same ? '1' : '2';
+        qxgss_channel_bindings_desc bindings[2]{};
+        bindings[0].application_data = {sizeof of_client, of_client};
+        bindings[1].application_data = {sizeof of_server, of_server};
+        qxgss_session_options_desc options[2] = {kAtOnce, kAtOnce};
+        for (const std::size_t side : {0, 1}) {
+            options[side].Protection = QXGSS_SESSION_PROTECTED_BY_CHANNEL;
+            options[side].pBindings = &bindings[side];
+        }
+        SessionEnd client, server;
+        client.initiate(kKerberos.logon, &options[0]);
+        server.accept(&options[1]);
+        converse(client, server);
+        EXPECT_EQ(server.is_open(), is_same) << server.facts().pszFailure;
+    }
 }
 
 // Every call in every state, by both sides: what is out of order fails, and changes nothing.
@@ -210,18 +371,63 @@ TEST_F(Configured, EveryCallInEveryState) {
 TEST_F(Configured, WhatIsNotThereIsRefused) {
     configure(kScram);
     qxgss_session_t session = nullptr;
-    qxgss_session_options_desc options = kAtOnce;
     OM_uint32 minor = 0;
-    options.MaxRounds = 0;
+    void (*const wrong[])(qxgss_session_options_desc &) = {
+        [](auto &wrong_one) { wrong_one.MaxRounds = 0; }, [](auto &wrong_one) { --wrong_one.Size; },
+        [](auto &wrong_one) { ++wrong_one.Size; }, [](auto &wrong_one) { wrong_one.LogonTime = GSS_C_INDEFINITE; },
+        [](auto &wrong_one) { wrong_one.Protection = QXGSS_SESSION_PROTECTED_BY_CHANNEL; }};
     EXPECT_EQ(qxgss_session_accept(&minor, nullptr, nullptr), 0x020D0000U);
     EXPECT_EQ(qxgss_session_initiate(&minor, nullptr, nullptr, 0, nullptr, &session), 0x010D0000U);
-    EXPECT_EQ(qxgss_session_accept(&minor, &options, &session), GSS_S_FAILURE);
+    for (const auto &make_wrong : wrong) {
+        qxgss_session_options_desc options = kAtOnce;
+        make_wrong(options);
+        EXPECT_EQ(qxgss_session_accept(&minor, &options, &session), GSS_S_FAILURE);
+        EXPECT_EQ(minor, 0xE10000CDU);
+    }
     EXPECT_EQ(qxgss_session_delete(&minor, &session), GSS_S_COMPLETE);
     EXPECT_EQ(qxgss_session_inquire(&minor, nullptr, nullptr), 0x010D0000U);
     EXPECT_EQ(qxgss_session_step(&minor, nullptr, nullptr, nullptr), 0x020D0000U);
     qxgss_shutdown(nullptr);
     EXPECT_EQ(qxgss_session_accept(&minor, nullptr, &session), GSS_S_FAILURE);
     EXPECT_EQ(minor, 0xE1000074U);
+}
+
+// A server whose mechanism keeps no rule refuses it, and leaves nothing behind.
+TEST_F(Configured, AMechanismThatKeepsNoRule) {
+    const struct {
+        const char *failure;
+        Hostile mechanism;
+    } cases[] = {
+        {"", {}},
+        {"not the one that was selected", {.has_other_type = true}},
+        {"has proved no name", {.has_no_element = true}},
+    };
+    for (const auto &[failure, mechanism] : cases) {
+        configure(kHostile);
+        hostile = mechanism;
+        {
+            Pair pair(kHostile.logon);
+            pair.open();
+            EXPECT_EQ(pair.server.is_open(), failure == std::string()) << failure;
+            EXPECT_NE(std::string(pair.server.facts().pszFailure).find(failure), std::string::npos)
+                << pair.server.facts().pszFailure;
+        }
+        qxgss_shutdown(nullptr);
+        EXPECT_EQ(hostile.delegated, 0) << failure;
+    }
+}
+
+TEST_F(Configured, ASessionCountsItsMessagesItself) {
+    configure(kHostile);
+    hostile = {.flags = GSS_C_INTEG_FLAG};
+    for (const bool comes_twice : {false, true}) {
+        Pair pair(kHostile.logon);
+        pair.open();
+        const std::string first = pair.client.wrap("first"), second = pair.client.wrap("second");
+        EXPECT_EQ(comes_twice ? pair.server.unwrap(first) : "first", "first");
+        EXPECT_EQ(pair.server.unwrap(comes_twice ? first : second), "");
+        EXPECT_EQ(pair.server.facts().Failure, QXGSS_SESSION_FAILURE_PROTECTION);
+    }
 }
 
 // Of a server, each against an honest client of a mechanism without MICs.
@@ -235,6 +441,7 @@ TEST_F(Configured, EachOptionCanEndASession) {
         {"more rounds", [](auto &options) { options.MaxRounds = 1; }},
         {"too long", [](auto &options) { options.LogonTime = 1; }},
         {"no MICs", [](auto &options) { options.RequireConfirmation = 1; }},
+        {"protects no messages", [](auto &options) { options.Protection = QXGSS_SESSION_PROTECTED_BY_MECHANISM; }},
     };
     for (const auto &[failure, set] : cases) {
         qxgss_session_options_desc options = kAtOnce;
@@ -251,6 +458,45 @@ TEST_F(Configured, EachOptionCanEndASession) {
         EXPECT_NE(std::string(facts.pszFailure).find(failure), std::string::npos) << facts.pszFailure;
     }
 }
+
+std::string element(int tag, const std::string &contents) {
+    return char(0x80 + tag) + (char(contents.size()) + contents);
+}
+std::string list(const std::string &contents) {
+    return char(0xA0) + (char(contents.size()) + contents);
+}
+// A client's first token that offers SCRAM-SHA-256, with items around the one for its own name.
+std::string offer_of(const std::string &name, const std::string &in_mechanism, const std::string &items,
+                     const std::string &in_repeated = "") {
+    const auto scram = [&](const std::string &more) {
+        return list(element(0, "\x2b\6\1\5\5\x12") + element(1, "\1") +
+                    element(6, "n,,n=" + name + ",r=0123456789abcdef") + more);
+    };
+    return list(list(scram(in_mechanism) + (in_repeated.empty() ? "" : scram(in_repeated))) + items);
+}
+
+// Repeated and misplaced names, of which only some are read.
+const std::string kState = element(1, "\2"), kSso = element(3, "\1"), kDecoy = "zzz";
+const struct {
+    const char *shape;
+    std::string (*token)(const std::string &name);
+} kOddTokens[] = {
+    {"authentication ID", [](const std::string &n) { return offer_of(n, "", kState + element(2, n)); }},
+    {"decoy before the state",
+     [](const std::string &n) { return offer_of(n, "", element(2, kDecoy) + kState + element(2, n)); }},
+    {"constructed decoy",
+     [](const std::string &n) { return offer_of(n, "", char(0xA2) + ('\0' + kState) + element(2, n)); }},
+    {"decoy user before single sign-on",
+     [](const std::string &n) {
+         return offer_of(n, "", kState + element(4, kDecoy) + element(3, {"\0", 1}) + element(4, n));
+     }},
+    {"two single sign-on names",
+     [](const std::string &n) { return offer_of(n, element(7, n) + element(7, kDecoy), kState + kSso); }},
+    {"NUL in the name",
+     [](const std::string &n) { return offer_of(n, "", kState + element(2, n + std::string("\0x", 2))); }},
+    {"a mechanism twice, each with another name",
+     [](const std::string &n) { return offer_of(n, element(7, kDecoy), kState + kSso, element(7, n)); }},
+};
 
 // A forbidden user hears what an unknown one hears, and as late; the name that was proved decides.
 TEST_F(Configured, ForbidsWithoutTellingStrangers) {
@@ -275,6 +521,7 @@ TEST_F(Configured, ForbidsWithoutTellingStrangers) {
     qxgss_session_options_desc patient = kAtOnce;
     patient.RefusalTime = 60'000;
     std::set<std::string> heard;
+    std::set<std::pair<std::string, std::size_t>> heard_of_odd;
     for (const auto &[logon, refused, failure, is_stranger] : cases) {
         SCOPED_TRACE(logon);
         Pair pair(logon, patient);
@@ -290,6 +537,25 @@ TEST_F(Configured, ForbidsWithoutTellingStrangers) {
             heard.insert(shape);
     }
     EXPECT_EQ(heard.size(), 1U);
+    for (const auto &[shape, token] : kOddTokens)
+        for (const std::string name : {"bob", "eve"}) {
+            SCOPED_TRACE(shape + (" " + name));
+            SessionEnd server;
+            server.accept(&patient);
+            const std::string answer = server.step('\1' + token(name));
+            EXPECT_EQ(answer.substr(0, 1), "\1");
+            EXPECT_EQ(server.facts().Refused, name == "bob" ? kClaimed : kNone);
+            // Whom the last of these means is known only once the mechanism has looked for him.
+            EXPECT_EQ(server.facts().Rounds,
+                      name == "bob" && &token == &kOddTokens[std::size(kOddTokens) - 1].token ? 2U : 1U);
+            EXPECT_TRUE(heard_of_odd.insert({shape, answer.size()}).second || name == "eve");
+        }
+    EXPECT_EQ(heard_of_odd.size(), std::size(kOddTokens));
+    SessionEnd elsewhere; // where nothing is offered that could be had, the policy forbids nothing
+    elsewhere.accept(&patient);
+    elsewhere.step('\1' + list(list(list(element(0, "\x2b\6\1") + element(1, "\1"))) + kState + element(2, "bob")));
+    EXPECT_EQ(elsewhere.facts().Failure, kWrong);
+    EXPECT_EQ(elsewhere.facts().Refused, kNone);
     Pair pair("", patient); // who does not even try has nothing to wait for
     pair.server.step("\1no token");
     EXPECT_EQ(pair.server.facts().State, QXGSS_SESSION_FAILED);

@@ -121,7 +121,7 @@ std::unique_ptr<Name> made_name(const common::Name &name) {
     if (name.get() == nullptr || name.get()->Count == 0)
         return nullptr;
     return std::make_unique<Name>(
-        Name{Name::Kind::kUser, std::string(common::bytes_of(&name.get()->pElements[0].Name))});
+        Name{Name::Kind::kUser, std::string(common::text_of(name.get()))});
 }
 
 } // namespace

@@ -79,7 +79,7 @@ void inquire(const MechInfo_t &mechanism, qxgss_cred_id_t handle, Credential &cr
     if (ask == nullptr || failed(ask(&minor, handle, name.out(), &credential.lifetime, nullptr, nullptr)))
         return;
     if (!credential.name && name.get() != nullptr && name.get()->Count != 0)
-        credential.name = Name{Name::Kind::kUser, std::string(common::bytes_of(&name.get()->pElements[0].Name))};
+        credential.name = Name{Name::Kind::kUser, std::string(common::text_of(name.get()))};
 }
 
 // Acquires from a mechanism what a negotiation would, so that a program hears now of what is lacking. Empty, or why

@@ -35,10 +35,9 @@ std::string name_of_delegated(const qxgss_session_facts_desc &facts) {
     OM_uint32 minor = 0;
     common::Name name;
     if (inquire == nullptr ||
-        common::failed(inquire(&minor, facts.pDelegatedCred, name.out(), nullptr, nullptr, nullptr)) ||
-        name.get() == nullptr)
+        common::failed(inquire(&minor, facts.pDelegatedCred, name.out(), nullptr, nullptr, nullptr)))
         return {};
-    return std::string(bytes_of(&name.get()->pElements[0].Name));
+    return std::string(common::text_of(name.get()));
 }
 
 Clock::time_point after(OM_uint32 milliseconds) {
@@ -67,7 +66,9 @@ void Conversation::observe(void *conversation, const char *call, OM_uint32 major
         ->calls_.push_back({now(), call, major, minor, minor_text(minor), Bytes(bytes.begin(), bytes.end())});
 }
 
+// Nothing is sent without protection here: who has none has logged on, and that is all.
 qxgss_session_options_desc Conversation::observed(qxgss_session_options_desc options) {
+    options.Protection = QXGSS_SESSION_UNPROTECTED;
     options.pfnObserve = keeps_calls_ ? observe : nullptr;
     options.pObserveContext = this;
     return options;
@@ -163,7 +164,10 @@ std::optional<std::string> Conversation::receive() {
 // The connection ends anyway: that the peer does not hear it is no failure.
 void Conversation::end() {
     common::Buffer message;
-    qxgss_session_end(nullptr, session_, message.out());
+    const bool was_open = facts().State == QXGSS_SESSION_OPEN;
+    const OM_uint32 major = qxgss_session_end(nullptr, session_, message.out());
+    if (was_open) // that it could not be said is
+        check(major);
     deadline_ = Clock::now() + silence_;
     if (!message.empty())
         stream_.send(message.bytes(), deadline_);
