@@ -164,7 +164,7 @@ def messages(figures):
 
 
 def log(figures):
-    rows = [["record one event", *figures.cells("record"), "-"]]
+    rows = [["record 64 events", *figures.cells("record"), "-"]]
     for name in sorted((n for n in figures.ns if n.startswith("render/")), key=lambda n: int(n.split(":")[1])):
         speed = figures.counters[name]["bytes_per_second"] / 1e6
         rows.append([f"render {name.split(':')[1]} records", *figures.cells(name), f"{speed:,.0f}"])

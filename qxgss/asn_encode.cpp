@@ -1,5 +1,6 @@
-// Writes DER (X.690 10) into one growing block that becomes the caller's at the end. An element is begun with room for
-// one length octet; its contents move up only when the length that turns out needs more.
+// Writes DER (X.690 10) into a block that becomes the caller's at the end: a usual token into the encoder's own, at its
+// front, a longer one into one that grows. An element is begun with room for one length octet; its contents move up
+// only when the length that turns out needs more.
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -8,8 +9,11 @@
 #include "qxgss/gsspasn.h"
 #include "qxgss/internal.h"
 
+constexpr std::size_t kFirstCapacity = 512;
+
 struct gsspasn_encoder_struct {
-    unsigned char *bytes;
+    unsigned char usual[kFirstCapacity];
+    unsigned char *bytes; // `usual`, or a block of their own
     std::size_t size;
     std::size_t capacity;
     OM_uint32 elements;
@@ -22,18 +26,23 @@ struct gsspasn_encoder_struct {
 
 namespace {
 
-constexpr std::size_t kFirstCapacity = 512;
+bool is_usual(const gsspasn_encoder_struct &encoder) {
+    return encoder.bytes == encoder.usual;
+}
 
 // The block never has room for more than the decoder takes. Not inline, as most elements need neither this nor a length
 // of several octets.
 [[gnu::noinline]] bool grow(gsspasn_encoder_struct &encoder, std::size_t more) {
     if (more > GSSPASN_DECODE_MAX_TOKEN - encoder.size)
         return false;
-    const std::size_t wanted = std::max({encoder.size + more, 2 * encoder.capacity, kFirstCapacity});
+    const std::size_t wanted = std::max(encoder.size + more, 2 * encoder.capacity);
     const std::size_t capacity = std::min<std::size_t>(wanted, GSSPASN_DECODE_MAX_TOKEN);
-    void *bytes = std::realloc(encoder.bytes, capacity);
+    const bool was_usual = is_usual(encoder);
+    void *bytes = std::realloc(was_usual ? nullptr : encoder.bytes, capacity);
     if (bytes == nullptr)
         return false;
+    if (was_usual)
+        std::memcpy(bytes, encoder.usual, encoder.size);
     encoder.bytes = static_cast<unsigned char *>(bytes);
     encoder.capacity = capacity;
     return true;
@@ -117,8 +126,16 @@ OM_uint32 append_integer(gsspasn_encoder_struct &encoder, OM_uint32 tag, const v
 OM_uint32 gsspasn_open_encode_handle(gsspasn_encoding_t *pHandle) {
     if (pHandle == nullptr)
         return GSSPASN_E_ARGUMENT;
-    *pHandle = qxgss::zeroed<gsspasn_encoder_struct>().release();
-    return *pHandle == nullptr ? GSSPASN_E_NO_MEMORY : GSSPASN_E_SUCCESS;
+    auto *encoder = static_cast<gsspasn_encoder_struct *>(std::malloc(sizeof(gsspasn_encoder_struct)));
+    *pHandle = encoder;
+    if (encoder == nullptr)
+        return GSSPASN_E_NO_MEMORY;
+    encoder->bytes = encoder->usual;
+    encoder->size = 0;
+    encoder->capacity = kFirstCapacity;
+    encoder->elements = 0;
+    encoder->depth = 0;
+    return GSSPASN_E_SUCCESS;
 }
 
 OM_uint32 gsspasn_set_encode_tagging(gsspasn_encoding_t Handle, OM_uint32 Tagging) {
@@ -187,13 +204,17 @@ OM_uint32 gsspasn_close_encode_handle(gsspasn_encoding_t *pHandle, qxgss_buffer_
         *pOutput = {};
     if (pHandle == nullptr || *pHandle == nullptr)
         return GSSPASN_E_NO_HANDLE;
-    const qxgss::Heap<gsspasn_encoder_struct> encoder(*pHandle);
+    const gsspasn_encoder_struct &encoder = **pHandle;
+    const bool usual = is_usual(encoder);
+    const bool unfinished = encoder.depth != 0;
+    const std::size_t size = encoder.size;
+    qxgss::Heap<unsigned char> block(reinterpret_cast<unsigned char *>(*pHandle)); // a usual token is at its front
+    qxgss::Heap<unsigned char> own(usual ? nullptr : encoder.bytes);
     *pHandle = nullptr;
-    qxgss::Heap<unsigned char> bytes(encoder->bytes);
     if (pOutput == nullptr)
         return GSSPASN_E_SUCCESS;
-    if (encoder->depth != 0)
+    if (unfinished)
         return GSSPASN_E_TAG_MISMATCH;
-    *pOutput = {encoder->size, bytes.release()};
+    *pOutput = {size, (usual ? block : own).release()};
     return GSSPASN_E_SUCCESS;
 }

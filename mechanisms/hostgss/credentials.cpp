@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
@@ -110,7 +112,7 @@ class Sources {
             return;
         request.client_keytab = client_keytab_.view().data();
         request.ccache = ccache_.view().data();
-        request.given = given_;
+        request.given = host_of(given_);
     }
 
   private:
@@ -127,11 +129,11 @@ class Sources {
     }
 
     Block keytab_, client_keytab_, ccache_;
-    void *given_ = nullptr;
+    const Credential *given_ = nullptr;
 };
 
 Status acquire_desired(const Desired &desired, const Sources &sources, OM_uint32 lifetime, const MechInfo_t &entry,
-                       int usage, qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
+                       int usage, Credential &credential) {
     if (usage != GSS_C_INITIATE && !may_accept(entry))
         return refusal(GSS_S_NO_CRED, kNotAccepted);
     const bool is_kerberos = view(entry.pMechOid) == kKerberos;
@@ -146,10 +148,7 @@ Status acquire_desired(const Desired &desired, const Sources &sources, OM_uint32
         sources.apply(request);
     request.lifetime = lifetime;
     request.mech = view(entry.pMechOid);
-    OM_uint32 granted = 0;
-    const Status status = acquire(request, ppCredential, &granted);
-    set(pTimeRec, status.failed() ? 0U : granted);
-    return status;
+    return acquire(request, credential);
 }
 
 } // namespace
@@ -172,36 +171,43 @@ OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredNam
     const MechInfo_t *const entry = entry_of(view(&pDesiredMechs->elements[0]));
     if (entry == nullptr)
         return refuse(pMinorStatus, GSS_S_BAD_MECH, kNotServed);
+    std::unique_ptr<Credential> made(new (std::nothrow) Credential);
+    if (made == nullptr)
+        return no_memory(pMinorStatus);
     Desired desired;
     Sources sources;
     Status status = desired.read(pDesiredName, CredUsage == GSS_C_ACCEPT);
     if (!status.failed())
         status = sources.read(pDesiredName);
     if (!status.failed())
-        status = acquire_desired(desired, sources, TimeReq, *entry, CredUsage, ppOutputCredHandle, pTimeRec);
-    if (status.failed() || ppActualMechs == nullptr)
+        status = acquire_desired(desired, sources, TimeReq, *entry, CredUsage, *made);
+    if (status.failed())
         return finish(pMinorStatus, status);
-    Status copied;
-    copied.major = gssp_duplicate_oid_set(&copied.minor, pDesiredMechs, ppActualMechs);
-    if (!copied.failed())
-        return finish(pMinorStatus, status);
-    release_credential(ppOutputCredHandle);
-    set(pTimeRec, 0U);
-    return no_memory(pMinorStatus);
+    OM_uint32 minor;
+    if (ppActualMechs != nullptr && GSS_ERROR(gssp_duplicate_oid_set(&minor, pDesiredMechs, ppActualMechs)) != 0)
+        return no_memory(pMinorStatus);
+    set(pTimeRec, made->facts.lifetime);
+    *ppOutputCredHandle = made.release();
+    return finish(pMinorStatus, status);
 }
 
 OM_uint32 HOSTGSS_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCredHandle) {
     if (ppCredHandle == nullptr)
         return refuse(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED, "There is no credential.");
-    return finish(pMinorStatus, release_credential(ppCredHandle));
+    const std::unique_ptr<Credential> credential(static_cast<Credential *>(*ppCredHandle));
+    *ppCredHandle = nullptr;
+    return finish(pMinorStatus, credential == nullptr ? Status{} : credential->release());
 }
 
 OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t pCredHandle, qxgss_name_t *ppName,
                                OM_uint32 *pLifetimeRec, qxgss_cred_usage_t *pCredUsage, qxgss_OID_set *ppMechanisms) {
     set<qxgss_name_t>(ppName, nullptr);
     set<qxgss_OID_set>(ppMechanisms, nullptr);
-    CredentialFacts facts;
-    Status status = inquire_credential(pCredHandle, facts);
+    const auto *const credential = static_cast<const Credential *>(pCredHandle);
+    const bool known = credential != nullptr && credential->named && pLifetimeRec == nullptr;
+    CredentialFacts asked;
+    Status status = known ? Status{} : inquire_credential(host_of(credential), asked);
+    const CredentialFacts &facts = known ? credential->facts : asked;
     set(pLifetimeRec, facts.lifetime);
     set(pCredUsage, facts.usage);
     if (!status.failed() && ppName != nullptr)

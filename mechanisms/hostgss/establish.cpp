@@ -130,7 +130,7 @@ Status drive(std::unique_ptr<Context> fresh, qxgss_ctx_id_t *ppContext, const Ou
 // ---- Initiating ----------------------------------------------------------------------------------------------------
 
 struct Initiation {
-    void *credential;
+    const Credential *credential; // null: the default one
     const Name &target;
     OM_uint32 flags;
     OM_uint32 lifetime;
@@ -140,7 +140,8 @@ struct Initiation {
     Status operator()(Context &context, Leg &leg) const {
         Status status = check_message(context, token);
         if (!status.failed())
-            status = initiate(credential, &context.host, target, context.mech, flags, lifetime, bindings, token, leg);
+            status = initiate(host_of(credential), &context.host, target, context.mech, flags, lifetime, bindings,
+                              token, leg);
         // gss-ntlmssp (1.2.0) gives back what was asked for. NTLM delegates nothing, and no server proves itself.
         if (context.mech == kNtlm)
             leg.flags &= ~(GSS_C_DELEG_FLAG | GSS_C_MUTUAL_FLAG);
@@ -181,29 +182,21 @@ Status count_logon(const Context &context, const MechInfo_t &entry) {
 }
 
 // The acceptor's default credential for one mechanism.
-class DefaultAcceptor {
-  public:
-    DefaultAcceptor() = default;
-    DefaultAcceptor(const DefaultAcceptor &) = delete;
-    DefaultAcceptor &operator=(const DefaultAcceptor &) = delete;
-    ~DefaultAcceptor() {
-        if (credential_ != nullptr)
-            release_credential(&credential_);
-    }
-    void *get() const { return credential_; }
+Status acquire_default(const MechInfo_t &entry, Credential &credential) {
+    CredentialRequest request;
+    request.keytab = setting_of(entry, "keytab_file");
+    request.mech = view(entry.pMechOid);
+    request.usage = GSS_C_ACCEPT;
+    return acquire(request, credential);
+}
 
-    Status acquire(const MechInfo_t &entry) {
-        CredentialRequest request;
-        request.keytab = setting_of(entry, "keytab_file");
-        request.mech = view(entry.pMechOid);
-        request.usage = GSS_C_ACCEPT;
-        OM_uint32 lifetime;
-        return hostgss::acquire(request, &credential_, &lifetime);
-    }
-
-  private:
-    void *credential_ = nullptr;
-};
+// Whether the credential accepts, and is for that mechanism alone: the host's mechanisms do not all check it.
+Status check_acceptor(const Credential &credential, Bytes mech) {
+    const CredentialFacts &facts = credential.facts;
+    if (facts.usage == GSS_C_INITIATE)
+        return kNoCredential;
+    return facts.mechs.count() == 1 && facts.mechs[0] == mech ? Status{} : kOtherMechanism;
+}
 
 // What the host has answered, and whether that counts. The name of a peer who has logged on is kept.
 Status judge(Context &context, Status status, const Leg &leg) {
@@ -221,7 +214,7 @@ Status judge(Context &context, Status status, const Leg &leg) {
 }
 
 struct Acceptance {
-    void *credential; // null: the default one of the token's mechanism
+    const Credential *credential; // null: the default one of the token's mechanism
     const Bindings *bindings;
     Bytes token;
     qxgss_name_t *ppSource;
@@ -231,33 +224,36 @@ struct Acceptance {
     Status check(const Context &context, const MechInfo_t &entry) const {
         if (!may_accept(entry))
             return refusal(GSS_S_BAD_MECH, kNotAccepted);
-        Status status = credential == nullptr ? Status{} : check_acceptor(credential, context.mech);
+        Status status = credential == nullptr ? Status{} : check_acceptor(*credential, context.mech);
         if (!status.failed())
             status = check_message(context, token);
         return status.failed() ? status : count_logon(context, entry);
     }
 
     // Without a credential the host would take any mechanism that it has.
-    Status ask_host(Context &context, const MechInfo_t &entry, Leg &leg) const {
-        DefaultAcceptor own;
+    Status ask_host(Context &context, const MechInfo_t &entry, Leg &leg, Credential *delegated) const {
+        Credential own;
         if (credential == nullptr && context.host == nullptr)
-            if (const Status status = own.acquire(entry); status.failed())
+            if (const Status status = acquire_default(entry, own); status.failed())
                 return status;
-        void *const used = credential != nullptr ? credential : own.get();
-        return judge(context, accept(used, &context.host, bindings, token, leg, ppDelegated), leg);
+        void *const used = host_of(credential != nullptr ? credential : &own);
+        return judge(context, accept(used, &context.host, bindings, token, leg, delegated), leg);
     }
 
     Status operator()(Context &context, Leg &leg) const {
         const MechInfo_t *const entry = entry_of(context.mech);
         if (entry == nullptr)
             return refusal(GSS_S_BAD_MECH, kNotServed);
+        std::unique_ptr<Credential> delegated(ppDelegated == nullptr ? nullptr : new (std::nothrow) Credential);
+        if (ppDelegated != nullptr && delegated == nullptr)
+            return kOutOfMemory;
         Status status = check(context, *entry);
         if (!status.failed())
-            status = ask_host(context, *entry, leg);
+            status = ask_host(context, *entry, leg, delegated.get());
         if (is_complete(status) && ppSource != nullptr)
             status = make_name(context.source.view(), ppSource);
-        if (status.failed() && ppDelegated != nullptr && *ppDelegated != nullptr)
-            release_credential(ppDelegated);
+        if (!status.failed() && host_of(delegated.get()) != nullptr)
+            *ppDelegated = delegated.release();
         return status;
     }
 };
@@ -313,7 +309,8 @@ OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pIni
     if (status.failed())
         return finish(pMinorStatus, status);
     const ChannelBindings bindings(pInputChanBindings);
-    const Initiation call{pInitiatorCredHandle, target.name(), ReqFlags, TimeReq, bindings.get(), token};
+    const Initiation call{
+        static_cast<const Credential *>(pInitiatorCredHandle), target.name(), ReqFlags, TimeReq, bindings.get(), token};
     return finish(pMinorStatus,
                   drive(context == nullptr ? make_context(*entry, true) : nullptr, ppContextHandle, outputs, call));
 }
@@ -340,7 +337,8 @@ OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *pp
         fresh = make_context(*entry, false);
     }
     const ChannelBindings bindings(pInputChanBindings);
-    const Acceptance call{pAcceptorCredHandle, bindings.get(), token, ppSrcName, ppDelegatedCredHandle};
+    const Acceptance call{static_cast<const Credential *>(pAcceptorCredHandle), bindings.get(), token, ppSrcName,
+                          ppDelegatedCredHandle};
     return finish(pMinorStatus, drive(std::move(fresh), ppContextHandle, outputs, call));
 }
 

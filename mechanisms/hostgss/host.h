@@ -110,6 +110,25 @@ struct CredentialFacts {
     OidSet mechs;
 };
 
+// A credential: the host's, and what the host has said of it, which stays. The framework's handle points to one. It is
+// only read once it is made.
+struct Credential {
+    Credential() = default;
+    Credential(const Credential &) = delete;
+    Credential &operator=(const Credential &) = delete;
+    ~Credential() { release(); }
+    Status release();
+
+    void *host = nullptr;
+    bool named = false; // whether the facts are all there: acceptors' names are asked for when they are wanted
+    CredentialFacts facts;
+};
+
+// The host's handle in it; null, for the default one, without a credential.
+inline void *host_of(const Credential *credential) {
+    return credential == nullptr ? nullptr : credential->host;
+}
+
 struct ContextFacts {
     Block source; // an initiator's own
     Block target;
@@ -142,23 +161,18 @@ Status mechanisms(OidSet &set);
 
 // Acquires a credential and resolves it (password verified, ticket cache read), so that what it lacks is told here and
 // not by the first context. kNoCredential when the mechanism makes one of another usage.
-Status acquire(const CredentialRequest &request, void **credential, std::uint32_t *lifetime);
-Status release_credential(void **credential);
+Status acquire(const CredentialRequest &request, Credential &credential);
 
-// A null credential is the default one. The name is empty for a credential without one.
-Status inquire_credential(void *credential, CredentialFacts &facts);
+// Asks the host. A null handle is the default credential. The name is empty for a credential without one.
+Status inquire_credential(void *host, CredentialFacts &facts);
 
 // ---- host_contexts.cpp
 
 Status initiate(void *credential, void **context, const Name &target, Bytes mech, std::uint32_t flags,
                 std::uint32_t lifetime, const Bindings *bindings, Bytes input, Leg &leg);
 
-// Whether the credential accepts, and is for that mechanism alone: the host's mechanisms do not all check it.
-// kNoCredential, kOtherMechanism.
-Status check_acceptor(void *credential, Bytes mech);
-
-// `delegated` may be null: a delegated credential is then not asked for.
-Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, void **delegated);
+// `delegated` may be null: a delegated credential is then not asked for. Nothing but its usage is known of one.
+Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, Credential *delegated);
 Status delete_context(void **context, Block &token);
 
 // Of an established context.

@@ -42,20 +42,8 @@ Status initiate(void *credential, void **context, const Name &target, Bytes mech
     return with_token(status, output, leg.token);
 }
 
-Status check_acceptor(void *credential, Bytes mech) {
-    gss_cred_usage_t usage = GSS_C_INITIATE;
-    gss_OID_set mechs = GSS_C_NO_OID_SET;
-    Status status;
-    status.major =
-        gss_inquire_cred(&status.minor, static_cast<gss_cred_id_t>(credential), nullptr, nullptr, &usage, &mechs);
-    OidSet of;
-    *of.address() = mechs;
-    if (!status.failed() && usage == GSS_C_INITIATE)
-        return kNoCredential;
-    return status.failed() || (of.count() == 1 && of[0] == mech) ? status : kOtherMechanism;
-}
-
-Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg, void **delegated) {
+Status accept(void *credential, void **context, const Bindings *bindings, Bytes input, Leg &leg,
+              Credential *delegated) {
     gss_buffer_desc token = to_buffer(input);
     auto channel = to_bindings(bindings);
     gss_ctx_id_t handle = to_context(*context);
@@ -70,13 +58,12 @@ Status accept(void *credential, void **context, const Bindings *bindings, Bytes 
                                &leg.flags, &leg.lifetime, delegated == nullptr ? nullptr : &given);
     *context = handle;
     leg.mech = to_bytes(actual);
-    if (delegated != nullptr)
-        *delegated = given;
+    if (delegated != nullptr) {
+        delegated->host = given;
+        delegated->facts.usage = GSS_C_INITIATE;
+    }
     const Status shown = status.failed() ? Status{} : source.display(leg.source);
-    status = shown.failed() ? shown : with_token(status, output, leg.token);
-    if (status.failed() && given != GSS_C_NO_CREDENTIAL)
-        release_credential(delegated);
-    return status;
+    return shown.failed() ? shown : with_token(status, output, leg.token);
 }
 
 Status delete_context(void **context, Block &token) {

@@ -107,41 +107,50 @@ Status call_acquire(const CredentialRequest &request, gss_name_t name, gss_cred_
     return status;
 }
 
+// All facts but the text of the name, which is only asked for when there is a place for it.
+Status inquire(gss_cred_id_t handle, CredentialFacts &facts, gss_name_t *name) {
+    gss_OID_set mechs = GSS_C_NO_OID_SET;
+    Status status;
+    status.major = gss_inquire_cred(&status.minor, handle, name, &facts.lifetime, &facts.usage, &mechs);
+    *facts.mechs.address() = mechs;
+    return status;
+}
+
 } // namespace
 
-Status acquire(const CredentialRequest &request, void **credential, std::uint32_t *lifetime) {
+// An initiator's name is asked for with the rest: what is wrong with it is told here, too.
+Status acquire(const CredentialRequest &request, Credential &credential) {
     HostName name;
     Status status = name.import(request.name);
     if (status.failed())
         return status;
     gss_cred_id_t made = GSS_C_NO_CREDENTIAL;
-    CredentialFacts facts;
     status = call_acquire(request, name.get(), &made);
-    *credential = made;
+    credential.host = made;
+    credential.named = request.usage == GSS_C_INITIATE;
+    CredentialFacts &facts = credential.facts;
+    HostName owner;
     if (!status.failed())
-        status = inquire_credential(made, facts);
+        status = inquire(made, facts, credential.named ? owner.address() : nullptr);
+    if (!status.failed())
+        status = owner.display(facts.name);
     if (!status.failed() && facts.usage != GSS_C_BOTH && facts.usage != request.usage)
         status = kNoCredential;
-    *lifetime = facts.lifetime;
-    if (status.failed() && made != GSS_C_NO_CREDENTIAL)
-        release_credential(credential);
     return status;
 }
 
-Status release_credential(void **credential) {
-    gss_cred_id_t handle = static_cast<gss_cred_id_t>(*credential);
+Status Credential::release() {
+    gss_cred_id_t handle = static_cast<gss_cred_id_t>(host);
+    host = nullptr;
     Status status;
-    status.major = gss_release_cred(&status.minor, &handle);
-    *credential = handle;
+    if (handle != GSS_C_NO_CREDENTIAL)
+        status.major = gss_release_cred(&status.minor, &handle);
     return status;
 }
 
-Status inquire_credential(void *credential, CredentialFacts &facts) {
-    const gss_cred_id_t handle = static_cast<gss_cred_id_t>(credential);
-    gss_OID_set mechs = GSS_C_NO_OID_SET;
-    Status status;
-    status.major = gss_inquire_cred(&status.minor, handle, nullptr, &facts.lifetime, &facts.usage, &mechs);
-    *facts.mechs.address() = mechs;
+Status inquire_credential(void *host, CredentialFacts &facts) {
+    const gss_cred_id_t handle = static_cast<gss_cred_id_t>(host);
+    Status status = inquire(handle, facts, nullptr);
     const bool named = facts.usage == GSS_C_INITIATE || (facts.mechs.count() != 0 && names_acceptors(facts.mechs[0]));
     if (status.failed() || !named)
         return status;
