@@ -9,7 +9,7 @@
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "qxat/qxatldapauthorize.h"
 #include "tests/failing_heap.h"
-#include "tools/user_properties.h"
+#include "tools/show/user_properties.h"
 
 using fuzz::Input;
 using fuzz::require;

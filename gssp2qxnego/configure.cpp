@@ -87,28 +87,49 @@ bool is_proxy(OM_uint32 *pMinor, qxgss_OID oid, qxgss_OID proxy) {
     return proxy != nullptr && (failed(gssp_compare_oids(pMinor, oid, proxy, &difference)) || difference == 0);
 }
 
-// Fills an entry for a negotiable mechanism; false when it is not to be negotiated.
-bool make_entry(OM_uint32 *pMinor, const NegMechInfo_t &negotiable, qxgss_OID proxy, NegMechEntry_desc &entry) {
-    if (negotiable.fEnabled == 0 || negotiable.pNegotiatedMech == nullptr)
-        return false;
+qxgss_OID proxy_oid(OM_uint32 *pMinor) {
+    qxgss_OID proxy = nullptr;
+    return gssp_mechstr_to_oid(pMinor, "PROXY", &proxy) == GSS_S_COMPLETE ? proxy : nullptr;
+}
+
+// The OID and the registry's index of what a row of the configuration names; false when the registry lacks it.
+bool resolve(OM_uint32 *pMinor, const char *pszOid, qxgss_OID &oid, OM_sint32 &index) {
+    return pszOid != nullptr && !failed(gssp_mechoidstr_to_oid(pMinor, pszOid, &oid)) &&
+           !failed(gssp_oid_to_mechindex(pMinor, oid, &index)) && index != -1;
+}
+
+// The entry's properties; why it is not to be negotiated, or null.
+const char *read_properties(OM_uint32 *pMinor, NegMechEntry_desc &entry) {
+    const auto boolean = [&](OM_uint32 property, OM_uint32 &value) {
+        return !failed(gssp_inquire_one_mech_property_boolean(pMinor, entry.pMechOid, property, &value));
+    };
+    OM_uint32 single_sign_on = 0;
+    if (!boolean(GSSP_PROPERTY_AUTHENTICATION_SUPPORTED, entry.AuthenticationSupported))
+        return "its property authentication is not set";
+    if (!boolean(GSSP_PROPERTY_AUTHORIZATION_SUPPORTED, entry.AuthorizationSupported))
+        return "its property authorization is not set";
+    if (failed(gssp_inquire_one_mech_property_int(pMinor, entry.pMechOid, GSSP_PROPERTY_RANK, &entry.MechanismRank)))
+        return "its property rank is not set";
+    if (!boolean(GSSP_PROPERTY_SINGLE_SIGN_ON, single_sign_on))
+        return "its property single_sign_on is not set";
+    entry.SingleSignOn = static_cast<OM_sint32>(single_sign_on);
+    return nullptr;
+}
+
+// Fills an entry for a negotiable mechanism; why it is not to be negotiated, or null.
+const char *make_entry(OM_uint32 *pMinor, const NegMechInfo_t &negotiable, qxgss_OID proxy, NegMechEntry_desc &entry) {
     qxgss_OID oid = nullptr;
     OM_sint32 index = -1;
-    if (failed(gssp_mechoidstr_to_oid(pMinor, negotiable.pNegotiatedMech, &oid)) ||
-        failed(gssp_oid_to_mechindex(pMinor, oid, &index)) || index == -1 || is_proxy(pMinor, oid, proxy) ||
-        !in_use(index) || index == QxnegoMechIndex)
-        return false;
-    OM_uint32 authentication = 0;
-    OM_uint32 authorization = 0;
-    OM_sint32 rank = 0;
-    OM_uint32 single_sign_on = 0;
-    if (failed(gssp_inquire_one_mech_property_boolean(pMinor, oid, GSSP_PROPERTY_AUTHENTICATION_SUPPORTED,
-                                                      &authentication)) ||
-        failed(gssp_inquire_one_mech_property_boolean(pMinor, oid, GSSP_PROPERTY_AUTHORIZATION_SUPPORTED,
-                                                      &authorization)) ||
-        failed(gssp_inquire_one_mech_property_int(pMinor, oid, GSSP_PROPERTY_RANK, &rank)) ||
-        failed(gssp_inquire_one_mech_property_boolean(pMinor, oid, GSSP_PROPERTY_SINGLE_SIGN_ON, &single_sign_on)))
-        return false;
-
+    if (negotiable.fEnabled == 0)
+        return "it is disabled in QXNEGO's negotiates";
+    if (!resolve(pMinor, negotiable.pNegotiatedMech, oid, index))
+        return "it is not registered";
+    if (is_proxy(pMinor, oid, proxy))
+        return "PROXY is never negotiated";
+    if (!in_use(index))
+        return "it is not loaded";
+    if (index == QxnegoMechIndex)
+        return "QXNEGO does not negotiate itself";
     entry = {};
     entry.IsMechStateChanged = 1;
     entry.pMechOid = oid;
@@ -116,11 +137,20 @@ bool make_entry(OM_uint32 *pMinor, const NegMechInfo_t &negotiable, qxgss_OID pr
     entry.MechReason = NEG_MECH_REASON_AVAILABLE;
     entry.IsMechLocal = 1;
     entry.MechIndex = index;
-    entry.AuthenticationSupported = authentication;
-    entry.AuthorizationSupported = authorization;
-    entry.MechanismRank = rank;
-    entry.SingleSignOn = static_cast<OM_sint32>(single_sign_on);
-    return true;
+    return read_properties(pMinor, entry);
+}
+
+const char *why_not_negotiated(const MechInfo_t &self, OM_sint32 wanted) {
+    OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
+    for (OM_uint32 i = 0; i < self.NegotiatedMechCount; ++i) {
+        const NegMechInfo_t &negotiable = self.pNegMechInfo[i];
+        qxgss_OID oid = nullptr;
+        OM_sint32 index = -1;
+        NegMechEntry_desc ignored;
+        if (resolve(&minor, negotiable.pNegotiatedMech, oid, index) && index == wanted)
+            return make_entry(&minor, negotiable, proxy_oid(&minor), ignored);
+    }
+    return wanted == QxnegoMechIndex ? "QXNEGO does not negotiate itself" : "it is not listed in QXNEGO's negotiates";
 }
 
 template <typename Before> void exchange_pass(std::span<NegMechEntry_desc> list, Before before) {
@@ -178,17 +208,26 @@ OM_uint32 QXNEGO_INT_InitNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pQxn
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
 
     OM_uint32 minor = QXNEGO_E_SUCCESSFUL;
-    qxgss_OID proxy = nullptr;
-    if (gssp_mechstr_to_oid(&minor, "PROXY", &proxy) != GSS_S_COMPLETE)
-        proxy = nullptr;
+    const qxgss_OID proxy = proxy_oid(&minor);
     OM_uint32 count = 0;
     for (const NegMechInfo_t &negotiable : negotiables)
-        if (make_entry(&minor, negotiable, proxy, list[count]))
+        if (make_entry(&minor, negotiable, proxy, list[count]) == nullptr)
             ++count;
     if (count == 0)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
     *pQxnegoMechList = {count, list.release()};
     sort_by_preference(entries(*pQxnegoMechList));
+    return succeed(pMinorStatus);
+}
+
+OM_uint32 QXNEGO_inquire_candidate(OM_uint32 *pMinorStatus, OM_sint32 MechIndex, const char **ppszWhyNot) {
+    if (ppszWhyNot == nullptr)
+        return report(pMinorStatus, kInaccessibleWrite, QXNEGO_E_INACCESSIBLE);
+    *ppszWhyNot = nullptr;
+    const MechInfo_t *self = registered(QxnegoMechIndex);
+    if (self == nullptr)
+        return report(pMinorStatus, GSS_S_UNAVAILABLE, QXNEGO_E_NO_MECHANISM);
+    *ppszWhyNot = why_not_negotiated(*self, MechIndex);
     return succeed(pMinorStatus);
 }
 

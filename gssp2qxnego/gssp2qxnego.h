@@ -155,6 +155,10 @@ QXNEGO_API OM_uint32 QXNEGO_inquire_negotiation(OM_uint32 *pMinorStatus, const q
 QXNEGO_API OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle,
                                                     OM_uint32 Number, qxgss_negotiated_mech_desc *pMech);
 
+/* Why the mechanism of that index in the registry is not negotiated: a constant text, null when it is. 0x020D0000 with
+ * 0xE30003F7 (null ppszWhyNot); GSS_S_UNAVAILABLE with 0xE3000406 when QXNEGO is not registered. */
+QXNEGO_API OM_uint32 QXNEGO_inquire_candidate(OM_uint32 *pMinorStatus, OM_sint32 MechIndex, const char **ppszWhyNot);
+
 /* ---- User properties and status texts --------------------------------------------------------------------------- */
 
 /* The user's properties as tagged records (layout: qxgss/qxgss_records.h): the selected mechanism's own, whether the

@@ -1,6 +1,7 @@
 // Reads BER (X.690 8). Opening a token checks all of it, in one pass without recursion, and lays its elements out in
 // one block in the order in which they come; a handle is the address of an element there, so lookups allocate nothing.
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 
@@ -11,10 +12,10 @@
 // One element. Distances are counted in elements from this one on, so the block may move while it grows. The block's
 // first element stands for the token itself: its handle is the decoder's, and the outer element is its only child.
 struct gsspasn_element_struct {
-    const unsigned char *contents; // of a primitive element
-    OM_uint32 length;
-    OM_uint32 span; // with all elements below: the distance to what follows
-    OM_uint32 next; // distance to the first child that is not yet passed over
+    const unsigned char *contents;
+    OM_uint32 length; // kOpen before the end of an indefinite one
+    OM_uint32 span;   // with all elements below: the distance to what follows
+    OM_uint32 next;   // distance to the first child that is not yet passed over
     OM_uint32 children;
     unsigned char tag;
     bool constructed;
@@ -30,14 +31,22 @@ constexpr std::size_t kUsualBytes = 4; // of an element in a list of mechanisms,
 constexpr std::size_t kUsualMost = 1024;
 constexpr std::size_t kMaxElements = 1 + GSSPASN_DECODE_MAX_ELEMENTS;
 constexpr std::size_t kIndefinite = SIZE_MAX; // no length is as large
+constexpr std::size_t kReserved = 0x7F;       // of length octets, X.690 8.1.3.5 c
+constexpr OM_uint32 kOpen = static_cast<OM_uint32>(kIndefinite);
 
-class Parser {
+// To tell places and faults costs instructions, of which a token that is only to be read takes none.
+template <bool Tells> class Parser {
   public:
     explicit Parser(const qxgss_buffer_desc &token)
-        : at_(static_cast<const unsigned char *>(token.value)), end_(at_ + token.length), limit_(end_) {}
+        : begin_(static_cast<const unsigned char *>(token.value)), at_(begin_), end_(at_ + token.length), limit_(end_) {
+    }
 
     OM_uint32 run();
     Element *release() { return elements_.release(); }
+
+    // After run: what it has read, also when that failed, and why it failed.
+    OM_uint32 get_places(qxgss_buffer_t pPlaces);
+    gsspasn_fault_desc fault() const;
 
   private:
     struct Open {
@@ -46,15 +55,25 @@ class Parser {
         bool indefinite;
     };
 
+    // What is wrong and where. Of a length that is too large also how large it is, and how many octets there are.
+    struct Fault {
+        const unsigned char *at;
+        const char *why;
+        std::size_t length, there;
+    };
+
+    OM_uint32 fail(OM_uint32 status, const unsigned char *at, const char *why);
+    std::nullopt_t fail_length(const unsigned char *at, const char *why, std::size_t length = 0);
     OM_uint32 read_element();
     std::optional<std::size_t> read_length();
     std::optional<std::size_t> read_long_length(std::size_t octets);
     OM_uint32 add(unsigned char tag, bool constructed);
     bool grow();
-    OM_uint32 enter(std::size_t length);
+    OM_uint32 enter(std::size_t length, const unsigned char *begin);
     bool at_end_of_contents() const;
     OM_uint32 close();
 
+    const unsigned char *const begin_;
     const unsigned char *at_;
     const unsigned char *end_;
     const unsigned char *limit_; // of the innermost open element
@@ -63,9 +82,23 @@ class Parser {
     std::size_t capacity_ = 0;
     Open open_[GSSPASN_DECODE_MAX_DEPTH];
     std::size_t depth_ = 0;
+    Fault fault_{};
 };
 
-OM_uint32 Parser::run() {
+template <bool Tells> inline OM_uint32 Parser<Tells>::fail(OM_uint32 status, const unsigned char *at, const char *why) {
+    if constexpr (Tells)
+        fault_ = {at, why, 0, 0};
+    return status;
+}
+
+template <bool Tells>
+inline std::nullopt_t Parser<Tells>::fail_length(const unsigned char *at, const char *why, std::size_t length) {
+    if constexpr (Tells)
+        fault_ = {at, why, length, static_cast<std::size_t>(limit_ - at_)};
+    return std::nullopt;
+}
+
+template <bool Tells> OM_uint32 Parser<Tells>::run() {
     OM_uint32 status = add(kTokenTag, true);
     if (status != GSSPASN_E_SUCCESS)
         return status;
@@ -77,60 +110,66 @@ OM_uint32 Parser::run() {
     if (status != GSSPASN_E_SUCCESS)
         return status;
     elements_[0].span = static_cast<OM_uint32>(count_);
-    return at_ == end_ ? GSSPASN_E_SUCCESS : GSSPASN_E_ENCODING;
+    return at_ == end_ ? GSSPASN_E_SUCCESS : fail(GSSPASN_E_ENCODING, at_, "more bytes follow the outer element");
 }
 
-inline OM_uint32 Parser::read_element() {
+template <bool Tells> inline OM_uint32 Parser<Tells>::read_element() {
     if (at_ == limit_)
-        return GSSPASN_E_ENCODING;
+        return fail(GSSPASN_E_ENCODING, at_, "an element should begin here");
+    const unsigned char *const begin = at_;
     const unsigned identifier = *at_++;
     if ((identifier & qxgss::kClassMask) != qxgss::kContextSpecific)
-        return GSSPASN_E_CLASS_INVALID;
+        return fail(GSSPASN_E_CLASS_INVALID, begin, "the element's class is not context-specific");
     if ((identifier & qxgss::kTagMask) > qxgss::kMaxTag)
-        return GSSPASN_E_TAG_INVALID;
+        return fail(GSSPASN_E_TAG_INVALID, begin, "the tag number is 31 or above");
     const bool constructed = (identifier & qxgss::kConstructed) != 0;
     const std::optional<std::size_t> length = read_length();
-    if (!length || (*length == kIndefinite && !constructed))
+    if (!length)
         return GSSPASN_E_ENCODING;
+    if (*length == kIndefinite && !constructed)
+        return fail(GSSPASN_E_ENCODING, begin + 1, "a primitive element has an indefinite length");
     const OM_uint32 status = add(static_cast<unsigned char>(identifier & qxgss::kTagMask), constructed);
     if (status != GSSPASN_E_SUCCESS)
-        return status;
+        return fail(status, begin, status == GSSPASN_E_STACK_FULL ? "more than 16384 elements" : "");
     ++elements_[depth_ == 0 ? 0 : open_[depth_ - 1].element].children;
     if (constructed)
-        return enter(*length);
+        return enter(*length, begin);
     elements_[count_ - 1].length = static_cast<OM_uint32>(*length);
     at_ += *length;
     return GSSPASN_E_SUCCESS;
 }
 
 // A length that fits before the limit, or kIndefinite.
-inline std::optional<std::size_t> Parser::read_length() {
+template <bool Tells> inline std::optional<std::size_t> Parser<Tells>::read_length() {
     if (at_ == limit_)
-        return std::nullopt;
+        return fail_length(at_, "a length should follow");
     const std::size_t length = *at_++;
     if (length == qxgss::kLongLength)
         return kIndefinite;
     if (length > qxgss::kLongLength)
         return read_long_length(length - qxgss::kLongLength);
     if (length > static_cast<std::size_t>(limit_ - at_))
-        return std::nullopt;
+        return fail_length(at_ - 1, "", length);
     return length;
 }
 
 // Leading zero octets are BER, if not DER.
-std::optional<std::size_t> Parser::read_long_length(std::size_t octets) {
-    if (octets == 0x7F || octets > static_cast<std::size_t>(limit_ - at_)) // X.690 8.1.3.5 c reserves 0xFF
-        return std::nullopt;
+template <bool Tells> std::optional<std::size_t> Parser<Tells>::read_long_length(std::size_t octets) {
+    const unsigned char *const begin = at_ - 1;
+    if (octets == kReserved)
+        return fail_length(begin, "a length octet has the reserved value FF");
+    if (octets > static_cast<std::size_t>(limit_ - at_))
+        return fail_length(begin, "the length has more octets than are there");
     std::size_t length = 0;
     for (; octets != 0; --octets) {
         length = length << 8 | *at_++;
         if (length > static_cast<std::size_t>(limit_ - at_)) // more octets make it no smaller: nothing overflows
-            return std::nullopt;
+            return fail_length(begin, "", length);
     }
     return length;
 }
 
-inline OM_uint32 Parser::add(unsigned char tag, bool constructed) {
+template <bool Tells> inline OM_uint32 Parser<Tells>::add(unsigned char tag, bool constructed) {
     if (count_ == capacity_) {
         if (count_ == kMaxElements)
             return GSSPASN_E_STACK_FULL;
@@ -142,7 +181,7 @@ inline OM_uint32 Parser::add(unsigned char tag, bool constructed) {
 }
 
 // The first block suits the token's length, so that a usual one needs no other; a long one may be one long text.
-bool Parser::grow() {
+template <bool Tells> bool Parser<Tells>::grow() {
     const std::size_t usual = std::min(kSmallest + static_cast<std::size_t>(end_ - at_) / kUsualBytes, kUsualMost);
     const std::size_t capacity = std::min(capacity_ == 0 ? usual : 2 * capacity_, kMaxElements);
     void *elements = std::realloc(elements_.get(), capacity * sizeof(Element));
@@ -154,9 +193,11 @@ bool Parser::grow() {
     return true;
 }
 
-inline OM_uint32 Parser::enter(std::size_t length) {
+template <bool Tells> inline OM_uint32 Parser<Tells>::enter(std::size_t length, const unsigned char *begin) {
     if (depth_ == GSSPASN_DECODE_MAX_DEPTH)
-        return GSSPASN_E_STACK_FULL;
+        return fail(GSSPASN_E_STACK_FULL, begin, "elements are nested more than 16 deep");
+    if constexpr (Tells)
+        elements_[count_ - 1].length = static_cast<OM_uint32>(length);
     const bool indefinite = length == kIndefinite;
     if (!indefinite)
         limit_ = at_ + length;
@@ -164,20 +205,61 @@ inline OM_uint32 Parser::enter(std::size_t length) {
     return GSSPASN_E_SUCCESS;
 }
 
-inline bool Parser::at_end_of_contents() const {
+template <bool Tells> inline bool Parser<Tells>::at_end_of_contents() const {
     return open_[depth_ - 1].indefinite ? at_ != limit_ && *at_ == 0 : at_ == limit_;
 }
 
-inline OM_uint32 Parser::close() {
+template <bool Tells> inline OM_uint32 Parser<Tells>::close() {
     const Open &open = open_[--depth_];
+    elements_[open.element].span = static_cast<OM_uint32>(count_) - open.element;
     if (open.indefinite) { // two zero octets, X.690 8.1.5
         if (limit_ - at_ < 2 || at_[1] != 0)
-            return GSSPASN_E_ENCODING;
+            return fail(GSSPASN_E_ENCODING, at_ + 1, "the end of an indefinite length is two zero octets");
+        if constexpr (Tells)
+            elements_[open.element].length = static_cast<OM_uint32>(at_ - elements_[open.element].contents);
         at_ += 2;
     }
     limit_ = depth_ == 0 ? end_ : open_[depth_ - 1].limit;
-    elements_[open.element].span = static_cast<OM_uint32>(count_) - open.element;
     return GSSPASN_E_SUCCESS;
+}
+
+// An element begins where the one before it ends, the first in another where the contents of that begin; between them
+// stand at most the zero octets that end indefinite lengths, with which no element begins.
+template <bool Tells> OM_uint32 Parser<Tells>::get_places(qxgss_buffer_t pPlaces) {
+    for (; depth_ != 0; --depth_)
+        elements_[open_[depth_ - 1].element].span = static_cast<OM_uint32>(count_) - open_[depth_ - 1].element;
+    if (count_ < 2)
+        return GSSPASN_E_SUCCESS;
+    auto places = qxgss::zeroed<gsspasn_place_desc>(count_ - 1);
+    if (places == nullptr)
+        return GSSPASN_E_NO_MEMORY;
+    const unsigned char *at = begin_;
+    for (std::size_t i = 1; i < count_; ++i) {
+        const Element &element = elements_[i];
+        while (*at == 0)
+            ++at;
+        const std::size_t length =
+            element.length == kOpen ? static_cast<std::size_t>(at_ - element.contents) : element.length;
+        places[i - 1] = {static_cast<std::size_t>(at - begin_),
+                         static_cast<std::size_t>(element.contents - at),
+                         length,
+                         element.tag,
+                         element.span,
+                         element.constructed ? 1 : 0};
+        at = element.contents + (element.constructed ? 0 : length);
+    }
+    *pPlaces = {(count_ - 1) * sizeof(gsspasn_place_desc), places.release()};
+    return GSSPASN_E_SUCCESS;
+}
+
+template <bool Tells> gsspasn_fault_desc Parser<Tells>::fault() const {
+    gsspasn_fault_desc fault{static_cast<std::size_t>(fault_.at - begin_), {}};
+    if (fault_.length == 0)
+        std::snprintf(fault.szWhy, sizeof fault.szWhy, "%s", fault_.why);
+    else
+        std::snprintf(fault.szWhy, sizeof fault.szWhy, "the length is %zu, and only %zu bytes follow%s", fault_.length,
+                      fault_.there, limit_ == end_ ? "" : " in the element around it");
+    return fault;
 }
 
 bool is_token(gsspasn_decoding_t handle) {
@@ -260,17 +342,21 @@ bool is_item_type(OM_uint32 ItemType) {
     return ItemType == GSSPASN_INTEGER || ItemType == GSSPASN_OCTET_STRING || ItemType == GSSPASN_OBJECT_IDENTIFIER;
 }
 
+bool is_readable(const qxgss_buffer_desc *pToken) {
+    return pToken != nullptr && (pToken->value != nullptr || pToken->length == 0);
+}
+
 } // namespace
 
 OM_uint32 gsspasn_open_decode_handle(gsspasn_decoding_t *pHandle, const qxgss_buffer_t pToken) {
     if (pHandle == nullptr)
         return GSSPASN_E_ARGUMENT;
     *pHandle = nullptr;
-    if (pToken == nullptr || (pToken->value == nullptr && pToken->length != 0))
+    if (!is_readable(pToken))
         return GSSPASN_E_ARGUMENT;
     if (pToken->length > GSSPASN_DECODE_MAX_TOKEN)
         return GSSPASN_E_ENCODING;
-    Parser parser(*pToken);
+    Parser<false> parser(*pToken);
     const OM_uint32 status = parser.run();
     if (status == GSSPASN_E_SUCCESS)
         *pHandle = parser.release();
@@ -339,4 +425,24 @@ OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle) {
     const qxgss::Heap<Element> elements(*pHandle);
     *pHandle = nullptr;
     return GSSPASN_E_SUCCESS;
+}
+
+OM_uint32 gsspasn_inspect_token(const qxgss_buffer_t pToken, qxgss_buffer_t pPlaces, gsspasn_fault_desc *pFault) {
+    if (pPlaces != nullptr)
+        *pPlaces = {};
+    if (pFault != nullptr)
+        *pFault = {};
+    if (pPlaces == nullptr || pFault == nullptr || !is_readable(pToken))
+        return GSSPASN_E_ARGUMENT;
+    if (pToken->length > GSSPASN_DECODE_MAX_TOKEN) {
+        *pFault = {GSSPASN_DECODE_MAX_TOKEN, "the token is larger than 1 MiB"};
+        return GSSPASN_E_ENCODING;
+    }
+    Parser<true> parser(*pToken);
+    const OM_uint32 status = parser.run();
+    if (status == GSSPASN_E_NO_MEMORY || parser.get_places(pPlaces) != GSSPASN_E_SUCCESS)
+        return GSSPASN_E_NO_MEMORY;
+    if (status != GSSPASN_E_SUCCESS)
+        *pFault = parser.fault();
+    return status;
 }

@@ -176,6 +176,12 @@ extern QXGSS_API qxgss_OID GSSP_C_NO_MECHANISM;
 #define QXGSS_MECH_REASON_AUTH_ID_NOT_AVAIL 8U      /* no identity could be obtained for single sign-on */
 #define QXGSS_MECH_REASON_AUTHORIZATION_REQUIRED 9U /* a user or profile is requested, and it cannot authorize */
 
+/* How a negotiation stands at one side. */
+#define QXGSS_NEG_STATE_COMPLETED 1U
+#define QXGSS_NEG_STATE_INCOMPLETE 2U
+#define QXGSS_NEG_STATE_REJECT 3U
+#define QXGSS_NEG_STATE_REQUEST_MIC 4U /* not supported anywhere */
+
 /* A mechanism as one side sees it. What it points to belongs to the context and stays until the next call on it. */
 typedef struct qxgss_negotiated_mech_struct {
     qxgss_OID pMechOid;
@@ -192,7 +198,7 @@ typedef struct qxgss_negotiated_mech_struct {
 typedef struct qxgss_negotiation_struct {
     OM_uint32 MechCount;
     OM_sint32 SelectedNumber; /* of the mechanism that the context's selection designates; -1 for none */
-    OM_uint32 NegState;       /* of this side: 1 completed, 2 incomplete, 3 reject */
+    OM_uint32 NegState;       /* of this side: QXGSS_NEG_STATE_* */
     OM_uint32 NegStateFromPeer;
     OM_uint32 IsPolicyApplied;
     int IsOffered;                /* the peer has sent an inner token for a mechanism that this side has */
@@ -267,6 +273,9 @@ typedef struct qxgss_ftn_table_desc_struct {
                                                   OM_uint32 Number, qxgss_negotiated_mech_desc *pMech);
     OM_uint32 (*ftn_gssp_inquire_negotiation)(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                                               qxgss_negotiation_desc *pNegotiation);
+    /* Why a negotiating mechanism does not negotiate the one of that index in the registry: a constant text, null when
+     * it does. Also of one whose configuration has failed. */
+    OM_uint32 (*ftn_gssp_inquire_candidate)(OM_uint32 *pMinorStatus, OM_sint32 MechIndex, const char **ppszWhyNot);
 } qxgss_ftn_table_desc;
 
 /* A mechanism that a negotiating mechanism may negotiate. */

@@ -95,6 +95,30 @@ QXGSS_API OM_uint32 gsspasn_get_decode_contents(gsspasn_decoding_t Handle, OM_ui
 /* Frees the decoder with every handle it delivered and clears the handle. A null handle is GSSPASN_E_NO_HANDLE. */
 QXGSS_API OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle);
 
+/* ---- Places, for whoever shows a token -------------------------------------------------------------------------- */
+
+typedef struct gsspasn_place_struct {
+    size_t Offset; /* of the identifier octet */
+    size_t Header; /* identifier and length octets */
+    size_t Length; /* contents octets, without those that end an indefinite length */
+    OM_uint32 Tag;
+    OM_uint32 Span; /* number of elements that it is, with all below it */
+    int IsConstructed;
+} gsspasn_place_desc;
+
+typedef struct gsspasn_fault_struct {
+    size_t Offset;   /* of the first wrong octet; the token's length when octets are missing */
+    char szWhy[128]; /* one line, empty when nothing is wrong */
+} gsspasn_fault_desc;
+
+/* Checks a token as gsspasn_open_decode_handle does, and returns the same. Also when it is refused, pPlaces gets the
+ * elements that were read, in the order in which they begin, as an array of gsspasn_place_desc (its length is in
+ * bytes; gssp_release_buffer). One that the fault lies in spans the elements that were read of it, and ends where
+ * reading did if its length is indefinite. GSSPASN_E_ARGUMENT for a null pointer and GSSPASN_E_NO_MEMORY: the outputs
+ * are then empty. */
+QXGSS_API OM_uint32 gsspasn_inspect_token(const qxgss_buffer_t pToken, qxgss_buffer_t pPlaces,
+                                          gsspasn_fault_desc *pFault);
+
 #ifdef __cplusplus
 }
 #endif

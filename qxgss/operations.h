@@ -17,7 +17,7 @@
     ROW(ARGUMENT, get_mic) ROW(ARGUMENT, verify_mic) ROW(ARGUMENT, get_client_domain_username)                         \
     ROW(ARGUMENT, qop_string_to_int) ROW(ARGUMENT, qop_int_to_string) ROW(ARGUMENT, inquire_properties_for_user)       \
     ROW(ARGUMENT, display_status) ROW(ARGUMENT, release_name) ROW(ARGUMENT, inquire_negotiated_mech)                   \
-    ROW(ARGUMENT, inquire_negotiation)
+    ROW(ARGUMENT, inquire_negotiation) ROW(ARGUMENT, inquire_candidate)
 // clang-format on
 
 #define QXGSS_DECLARE_OPERATION(PREFIX, operation)                                                                     \

@@ -41,13 +41,13 @@ template <typename Operation> OM_uint32 guarded(OM_uint32 *pMinorStatus, Operati
 
 template <typename T> T &required(T *pointer, OM_uint32 major = kInaccessibleRead) {
     if (pointer == nullptr)
-        throw OutOfOrder(major, GSSP_E_INVALID_ARGUMENT);
+        throw OutOfOrder{major, GSSP_E_INVALID_ARGUMENT};
     return *pointer;
 }
 
 session::Session &session_of(qxgss_session_t pSession) {
     if (pSession == nullptr)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     return *pSession;
 }
 
@@ -60,7 +60,7 @@ const qxgss_session_options_desc &checked(const qxgss_session_options_desc *pOpt
         return kDefaults;
     if (!is_within(pOptions->MaxMessage, 1U << 10, 1U << 24) || !is_within(pOptions->MaxRounds, 1, 1000) ||
         pOptions->LogonTime == 0)
-        throw OutOfOrder(GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT);
+        throw OutOfOrder{GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT};
     return *pOptions;
 }
 
@@ -158,7 +158,7 @@ OM_uint32 qxgss_session_inquire_verdict(OM_uint32 *pMinorStatus, qxgss_session_t
         const session::Verdict *verdict = required(pSession).verdict(Number);
         required(pVerdict, kInaccessibleWrite) = {};
         if (verdict == nullptr)
-            throw OutOfOrder(GSS_S_UNAVAILABLE, GSSP_E_NO_MECH_INDEX);
+            throw OutOfOrder{GSS_S_UNAVAILABLE, GSSP_E_NO_MECH_INDEX};
         const qxgss_buffer_desc oid = common::view(verdict->oid);
         pVerdict->Mech = {static_cast<OM_uint32>(oid.length), oid.value};
         pVerdict->MechIndex = verdict->index;

@@ -127,7 +127,7 @@ template <typename Operation> auto Session::guarded(Operation operation) {
 
 void Session::abandon(qxgss_session_failure_et kind, const char *line) {
     if (stage_ == Stage::kEnded || stage_ == Stage::kFailed)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     fail(kind, line);
     parting_.reset();
 }
@@ -136,7 +136,7 @@ void Session::abandon(qxgss_session_failure_et kind, const char *line) {
 
 bool Session::step(std::string_view input, common::Buffer &output) {
     if (stage_ == Stage::kOpen || stage_ == Stage::kEnded || stage_ == Stage::kFailed)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     received_ = Clock::now();
     guarded([&] {
         if (time_left() == 0)
@@ -216,9 +216,9 @@ std::string_view Session::contents_of(std::string_view message, MessageType want
 
 void Session::require_open() const {
     if (stage_ != Stage::kOpen)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     if (!negotiation_.is_protecting())
-        throw OutOfOrder(GSS_S_UNAVAILABLE, GSSP_E_FUNCTION_UNAVAILABLE);
+        throw OutOfOrder{GSS_S_UNAVAILABLE, GSSP_E_FUNCTION_UNAVAILABLE};
 }
 
 common::Buffer Session::wrapped(TextKind kind, std::string_view text) {
@@ -228,13 +228,13 @@ common::Buffer Session::wrapped(TextKind kind, std::string_view text) {
 common::Buffer Session::wrap(std::string_view text) {
     require_open();
     if (text.empty())
-        throw OutOfOrder(GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT);
+        throw OutOfOrder{GSS_S_FAILURE, GSSP_E_INVALID_ARGUMENT};
     return guarded([&] { return wrapped(TextKind::kText, text); });
 }
 
 common::Buffer Session::unwrap(std::string_view message) {
     if (stage_ != Stage::kOpen)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     return guarded([&] {
         if (message.size() > options_.MaxMessage)
             refuse_message("the peer sent more than a message may have");
@@ -259,7 +259,7 @@ common::Buffer Session::end() {
     if (stage_ == Stage::kFailed)
         return parting_message();
     if (stage_ != Stage::kOpen)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     return guarded([&] {
         common::Buffer message =
             negotiation_.is_protecting() ? wrapped(TextKind::kEnd, {}) : to_buffer(end_of(EndReason::kDone));
@@ -271,7 +271,7 @@ common::Buffer Session::end() {
 // What a session that has failed has left to say, once.
 common::Buffer Session::parting_message() {
     if (!parting_)
-        throw OutOfOrder();
+        throw OutOfOrder{};
     const EndReason reason = *parting_;
     parting_.reset();
     return to_buffer(end_of(reason));

@@ -240,6 +240,7 @@ void handle_oids() {
 }
 
 void parse_logons() {
+    const std::string longest = "authcid=a user=" + std::string(1024, 'u'); // read on the heap
     for (const auto &[text, flags] :
          {std::pair{"authcid=anna password=Tr0ub4dor-x3 realm=r authzid=z mech=m user=u profile=p userproperties=x",
                     QXAT_FLAG_NONE},
@@ -247,7 +248,8 @@ void parse_logons() {
           {"anna@@Tr0ub4dor-x3 user=u", QXAT_FLAG_UNESCAPE_PASSWORD},
           {"anna@R@@Tr0ub4dor-x3 profile=p", QXAT_FLAG_UNESCAPE_ALL},
           {"'anna@@Tr0ub4dor-x3' authcid=twice", QXAT_FLAG_UNESCAPE_ALL},
-          {"authcid=a password=Tr0ub4dor-x3 user=b user=c", QXAT_FLAG_NONE}}) {
+          {"authcid=a password=Tr0ub4dor-x3 user=b user=c", QXAT_FLAG_NONE},
+          {longest.c_str(), QXAT_FLAG_NONE}}) {
         char *parts[9]{};
         const OM_uint32 major = called(qxat_parse_logon, text, &parts[0], &parts[1], &parts[2], &parts[3], &parts[4],
                                        &parts[5], &parts[6], &parts[7], &parts[8], flags);

@@ -364,12 +364,15 @@ TEST(AsnDecode, HandlesAndPointers) {
         expect(GSSPASN_E_NO_HANDLE, {gsspasn_get_decode_sequence(wrong, 1, out, &count),
                                      gsspasn_get_decode_item(wrong, 1, GSSPASN_INTEGER, &count)});
     qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, empty{};
+    gsspasn_fault_desc fault{};
     expect(GSSPASN_E_ENCODING, {gsspasn_open_decode_handle(out, &empty)});
-    expect(GSSPASN_E_ARGUMENT, {gsspasn_get_top_decode_sequence(d.handle, 1, nullptr, &count),
-                                gsspasn_get_decode_sequence(children, 0, out, nullptr),
-                                gsspasn_get_decode_item(children, 1, GSSPASN_INTEGER, nullptr),
-                                gsspasn_set_decode_tagging(d.handle, 1), gsspasn_open_decode_handle(out, &no_value),
-                                gsspasn_open_decode_handle(out, nullptr), gsspasn_open_decode_handle(nullptr, &empty)});
+    expect(GSSPASN_E_ARGUMENT,
+           {gsspasn_get_top_decode_sequence(d.handle, 1, nullptr, &count),
+            gsspasn_get_decode_sequence(children, 0, out, nullptr),
+            gsspasn_get_decode_item(children, 1, GSSPASN_INTEGER, nullptr), gsspasn_set_decode_tagging(d.handle, 1),
+            gsspasn_open_decode_handle(out, &no_value), gsspasn_open_decode_handle(out, nullptr),
+            gsspasn_open_decode_handle(nullptr, &empty), gsspasn_inspect_token(nullptr, &empty, &fault),
+            gsspasn_inspect_token(&empty, nullptr, &fault), gsspasn_inspect_token(&empty, &empty, nullptr)});
     EXPECT_EQ(none, nullptr);
     expect(kOk, {gsspasn_set_decode_tagging(d.handle, GSSP_TAGGING_IMPLICIT),
                  gsspasn_get_decode_sequence(d.top(1), 0, out, &count)});

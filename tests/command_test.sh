@@ -57,10 +57,17 @@ mechanism() {
     printf '[policy.users]\nalice = ["SCRAM-SHA-1"]\ncarol = ["UNLISTED"]\n'
 } >"$QXGSS_CONF"
 
-expect 0 'nothing-in-common  -  *as expected' demo --save "$folder/saved"
+expect 0 'nothing-in-common  -  *as expected' demo --full --save "$folder/saved"
 [ "$(awk '!/^  [|]/ && length > 100' "$folder/out" | wc -l)" -eq 0 ] || fail "a line outside the logs is too wide"
 [ "$(grep -c '^  [a-z-]*  *[S-].*as expected$' "$folder/out")" -eq 7 ] || fail "not seven scenarios"
-expect 0 '^  SCRAM-SHA-256  Rejected *Rejected *rejected *Due to Policy' demo policy --brief
+also 'accept_sec_context  GSS_S_COMPLETE' '^  | *Mechanism: '
+for form in '' --brief; do
+    # shellcheck disable=SC2086 # no argument, or one
+    expect 0 '^  SCRAM-SHA-256  Rejected *Rejected *rejected *Due to Policy' demo policy $form
+    also '^Next: demo policy --full'
+    [ "$(grep -c 'expected' "$folder/out")" -eq 2 ] || fail "something is printed twice"
+    ! grep -q sec_context "$folder/out" || fail "not the brief form"
+done
 ln -s "$(dirname "$qxnego")/../lib/libgssp2qxnego.so" "$folder/lib" # without the library of its mechanisms
 expect 1 'libscram.so' demo both --library-path "$folder/lib"
 expect 2 'subcommand is required'
@@ -81,12 +88,27 @@ for delay in 0.05 0.1 0.2 0.4; do
 done
 [ -z "$(ls "$TMPDIR")" ] || fail "temporary folders are left"
 
-expect 0 '  20  qxnegolog .*negotiation log' properties "$folder/saved/both/server.properties"
-expect 0 'SCRAM-SHA-256  Rejected  GSSAPI Error' log "$folder/saved/wrong-password/server.properties"
-expect 0 'SCRAM-SHA-256  Available  Available' log "$folder/saved/wrong-password/client.log"
-head -c 200 "$folder/saved/both/server.properties" >"$folder/cut"
-expect 2 'no record begins at byte 88' properties "$folder/cut"
+# What dump shows of user properties is what the older names show: the records, then the log.
+properties="$folder/saved/wrong-password/server.properties"
+expect 0 '  20  qxnegolog .*negotiation log' properties "$properties"
+cp "$folder/out" "$folder/whole"
+expect 0 'SCRAM-SHA-256  Rejected  GSSAPI Error' log "$properties"
+cat "$folder/out" >>"$folder/whole"
+for form in cat base64 'od -An -v -tx1'; do
+    $form "$properties" >"$folder/text"
+    expect 0 '' dump "$folder/text"
+    cmp "$folder/out" "$folder/whole" || fail "$form differs"
+done
+expect 0 '"name": "qxnegolog"' dump --json "$properties"
+also '"reason": "GSSAPI Error"' '"Record 0: '
+expect 0 'SCRAM-SHA-256  Available  Available' dump "$folder/saved/wrong-password/client.log"
+expect 0 '"state": "Available"' dump --json "$folder/saved/wrong-password/client.log"
+head -c 200 "$properties" >"$folder/cut"
+for command in dump properties; do
+    expect 2 'no record begins at byte 16' $command "$folder/cut"
+done
 expect 2 'holds no negotiation log' log "$folder/saved/both/token-1-client"
+! "$qxnego" --help | grep -q '^  log' || fail "an older name is in the help"
 
 token="$folder/saved/both/token-1-client"
 expect 0 '^ *22  6e 2c 2c .* n,,n=alice,r=' dump --inner "$token"

@@ -3,7 +3,7 @@
 # then what is not reached. Usage: coverage.sh [BUILD-FOLDER]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-source .ci/packages.sh
+source .ci/setup.sh
 build=${1:-build/gcov}
 
 need_packages "${build_packages[@]}" libgtest-dev python3

@@ -85,6 +85,7 @@ TEST_F(EntryPoints, ChecksSpeakInOrder) {
     const std::pair<const char *, std::string> rows[] = {
         {"02000000/E30003F7", checked(QXNEGO_indicate_mechs, nullptr)},
         {"020D0000/E30003F7", checked(QXNEGO_inquire_names_for_mech, nullptr, nullptr)},
+        {"020D0000/E30003F7", checked(QXNEGO_inquire_candidate, 0, nullptr)},
         {"02080000/E30003FF", checked(+init, nullptr, &types[0])},
         {"020D0000/E30003FA", checked(+init, &none, nullptr)},
         {"02080000/E30003FF", checked(+accept, nullptr, &types[1])},
@@ -177,17 +178,32 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheList) {
         std::free(list.pNegMech);
         return out;
     };
+    const auto why = [](const MechInfo_t &mechanism) {
+        const char *reason = "";
+        EXPECT_EQ(QXNEGO_inquire_candidate(nullptr, static_cast<OM_sint32>(&mechanism - pMechInfo), &reason),
+                  GSS_S_COMPLETE);
+        return std::string(reason == nullptr ? "" : reason);
+    };
     for (const std::string property :
-         {"authentication = true,", "authorization = false,", "single_sign_on = true,", ", rank = 20"}) {
+         {"authentication = true,", "authorization = false,", "single_sign_on = true,", "rank = 20"}) {
         text = configuration();
-        text.erase(text.find(property, text.find("name = \"B\"")), property.size());
+        const std::size_t at = text.find(property, text.find("name = \"B\""));
+        property == "rank = 20" ? text.erase(at - 2, property.size() + 2) : text.erase(at, property.size());
         EXPECT_EQ(rest([] {}), "ACD") << property;
+        EXPECT_EQ(why(registered("A")), "");
+        EXPECT_EQ(why(registered("B")), "its property " + property.substr(0, property.find(' ')) + " is not set");
     }
-    for (char *oid : {own, stranger, malformed, static_cast<char *>(nullptr)})
+    for (char *oid : {own, stranger, malformed, static_cast<char *>(nullptr)}) {
         EXPECT_EQ(rest([&] { self->pNegMechInfo[0].pNegotiatedMech = oid; }), "CD") << (oid == nullptr ? "" : oid);
+        EXPECT_EQ(why(registered("A")), "it is not listed in QXNEGO's negotiates");
+        EXPECT_EQ(why(*self), "QXNEGO does not negotiate itself");
+    }
     EXPECT_EQ(rest([&] { self->pNegMechInfo[0].fEnabled = 0; }), "CD");
+    EXPECT_EQ(why(registered("A")), "it is disabled in QXNEGO's negotiates");
     EXPECT_EQ(rest([&] { registered("A").fUseMech = 0; }), "CD");
+    EXPECT_EQ(why(registered("A")), "it is not loaded");
     EXPECT_EQ(rest([&] { registered("A").pszMechName = name; }), "CD");
+    EXPECT_EQ(why(registered(name)), "PROXY is never negotiated");
     EXPECT_EQ(outcome(QXNEGO_INT_InitNegMechList, nullptr), "020D0000/E3000407");
 }
 

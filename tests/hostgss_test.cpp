@@ -637,7 +637,7 @@ TEST(Configure, TakesOnlyTheMechanismOutOfUseThatTheHostLacks) {
     EXPECT_EQ(set->count, 5U);
     gssp_release_oid_set(nullptr, &set);
 
-    EXPECT_EQ(refusals(table), "-rrrrrrrrrrrrrrr00rr000"); // no ticket, hence no default credential to inquire
+    EXPECT_EQ(refusals(table), "-rrrrrrrrrrrrrrr00rr0000"); // no ticket, hence no default credential to inquire
     qxgss_buffer_desc out{};
     OM_uint32 more = 7;
     ASSERT_EQ(table.ftn_gssp_display_status(nullptr, GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT, GSS_C_GSS_CODE,

@@ -39,7 +39,8 @@ found=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs qxnego
 # shellcheck disable=SC2086 # flags are words
 "$compiler" -Wall -Wextra -Werror $flags main.c -o with-pkg-config $found
 LD_LIBRARY_PATH="$libraries" ./with-pkg-config "$examples/qxgss.conf"
-cmake -S . -B out -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix" >>"$folder/log"
+cmake -S . -B out -G Ninja -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix" \
+    >>"$folder/log"
 cmake --build out >>"$folder/log"
 out/program "$examples/qxgss.conf"
 

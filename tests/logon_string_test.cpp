@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "qxat/qxatldapauthorize.h"
-#include "tests/failing_heap.h"
 #include "tests/support.h"
 
 namespace {
@@ -39,7 +38,7 @@ std::string parse(const char *input, unsigned flags = QXAT_FLAG_NONE, unsigned a
     return text;
 }
 
-constexpr const char *kMemory = "000D0000/E30003F9", *kProperty = "000D0000/E300042A";
+constexpr const char *kProperty = "000D0000/E300042A";
 
 // Flags and outputs asked for, then inputs and what they split into.
 using Splits = std::tuple<unsigned, unsigned, std::vector<std::array<const char *, 2>>>;
@@ -128,22 +127,6 @@ TEST(LogonString, RefusalsLeaveNothing) {
     for (const auto &[statuses, flags, asked, inputs] : groups)
         for (const char *input : inputs)
             EXPECT_EQ(parse(input, flags, asked), statuses) << (input == nullptr ? "none" : input) << ' ' << flags;
-    // The statuses by the first allocation that fails. A text of more than 1,023 bytes has one more, for reading.
-    const std::string longest = "user=" + std::string(1018, 'u'), longer = longest + "u";
-    const std::tuple<const char *, unsigned, std::vector<const char *>> failing_rows[] = {
-        {"joe@@pw user=u", QXAT_FLAG_UNESCAPE_PASSWORD, {kMemory, kProperty, kProperty, kMemory}},
-        {"joe@R@@pw user=u", QXAT_FLAG_UNESCAPE_ALL, {kMemory, kProperty, kProperty, kMemory}},
-        {"joe", QXAT_FLAG_UNESCAPE_ALL, {kMemory, kProperty}},
-        {",,x", 0, {"000D0000/E3000424"}},
-        {longest.c_str(), 0, {kMemory, ""}},
-        {longer.c_str(), 0, {kMemory, kMemory, ""}},
-    };
-    for (const auto &[input, flags, statuses] : failing_rows)
-        for (std::size_t n = 0; n < statuses.size(); ++n) {
-            const failing_heap::From failing(static_cast<int>(n));
-            const std::string expected = *statuses[n] != '\0' ? statuses[n] : std::string("user=[") + (input + 5) + "]";
-            EXPECT_EQ(parse(input, flags), expected) << input << ' ' << n;
-        }
 }
 
 TEST(LogonString, ComparesWithoutRegardToCase) {

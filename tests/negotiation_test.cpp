@@ -142,18 +142,6 @@ TEST_F(Negotiation, TokensAreExact) {
 
 // ---- Between the caller and the mechanisms -------------------------------------------------------------------------
 
-TEST_F(Negotiation, CallsOnACompletedContextEndEarly) {
-    script().legs[0] = 4;
-    Session session("A", "A", "authcid=anna");
-    session.run();
-    EXPECT_EQ(session.client.call(session.tokens[3]).statuses(), kDone);
-    EXPECT_EQ(session.server.call(session.tokens[2]).statuses(), kDone);
-    EXPECT_EQ(session.client.negotiation().TokenNum, 3U);
-    EXPECT_EQ(scripted::calls("init_sec_context", 'A'), 3);
-    EXPECT_EQ(scripted::calls("accept_sec_context", 'A'), 2);
-    expect_agreement(session);
-}
-
 TEST_F(Negotiation, ResultsReachTheCaller) {
     script().legs[0] = 3;
     script().at('A', kServer).source = "anna@REALM";

@@ -278,7 +278,7 @@ TEST_P(Scram, DisplaysMechanismStatusesAloneAndRefusesNothing) {
     for (const std::string &text : {shown(0x10B, own, GSS_C_MECH_CODE, 1), shown(0x10B, own, GSS_C_GSS_CODE),
                                     shown(0x1FF, own), shown(0xE1000065, own)})
         EXPECT_EQ(text, "00050000/00000102 ");
-    EXPECT_EQ(refusals(table()), "-rrrrrrrrr00000000rr000"); // no messages, and no domains
+    EXPECT_EQ(refusals(table()), "-rrrrrrrrr00000000rr0000"); // no messages, and no domains
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -106,11 +107,11 @@ inline std::string mechanism(const std::string &name, const std::string &oid, co
            (library.empty() ? "" : "library = \"" + library + "\"\n") + more;
 }
 
-inline MechInfo_t &registered(const std::string &name) {
+inline MechInfo_t &registered(std::string_view name) {
     for (OM_uint32 i = 0; i < MechCount; ++i)
         if (name == pMechInfo[i].pszMechName)
             return pMechInfo[i];
-    throw std::runtime_error("no mechanism " + name);
+    throw std::runtime_error("no mechanism " + std::string(name));
 }
 
 struct Folder {

@@ -2,7 +2,10 @@
 #ifndef QXNEGO_TOOLS_FAILURE_H
 #define QXNEGO_TOOLS_FAILURE_H
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
+#include <string>
 
 namespace tools {
 
@@ -30,6 +33,11 @@ class Failure : public std::runtime_error {
   private:
     ExitStatus status_;
 };
+
+// With the system's reason for what has just failed.
+inline Failure system_failure(const std::string &what, ExitStatus status = kExitFailure, int reason = errno) {
+    return Failure(what + ": " + std::strerror(reason), status);
+}
 
 } // namespace tools
 

@@ -2,8 +2,6 @@
 #include "tools/files.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -23,13 +21,15 @@ namespace {
 
 constexpr char kMechanismLibrary[] = "libgssp2qxnego.so";
 
-std::string reason() {
-    return std::strerror(errno);
-}
-
 // The folder of this executable.
 fs::path here() {
     return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
+// Where the configuration is, of a command that is installed here: that of one under /usr is in /etc.
+fs::path installed_configuration() {
+    const std::string file = fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION);
+    return file.starts_with("/usr/etc/") ? file.substr(std::strlen("/usr")) : file;
 }
 
 Bytes read_stream(std::istream &in) {
@@ -45,12 +45,8 @@ Bytes read_file(const std::string &path) {
         throw Failure(path + ": is a directory", kExitUsage);
     std::ifstream in(path, std::ios::binary);
     if (!in)
-        throw Failure(path + ": " + reason(), kExitUsage);
+        throw system_failure(path, kExitUsage);
     return read_stream(in);
-}
-
-void write_file(const fs::path &path, ByteView bytes) {
-    write_file(path, as_text(bytes));
 }
 
 void write_file(const fs::path &path, std::string_view text) {
@@ -61,20 +57,20 @@ void write_file(const fs::path &path, std::string_view text) {
         text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
     }
     if (written < 0)
-        throw Failure(path.string() + ": " + reason());
+        throw system_failure(path.string());
 }
 
 Descriptor open_input(const std::string &path) {
     Descriptor input(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (input.get() < 0)
-        throw Failure(path + ": " + reason(), kExitUsage);
+        throw system_failure(path, kExitUsage);
     return input;
 }
 
 TemporaryFolder::TemporaryFolder() {
     std::string name = (fs::temp_directory_path() / "qxnego-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
-        throw Failure(name + ": " + reason());
+        throw system_failure(name);
     path_ = name;
 }
 
@@ -96,7 +92,7 @@ fs::path library_folder(const std::string &given) {
 }
 
 fs::path configuration_file(const std::string &given) {
-    fs::path file = given.empty() ? fs::weakly_canonical(here() / QXNEGO_INSTALLED_CONFIGURATION) : fs::path(given);
+    fs::path file = given.empty() ? installed_configuration() : fs::path(given);
     if (!fs::exists(file))
         throw Failure(file.string() + ": there is no such file" + (given.empty() ? "; name one with --config" : ""),
                       kExitUsage);

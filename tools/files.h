@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "tools/bytes.h"
-#include "tools/connection/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace tools {
 
@@ -16,7 +16,6 @@ Bytes read_file(const std::string &path);
 Descriptor open_input(const std::string &path);
 
 // Makes or replaces the file, which only this user can read. Throws Failure.
-void write_file(const std::filesystem::path &path, ByteView bytes);
 void write_file(const std::filesystem::path &path, std::string_view text);
 
 // A new folder that only this user can enter; removed with everything in it when the object goes.

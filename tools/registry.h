@@ -1,4 +1,4 @@
-// The framework configured from a file, for commands that ask about the configuration and do not need QXNEGO in use.
+// The framework configured from a file, and what its registry says of the mechanisms.
 #ifndef QXNEGO_TOOLS_REGISTRY_H
 #define QXNEGO_TOOLS_REGISTRY_H
 
@@ -6,13 +6,9 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "qxgss/gssp.h"
-#include "tools/bytes.h"
-
-namespace CLI {
-class App;
-}
 
 namespace tools {
 
@@ -38,25 +34,21 @@ class Registry {
     const MechInfo_t *find(const std::string &name_or_oid) const;
 
     // QXNEGO's entry; null when the file has none.
-    const MechInfo_t *qxnego() const;
+    const MechInfo_t *qxnego() const { return find("QXNEGO"); }
 
-    // Why QXNEGO does not negotiate a mechanism; nothing when it does.
-    std::optional<std::string> why_not_negotiable(const MechInfo_t &mechanism) const;
+    // Why QXNEGO does not negotiate a mechanism; empty when it does.
+    std::string why_not_negotiable(const MechInfo_t &mechanism) const;
 
   private:
     std::vector<std::string> messages_;
 };
 
-inline ByteView der_of(const MechInfo_t &mechanism) {
-    return {static_cast<const unsigned char *>(mechanism.pMechOid->elements), mechanism.pMechOid->length};
-}
+// The mechanism's name in the registry; of one that only the peer has its well-known name, or its OID.
+std::string name_of(const qxgss_OID_desc &mechanism);
 
 // The value of a property; nothing when it is not set.
 std::optional<bool> boolean_property(const MechInfo_t &mechanism, OM_uint32 property);
 std::optional<int> integer_property(const MechInfo_t &mechanism, OM_uint32 property);
-
-// The option --config FILE, also taken from the environment variable QXGSS_CONF.
-void add_configuration_option(CLI::App &command, std::string &file);
 
 } // namespace tools
 

@@ -1,17 +1,13 @@
 // qxnego connect HOST:PORT: logs on to a qxnego serve, sends messages and shows the echo. Its exit status tells the
 // class of a failure.
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <iostream>
 
-#include <CLI/CLI.hpp>
 #include <poll.h>
 #include <unistd.h>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/conversation.h"
-#include "tools/connection/options.h"
 #include "tools/connection/secret.h"
 #include "tools/files.h"
 #include "tools/show/story.h"
@@ -20,23 +16,9 @@ namespace tools {
 
 namespace {
 
-constexpr std::size_t kMessageSize = std::size_t{16} * 1024;
-
-struct Options : ConnectionOptions {
-    std::string address;
-    std::string overwritten; // the logon string, which has been taken out of the arguments
-    std::string logon_file;
-    std::string target;
-    std::string file = "-";
-    std::uint64_t bench = 0;
-    std::size_t size = 1024;
-    bool delegate = false;
-    bool no_messages = false;
-};
-
 class Client {
   public:
-    Client(const Options &options, Secret &logon, const Descriptor &input)
+    Client(const ConnectOptions &options, Secret &logon, const Descriptor &input)
         : options_(options), logon_(logon), input_(input) {}
 
     // Throws Failure; the story is told either way.
@@ -50,15 +32,11 @@ class Client {
     void send_for_echo(Conversation &conversation, std::string_view text);
     std::string read_message(std::size_t largest) const;
 
-    const Options &options_;
+    const ConnectOptions &options_;
     Secret &logon_;
     const Descriptor &input_;
     Story story_;
 };
-
-double seconds_since(Clock::time_point moment) {
-    return std::chrono::duration<double>(Clock::now() - moment).count();
-}
 
 void Client::log_on(Conversation &conversation) {
     const OM_uint32 flags = GSS_C_MUTUAL_FLAG | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG | GSS_C_CONF_FLAG |
@@ -75,7 +53,7 @@ std::string Client::read_message(std::size_t largest) const {
     wait_for(input_, POLLIN, Clock::time_point::max());
     const ssize_t got = read(input_.get(), text.data(), text.size());
     if (got < 0)
-        throw Failure(std::string("reading the messages: ") + std::strerror(errno), kExitUsage);
+        throw system_failure("reading the messages", kExitUsage);
     text.resize(static_cast<std::size_t>(got));
     return text;
 }
@@ -89,7 +67,7 @@ void Client::send_for_echo(Conversation &conversation, std::string_view text) {
 }
 
 void Client::send_input(Conversation &conversation) {
-    const std::size_t largest = std::min<std::size_t>(kMessageSize, options_.session.MaxMessage / 2);
+    const std::size_t largest = std::min<std::size_t>(kLargestMessage, options_.session.MaxMessage / 2);
     for (std::string text; !(text = read_message(largest)).empty();) {
         send_for_echo(conversation, text);
         if (!options_.json)
@@ -127,7 +105,7 @@ void Client::run() {
         story_.seconds = seconds_since(start);
         conversation->tell(story_, nullptr);
         if (!options_.json)
-            print(std::cerr, options_, story_);
+            print(std::cerr, story_, options_);
         exchange_messages(*conversation);
         conversation->end();
     } catch (const Failure &failure) {
@@ -146,8 +124,10 @@ void print_rate(const Story &story) {
               << " a second, there and back\n";
 }
 
+} // namespace
+
 // A failure is told by the caller, once; the table and the JSON line come before it.
-void run_connect(const Options &options, Secret &logon) {
+void run_connect(const ConnectOptions &options, Secret &logon) {
     const Descriptor input = open_input(options.file);
     if (!options.logon_file.empty())
         logon.take_line(options.logon_file);
@@ -167,35 +147,6 @@ void run_connect(const Options &options, Secret &logon) {
         print_json(std::cout, client.story());
     else if (options.bench != 0)
         print_rate(client.story());
-}
-
-} // namespace
-
-void add_connect(CLI::App &program, Secret &logon) {
-    CLI::App *command = program.add_subcommand("connect", "Log on to a qxnego serve and send it messages");
-    auto options = std::make_shared<Options>();
-    command->add_option("ADDRESS", options->address, "Where it listens")->type_name("HOST:PORT")->required();
-    auto *text = command->add_option(kLogonOption, options->overwritten,
-                                     "Logon string, which others may see before it is overwritten; better in a file. "
-                                     "Without one the credentials that are there are used");
-    command->add_option("--logon-file", options->logon_file, "File whose first line is the logon string")
-        ->type_name("FILE")
-        ->excludes(text);
-    command->add_option("--target", options->target, "The service (default: host@HOST)")->type_name("SERVICE@HOST");
-    command->add_flag("--delegate", options->delegate, "Delegate the credential to the server");
-    auto *file =
-        command->add_option("--file", options->file, "What to send (default: the standard input)")->type_name("FILE");
-    auto *bench = command->add_option("--bench", options->bench, "Send this many messages and report the rate")
-                      ->type_name("N")
-                      ->check(CLI::PositiveNumber)
-                      ->excludes(file);
-    command->add_option("--size", options->size, "Size of such a message")
-        ->type_name("BYTES")
-        ->needs(bench)
-        ->check(CLI::Range(std::size_t{1}, kMessageSize));
-    command->add_flag("--no-messages", options->no_messages, "Only log on")->excludes(bench)->excludes(file);
-    add_connection_options(*command, *options);
-    command->callback([options, &logon] { run_connect(*options, logon); });
 }
 
 } // namespace tools

@@ -2,41 +2,29 @@
 // a configuration file of its own in a private folder; what they did and learned comes back over pipes.
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <poll.h>
 
 #include "qxgss/qxgss.h"
-#include "tools/codes.h"
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
+#include "tools/commands/scenarios.h"
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"
 #include "tools/connection/worker.h"
-#include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/negotiation_log.h"
-#include "tools/registry.h"
-#include "tools/scenarios.h"
+#include "tools/show/codes.h"
+#include "tools/show/log.h"
 #include "tools/show/story.h"
-#include "tools/table.h"
-#include "tools/tokens.h"
-#include "tools/user_properties.h"
+#include "tools/show/table.h"
+#include "tools/show/user_properties.h"
+#include "tools/token/tree.h"
 
 namespace tools {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-struct Options {
-    std::string scenario; // empty: all of them
-    std::string save;     // folder; empty: nothing is saved
-    std::string library_path;
-    bool list = false;
-    bool brief = false;
-};
 
 // One side, with what it holds once its story is told.
 struct Side {
@@ -53,20 +41,6 @@ struct Outcome {
 };
 
 // ---- Running -------------------------------------------------------------------------------------------------------
-
-std::vector<MechanismSetup> with_verifiers(std::vector<MechanismSetup> mechanisms, const fs::path &verifiers) {
-    for (MechanismSetup &mechanism : mechanisms)
-        mechanism.settings.emplace_back("verifiers_file", verifiers.string());
-    return mechanisms;
-}
-
-void write_configurations(const Scenario &scenario, const fs::path &folder, const fs::path &libraries) {
-    const fs::path verifiers = folder / "verifiers";
-    write_file(verifiers, verifiers_text());
-    write_file(folder / "client.conf", configuration_text({libraries.string(), scenario.client, {}}));
-    write_file(folder / "server.conf",
-               configuration_text({libraries.string(), with_verifiers(scenario.server, verifiers), scenario.policy}));
-}
 
 // What a side does in its process, and tells of it.
 template <typename Run>
@@ -85,8 +59,7 @@ std::string side(OM_uint32 role, const fs::path &configuration, Descriptor end, 
     } catch (const Failure &failure) {
         story.failure = failure.what();
     }
-    const Bytes told = encode(story);
-    return std::string(told.begin(), told.end());
+    return std::string(as_text(encode(story)));
 }
 
 Side told(const char *name, Worker &worker) {
@@ -96,8 +69,7 @@ Side told(const char *name, Worker &worker) {
     while (poll(&place, 1, -1) < 0 || worker.read_some());
     if (worker.has_crashed())
         throw Failure(worker.result());
-    const std::string &result = worker.result();
-    Side side{name, decode_story({reinterpret_cast<const unsigned char *>(result.data()), result.size()}), {}};
+    Side side{name, decode_story(as_bytes(worker.result())), {}};
     side.properties = read_properties(side.story.properties);
     return side;
 }
@@ -120,7 +92,7 @@ Outcome run(const Scenario &scenario, const fs::path &libraries) {
     client_end.close();
     server_end.close();
     Outcome out{told("client", client), told("server", server), {}, {}};
-    out.verdicts = join(own_views(out.client.story), own_views(out.server.story));
+    out.verdicts = join(out.client.story.verdicts, out.server.story.verdicts);
     out.differences = differences(scenario.expected, out.client.story, out.server.story, out.verdicts);
     return out;
 }
@@ -155,10 +127,10 @@ void show_setting(const Scenario &scenario) {
               << "  client has  " << names_of(scenario.client) << '\n'
               << "  server has  " << names_of(scenario.server) << '\n'
               << "  logon       " << scenario.public_logon() << '\n';
-    for (const UserPolicy &row : scenario.policy)
-        for (const std::string &mechanism : row.mechanisms)
-            std::cout << "  policy      " << row.user << " may use " << mechanism << '\n';
-    std::cout << "  expected    " << scenario.expected.sentence << "\n\n";
+    if (!scenario.allowed.empty())
+        std::cout << "  policy      " << scenario.user() << " may use " << scenario.allowed << '\n';
+    std::cout << "  expected    " << scenario.expected.sentence << "\n\n"
+              << std::flush; // or the two processes would print it again
 }
 
 // A text that is too long for its column stands below the call.
@@ -170,9 +142,11 @@ void add_call(Table &table, const std::string &side, const Call &call) {
     for (std::string line; std::getline(lines, line);)
         for (const std::string &piece : wrap(printable(line), kBelow))
             table.add_line("        " + piece);
-    if (!call.token.empty())
-        table.add_line("        -> " + outer_form(call.token) + " token, " + std::to_string(call.token.size()) +
-                       " bytes");
+    if (call.token.empty())
+        return;
+    const std::string form = read_token(call.token).form;
+    table.add_line("        -> " + (form.empty() ? "malformed" : form) + " token, " +
+                   std::to_string(call.token.size()) + " bytes");
 }
 
 void show_calls(const Outcome &outcome) {
@@ -197,17 +171,23 @@ void show_ends(const Outcome &outcome) {
     table.print(std::cout);
 }
 
-void show(const Scenario &scenario, const Outcome &outcome, bool brief) {
-    show_calls(outcome);
-    show_ends(outcome);
-    if (!brief && !outcome.server.properties.log.empty()) {
+void show_server(const UserProperties &properties) {
+    if (!properties.log.empty()) {
         std::cout << "\nThe server's negotiation log:\n";
-        print_log(std::cout, outcome.server.properties.log);
+        print_log(std::cout, properties.log);
     }
-    if (!outcome.server.properties.records.empty()) {
+    if (!properties.records.empty()) {
         std::cout << "\nThe server's user properties:\n\n";
-        print_properties(std::cout, outcome.server.properties);
+        print_properties(std::cout, properties);
     }
+}
+
+void show(const Scenario &scenario, const Outcome &outcome, bool full) {
+    if (full)
+        show_calls(outcome);
+    show_ends(outcome);
+    if (full)
+        show_server(outcome.server.properties);
     if (!outcome.verdicts.empty()) {
         std::cout << "\nThe mechanisms:\n\n";
         print_verdicts(std::cout, outcome.verdicts);
@@ -229,9 +209,9 @@ void save(const Scenario &scenario, const Outcome &outcome, const fs::path &root
     int number = 0;
     for (const auto &[side, call] : in_order(outcome))
         if (!call->token.empty())
-            write_file(folder / ("token-" + std::to_string(++number) + '-' + side), call->token);
+            write_file(folder / ("token-" + std::to_string(++number) + '-' + side), as_text(call->token));
     for (const Side *side : {&outcome.client, &outcome.server}) {
-        write_file(folder / (std::string(side->name) + ".properties"), side->story.properties);
+        write_file(folder / (std::string(side->name) + ".properties"), as_text(side->story.properties));
         write_file(folder / (std::string(side->name) + ".log"), side->properties.log);
     }
     std::cout << "Saved in " << folder.string() << "\n\n";
@@ -246,7 +226,22 @@ void list_scenarios() {
     table.print(std::cout);
 }
 
-void run_demo(const Options &options) {
+void show_next(const DemoOptions &options) {
+    std::cout << (options.scenario.empty() ? "\n" : "") << "Next: demo "
+              << (options.scenario.empty() ? "policy" : options.scenario)
+              << " --full shows every call, token and log; docs/reading-a-log.md explains the reasons\n";
+}
+
+} // namespace
+
+std::vector<std::string> scenario_names() {
+    std::vector<std::string> names;
+    for (const Scenario &scenario : scenarios())
+        names.push_back(scenario.name);
+    return names;
+}
+
+void run_demo(const DemoOptions &options) {
     if (options.list)
         return list_scenarios();
     const fs::path libraries = library_folder(options.library_path);
@@ -257,7 +252,7 @@ void run_demo(const Options &options) {
             continue;
         show_setting(scenario);
         const Outcome outcome = run(scenario, libraries);
-        show(scenario, outcome, options.brief);
+        show(scenario, outcome, options.full);
         if (!options.save.empty())
             save(scenario, outcome, options.save);
         const std::string &selected = outcome.server.story.mechanism;
@@ -267,32 +262,10 @@ void run_demo(const Options &options) {
     }
     if (options.scenario.empty())
         summary.print(std::cout);
+    if (!options.full)
+        show_next(options);
     if (!all_well)
         throw Failure("a scenario did not end as it should");
-}
-
-std::vector<std::string> scenario_names() {
-    std::vector<std::string> names;
-    for (const Scenario &scenario : scenarios())
-        names.push_back(scenario.name);
-    return names;
-}
-
-} // namespace
-
-void add_demo(CLI::App &program) {
-    CLI::App *command = program.add_subcommand("demo", "Watch a client and a server negotiate, in several scenarios");
-    auto options = std::make_shared<Options>();
-    command->add_option("SCENARIO", options->scenario, "The one to run; all of them without it")
-        ->check(CLI::IsMember(scenario_names()));
-    command->add_flag("--list", options->list, "List the scenarios");
-    command->add_flag("--brief", options->brief, "Leave out the negotiation logs");
-    command->add_option("--save", options->save, "Write tokens, logs and user properties into this folder")
-        ->type_name("DIR");
-    command->add_option("--library-path", options->library_path, "Folder of the mechanisms' libraries")
-        ->type_name("DIR")
-        ->envname("QXNEGO_LIBRARY_PATH");
-    command->callback([options] { run_demo(*options); });
 }
 
 } // namespace tools

@@ -1,39 +1,34 @@
-// qxnego dump [FILE]: a negotiation token as a tree, or the first byte that is wrong in it.
+// qxnego dump [FILE]: a negotiation token as a tree and the first byte that is wrong in it, a rendered negotiation log,
+// or user properties; and the older names for the latter two.
 //
 // Inner tokens may hold secrets, so their contents are shown only when that is asked for.
 #include <iomanip>
 #include <iostream>
-#include <memory>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/codes.h"
-#include "tools/commands.h"
+#include "gssp2qxnego/token_format.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
-#include "tools/table.h"
-#include "tools/token_file.h"
-#include "tools/token_tree.h"
+#include "tools/show/codes.h"
+#include "tools/show/log.h"
+#include "tools/show/story.h"
+#include "tools/show/table.h"
+#include "tools/show/user_properties.h"
+#include "tools/token/file.h"
+#include "tools/token/tree.h"
 
 namespace tools {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-struct Options {
-    std::string file = "-";
-    bool inner = false;
-    bool json = false;
-};
-
 bool is_inner_token(const Element &element) {
-    return element.name == "inner token";
+    return element.name == qxnego::token::mech::kInnerToken.name;
 }
 
 ByteView contents_of(const Element &element, ByteView token) {
-    return token.subspan(element.contents(), element.length);
+    return token.subspan(element.contents(), element.place.Length);
 }
 
 std::string at_right(std::size_t number) {
@@ -58,8 +53,8 @@ void add_contents(Table &table, ByteView bytes, std::size_t offset) {
 
 void add_element(Table &table, const Element &element, ByteView token, bool inner, std::size_t depth) {
     const std::string name = element.name.empty() ? "(not read)" : element.name;
-    table.add({at_right(element.offset), at_right(element.header + element.length),
-               std::string(2 * depth, ' ') + '[' + std::to_string(element.tag) + "] " + name, element.value});
+    table.add({at_right(element.place.Offset), at_right(element.place.Header + element.place.Length),
+               std::string(2 * depth, ' ') + '[' + std::to_string(element.place.Tag) + "] " + name, element.value});
     if (inner && is_inner_token(element))
         add_contents(table, contents_of(element, token), element.contents());
     for (const Element &child : element.children)
@@ -94,16 +89,16 @@ void print_text(const TokenTree &tree, ByteView token, bool inner) {
         return;
     std::cout << "\nByte " << tree.fault->offset << " is wrong: " << tree.fault->why << '\n'
               << "  " << surroundings(token, tree.fault->offset) << '\n'
-              << "  " << code_text(tree.fault->status) << ' ' << minor_text({}, nullptr, tree.fault->status) << '\n';
+              << "  " << code_text(tree.fault->status) << ' ' << minor_text(tree.fault->status) << '\n';
 }
 
 // ---- JSON ----------------------------------------------------------------------------------------------------------
 
 Json json_of(const Element &element, ByteView token, bool inner) {
-    Json out = {{"offset", element.offset},
-                {"header", element.header},
-                {"length", element.length},
-                {"tag", element.tag},
+    Json out = {{"offset", element.place.Offset},
+                {"header", element.place.Header},
+                {"length", element.place.Length},
+                {"tag", element.place.Tag},
                 {"name", nullptr}};
     if (!element.name.empty())
         out["name"] = element.name;
@@ -126,28 +121,90 @@ void print_json(const TokenTree &tree, ByteView token, bool inner) {
         out["fault"] = {{"offset", tree.fault->offset},
                         {"why", tree.fault->why},
                         {"status", code_text(tree.fault->status)},
-                        {"text", minor_text({}, nullptr, tree.fault->status)}};
+                        {"text", minor_text(tree.fault->status)}};
     std::cout << out.dump(2) << '\n';
 }
 
-void run_dump(const Options &options) {
-    const Bytes token = read_token_file(options.file);
+void show_token(ByteView token, const DumpOptions &options) {
     const TokenTree tree = read_token(token);
     options.json ? print_json(tree, token, options.inner) : print_text(tree, token, options.inner);
     if (tree.fault)
         throw Failure("the token is wrong at byte " + std::to_string(tree.fault->offset));
 }
 
+// ---- Logs and user properties --------------------------------------------------------------------------------------
+
+Json json_of_log(std::string_view log) {
+    Json mechanisms = Json::array();
+    for (const LogRecord &record : last_records(log))
+        mechanisms.push_back({{"mechanism", printable(record.mechanism)},
+                              {"state", printable(record.state)},
+                              {"reason", printable(record.reason)},
+                              {"status_text", printable(record.status_text)}});
+    return {{"mechanisms", mechanisms}, {"log", lines_of(log)}};
+}
+
+Json json_of_properties(const UserProperties &properties) {
+    Json records = Json::array();
+    for (const Property &record : properties.records)
+        records.push_back(
+            {{"id", record.id}, {"name", record.name}, {"length", record.length}, {"value", record.value}});
+    Json out = {{"records", records}};
+    if (!properties.log.empty())
+        out.update(json_of_log(properties.log));
+    return out;
+}
+
+void show_log(std::string_view log) {
+    print_log(std::cout, log);
+    print_records(std::cout, last_records(log));
+}
+
+void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {
+    if (properties.records.empty() || properties.end != buffer.size())
+        throw Failure(file + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
+}
+
+void show_properties(ByteView buffer, const DumpOptions &options) {
+    const UserProperties properties = read_properties(buffer);
+    if (options.json) {
+        std::cout << json_of_properties(properties).dump(2) << '\n';
+    } else {
+        print_properties(std::cout, properties);
+        if (!properties.log.empty())
+            show_log(properties.log);
+    }
+    require_whole(properties, buffer, options.file);
+}
+
 } // namespace
 
-void add_dump(CLI::App &program) {
-    CLI::App *command = program.add_subcommand("dump", "Show a negotiation token, and what is wrong in it");
-    auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file,
-                        "The token: binary, hexadecimal or base64; without it, or as -, standard input");
-    command->add_flag("--inner", options->inner, "Show the contents of inner tokens too, which may be secret");
-    command->add_flag("--json", options->json, "As JSON");
-    command->callback([options] { run_dump(*options); });
+void run_dump(const DumpOptions &options) {
+    const Bytes content = read_dumped_file(options.file);
+    if (is_user_properties(content))
+        return show_properties(content, options);
+    if (!is_negotiation_log(as_text(content)))
+        return show_token(content, options);
+    if (options.json)
+        std::cout << json_of_log(as_text(content)).dump(2) << '\n';
+    else
+        show_log(as_text(content));
+}
+
+void run_log(const std::string &file) {
+    const Bytes content = read_dumped_file(file);
+    const std::string inside = read_properties(content).log;
+    if (!is_negotiation_log(as_text(content)) && inside.empty())
+        throw Failure(file + ": holds no negotiation log", kExitUsage);
+    show_log(inside.empty() ? as_text(content) : inside);
+}
+
+void run_properties(const std::string &file) {
+    const Bytes content = read_dumped_file(file);
+    const UserProperties properties = read_properties(content);
+    if (!properties.records.empty())
+        print_properties(std::cout, properties);
+    require_whole(properties, content, file);
 }
 
 } // namespace tools

@@ -1,26 +1,17 @@
 // qxnego mechs: what each mechanism of a configuration file is, and why it is not loaded or not negotiated.
 #include <iostream>
-#include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/files.h"
 #include "tools/registry.h"
-#include "tools/table.h"
+#include "tools/show/story.h"
+#include "tools/show/table.h"
 
 namespace tools {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-struct Options {
-    std::string configuration;
-    bool client = false;
-    bool json = false;
-};
 
 struct Property {
     const char *name;
@@ -44,15 +35,15 @@ Json describe(const Registry &registry, const MechInfo_t &mechanism) {
             properties[property.name] = *value;
     if (const std::optional<int> rank = integer_property(mechanism, GSSP_PROPERTY_RANK))
         properties["rank"] = *rank;
-    const std::optional<std::string> why_not = registry.why_not_negotiable(mechanism);
+    const std::string why_not = registry.why_not_negotiable(mechanism);
     return {{"name", printable(mechanism.pszMechName)},
             {"oid", mechanism.pszMechOid},
             {"properties", properties},
             {"library", or_null(mechanism.pszLibrary)},
             {"loaded", mechanism.fUseMech != GSSP_MECH_UNUSED},
             {"why_not_loaded", or_null(mechanism.pszMessage)},
-            {"negotiable", !why_not},
-            {"why_not_negotiable", why_not ? Json(*why_not) : Json()}};
+            {"negotiable", why_not.empty()},
+            {"why_not_negotiable", why_not.empty() ? Json() : Json(printable(why_not))}};
 }
 
 // What QXNEGO would negotiate and the file does not define.
@@ -89,7 +80,9 @@ void add_mechanism(Table &table, const Json &mechanism) {
         table.add_line("    not negotiable: " + mechanism["why_not_negotiable"].get<std::string>());
 }
 
-void run_mechs(const Options &options) {
+} // namespace
+
+void run_mechs(const MechsOptions &options) {
     const std::filesystem::path file = configuration_file(options.configuration);
     const Registry registry(options.client ? QXGSS_CLIENT : QXGSS_SERVER, file);
     Json all = Json::array();
@@ -106,17 +99,6 @@ void run_mechs(const Options &options) {
     for (const std::string &oid : undefined(registry))
         table.add_line(oid + " is listed in QXNEGO's negotiates, and the file does not define it");
     table.print(std::cout);
-}
-
-} // namespace
-
-void add_mechs(CLI::App &program) {
-    CLI::App *command = program.add_subcommand("mechs", "Show the configured mechanisms, and why one is not in use");
-    auto options = std::make_shared<Options>();
-    add_configuration_option(*command, options->configuration);
-    command->add_flag("--client", options->client, "Configure them as for a client, not a server");
-    command->add_flag("--json", options->json, "As JSON");
-    command->callback([options] { run_mechs(*options); });
 }
 
 } // namespace tools

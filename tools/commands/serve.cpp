@@ -6,38 +6,26 @@
 #include <list>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tools/commands.h"
-#include "tools/connection/admission.h"
+#include "tools/commands/commands.h"
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"
-#include "tools/connection/options.h"
 #include "tools/connection/output.h"
 #include "tools/connection/worker.h"
+#include "tools/show/story.h"
 
 namespace tools {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using namespace std::chrono_literals;
 
 constexpr auto kBetweenCounts = 10s; // of what was refused or dropped
 constexpr auto kToEnd = 1s;          // for the connections that a signal ends, and again for the output
-
-struct Options : ConnectionOptions {
-    std::vector<std::string> addresses{"localhost:10442"};
-    AdmissionLimits limits;
-};
-
-double seconds_since(Clock::time_point moment) {
-    return std::chrono::duration<double>(Clock::now() - moment).count();
-}
 
 // ---- One connection, in its process --------------------------------------------------------------------------------
 
@@ -52,7 +40,7 @@ void echo(Conversation &conversation, Story &story) {
 }
 
 // Its result begins with an octet that says whether somebody has failed to log on; then comes what is to be printed.
-std::string converse(Descriptor socket, const Options &options, Clock::duration pause) {
+std::string converse(Descriptor socket, const ServeOptions &options, Clock::duration pause) {
     Story story;
     story.peer = peer_address(socket);
     const Clock::time_point start = Clock::now();
@@ -68,16 +56,16 @@ std::string converse(Descriptor socket, const Options &options, Clock::duration 
         conversation.tell(story, &failure);
     }
     std::ostringstream out;
-    print(out, options, story);
+    print(out, story, options);
     const bool has_failed = story.is_attempt && story.messages == 0 && story.status != kExitSuccess;
-    return (has_failed ? "1" : "0") + out.str();
+    return std::string(1, has_failed ? '1' : '0') + out.str();
 }
 
 // ---- All of them ---------------------------------------------------------------------------------------------------
 
 class Server {
   public:
-    Server(const Options &options, std::vector<Descriptor> sockets)
+    Server(const ServeOptions &options, std::vector<Descriptor> sockets)
         : options_(options), sockets_(std::move(sockets)), admission_(options.limits) {}
 
     // What the framework had to say.
@@ -102,7 +90,7 @@ class Server {
     void end();
     void say(const Json &event, const std::string &line);
 
-    const Options &options_;
+    const ServeOptions &options_;
     std::vector<Descriptor> sockets_;
     std::list<Client> clients_;
     Admission admission_;
@@ -111,7 +99,7 @@ class Server {
 };
 
 void Server::say(const Json &event, const std::string &line) {
-    output_.add((options_.json ? event.dump(-1, ' ', false, Json::error_handler_t::replace) : line) + '\n');
+    output_.add(options_.json ? line_of(event) : line + '\n');
 }
 
 void Server::announce(const std::vector<std::string> &notices) {
@@ -166,7 +154,7 @@ void Server::finish(Client &client) {
     story.status = kExitFailure;
     story.failure = client.worker.has_crashed() ? result : "its process ended without a word";
     std::ostringstream out;
-    print(out, options_, story);
+    print(out, story, options_);
     output_.add(out.str());
 }
 
@@ -249,7 +237,9 @@ void Server::run() {
         throw Failure("the output cannot be written");
 }
 
-void run_serve(const Options &options) {
+} // namespace
+
+void run_serve(const ServeOptions &options) {
     const std::unique_ptr<Registry> registry = configure(QXGSS_SERVER, options);
     std::vector<Descriptor> sockets;
     for (const std::string &address : options.addresses)
@@ -259,31 +249,6 @@ void run_serve(const Options &options) {
     Server server(options, std::move(sockets));
     server.announce(registry->messages());
     server.run();
-}
-
-} // namespace
-
-void add_serve(CLI::App &program) {
-    CLI::App *command = program.add_subcommand("serve", "Accept clients over TCP and send their messages back");
-    auto options = std::make_shared<Options>();
-    command->add_option("--listen", options->addresses, "Where to listen; port 0 for a free one (can be repeated)")
-        ->type_name("HOST:PORT")
-        ->capture_default_str();
-    const auto add_limit = [&](const char *name, unsigned &limit, const char *text) {
-        command->add_option(name, limit, text)->check(CLI::Range(1U, 10'000U))->capture_default_str();
-    };
-    add_limit("--max-clients", options->limits.clients, "Most clients at a time");
-    add_limit("--max-address", options->limits.clients_of_address, "Most clients of one address at a time");
-    add_limit("--max-failures", options->limits.failures_a_minute,
-              "Failed logons a minute after which an address is served more slowly");
-    add_connection_options(*command, *options);
-    command
-        ->add_option("--refusal-time", options->session.RefusalTime,
-                     "How long after a client's last token a refusal is sent")
-        ->type_name("MILLISECONDS")
-        ->check(CLI::Range(0U, 60'000U))
-        ->capture_default_str();
-    command->callback([options] { run_serve(*options); });
 }
 
 } // namespace tools

@@ -2,32 +2,22 @@
 // statuses follow no common layout, so that only the mechanism can tell them.
 #include <charconv>
 #include <iostream>
-#include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/codes.h"
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/registry.h"
+#include "tools/show/codes.h"
+#include "tools/show/story.h"
 
 namespace tools {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr OM_uint32 kMinorMark = 1U << 29; // set in every minor status of the layout, in no major one
 constexpr const char *kSeverities[] = {"success", "reserved", "warning", "error"};
-
-struct Options {
-    std::vector<std::string> codes;
-    std::string mechanism;
-    std::string configuration;
-    bool json = false;
-};
 
 // Hexadecimal with 0x in front, with a letter, or of eight digits as logs have it; otherwise decimal.
 OM_uint32 parse_code(const std::string &text) {
@@ -67,7 +57,7 @@ Json describe_own(const MechInfo_t &mechanism, OM_uint32 code) {
     return {{"code", code_text(code)},
             {"kind", "mechanism"},
             {"owner", printable(mechanism.pszMechName)},
-            {"text", printable(minor_text(mechanism.MechFtnTable, mechanism.pMechOid, code))}};
+            {"text", printable(minor_text(code, &mechanism))}};
 }
 
 std::string text_or(const Json &value, const char *otherwise) {
@@ -109,7 +99,7 @@ Json describe(const std::vector<OM_uint32> &codes) {
     return all;
 }
 
-Json describe_with(const Options &options, const std::vector<OM_uint32> &codes) {
+Json describe_with(const StatusOptions &options, const std::vector<OM_uint32> &codes) {
     const Registry registry(QXGSS_CLIENT, configuration_file(options.configuration));
     const MechInfo_t *mechanism = registry.find(options.mechanism);
     if (mechanism == nullptr)
@@ -120,7 +110,9 @@ Json describe_with(const Options &options, const std::vector<OM_uint32> &codes) 
     return all;
 }
 
-void run_status(const Options &options) {
+} // namespace
+
+void run_status(const StatusOptions &options) {
     std::vector<OM_uint32> codes;
     for (const std::string &text : options.codes)
         codes.push_back(parse_code(text));
@@ -130,20 +122,6 @@ void run_status(const Options &options) {
     else
         for (const Json &status : all)
             print_text(status);
-}
-
-} // namespace
-
-void add_status(CLI::App &program) {
-    CLI::App *command = program.add_subcommand("status", "Explain major and minor statuses");
-    auto options = std::make_shared<Options>();
-    command->add_option("CODE", options->codes, "Hexadecimal (0xE3000406, or E3000406 as in a log) or decimal")
-        ->required();
-    command->add_option("--mechanism", options->mechanism, "They are this mechanism's own minor statuses: ask it")
-        ->type_name("NAME");
-    add_configuration_option(*command, options->configuration);
-    command->add_flag("--json", options->json, "As JSON");
-    command->callback([options] { run_status(*options); });
 }
 
 } // namespace tools

@@ -1,7 +1,10 @@
 #include "tools/connection/conversation.h"
 
+#include <iostream>
+
 #include "common/owned.h"
-#include "tools/codes.h"
+#include "tools/files.h"
+#include "tools/show/codes.h"
 
 namespace tools {
 
@@ -22,20 +25,17 @@ std::uint64_t now() {
         std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count());
 }
 
-const qxgss_ftn_table_desc &table_of(qxgss_OID mechanism) {
-    static const qxgss_ftn_table_desc kNone{};
+std::string name_of_delegated(const qxgss_session_facts_desc &facts) {
     OM_sint32 index = -1;
-    const bool is_registered =
-        mechanism != nullptr && GSS_ERROR(gssp_oid_to_mechindex(nullptr, mechanism, &index)) == 0;
-    return is_registered && index >= 0 ? pMechInfo[index].MechFtnTable : kNone;
-}
-
-std::string name_of_credential(qxgss_OID mechanism, qxgss_cred_id_t credential) {
-    const auto inquire = table_of(mechanism).ftn_gssp_inquire_cred;
+    if (facts.pDelegatedCred == nullptr || common::failed(gssp_oid_to_mechindex(nullptr, facts.pMech, &index)) ||
+        index < 0)
+        return {};
+    const auto inquire = pMechInfo[index].MechFtnTable.ftn_gssp_inquire_cred;
     OM_uint32 minor = 0;
     common::Name name;
-    if (credential == nullptr || inquire == nullptr ||
-        common::failed(inquire(&minor, credential, name.out(), nullptr, nullptr, nullptr)) || name.get() == nullptr)
+    if (inquire == nullptr ||
+        common::failed(inquire(&minor, facts.pDelegatedCred, name.out(), nullptr, nullptr, nullptr)) ||
+        name.get() == nullptr)
         return {};
     return std::string(bytes_of(&name.get()->pElements[0].Name));
 }
@@ -47,8 +47,13 @@ Clock::time_point after(OM_uint32 milliseconds) {
 
 } // namespace
 
-Failure failure_of(const qxgss_session_facts_desc &facts) {
-    return Failure(facts.pszFailure, status_of(facts.Failure));
+std::unique_ptr<Registry> configure(OM_uint32 role, const ConnectionOptions &options) {
+    auto registry = std::make_unique<Registry>(role, configuration_file(options.configuration));
+    registry->require_qxnego();
+    for (const std::string &line : registry->messages())
+        if (!options.json)
+            std::cerr << "qxnego: " << line << '\n';
+    return registry;
 }
 
 Conversation::Conversation(Stream stream, std::chrono::milliseconds silence, bool keeps_calls)
@@ -56,12 +61,9 @@ Conversation::Conversation(Stream stream, std::chrono::milliseconds silence, boo
 
 void Conversation::observe(void *conversation, const char *call, OM_uint32 major, OM_uint32 minor,
                            const qxgss_buffer_desc *token) {
-    qxgss_OID qxnego = nullptr;
-    gssp_mechstr_to_oid(nullptr, "QXNEGO", &qxnego);
     const std::string_view bytes = bytes_of(token);
     static_cast<Conversation *>(conversation)
-        ->calls_.push_back({now(), call, major, minor, minor_text(table_of(qxnego), qxnego, minor),
-                            Bytes(bytes.begin(), bytes.end())});
+        ->calls_.push_back({now(), call, major, minor, minor_text(minor), Bytes(bytes.begin(), bytes.end())});
 }
 
 qxgss_session_options_desc Conversation::observed(qxgss_session_options_desc options) {
@@ -74,7 +76,7 @@ qxgss_session_options_desc Conversation::observed(qxgss_session_options_desc opt
 
 void Conversation::start(OM_uint32 major, OM_uint32 minor) {
     if (major != GSS_S_COMPLETE)
-        throw Failure("the session cannot begin: " + major_name(major) + ", " + minor_text({}, nullptr, minor),
+        throw Failure("the session cannot begin: " + major_name(major) + ", " + minor_text(minor),
                       (major & GSS_S_BAD_NAME) == GSS_S_BAD_NAME || major == GSS_S_NO_CRED ? kExitUsage : kExitFailure);
 }
 
@@ -112,8 +114,8 @@ void Conversation::run(bool is_client) {
 }
 
 void Conversation::check(OM_uint32 major) {
-    if (GSS_ERROR(major) != 0)
-        throw failure_of(facts());
+    if (common::failed(major))
+        throw Failure(facts().pszFailure, status_of(facts().Failure));
 }
 
 void Conversation::fail(const std::string &line, ExitStatus status) {
@@ -190,7 +192,7 @@ void Conversation::tell(Story &story, const Failure *failure) {
     story.user = bytes_of(&known.User);
     story.claimed = bytes_of(&known.Claimed);
     story.refused = kRefused[known.Refused];
-    story.delegated = name_of_credential(known.pMech, known.pDelegatedCred);
+    story.delegated = name_of_delegated(known);
     story.flags = known.Flags;
     story.confirmation = kConfirmations[known.Confirmation];
     story.rounds = known.Rounds;

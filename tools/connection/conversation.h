@@ -2,10 +2,26 @@
 #ifndef QXNEGO_TOOLS_CONNECTION_CONVERSATION_H
 #define QXNEGO_TOOLS_CONNECTION_CONVERSATION_H
 
+#include <memory>
+
 #include "tools/connection/story.h"
 #include "tools/connection/stream.h"
+#include "tools/registry.h"
 
 namespace tools {
+
+// What serve and connect have in common.
+struct ConnectionOptions {
+    qxgss_session_options_desc session = QXGSS_SESSION_DEFAULTS;
+    std::chrono::seconds silence{300}; // between messages
+    std::string configuration;
+    bool why = false;
+    bool json = false;
+};
+
+// Configures the framework; what it has to say goes to the standard error, a line each, but for JSON. Throws Failure
+// (configuration) when QXNEGO is not in use.
+std::unique_ptr<Registry> configure(OM_uint32 role, const ConnectionOptions &options);
 
 class Conversation {
   public:
@@ -52,9 +68,6 @@ class Conversation {
     qxgss_session_t session_ = nullptr;
     std::vector<Call> calls_;
 };
-
-// The line and the exit status of a session that has failed.
-Failure failure_of(const qxgss_session_facts_desc &facts);
 
 } // namespace tools
 

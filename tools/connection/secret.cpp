@@ -1,8 +1,5 @@
 #include "tools/connection/secret.h"
 
-#include <cerrno>
-#include <cstring>
-
 #include <unistd.h>
 
 #include "tools/connection/sockets.h"
@@ -48,7 +45,7 @@ void Secret::take_line(const std::string &file) {
         if (!append({&octet, 1}))
             throw Failure(file + ": its first line is too long", kExitUsage);
     if (got < 0)
-        throw Failure(file + ": " + std::strerror(errno), kExitUsage);
+        throw system_failure(file, kExitUsage);
 }
 
 } // namespace tools

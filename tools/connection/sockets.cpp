@@ -2,8 +2,6 @@
 #include "tools/connection/sockets.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <memory>
 
 #include <netdb.h>
@@ -140,7 +138,7 @@ std::vector<Descriptor> listen_at(const Address &address) {
             break;
     }
     if (sockets.empty() || reason == EADDRINUSE || reason == EACCES)
-        throw Failure("listening at " + written(address) + ": " + std::strerror(reason), kExitNetwork);
+        throw system_failure("listening at " + written(address), kExitNetwork, reason);
     return sockets;
 }
 
@@ -156,7 +154,14 @@ Descriptor connect_to(const Address &address, Clock::time_point deadline) {
         }
         first_error = first_error == 0 ? error : first_error;
     }
-    throw Failure(written(address) + ": " + std::strerror(first_error), kExitNetwork);
+    throw system_failure(written(address), kExitNetwork, first_error);
+}
+
+std::pair<Descriptor, Descriptor> socket_pair() {
+    int ends[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        throw system_failure("socketpair");
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
 std::string peer_network(const Descriptor &socket) {
@@ -190,7 +195,7 @@ bool wait_for(const Descriptor &socket, short events, Clock::time_point deadline
         const int ready = poll(places, 2, milliseconds_until(deadline));
         throw_if_interrupted();
         if (ready < 0 && errno != EINTR)
-            throw Failure(std::string("poll: ") + std::strerror(errno), kExitNetwork);
+            throw system_failure("poll", kExitNetwork);
         if (ready > 0 && places[0].revents != 0)
             return true;
         if (Clock::now() >= deadline)

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/connection/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace tools {
 
@@ -27,12 +27,19 @@ std::vector<Descriptor> listen_at(const Address &address);
 // A connection to the first address that answers. Throws Failure (network) with the first address's reason.
 Descriptor connect_to(const Address &address, Clock::time_point deadline);
 
+// Two connected stream sockets, closed in programs that are started. Throws Failure.
+std::pair<Descriptor, Descriptor> socket_pair();
+
 // "127.0.0.1:80" or "[::1]:80", of this end or of the other.
 std::string local_address(const Descriptor &socket);
 std::string peer_address(const Descriptor &socket);
 
 // Whose the other end is, as far as limits go: an IPv4 address, or the network of an IPv6 one (64 bits).
 std::string peer_network(const Descriptor &socket);
+
+inline double seconds_since(Clock::time_point moment) {
+    return std::chrono::duration<double>(Clock::now() - moment).count();
+}
 
 // What poll waits at most: 0 for a moment that has come.
 int milliseconds_until(Clock::time_point moment);

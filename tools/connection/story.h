@@ -48,9 +48,6 @@ struct Story {
     Bytes properties;        // likewise: the user properties, with the rendered log in them
 };
 
-// This side's own views.
-std::vector<MechanismView> own_views(const Story &story);
-
 } // namespace tools
 
 #endif

@@ -1,8 +1,6 @@
 #include "tools/connection/stream.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -45,7 +43,7 @@ std::size_t Stream::receive_some(char *to, std::size_t length, Clock::time_point
         if (errno == ECONNRESET)
             return 0;
         if (errno != EAGAIN && errno != EINTR)
-            throw Failure(std::string("receiving: ") + std::strerror(errno), kExitNetwork);
+            throw system_failure("receiving", kExitNetwork);
     }
 }
 

@@ -2,7 +2,6 @@
 #include "tools/connection/worker.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +11,7 @@
 #include <unistd.h>
 
 #include "tools/connection/interrupt.h"
+#include "tools/connection/sockets.h"
 #include "tools/failure.h"
 
 namespace tools {
@@ -46,15 +46,15 @@ std::string describe(int status) {
 } // namespace
 
 Worker::Worker(const std::function<std::string()> &body) {
-    auto [here, there] = socket_pair();
+    std::pair<Descriptor, Descriptor> ends = socket_pair();
     id_ = fork();
     if (id_ < 0)
-        throw Failure(std::string("fork: ") + std::strerror(errno));
+        throw system_failure("fork");
     if (id_ == 0) {
-        here.close();
-        run(body, there);
+        ends.first.close();
+        run(body, ends.second);
     }
-    results_ = std::move(here);
+    results_ = std::move(ends.first);
 }
 
 Worker::Worker(Worker &&other) noexcept

@@ -7,7 +7,7 @@
 
 #include <sys/types.h>
 
-#include "tools/connection/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace tools {
 

@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/codes.h"
+#include "tools/show/codes.h"
 
 namespace tools {
 
@@ -20,23 +20,10 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Story, is_client, status, failure, is_establi
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-struct StatusName {
-    ExitStatus status;
-    const char *name;
-};
-
-constexpr StatusName kStatusNames[] = {
-    {kExitSuccess, "success"},           {kExitUsage, "usage"},       {kExitConfiguration, "configuration"},
-    {kExitNetwork, "network"},           {kExitProtocol, "protocol"}, {kExitNegotiation, "negotiation"},
-    {kExitConfirmation, "confirmation"}, {kExitPolicy, "policy"},     {kExitProtection, "protection"},
-    {kExitInterrupted, "interrupted"},
-};
-
-const char *name_of(ExitStatus status) {
-    const auto row = std::ranges::find(kStatusNames, status, &StatusName::status);
-    return row == std::end(kStatusNames) ? "failure" : row->name;
+const char *class_of(ExitStatus status) {
+    constexpr const char *kNames[] = {"success",  "failure",     "usage",        "configuration", "network",
+                                      "protocol", "negotiation", "confirmation", "policy",        "protection"};
+    return status == kExitInterrupted ? "interrupted" : kNames[status];
 }
 
 std::string milliseconds(double seconds) {
@@ -51,8 +38,6 @@ std::string shown(const std::string &name) {
     return std::ranges::all_of(name, is_plain) ? name : common::quoted(name);
 }
 
-} // namespace
-
 void print_line(std::ostream &out, const Story &story) {
     out << story.peer;
     if (story.is_established && !story.user.empty())
@@ -66,8 +51,23 @@ void print_line(std::ostream &out, const Story &story) {
     if (story.messages != 0)
         out << "  messages " << story.messages;
     if (!story.failure.empty())
-        out << "  " << name_of(story.status) << ": " << printable(story.failure);
+        out << "  " << class_of(story.status) << ": " << printable(story.failure);
     out << '\n';
+}
+
+} // namespace
+
+Json to_json(const Verdict &verdict) {
+    return {{"mechanism", printable(verdict.mechanism)},
+            {"client", state_word(verdict.client)},
+            {"server", state_word(verdict.server)},
+            {"verdict", verdict_word(verdict.verdict)},
+            {"reason", reason_word(verdict)},
+            {"status_text", printable(verdict.status_text)}};
+}
+
+std::string line_of(const Json &value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
 void print_json(std::ostream &out, const Story &story) {
@@ -78,7 +78,7 @@ void print_json(std::ostream &out, const Story &story) {
                  {"side", story.is_client ? "client" : "server"},
                  {"peer", story.peer},
                  {"status", static_cast<int>(story.status)},
-                 {"class", name_of(story.status)},
+                 {"class", class_of(story.status)},
                  {"failure", printable(story.failure)},
                  {"established", story.is_established},
                  {"mechanism", printable(story.mechanism)},
@@ -96,7 +96,7 @@ void print_json(std::ostream &out, const Story &story) {
                  {"verdicts", verdicts}};
     if (story.verdicts.size() > kMostVerdicts)
         line["verdicts_left_out"] = story.verdicts.size() - kMostVerdicts;
-    out << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+    out << line_of(line);
 }
 
 Bytes encode(const Story &story) {
@@ -109,6 +109,14 @@ Story decode_story(ByteView bytes) {
     } catch (const nlohmann::json::exception &) {
         throw Failure("a process ended without a report");
     }
+}
+
+void print(std::ostream &out, const Story &story, const ConnectionOptions &options) {
+    if (options.json)
+        return print_json(out, story);
+    print_line(out, story);
+    if (options.why && !story.verdicts.empty())
+        print_verdicts(out, story.verdicts);
 }
 
 } // namespace tools

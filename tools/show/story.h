@@ -1,15 +1,25 @@
-// A story as people and programs read it: a line, a table of verdicts, or a line of JSON (docs/json.md).
+// A story as people and programs read it: a line, a table of verdicts, or JSON (docs/json.md).
 #ifndef QXNEGO_TOOLS_SHOW_STORY_H
 #define QXNEGO_TOOLS_SHOW_STORY_H
 
 #include <ostream>
 
-#include "tools/connection/story.h"
+#include <nlohmann/json_fwd.hpp>
+
+#include "tools/connection/conversation.h"
 
 namespace tools {
 
-void print_line(std::ostream &out, const Story &story);
+using Json = nlohmann::ordered_json;
+
+Json to_json(const Verdict &verdict);
+
+// The value on one line, whatever bytes a text of it has.
+std::string line_of(const Json &value);
 void print_json(std::ostream &out, const Story &story);
+
+// As it is wanted: JSON, or a line, with the table of verdicts below it if that is wanted too.
+void print(std::ostream &out, const Story &story, const ConnectionOptions &options);
 
 // CBOR (RFC 8949), whose strings are bytes here: texts are whatever a peer sent. Reading throws Failure.
 Bytes encode(const Story &story);

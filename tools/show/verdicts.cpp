@@ -2,28 +2,36 @@
 #include "tools/show/verdicts.h"
 
 #include <algorithm>
-
-#include <nlohmann/json.hpp>
+#include <span>
 
 #include "common/owned.h"
 #include "gssp2qxnego/words.h"
 #include "tools/bytes.h"
-#include "tools/oids.h"
-#include "tools/table.h"
+#include "tools/registry.h"
+#include "tools/show/table.h"
 
 namespace tools {
 
 namespace {
 
-const View kUnknown;
+const Verdict kUnknown;
 
-const View &find(const std::vector<MechanismView> &views, const std::string &mechanism) {
-    const auto found = std::ranges::find(views, mechanism, &MechanismView::mechanism);
-    return found == views.end() ? kUnknown : found->view;
+const Verdict &find(const std::vector<Verdict> &verdicts, const std::string &mechanism) {
+    const auto found = std::ranges::find(verdicts, mechanism, &Verdict::mechanism);
+    return found == verdicts.end() ? kUnknown : *found;
 }
 
 qxgss_session_view_desc described(const View &view) {
     return {view.state, view.reason, 0, 0, common::view(view.status_text)};
+}
+
+View told(const qxgss_session_view_desc &view) {
+    return {view.State, view.Reason, std::string(common::bytes_of(&view.StatusText))};
+}
+
+Verdict told(const std::string &mechanism, const qxgss_session_verdict_desc &verdict) {
+    return {mechanism,       told(verdict.Client), told(verdict.Server),
+            verdict.Verdict, verdict.Reason,       std::string(common::bytes_of(&verdict.StatusText))};
 }
 
 Verdict judged(const std::string &mechanism, const View &client, const View &server) {
@@ -31,22 +39,7 @@ Verdict judged(const std::string &mechanism, const View &client, const View &ser
     verdict.Client = described(client);
     verdict.Server = described(server);
     qxgss_session_judge(&verdict);
-    return {mechanism,       client,         server,
-            verdict.Verdict, verdict.Reason, std::string(common::bytes_of(&verdict.StatusText))};
-}
-
-View told(const qxgss_session_view_desc &view) {
-    return {view.State, view.Reason, std::string(common::bytes_of(&view.StatusText))};
-}
-
-std::string name_of(const qxgss_session_verdict_desc &verdict) {
-    const std::string_view oid = common::bytes_of(&verdict.Mech);
-    return verdict.MechIndex >= 0 ? pMechInfo[verdict.MechIndex].pszMechName
-                                  : mechanism_name({reinterpret_cast<const unsigned char *>(oid.data()), oid.size()});
-}
-
-std::string reason_text(OM_uint32 reason) {
-    return std::string(qxnego::reason_word(reason));
+    return told(mechanism, verdict);
 }
 
 } // namespace
@@ -55,18 +48,18 @@ std::vector<Verdict> verdicts_of(qxgss_session_t session) {
     std::vector<Verdict> out;
     qxgss_session_verdict_desc verdict{};
     for (OM_uint32 i = 0; qxgss_session_inquire_verdict(nullptr, session, i, &verdict) == GSS_S_COMPLETE; ++i)
-        out.push_back({name_of(verdict), told(verdict.Client), told(verdict.Server), verdict.Verdict, verdict.Reason,
-                       std::string(common::bytes_of(&verdict.StatusText))});
+        out.push_back(told(name_of(verdict.Mech), verdict));
     return out;
 }
 
-std::vector<Verdict> join(const std::vector<MechanismView> &client, const std::vector<MechanismView> &server) {
+std::vector<Verdict> join(const std::vector<Verdict> &client, const std::vector<Verdict> &server) {
     std::vector<Verdict> out;
-    for (const MechanismView &row : client)
-        out.push_back(judged(row.mechanism, row.view, find(server, row.mechanism)));
-    for (const MechanismView &row : server)
-        if (find(client, row.mechanism).state == 0)
-            out.push_back(judged(row.mechanism, kUnknown, row.view));
+    for (const Verdict &row : client)
+        if (row.client.state != 0)
+            out.push_back(judged(row.mechanism, row.client, find(server, row.mechanism).server));
+    for (const Verdict &row : server)
+        if (row.server.state != 0 && find(client, row.mechanism).client.state == 0)
+            out.push_back(judged(row.mechanism, {}, row.server));
     return out;
 }
 
@@ -79,27 +72,19 @@ std::string state_word(const View &view) {
     return view.state == 0 ? "-" : std::string(qxnego::state_word(view.state));
 }
 
-void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts) {
-    Table table({"mechanism", "on client", "on server", "verdict", "reason", "status text"});
-    for (const Verdict &row : verdicts | std::views::take(kMostVerdicts))
+std::string reason_word(const Verdict &verdict) {
+    return std::string(qxnego::reason_word(verdict.reason));
+}
+
+void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts, const char *last_column,
+                    std::string Verdict::*last) {
+    Table table({"mechanism", "on client", "on server", "verdict", "reason", last_column});
+    for (const Verdict &row : std::span(verdicts).first(std::min(verdicts.size(), kMostVerdicts)))
         table.add({printable(row.mechanism), state_word(row.client), state_word(row.server), verdict_word(row.verdict),
-                   reason_text(row.reason), printable(row.status_text)});
+                   reason_word(row), printable(row.*last)});
     if (verdicts.size() > kMostVerdicts)
         table.add_line("and " + std::to_string(verdicts.size() - kMostVerdicts) + " more");
     table.print(out);
-}
-
-void print_views(std::ostream &out, const std::vector<MechanismView> &views) {
-    Table table({"mechanism", "state", "reason", "status text"});
-    for (const auto &[mechanism, view] : views)
-        table.add({printable(mechanism), state_word(view), reason_text(view.reason), printable(view.status_text)});
-    table.print(out);
-}
-
-nlohmann::ordered_json to_json(const Verdict &verdict) {
-    return {{"mechanism", printable(verdict.mechanism)}, {"client", state_word(verdict.client)},
-            {"server", state_word(verdict.server)},      {"verdict", verdict_word(verdict.verdict)},
-            {"reason", reason_text(verdict.reason)},     {"status_text", printable(verdict.status_text)}};
 }
 
 } // namespace tools

@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "session/qxgss_session.h"
 
 namespace tools {
@@ -19,31 +17,27 @@ struct View {
     std::string status_text;
 };
 
-struct MechanismView {
-    std::string mechanism;
-    View view;
-};
-
 struct Verdict {
     std::string mechanism;
-    View client, server;
-    qxgss_session_verdict_et verdict;
-    OM_uint32 reason;
-    std::string status_text;
+    View client{}, server{};
+    qxgss_session_verdict_et verdict = QXGSS_SESSION_VERDICT_UNDECIDED;
+    OM_uint32 reason = 0;
+    std::string status_text{};
+    std::string rule{}; // that decided; only where it is known
 };
 
-// Of a session, and of both sides' views.
+// Of a session; and of the client's own views and the server's, whatever each took the other's for.
 std::vector<Verdict> verdicts_of(qxgss_session_t session);
-std::vector<Verdict> join(const std::vector<MechanismView> &client, const std::vector<MechanismView> &server);
+std::vector<Verdict> join(const std::vector<Verdict> &client, const std::vector<Verdict> &server);
 
 const char *verdict_word(qxgss_session_verdict_et verdict); // "selected", "rejected", "undecided"
 std::string state_word(const View &view);                   // "-" for none
+std::string reason_word(const Verdict &verdict);
 
 // At most kMostVerdicts rows; a line, or a number, says how many were left out.
 inline constexpr std::size_t kMostVerdicts = 100;
-void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts);
-void print_views(std::ostream &out, const std::vector<MechanismView> &views);
-nlohmann::ordered_json to_json(const Verdict &verdict);
+void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts, const char *last_column = "status text",
+                    std::string Verdict::*last = &Verdict::status_text);
 
 } // namespace tools
 

@@ -1,0 +1,58 @@
+# How every library and program of ours is made. All of it belongs to targets, so that a project of which this one is a
+# part is left as it is.
+add_library(qxnego_settings INTERFACE)
+target_include_directories(qxnego_settings INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(qxnego_settings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(QXNEGO_WERROR)
+  target_compile_options(qxnego_settings INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # A library's calls of itself are bound when it is linked.
+  target_compile_options(qxnego_settings INTERFACE "$<$<CONFIG:Release>:-fno-plt;-fno-semantic-interposition>")
+  if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13) # it warns of the standard library's own strings at -O3
+    target_compile_options(qxnego_settings INTERFACE -Wno-restrict)
+  endif()
+endif()
+if(QXNEGO_SANITIZE)
+  target_compile_options(qxnego_settings INTERFACE
+    -fsanitize=${QXNEGO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(qxnego_settings INTERFACE -fsanitize=${QXNEGO_SANITIZE})
+endif()
+if(QXNEGO_FUZZ)
+  target_compile_options(qxnego_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# All shared objects in one place, so that a program run from the build tree finds them.
+function(qxnego_settle name)
+  target_link_libraries(${name} PRIVATE qxnego_settings)
+  set_target_properties(${name} PROPERTIES
+    C_STANDARD 11 C_VISIBILITY_PRESET hidden
+    CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endfunction()
+
+# qxnego_library(NAME KIND SOURCE...)
+function(qxnego_library name kind)
+  add_library(${name} ${kind} ${ARGN})
+  qxnego_settle(${name})
+endfunction()
+
+# qxnego_shared_library(NAME MAP): one that exports what the map says, and knows where everything is that it needs.
+function(qxnego_shared_library name map)
+  qxnego_library(${name} SHARED)
+  set(map ${CMAKE_CURRENT_SOURCE_DIR}/${map})
+  target_link_options(${name} PRIVATE -Wl,--version-script=${map})
+  if(NOT QXNEGO_SANITIZE OR CMAKE_CXX_COMPILER_ID STREQUAL "GNU") # others' sanitizers are in the program alone
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
+  set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
+endfunction()
+
+# qxnego_program(NAME SOURCE...)
+function(qxnego_program name)
+  add_executable(${name} ${ARGN})
+  qxnego_settle(${name})
+endfunction()
