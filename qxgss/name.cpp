@@ -91,7 +91,7 @@ qxgss_OID GSS_C_NT_QXAT_MECHDATA = &name_types[0];
 qxgss_OID GSS_C_NT_QXAT_MECHDATA_UTF8 = &name_types[1];
 qxgss_OID GSS_C_NT_QXAT_MECHDATA_UTF16 = &name_types[2];
 qxgss_OID GSS_C_NT_QXAT_MECHDATA_UTF32 = &name_types[3];
-qxgss_OID GSS_C_NT_HOSTBASED_SERVICE = &name_types[4];
+qxgss_OID QXGSS_C_NT_HOSTBASED_SERVICE = &name_types[4];
 
 OM_uint32 qxgss_import_name(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInputName, const qxgss_OID pInputNameType,
                             qxgss_name_t *ppOutputName) {

@@ -1,7 +1,10 @@
 /* The QXGSS framework: types, statuses and flags, and the calls an application starts with.
  *
  * C header. Statuses, flags and argument orders are those of RFC 2744. Every call accepts a null minor-status
- * pointer; success is minor status 0x21000064; all memory that crosses this interface is the C heap's. */
+ * pointer; success is minor status 0x21000064; all memory that crosses this interface is the C heap's.
+ *
+ * The host's <gssapi/gssapi.h> may be included, too, before or after: names that both headers define have the same
+ * values, and where they are not the same thing (GSS_C_NT_HOSTBASED_SERVICE) such a program means the host's. */
 #ifndef QXGSS_QXGSS_H
 #define QXGSS_QXGSS_H
 
@@ -44,7 +47,8 @@ typedef struct qxgss_name_element_desc_struct {
     qxgss_buffer_desc Name;
 } qxgss_name_element_desc, *qxgss_name_element_t;
 
-/* A framework name: `Count` elements, of which the mechanisms read the first, and a pointer for the framework. */
+/* A framework name: `Count` elements and a pointer for the framework. The first element is the name; the others are
+ * for mechanisms that know what to make of them. */
 typedef struct qxgss_name_desc_struct {
     OM_uint32 Count;
     qxgss_name_element_t pElements;
@@ -71,6 +75,8 @@ typedef struct qxgss_channel_bindings_struct {
 #define QXGSS_C_NO_CONTEXT ((qxgss_ctx_id_t)0)
 #define QXGSS_C_NO_NAME ((qxgss_name_t)0)
 #define QXGSS_C_NO_CHANNEL_BINDINGS ((qxgss_channel_bindings_t)0)
+
+#ifndef GSS_S_COMPLETE /* the host's header has not defined them all */
 
 /* Context flags (RFC 2744 5.19) */
 #define GSS_C_DELEG_FLAG 1U
@@ -130,12 +136,23 @@ typedef struct qxgss_channel_bindings_struct {
 /* A major status is a failure when it carries a calling or a routine error; supplementary bits are none. */
 #define GSS_ERROR(major) ((major)&0xFFFF0000U)
 
+#endif
+
 /* Name types: logon data as plain text and in the UTF encodings (host byte order), and RFC 2744 4.1 host-based. */
 extern QXGSS_API qxgss_OID GSS_C_NT_QXAT_MECHDATA;
 extern QXGSS_API qxgss_OID GSS_C_NT_QXAT_MECHDATA_UTF8;
 extern QXGSS_API qxgss_OID GSS_C_NT_QXAT_MECHDATA_UTF16;
 extern QXGSS_API qxgss_OID GSS_C_NT_QXAT_MECHDATA_UTF32;
-extern QXGSS_API qxgss_OID GSS_C_NT_HOSTBASED_SERVICE;
+extern QXGSS_API qxgss_OID QXGSS_C_NT_HOSTBASED_SERVICE;
+
+/* The last one's name in RFC 2744. Once the host's header is there, the macro that guards it is defined, and empty: what
+ * is pasted here is then the name itself, which is the host's variable. */
+#ifndef GSS_C_NT_HOSTBASED_SERVICE
+#define QXGSS_PASTE(a, b) a##b
+#define QXGSS_PASTE_EXPANDED(a, b) QXGSS_PASTE(a, b)
+#define GSS_C_NT_HOSTBASED_SERVICE_GSSAPI_H_ QXGSS_C_NT_HOSTBASED_SERVICE
+#define GSS_C_NT_HOSTBASED_SERVICE QXGSS_PASTE_EXPANDED(GSS_C_NT_HOSTBASED_SERVICE, _GSSAPI_H_)
+#endif
 
 /* What a process is; the framework hands it to each mechanism's configure operation. */
 #define QXGSS_CLIENT 1U

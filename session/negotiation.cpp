@@ -50,14 +50,6 @@ bool is_unrestricted(const common::OidSet &allowed) {
     return allowed.get() == nullptr || allowed.get()->count == 0;
 }
 
-void import(std::string_view text, qxgss_OID type, common::Name &name, const char *what) {
-    OM_uint32 minor = 0;
-    qxgss_buffer_desc bytes = common::view(text);
-    const OM_uint32 major = qxgss_import_name(&minor, &bytes, type, name.out());
-    if (failed(major))
-        throw Failure(QXGSS_SESSION_FAILURE_USAGE, std::string(what) + " could not be imported", GSS_S_BAD_NAME, minor);
-}
-
 } // namespace
 
 // ---- QXNEGO --------------------------------------------------------------------------------------------------------
@@ -83,6 +75,16 @@ std::string status_text(const Negotiator &negotiator, OM_uint32 minor) {
     return common::printable(text.bytes());
 }
 
+common::Name imported(std::string_view text, qxgss_OID type, const char *what) {
+    OM_uint32 minor = 0;
+    common::Name name;
+    qxgss_buffer_desc bytes = common::view(text);
+    const OM_uint32 major = qxgss_import_name(&minor, &bytes, type, name.out());
+    if (failed(major))
+        throw Failure(QXGSS_SESSION_FAILURE_USAGE, std::string(what) + " could not be imported", GSS_S_BAD_NAME, minor);
+    return name;
+}
+
 // ---- Beginning and end ---------------------------------------------------------------------------------------------
 
 Negotiation::Negotiation(const qxgss_session_options_desc &options)
@@ -105,30 +107,28 @@ void Negotiation::observe(const char *call, OM_uint32 major, OM_uint32 minor, co
                             common::bytes_of(token).empty() ? nullptr : token);
 }
 
-void Negotiation::set_up_client(std::string_view logon, std::string_view service, OM_uint32 flags) {
+void Negotiation::set_up_client(qxgss_name_t credential, common::Name target, OM_uint32 flags, OM_uint32 lifetime) {
     is_client_ = true;
     wanted_flags_ = flags;
-    import(service, GSS_C_NT_HOSTBASED_SERVICE, target_, "the name of the service");
-    if (logon.empty())
-        return;
-    OM_uint32 minor = 0;
-    common::Name name;
-    import(logon, GSS_C_NT_QXAT_MECHDATA_UTF8, name, "the logon string");
-    const OM_uint32 major = negotiator_.table->ftn_gssp_acquire_cred(
-        &minor, name.get(), GSS_C_INDEFINITE, nullptr, GSS_C_INITIATE, credential_.out(), nullptr, nullptr);
-    observe("acquire_cred", major, minor);
-    if (failed(major))
-        throw Failure(QXGSS_SESSION_FAILURE_USAGE, "there is no credential for the logon string", GSS_S_NO_CRED, minor);
+    wanted_lifetime_ = lifetime;
+    target_ = std::move(target);
+    if (credential != nullptr)
+        acquire(credential, GSS_C_INITIATE, QXGSS_SESSION_FAILURE_USAGE, "there is no credential for the logon string");
 }
 
 // With a credential each entry of the negotiation is bound to its own mechanism.
-void Negotiation::set_up_server() {
+void Negotiation::set_up_server(qxgss_name_t credential) {
+    acquire(credential, GSS_C_ACCEPT, QXGSS_SESSION_FAILURE_RESOURCES, "QXNEGO has no credential to accept with");
+}
+
+void Negotiation::acquire(qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_session_failure_et failure,
+                          const char *line) {
     OM_uint32 minor = 0;
-    const OM_uint32 major = negotiator_.table->ftn_gssp_acquire_cred(&minor, nullptr, GSS_C_INDEFINITE, nullptr,
-                                                                     GSS_C_ACCEPT, credential_.out(), nullptr, nullptr);
+    const OM_uint32 major = negotiator_.table->ftn_gssp_acquire_cred(&minor, name, GSS_C_INDEFINITE, nullptr, usage,
+                                                                     credential_.out(), nullptr, nullptr);
     observe("acquire_cred", major, minor);
     if (failed(major))
-        throw Failure(QXGSS_SESSION_FAILURE_RESOURCES, "QXNEGO has no credential to accept with", GSS_S_NO_CRED, minor);
+        throw Failure(failure, line, GSS_S_NO_CRED, minor);
 }
 
 void Negotiation::close() noexcept {
@@ -143,32 +143,33 @@ void Negotiation::close() noexcept {
 
 // ---- Establishment -------------------------------------------------------------------------------------------------
 
-OM_uint32 Negotiation::call(std::string_view token, OM_uint32 &minor, common::Buffer &output) {
+OM_uint32 Negotiation::call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor,
+                            common::Buffer &output) {
     const qxgss_ftn_table_desc &table = *negotiator_.table;
     qxgss_buffer_desc input = common::view(token);
     ++rounds_;
     OM_uint32 major;
     if (is_client_)
-        major = table.ftn_gssp_init_sec_context(
-            &minor, credential_.get(), context_.out(), target_.get(), negotiator_.oid, wanted_flags_, GSS_C_INDEFINITE,
-            QXGSS_C_NO_CHANNEL_BINDINGS, &input, &actual_mechanism_, output.out(), &flags_, nullptr);
+        major = table.ftn_gssp_init_sec_context(&minor, credential_.get(), context_.out(), target_.get(),
+                                                negotiator_.oid, wanted_flags_, wanted_lifetime_, bindings, &input,
+                                                &actual_mechanism_, output.out(), &flags_, &lifetime_);
     else
-        major = table.ftn_gssp_accept_sec_context(&minor, context_.out(), credential_.get(), &input,
-                                                  QXGSS_C_NO_CHANNEL_BINDINGS, source_.out(), &actual_mechanism_,
-                                                  output.out(), &flags_, nullptr, &delegated_);
+        major = table.ftn_gssp_accept_sec_context(&minor, context_.out(), credential_.get(), &input, bindings,
+                                                  source_.out(), &actual_mechanism_, output.out(), &flags_, &lifetime_,
+                                                  &delegated_);
     observe(is_client_ ? "init_sec_context" : "accept_sec_context", major, minor, output.out());
     return major;
 }
 
-common::Buffer Negotiation::step(std::string_view token) {
+common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_t bindings) {
     OM_uint32 minor = 0;
     common::Buffer output;
     transcript_.add(token);
-    OM_uint32 major = call(token, minor, output);
+    OM_uint32 major = call(token, bindings, minor, output);
     read_negotiation();
     if (failed(major) && is_claim_forbidden()) {
         forget_claim();
-        major = call(nameless(token), minor, output);
+        major = call(nameless(token), bindings, minor, output);
         read_negotiation();
     }
     if (major != GSS_S_COMPLETE && major != GSS_S_CONTINUE_NEEDED)
@@ -179,6 +180,14 @@ common::Buffer Negotiation::step(std::string_view token) {
         credential_.reset(); // each mechanism has its own by now, and the logon string is needed no more
     transcript_.add(output.bytes());
     return output;
+}
+
+bool Negotiation::is_peer_done() const {
+    constexpr OM_uint32 kCompleted = 1;
+    qxgss_negotiation_desc negotiation{};
+    return context_.get() != nullptr &&
+           !failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)) &&
+           negotiation.NegStateFromPeer == kCompleted;
 }
 
 void Negotiation::read_negotiation() {

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "common/owned.h"
 #include "session/failure.h"
@@ -22,8 +23,11 @@ struct Negotiator {
 // Throws Failure (resources) when QXNEGO is not in use.
 Negotiator find_negotiator();
 
-// The text of a status of QXNEGO or of a mechanism that it ran.
+// The text of a status of QXNEGO.
 std::string status_text(const Negotiator &negotiator, OM_uint32 minor);
+
+// A framework name. Throws Failure (usage), which says what could not be imported.
+common::Name imported(std::string_view text, qxgss_OID type, const char *what);
 
 class Negotiation {
   public:
@@ -32,16 +36,28 @@ class Negotiation {
     Negotiation &operator=(const Negotiation &) = delete;
     ~Negotiation();
 
-    // What a client asks for; a server has a credential to accept with instead. They throw Failure (usage).
-    void set_up_client(std::string_view logon, std::string_view service, OM_uint32 flags);
-    void set_up_server();
+    // What a client asks for; a server has a credential to accept with instead. The name is the credential's and only
+    // read: a logon string, or of a server the service; null: what is there. They throw Failure (usage, resources).
+    void set_up_client(qxgss_name_t credential, common::Name target, OM_uint32 flags,
+                       OM_uint32 lifetime = GSS_C_INDEFINITE);
+    void set_up_server(qxgss_name_t credential = nullptr);
 
     // Runs an establishment call with the peer's token, none for a client's first. The token for the peer may be empty.
     // Throws Failure; nothing is called after that.
-    common::Buffer step(std::string_view token);
+    common::Buffer step(std::string_view token, qxgss_channel_bindings_t bindings = QXGSS_C_NO_CHANNEL_BINDINGS);
 
     bool is_established() const { return is_established_; }
     bool is_client() const { return is_client_; }
+    bool is_peer_done() const; // it is established, and expects no more tokens of QXNEGO
+
+    // For calls that are not made here, once it is established: QXNEGO, its context, and the mechanism underneath.
+    const Negotiator &negotiator() const { return negotiator_; }
+    qxgss_ctx_id_t context() const { return context_.get(); }
+    const MechInfo_t &mechanism() const { return pMechInfo[mechanism_]; }
+    OM_uint32 lifetime() const { return lifetime_; } // seconds, when it was established
+
+    // The credential that the client has delegated, of that mechanism; the caller's from here on. Null for none.
+    qxgss_cred_id_t take_delegated() { return std::exchange(delegated_, nullptr); }
 
     // Whether mechanisms have been run for the peer, so that it may have learnt something about a user.
     bool is_attempt() const { return is_attempt_; }
@@ -71,7 +87,8 @@ class Negotiation {
     void describe(qxgss_session_facts_desc &facts) const;
 
   private:
-    OM_uint32 call(std::string_view token, OM_uint32 &minor, common::Buffer &output);
+    void acquire(qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_session_failure_et failure, const char *line);
+    OM_uint32 call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor, common::Buffer &output);
     void read_negotiation();
     bool is_claim_forbidden() const;
     void forget_claim();
@@ -96,6 +113,7 @@ class Negotiation {
     qxgss_OID actual_mechanism_ = nullptr;
     OM_sint32 mechanism_ = -1; // the selected one's place in the registry
     OM_uint32 wanted_flags_ = 0, flags_ = 0;
+    OM_uint32 wanted_lifetime_ = GSS_C_INDEFINITE, lifetime_ = 0;
     OM_uint32 rounds_ = 0;
     Transcript transcript_;
     qxgss_session_refused_et refused_ = QXGSS_SESSION_NONE_REFUSED;

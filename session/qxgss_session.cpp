@@ -91,7 +91,13 @@ OM_uint32 qxgss_session_initiate(OM_uint32 *pMinorStatus, const qxgss_buffer_des
                                  OM_uint32 ReqFlags, const qxgss_session_options_desc *pOptions,
                                  qxgss_session_t *ppSession) {
     return make(pMinorStatus, pOptions, ppSession, [&](session::Negotiation &negotiation) {
-        negotiation.set_up_client(common::bytes_of(pLogon), &required(pszService), ReqFlags);
+        const std::string_view logon = common::bytes_of(pLogon);
+        common::Name service =
+            session::imported(&required(pszService), GSS_C_NT_HOSTBASED_SERVICE, "the name of the service");
+        common::Name name;
+        if (!logon.empty())
+            name = session::imported(logon, GSS_C_NT_QXAT_MECHDATA_UTF8, "the logon string");
+        negotiation.set_up_client(name.get(), std::move(service), ReqFlags);
     });
 }
 

@@ -9,32 +9,8 @@ namespace {
 // Every message of the server leaves this long after the client's, so that its time says nothing about the user.
 constexpr OM_uint32 kPace = 20;
 
-struct End {
-    EndReason reason;
-    qxgss_session_failure_et failure;
-    const char *line; // at the side that hears it
-};
-
-constexpr End kEnds[] = {
-    {EndReason::kRefused, QXGSS_SESSION_FAILURE_NEGOTIATION, "the peer refuses the logon"},
-    {EndReason::kForbidden, QXGSS_SESSION_FAILURE_POLICY,
-     "the server's policy does not let this user log on with this mechanism"},
-    {EndReason::kNotTheSameTokens, QXGSS_SESSION_FAILURE_CONFIRMATION,
-     "the peer saw other tokens: someone in between has changed the negotiation"},
-    {EndReason::kNotConfirmed, QXGSS_SESSION_FAILURE_CONFIRMATION,
-     "the peer wants a confirmation of the negotiation, and the mechanism gives none"},
-    {EndReason::kProtectionFailed, QXGSS_SESSION_FAILURE_PROTECTION, "the peer could not verify a message"},
-};
-
 [[noreturn]] void refuse_message(const char *line) {
     throw Failure(QXGSS_SESSION_FAILURE_PROTOCOL, line, GSS_S_DEFECTIVE_TOKEN);
-}
-
-[[noreturn]] void throw_end(std::string_view contents) {
-    for (const End &end : kEnds)
-        if (contents.size() == 1 && contents[0] == static_cast<char>(end.reason))
-            throw PeerEnded(end.failure, end.line);
-    throw PeerEnded(QXGSS_SESSION_FAILURE_PROTOCOL, "the peer ended the session for a reason that is not known here");
 }
 
 std::string message_of(MessageType type, std::string_view contents) {
@@ -80,7 +56,8 @@ Session::Session(const qxgss_session_options_desc &options) : options_(options),
 
 void Session::fail(qxgss_session_failure_et kind, const char *line) noexcept {
     const bool was_established = negotiation_.is_established();
-    parting_ = stage_ == Stage::kNegotiating || stage_ == Stage::kFailed ? EndReason::kRefused : parting_for(kind);
+    parting_ = stage_ == Stage::kNegotiating || stage_ == Stage::kFailed ? EndReason::kRefused
+                                                                         : reason_of(kind, confirmation_);
     pause_ = negotiation_.is_client() ? 0 : kPace;
     if (!was_established && negotiation_.is_attempt())
         pause_ = std::max(pause_, options_.RefusalTime);
@@ -91,19 +68,6 @@ void Session::fail(qxgss_session_failure_et kind, const char *line) noexcept {
         failure_line_ = line;
     } catch (const std::bad_alloc &) {
         failure_line_.clear(); // the class has to do
-    }
-}
-
-EndReason Session::parting_for(qxgss_session_failure_et kind) const {
-    switch (kind) {
-    case QXGSS_SESSION_FAILURE_POLICY:
-        return EndReason::kForbidden;
-    case QXGSS_SESSION_FAILURE_CONFIRMATION:
-        return confirmation_ == QXGSS_SESSION_MISMATCH ? EndReason::kNotTheSameTokens : EndReason::kNotConfirmed;
-    case QXGSS_SESSION_FAILURE_PROTECTION:
-        return EndReason::kProtectionFailed;
-    default:
-        return EndReason::kRefused;
     }
 }
 

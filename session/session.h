@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "session/ending.h"
 #include "session/negotiation.h"
 
 namespace session {
@@ -20,15 +21,6 @@ enum class MessageType : unsigned char {
 // What is protected says what it is, so that nobody in between makes a text of an end or an end of a text. Not every
 // mechanism can protect nothing.
 enum class TextKind : unsigned char { kText = 1, kEnd };
-
-enum class EndReason : unsigned char {
-    kDone,    // the end mark of a side whose mechanism protects nothing
-    kRefused, // all that a peer hears that has not proved who it is
-    kForbidden,
-    kNotTheSameTokens,
-    kNotConfirmed,
-    kProtectionFailed
-};
 
 // The operations of the public header. What throws anything but OutOfOrder has ended the session.
 class Session {
@@ -70,7 +62,6 @@ class Session {
     common::Buffer wrapped(TextKind kind, std::string_view text);
     template <typename Operation> auto guarded(Operation operation);
     void fail(qxgss_session_failure_et kind, const char *line) noexcept;
-    EndReason parting_for(qxgss_session_failure_et kind) const;
     static OM_uint32 milliseconds_until(Clock::time_point moment);
 
     const qxgss_session_options_desc options_;

@@ -1,6 +1,6 @@
 #!/bin/sh
-# The installed tree: a program builds against it in both ways and runs, and the command finds its libraries and its
-# configuration there. Usage: install_test.sh BUILD_FOLDER C_COMPILER COMPILER_FLAGS
+# The installed tree: a program builds against it in both ways and runs, also one that uses the host's GSS-API library,
+# and the command finds its libraries and its configuration there. Usage: install_test.sh BUILD_FOLDER C_COMPILER COMPILER_FLAGS
 set -eu
 build=$1 compiler=$2 flags=$3
 folder=$(mktemp -d)
@@ -43,6 +43,32 @@ cmake -S . -B out -G Ninja -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flag
     >>"$folder/log"
 cmake --build out >>"$folder/log"
 out/program "$examples/qxgss.conf"
+
+# The framework's header and the host's live together, in either order and language, and each name is what it says.
+cat >both.h <<'END'
+static int is_right(void) {
+    gss_OID hosts = GSS_C_NT_HOSTBASED_SERVICE;
+    qxgss_OID ours = QXGSS_C_NT_HOSTBASED_SERVICE;
+    switch (GSS_ERROR(GSS_S_BAD_MECH)) {
+    case GSS_S_COMPLETE:
+    case GSS_S_CONTINUE_NEEDED:
+        return 0;
+    default:
+        return (void *)hosts != (void *)ours && hosts->length == ours->length;
+    }
+}
+int main(void) { return !is_right(); }
+END
+printf '#include <%s>\n' qxgss/gssp.h gssapi/gssapi.h gssapi/gssapi_ext.h both.h >ours-first
+printf '#include <%s>\n' gssapi/gssapi_ext.h qxgss/qxgss.h gssapi/gssapi.h both.h >hosts-first
+hosts=$(pkg-config --cflags --libs krb5-gssapi)
+for language in c c++; do
+    for order in ours-first hosts-first; do
+        # shellcheck disable=SC2086
+        "$compiler" -x $language -Wall -Wextra -Wpedantic -Wconversion -Werror -I. $flags $order -o both -x none $found $hosts
+        LD_LIBRARY_PATH="$libraries" ./both
+    done
+done
 
 # The command: its libraries by themselves, its configuration where an administrator puts it.
 "$prefix/bin/qxnego" demo both --brief | grep -q 'both: as expected'

@@ -1,5 +1,8 @@
-// Credentials: the logon string becomes an identity and a password for the host.
+// Credentials: the logon string becomes an identity and a password for the host, and what stands behind it in the name
+// says where the host finds the rest.
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
@@ -87,17 +90,62 @@ struct Desired {
     }
 };
 
-Status acquire_desired(const Desired &desired, OM_uint32 lifetime, const MechInfo_t &entry, int usage,
-                       qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
+// Where a credential comes from, as the elements behind the first one say. All of it is of Kerberos alone.
+class Sources {
+  public:
+    Status read(const qxgss_name_desc *pName) {
+        for (OM_uint32 i = 1; pName != nullptr && i < pName->Count; ++i)
+            if (!read(view(&pName->pElements[i].Name)))
+                return kOutOfMemory;
+        return {};
+    }
+
+    // Whether they are an initiator's: tickets, or keys to get them with.
+    bool initiate() const { return client_keytab_.length() != 0 || ccache_.length() != 0 || given_ != nullptr; }
+
+    void apply(CredentialRequest &request) const {
+        if (request.usage != GSS_C_INITIATE && keytab_.length() != 0)
+            request.keytab = keytab_.view().data();
+        if (request.usage == GSS_C_ACCEPT)
+            return;
+        request.client_keytab = client_keytab_.view().data();
+        request.ccache = ccache_.view().data();
+        request.given = given_;
+    }
+
+  private:
+    bool read(Bytes text) {
+        const Bytes key = text.substr(0, text.find('='));
+        const Bytes value = text.substr(std::min(text.size(), key.size() + 1));
+        if (key == "credential" && value.size() == sizeof given_)
+            std::memcpy(&given_, value.data(), sizeof given_);
+        Block *const file = key == "keytab"          ? &keytab_
+                            : key == "client_keytab" ? &client_keytab_
+                            : key == "ccache"        ? &ccache_
+                                                     : nullptr;
+        return file == nullptr || file->length() != 0 || file->append(value);
+    }
+
+    Block keytab_, client_keytab_, ccache_;
+    void *given_ = nullptr;
+};
+
+Status acquire_desired(const Desired &desired, const Sources &sources, OM_uint32 lifetime, const MechInfo_t &entry,
+                       int usage, qxgss_cred_id_t *ppCredential, OM_uint32 *pTimeRec) {
     if (usage != GSS_C_INITIATE && !may_accept(entry))
         return refusal(GSS_S_NO_CRED, kNotAccepted);
+    const bool is_kerberos = view(entry.pMechOid) == kKerberos;
+    if (sources.initiate() && usage != GSS_C_ACCEPT && !is_kerberos)
+        return refusal(GSS_S_NO_CRED, "The tickets that are to be used are not this mechanism's.");
     CredentialRequest request;
     request.name = desired.name.name();
     request.password = usage == GSS_C_ACCEPT ? nullptr : desired.logon.password.get();
     request.keytab = usage == GSS_C_INITIATE ? nullptr : setting_of(entry, "keytab_file");
+    request.usage = usage;
+    if (is_kerberos)
+        sources.apply(request);
     request.lifetime = lifetime;
     request.mech = view(entry.pMechOid);
-    request.usage = usage;
     OM_uint32 granted = 0;
     const Status status = acquire(request, ppCredential, &granted);
     set(pTimeRec, status.failed() ? 0U : granted);
@@ -125,9 +173,12 @@ OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredNam
     if (entry == nullptr)
         return refuse(pMinorStatus, GSS_S_BAD_MECH, kNotServed);
     Desired desired;
+    Sources sources;
     Status status = desired.read(pDesiredName, CredUsage == GSS_C_ACCEPT);
     if (!status.failed())
-        status = acquire_desired(desired, TimeReq, *entry, CredUsage, ppOutputCredHandle, pTimeRec);
+        status = sources.read(pDesiredName);
+    if (!status.failed())
+        status = acquire_desired(desired, sources, TimeReq, *entry, CredUsage, ppOutputCredHandle, pTimeRec);
     if (status.failed() || ppActualMechs == nullptr)
         return finish(pMinorStatus, status);
     Status copied;

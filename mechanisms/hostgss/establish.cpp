@@ -138,10 +138,13 @@ struct Initiation {
     Bytes token;
 
     Status operator()(Context &context, Leg &leg) const {
-        const Status status = check_message(context, token);
-        return status.failed()
-                   ? status
-                   : initiate(credential, &context.host, target, context.mech, flags, lifetime, bindings, token, leg);
+        Status status = check_message(context, token);
+        if (!status.failed())
+            status = initiate(credential, &context.host, target, context.mech, flags, lifetime, bindings, token, leg);
+        // gss-ntlmssp (1.2.0) gives back what was asked for. NTLM delegates nothing, and no server proves itself.
+        if (context.mech == kNtlm)
+            leg.flags &= ~(GSS_C_DELEG_FLAG | GSS_C_MUTUAL_FLAG);
+        return status;
     }
 };
 

@@ -94,7 +94,10 @@ struct Bindings {
 struct CredentialRequest {
     Name name;
     const char *password = nullptr; // null: from the ticket cache, the key table or what else the mechanism has
-    const char *keytab = nullptr;   // null: the host's default
+    const char *keytab = nullptr;   // null, as in the next two: the host's default
+    const char *client_keytab = nullptr;
+    const char *ccache = nullptr;
+    void *given = nullptr; // a credential of which a copy is wanted; all but the mechanism is passed over then
     std::uint32_t lifetime = 0xFFFFFFFFU;
     Bytes mech;
     int usage = 0;

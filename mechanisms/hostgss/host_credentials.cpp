@@ -1,4 +1,6 @@
 // The host's mechanisms, names and credentials.
+#include <cstring>
+
 #include "mechanisms/hostgss/host_types.h"
 
 namespace hostgss {
@@ -17,21 +19,13 @@ Bytes OidSet::operator[](std::size_t index) const {
     return to_bytes(&static_cast<gss_OID_set>(set_)->elements[index]);
 }
 
-namespace {
-
-// RFC 2744 4.1, spelled out: the framework exports a variable of the name GSS_C_NT_HOSTBASED_SERVICE, too.
-constexpr Bytes kHostBasedService = "\x2a\x86\x48\x86\xf7\x12\x01\x02\x01\x04";
-
-} // namespace
-
 Status HostName::import(const Name &name) {
     if (name.text.empty())
         return {};
     gss_buffer_desc text = to_buffer(name.text);
-    gss_OID_desc service = to_oid(kHostBasedService);
+    const gss_OID type = name.kind == NameKind::kUser ? GSS_C_NT_USER_NAME : GSS_C_NT_HOSTBASED_SERVICE;
     Status status;
-    status.major =
-        gss_import_name(&status.minor, &text, name.kind == NameKind::kUser ? GSS_C_NT_USER_NAME : &service, &name_);
+    status.major = gss_import_name(&status.minor, &text, type, &name_);
     return status;
 }
 
@@ -61,27 +55,50 @@ Status mechanisms(OidSet &set) {
 
 namespace {
 
-// The key table that a request names, as the host takes it; nothing for its default. Not even an empty store may stand
-// for that: some mechanisms make a user's credential whenever there is a store.
+// The files that a request names, as the host takes them; nothing for its defaults. Not even an empty store may stand
+// for those: some mechanisms make a user's credential whenever there is a store.
 class Store {
   public:
-    explicit Store(const char *keytab) : element_{"keytab", keytab} {}
+    explicit Store(const CredentialRequest &request) {
+        add("keytab", request.keytab);
+        add("client_keytab", request.client_keytab);
+        add("ccache", request.ccache);
+    }
     Store(const Store &) = delete;
     Store &operator=(const Store &) = delete;
-    gss_const_key_value_set_t get() const { return element_.value == nullptr ? GSS_C_NO_CRED_STORE : &store_; }
+    gss_const_key_value_set_t get() const { return store_.count == 0 ? GSS_C_NO_CRED_STORE : &store_; }
 
   private:
-    gss_key_value_element_desc element_;
-    gss_key_value_set_desc store_{1, &element_};
+    void add(const char *key, const char *value) {
+        if (value != nullptr)
+            elements_[store_.count++] = {key, value};
+    }
+
+    gss_key_value_element_desc elements_[3];
+    gss_key_value_set_desc store_{0, elements_};
 };
+
+// The host copies a credential by way of its exported form, which has the keys in it.
+Status copy(gss_cred_id_t given, gss_cred_id_t *credential) {
+    HostBuffer exported;
+    Status status;
+    status.major = gss_export_cred(&status.minor, given, exported.get());
+    if (!status.failed())
+        status.major = gss_import_cred(&status.minor, exported.get(), credential);
+    if (!exported.view().empty())
+        explicit_bzero(exported.get()->value, exported.view().size());
+    return status;
+}
 
 Status call_acquire(const CredentialRequest &request, gss_name_t name, gss_cred_id_t *credential) {
     gss_OID_desc oid = to_oid(request.mech);
     gss_OID_set_desc mechs = {1, &oid};
+    if (request.given != nullptr)
+        return copy(static_cast<gss_cred_id_t>(request.given), credential);
     Status status;
     if (request.password == nullptr) {
         status.major = gss_acquire_cred_from(&status.minor, name, request.lifetime, &mechs, request.usage,
-                                             Store(request.keytab).get(), credential, nullptr, nullptr);
+                                             Store(request).get(), credential, nullptr, nullptr);
     } else {
         gss_buffer_desc password = to_buffer(request.password);
         status.major = gss_acquire_cred_with_password(&status.minor, name, &password, request.lifetime, &mechs,

@@ -43,6 +43,11 @@ QXGSS_API OM_uint32 HOSTGSS_inquire_names_for_mech(OM_uint32 *pMinorStatus, qxgs
 // else in the host's default key table, and is named by a service (names.h). GSS_S_BAD_NAME with the parser's minor
 // status for a wrong logon string, with 0xE10000CD for a password without identity. GSS_S_NO_CRED to accept with a
 // mechanism that is not accepted, whatever the process is.
+//
+// The name may have more elements, texts "KEY=VALUE" that say where Kerberos finds what it needs, instead of the host's
+// defaults: "keytab" of an acceptor; "client_keytab" and "ccache" of an initiator without a password; "credential",
+// whose value is the handle, in its bytes, of an initiator's credential that a context here was delegated: a copy is
+// made. GSS_S_NO_CRED for another mechanism when the tickets are to come from one of the last three.
 QXGSS_API OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredName, OM_uint32 TimeReq,
                                          qxgss_OID_set pDesiredMechs, qxgss_cred_usage_t CredUsage,
                                          qxgss_cred_id_t *ppOutputCredHandle, qxgss_OID_set *ppActualMechs,
