@@ -29,6 +29,14 @@ template <typename T> Heap<T> zeroed() {
     return record;
 }
 
+// A copy of the bytes, at least one; null when memory is lacking.
+inline Heap<unsigned char> copy_bytes(const void *bytes, std::size_t length) {
+    Heap<unsigned char> copy(static_cast<unsigned char *>(std::malloc(length)));
+    if (copy != nullptr)
+        std::memcpy(copy.get(), bytes, length);
+    return copy;
+}
+
 // A NUL-terminated copy; null when memory is lacking.
 inline Heap<char> copy_text(const char *text) {
     return Heap<char>(strdup(text));

@@ -3,37 +3,23 @@
 #ifndef COMMON_OWNED_H
 #define COMMON_OWNED_H
 
+#include <cstddef>
 #include <cstdlib>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
+#include "common/bytes.h"
 #include "common/status.h"
 #include "qxgss/gssp.h"
 
 namespace common {
 
-// A descriptor over bytes that are only read.
-inline qxgss_buffer_desc view(std::string_view bytes) {
-    return {bytes.size(), const_cast<char *>(bytes.data())};
-}
-
-// The bytes of a descriptor; none for a null one and for one without a value.
-inline std::string_view bytes_of(const qxgss_buffer_desc *pBuffer) {
-    return pBuffer == nullptr || pBuffer->value == nullptr
-               ? std::string_view()
-               : std::string_view(static_cast<const char *>(pBuffer->value), pBuffer->length);
-}
-
-inline std::string_view bytes_of(const qxgss_OID_desc *pOid) {
-    return pOid == nullptr || pOid->elements == nullptr
-               ? std::string_view()
-               : std::string_view(static_cast<const char *>(pOid->elements), pOid->length);
-}
-
 // Appends a copy of the text to a buffer on the C heap, without separator or NUL; false, and the buffer as it was, when
 // memory is lacking.
 inline bool append(qxgss_buffer_desc &buffer, std::string_view text) {
+    if (text.empty())
+        return true;
     void *const grown = std::realloc(buffer.value, buffer.length + text.size());
     if (grown == nullptr)
         return false;
@@ -46,6 +32,8 @@ inline bool append(qxgss_buffer_desc &buffer, std::string_view text) {
 template <typename Handle, auto Release> class Owned {
   public:
     Owned() = default;
+    Owned(std::nullptr_t) {}
+    explicit Owned(Handle handle) : handle_(handle) {}
     Owned(Owned &&other) noexcept : handle_(std::exchange(other.handle_, {})) {}
     Owned &operator=(Owned &&other) noexcept {
         std::swap(handle_, other.handle_);
@@ -54,6 +42,8 @@ template <typename Handle, auto Release> class Owned {
     ~Owned() { reset(); }
 
     Handle get() const { return handle_; }
+    Handle operator->() const { return handle_; }
+    bool operator==(std::nullptr_t) const { return handle_ == nullptr; }
     Handle *out() { return &handle_; }
     Handle release() { return std::exchange(handle_, {}); }
     void reset() {

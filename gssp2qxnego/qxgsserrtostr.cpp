@@ -3,10 +3,10 @@
 
 const char *qxgsserrtostr(OM_uint32 errcode) {
     switch (errcode) {
-#define QXGSS_CODE(value, text)                                                                                        \
+#define QXGSS_CODE(value, name, text)                                                                                  \
     case value:                                                                                                        \
         return text;
-#include "gssp2qxnego/qxgss_codes.def"
+#include "qxgss/qxgss_codes.def"
 #undef QXGSS_CODE
     default:
         return "?";

@@ -8,21 +8,18 @@
 #include <memory>
 #include <span>
 
+#include "common/heap.h"
+#include "common/status.h"
 #include "qxat/qxatldapauthorize.h"
 
 namespace {
 
 constexpr char kExternalUser[] = "extuser";
 
-struct Free {
-    void operator()(unsigned char *p) const { std::free(p); }
-};
-using Bytes = std::unique_ptr<unsigned char, Free>;
+using Bytes = common::Heap<unsigned char>;
 
 OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 minor) {
-    if (pMinorStatus != nullptr)
-        *pMinorStatus = minor;
-    return minor == GSSP_E_SUCCESS ? GSS_S_COMPLETE : GSS_S_FAILURE;
+    return common::report(pMinorStatus, minor == GSSP_E_SUCCESS ? GSS_S_COMPLETE : GSS_S_FAILURE, minor);
 }
 
 std::span<qxs_name_t> entries(qxs_namelist_t names) {

@@ -77,7 +77,7 @@ template <bool Tells> class Parser {
     const unsigned char *at_;
     const unsigned char *end_;
     const unsigned char *limit_; // of the innermost open element
-    qxgss::Heap<Element> elements_;
+    qxgss::Heap<Element[]> elements_;
     std::size_t count_ = 0;
     std::size_t capacity_ = 0;
     Open open_[GSSPASN_DECODE_MAX_DEPTH];
@@ -422,7 +422,7 @@ OM_uint32 gsspasn_get_decode_contents(gsspasn_decoding_t Handle, OM_uint32 Tag, 
 OM_uint32 gsspasn_close_decode_handle(gsspasn_decoding_t *pHandle) {
     if (pHandle == nullptr || !is_token(*pHandle))
         return GSSPASN_E_NO_HANDLE;
-    const qxgss::Heap<Element> elements(*pHandle);
+    const qxgss::Heap<Element[]> elements(*pHandle);
     *pHandle = nullptr;
     return GSSPASN_E_SUCCESS;
 }

@@ -189,11 +189,11 @@ OM_uint32 gsspasn_close_encode_handle(gsspasn_encoding_t *pHandle, qxgss_buffer_
         return GSSPASN_E_NO_HANDLE;
     const qxgss::Heap<gsspasn_encoder_struct> encoder(*pHandle);
     *pHandle = nullptr;
-    qxgss::Heap<unsigned char> bytes(encoder[0].bytes);
+    qxgss::Heap<unsigned char> bytes(encoder->bytes);
     if (pOutput == nullptr)
         return GSSPASN_E_SUCCESS;
-    if (encoder[0].depth != 0)
+    if (encoder->depth != 0)
         return GSSPASN_E_TAG_MISMATCH;
-    *pOutput = {encoder[0].size, bytes.release()};
+    *pOutput = {encoder->size, bytes.release()};
     return GSSPASN_E_SUCCESS;
 }

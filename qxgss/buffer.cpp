@@ -6,12 +6,6 @@
 
 using namespace qxgss;
 
-namespace {
-
-constexpr OM_uint32 kNotDuplicated = 0xE1000077U;
-
-} // namespace
-
 OM_uint32 gssp_release_buffer(OM_uint32 *pMinorStatus, qxgss_buffer_t pBuffer) {
     if (pBuffer != nullptr) {
         std::free(pBuffer->value);
@@ -28,13 +22,13 @@ OM_uint32 gssp_release_secure_buffer(OM_uint32 *pMinorStatus, qxgss_buffer_t pBu
 
 OM_uint32 gssp_duplicate_buffer(OM_uint32 *pMinorStatus, const qxgss_buffer_t pSource, qxgss_buffer_t pDestination) {
     if (pDestination == nullptr)
-        return fail(pMinorStatus, kNotDuplicated);
+        return fail(pMinorStatus, QXGSS_E_BUFFER_NOT_DUPLICATED);
     *pDestination = {};
     if (pSource == nullptr)
-        return fail(pMinorStatus, kNotDuplicated);
+        return fail(pMinorStatus, QXGSS_E_BUFFER_NOT_DUPLICATED);
     if (!present(*pSource))
         return succeed(pMinorStatus);
-    Heap<unsigned char> copy = copied(pSource->value, pSource->length);
+    Heap<unsigned char> copy = copy_bytes(pSource->value, pSource->length);
     if (copy == nullptr)
         return fail(pMinorStatus, GSSP_E_NO_MEMORY);
     *pDestination = {pSource->length, copy.release()};

@@ -28,9 +28,6 @@ namespace qxgss {
 
 namespace {
 
-constexpr OM_uint32 kWrongFile = 0xE10000A8U;
-constexpr OM_uint32 kNoMechanisms = 0xE1000096U;
-
 constexpr std::size_t kMaxFile = 1U << 20;
 constexpr std::size_t kMaxDotsInLine = 256;
 
@@ -42,12 +39,12 @@ std::string printable(std::string text) {
 }
 
 [[noreturn]] void wrong(const std::string &file, std::size_t line, const std::string &key, const std::string &what,
-                        OM_uint32 minor = kWrongFile) {
+                        OM_uint32 minor = QXGSS_E_CONFIG_MECHANISMS) {
     throw WrongFile(printable(file + ":" + std::to_string(line) + ": " + key + ": " + what), minor);
 }
 
 [[noreturn]] void unreadable(const std::string &file, const char *why) {
-    throw WrongFile(printable(file + ": cannot be read: " + why), kWrongFile);
+    throw WrongFile(printable(file + ": cannot be read: " + why), QXGSS_E_CONFIG_MECHANISMS);
 }
 
 // ---- Typed access, which knows where it is -------------------------------------------------------------------------
@@ -422,7 +419,7 @@ Configuration read_configuration(const std::string &file) {
         result.mechanisms.push_back(std::move(mechanism));
     });
     if (result.mechanisms.empty())
-        wrong(file, 1, "mechanism", "is missing", kNoMechanisms);
+        wrong(file, 1, "mechanism", "is missing", QXGSS_E_NO_MECHANISMS);
     root.section("policy", [&](const Section &section) { read_policy(section, result); });
     warn_of_writers(result, file);
     return result;

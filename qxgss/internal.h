@@ -1,27 +1,39 @@
-// What the framework's own files share: the one way to report a status, and owners of C-heap memory. Never included
-// from outside this folder.
+// What the framework's own files share. Never included from outside this folder.
 #ifndef QXGSS_INTERNAL_H
 #define QXGSS_INTERNAL_H
 
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/bytes.h"
+#include "common/heap.h"
+#include "common/owned.h"
+#include "common/status.h"
+#include "qxgss/codes.h"
 #include "qxgss/gssp.h"
 
 namespace qxgss {
 
-inline OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor) {
-    if (pMinorStatus != nullptr)
-        *pMinorStatus = minor;
-    return major;
-}
+using common::copy_bytes;
+using common::equal;
+using common::Heap;
+using common::Name;
+using common::OidSet;
+using common::present;
+using common::report;
+using common::usable;
+using common::zeroed;
+
+// What the C headers call some of them.
+static_assert(GSSP_E_SUCCESS == QXGSS_E_SUCCESS && GSSP_E_NO_MEMORY == QXGSS_E_NO_MEMORY &&
+              GSSP_E_FUNCTION_UNAVAILABLE == QXGSS_E_FUNCTION_UNAVAILABLE &&
+              GSSP_E_NO_PROPERTY == QXGSS_E_NO_PROPERTY && GSSP_E_INVALID_ARGUMENT == QXGSS_E_INVALID_ARGUMENT &&
+              GSSP_E_NOT_PERMITTED == QXGSS_E_NOT_PERMITTED && GSSP_E_NO_MECH_INDEX == QXGSS_E_NO_MECH_INDEX &&
+              GSSP_E_BAD_CONTEXT == QXGSS_E_BAD_CONTEXT);
 
 inline OM_uint32 fail(OM_uint32 *pMinorStatus, OM_uint32 minor) {
     return report(pMinorStatus, GSS_S_FAILURE, minor);
@@ -29,47 +41,6 @@ inline OM_uint32 fail(OM_uint32 *pMinorStatus, OM_uint32 minor) {
 
 inline OM_uint32 succeed(OM_uint32 *pMinorStatus) {
     return report(pMinorStatus, GSS_S_COMPLETE, GSSP_E_SUCCESS);
-}
-
-struct Free {
-    void operator()(void *p) const { std::free(p); }
-};
-
-// Owner of a block of the C heap; array access for blocks of several.
-template <typename T> using Heap = std::unique_ptr<T[], Free>;
-
-// A zeroed block, or null when memory is lacking.
-template <typename T> Heap<T> zeroed(std::size_t count) {
-    return Heap<T>(static_cast<T *>(std::calloc(count, sizeof(T))));
-}
-
-// A single record, for which malloc is the faster way: calloc passes by the blocks that the C library keeps at hand.
-template <typename T> Heap<T> zeroed() {
-    Heap<T> record(static_cast<T *>(std::malloc(sizeof(T))));
-    if (record != nullptr)
-        record[0] = T{};
-    return record;
-}
-
-// A new block with a copy of the bytes, at least one; null when memory is lacking.
-inline Heap<unsigned char> copied(const void *bytes, std::size_t length) {
-    Heap<unsigned char> copy(static_cast<unsigned char *>(std::malloc(length)));
-    if (copy != nullptr)
-        std::memcpy(copy.get(), bytes, length);
-    return copy;
-}
-
-inline bool present(const qxgss_buffer_desc &buffer) {
-    return buffer.length != 0 && buffer.value != nullptr;
-}
-
-inline bool usable(const qxgss_OID_desc *pOid) {
-    return pOid != nullptr && pOid->length != 0 && pOid->elements != nullptr;
-}
-
-// Of usable OIDs; lengths first, which tells most of them apart.
-inline bool equal(const qxgss_OID_desc &a, const qxgss_OID_desc &b) {
-    return a.length == b.length && std::memcmp(a.elements, b.elements, a.length) == 0;
 }
 
 // ---- Configuration and registry ------------------------------------------------------------------------------------

@@ -14,10 +14,6 @@ namespace {
 
 using namespace qxgss;
 
-constexpr OM_uint32 kBadClientServer = 0xE1000091U;
-constexpr OM_uint32 kAlreadyConfigured = 0xE1000094U;
-constexpr OM_uint32 kNoFileName = 0xE1000099U;
-
 void take_out_of_use(Mechanism &mechanism, MechInfo_t &info, const std::string &why) {
     mechanism.message = why;
     info.pszMessage = mechanism.message.data();
@@ -231,11 +227,11 @@ OM_uint32 qxgss_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, const
     if (pMessage != nullptr)
         *pMessage = {};
     if (configuration != nullptr)
-        return fail(pMinorStatus, kAlreadyConfigured);
+        return fail(pMinorStatus, QXGSS_E_ALREADY_CONFIGURED);
     if (ClientServer != QXGSS_CLIENT && ClientServer != QXGSS_SERVER)
-        return fail(pMinorStatus, kBadClientServer);
+        return fail(pMinorStatus, QXGSS_E_BAD_CLIENT_SERVER);
     if (pszConfigFile == nullptr || *pszConfigFile == '\0')
-        return fail(pMinorStatus, kNoFileName);
+        return fail(pMinorStatus, QXGSS_E_NO_FILE_NAME);
     try {
         return load(pMinorStatus, ClientServer, pszConfigFile, pMessage);
     } catch (const WrongFile &file) {

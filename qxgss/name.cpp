@@ -9,9 +9,6 @@ using namespace qxgss;
 
 namespace {
 
-constexpr OM_uint32 kNotImported = 0xE1000069U;
-constexpr OM_uint32 kNotDuplicated = 0xE100006BU;
-
 constexpr qxgss_OID_desc oid(std::string_view bytes) {
     return {static_cast<OM_uint32>(bytes.size()), const_cast<char *>(bytes.data())};
 }
@@ -39,11 +36,6 @@ bool foreign(const qxgss_OID pType) {
     return usable(pType) && constant_of(*pType) == nullptr;
 }
 
-struct ReleaseName {
-    void operator()(qxgss_name_t pName) const { gssp_release_name(nullptr, &pName); }
-};
-using OwnedName = std::unique_ptr<qxgss_name_desc, ReleaseName>;
-
 // The element array of a copy. Name types that are not the framework's lie behind the elements in the same block,
 // first a descriptor for each element, then their bytes, so that they live exactly as long as the name.
 qxgss_name_element_t new_elements(const qxgss_name_desc &source) {
@@ -70,15 +62,15 @@ void copy_types(const qxgss_name_desc &source, qxgss_name_desc &copy) {
     }
 }
 
-OwnedName copy_of(const qxgss_name_desc &source) {
-    OwnedName copy(zeroed<qxgss_name_desc>().release());
+Name copy_of(const qxgss_name_desc &source) {
+    Name copy(zeroed<qxgss_name_desc>().release());
     if (copy == nullptr || source.Count == 0 || source.pElements == nullptr)
         return copy;
     copy->pElements = new_elements(source);
     if (copy->pElements == nullptr)
         return nullptr;
     copy->Count = source.Count;
-    copy_types(source, *copy);
+    copy_types(source, *copy.get());
     for (OM_uint32 i = 0; i < source.Count; ++i)
         if (GSS_ERROR(gssp_duplicate_buffer(nullptr, &source.pElements[i].Name, &copy->pElements[i].Name)))
             return nullptr;
@@ -96,10 +88,10 @@ qxgss_OID QXGSS_C_NT_HOSTBASED_SERVICE = &name_types[4];
 OM_uint32 qxgss_import_name(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInputName, const qxgss_OID pInputNameType,
                             qxgss_name_t *ppOutputName) {
     if (ppOutputName == nullptr)
-        return fail(pMinorStatus, kNotImported);
+        return fail(pMinorStatus, QXGSS_E_NAME_NOT_IMPORTED);
     *ppOutputName = nullptr;
     if (pInputName == nullptr || (pInputName->length != 0 && pInputName->value == nullptr) || !usable(pInputNameType))
-        return fail(pMinorStatus, kNotImported);
+        return fail(pMinorStatus, QXGSS_E_NAME_NOT_IMPORTED);
     qxgss_name_element_desc element{pInputNameType, *pInputName};
     *ppOutputName = copy_of({1, &element, nullptr}).release();
     return *ppOutputName != nullptr ? succeed(pMinorStatus) : fail(pMinorStatus, GSSP_E_NO_MEMORY);
@@ -107,7 +99,7 @@ OM_uint32 qxgss_import_name(OM_uint32 *pMinorStatus, const qxgss_buffer_t pInput
 
 OM_uint32 gssp_duplicate_name(OM_uint32 *pMinorStatus, const qxgss_name_t pSource, qxgss_name_t *ppCopy) {
     if (ppCopy == nullptr)
-        return fail(pMinorStatus, kNotDuplicated);
+        return fail(pMinorStatus, QXGSS_E_NAME_NOT_DUPLICATED);
     *ppCopy = nullptr;
     if (pSource == nullptr)
         return succeed(pMinorStatus);

@@ -13,23 +13,13 @@ using namespace qxgss;
 
 namespace {
 
-constexpr OM_uint32 kBadSet = 0xE1000070U;
-constexpr OM_uint32 kBadFlag = 0xE1000071U;
-constexpr OM_uint32 kSetNotDuplicated = 0xE1000079U;
-constexpr OM_uint32 kBadOidString = 0xE1000081U;
-
-struct ReleaseSet {
-    void operator()(qxgss_OID_set pSet) const { gssp_release_oid_set(nullptr, &pSet); }
-};
-using OwnedSet = std::unique_ptr<qxgss_OID_set_desc, ReleaseSet>;
-
-OwnedSet new_set() {
-    return OwnedSet(zeroed<qxgss_OID_set_desc>().release());
+OidSet new_set() {
+    return OidSet(zeroed<qxgss_OID_set_desc>().release());
 }
 
 // The copy counts a member once it is whole, so that a half made copy can be released.
-OwnedSet copy_of(const qxgss_OID_set_desc &source) {
-    OwnedSet copy = new_set();
+OidSet copy_of(const qxgss_OID_set_desc &source) {
+    OidSet copy = new_set();
     if (copy == nullptr || source.count == 0 || source.elements == nullptr)
         return copy;
     copy->elements = zeroed<qxgss_OID_desc>(source.count).release();
@@ -39,7 +29,7 @@ OwnedSet copy_of(const qxgss_OID_set_desc &source) {
         const qxgss_OID_desc &member = source.elements[copy->count];
         if (!usable(&member))
             continue;
-        Heap<unsigned char> bytes = copied(member.elements, member.length);
+        Heap<unsigned char> bytes = copy_bytes(member.elements, member.length);
         if (bytes == nullptr)
             return nullptr;
         copy->elements[copy->count] = {member.length, bytes.release()};
@@ -101,20 +91,20 @@ OM_uint32 gssp_compare_oids(OM_uint32 *pMinorStatus, const qxgss_OID pOid1, cons
 
 OM_uint32 gssp_create_empty_oid_set(OM_uint32 *pMinorStatus, qxgss_OID_set *ppSet) {
     if (ppSet == nullptr)
-        return fail(pMinorStatus, kBadSet);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_SET);
     *ppSet = new_set().release();
     return *ppSet != nullptr ? succeed(pMinorStatus) : fail(pMinorStatus, GSSP_E_NO_MEMORY);
 }
 
 OM_uint32 gssp_add_oid_set_member(OM_uint32 *pMinorStatus, const qxgss_OID pOid, qxgss_OID_set *ppSet) {
     if (ppSet == nullptr || *ppSet == nullptr)
-        return fail(pMinorStatus, kBadSet);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_SET);
     if (!usable(pOid))
         return fail(pMinorStatus, GSSP_E_INVALID_ARGUMENT);
     qxgss_OID_set_desc &set = **ppSet;
     // Copied before the array moves: the OID may be a member of this very set.
     const OM_uint32 length = pOid->length;
-    Heap<unsigned char> bytes = copied(pOid->elements, length);
+    Heap<unsigned char> bytes = copy_bytes(pOid->elements, length);
     if (bytes == nullptr)
         return fail(pMinorStatus, GSSP_E_NO_MEMORY);
     // The capacity follows from the count alone, as a set made elsewhere has an array that just fits.
@@ -129,9 +119,9 @@ OM_uint32 gssp_add_oid_set_member(OM_uint32 *pMinorStatus, const qxgss_OID pOid,
 OM_uint32 gssp_test_oid_set_member(OM_uint32 *pMinorStatus, const qxgss_OID pOid, const qxgss_OID_set pSet,
                                    int *pPresent) {
     if (pPresent == nullptr)
-        return fail(pMinorStatus, kBadFlag);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_SET_FLAG);
     if (pSet == nullptr)
-        return fail(pMinorStatus, kBadSet);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_SET);
     if (!usable(pOid))
         return fail(pMinorStatus, GSSP_E_INVALID_ARGUMENT);
     *pPresent = 0;
@@ -142,7 +132,7 @@ OM_uint32 gssp_test_oid_set_member(OM_uint32 *pMinorStatus, const qxgss_OID pOid
 
 OM_uint32 gssp_duplicate_oid_set(OM_uint32 *pMinorStatus, const qxgss_OID_set pSource, qxgss_OID_set *ppCopy) {
     if (ppCopy == nullptr)
-        return fail(pMinorStatus, kSetNotDuplicated);
+        return fail(pMinorStatus, QXGSS_E_OID_SET_NOT_DUPLICATED);
     *ppCopy = nullptr;
     if (pSource == nullptr)
         return succeed(pMinorStatus);
@@ -173,16 +163,16 @@ OM_uint32 gssp_oidstr_to_oidder(OM_uint32 *pMinorStatus, OM_uint32, OM_uint32, c
     if (ppElements != nullptr)
         *ppElements = nullptr;
     if (pszOid == nullptr || pLength == nullptr || ppElements == nullptr)
-        return fail(pMinorStatus, kBadOidString);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_STRING);
     const std::string_view text(pszOid);
     if (text.empty() || text.size() > UINT32_MAX)
-        return fail(pMinorStatus, kBadOidString);
-    Heap<unsigned char> bytes = zeroed<unsigned char>(text.size());
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_STRING);
+    Heap<unsigned char[]> bytes = zeroed<unsigned char>(text.size());
     if (bytes == nullptr)
         return fail(pMinorStatus, GSSP_E_NO_MEMORY);
     const std::size_t length = encode(text, bytes.get());
     if (length == 0)
-        return fail(pMinorStatus, kBadOidString);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_STRING);
     *pLength = static_cast<OM_uint32>(length);
     *ppElements = bytes.release();
     return succeed(pMinorStatus);

@@ -10,9 +10,6 @@
 namespace qxgss {
 namespace {
 
-constexpr OM_uint32 kNoUser = 0xE10000CBU;
-constexpr OM_uint32 kNoPolicy = 0xE10000F2U;
-
 // ---- Names ---------------------------------------------------------------------------------------------------------
 
 // How a mechanism gives the name of a user.
@@ -217,10 +214,10 @@ OM_uint32 gssp_inquire_mech_policy_for_user(OM_uint32 *pMinorStatus, const char 
         return fail(pMinorStatus, GSSP_E_INVALID_ARGUMENT);
     *ppMechs = nullptr;
     if (pszUser == nullptr || *pszUser == '\0')
-        return fail(pMinorStatus, kNoUser);
+        return fail(pMinorStatus, QXGSS_E_BAD_USER_NAME);
     // No policy is not the same as an unknown one: without a configuration nobody is let through.
     if (configuration == nullptr)
-        return fail(pMinorStatus, kNoPolicy);
+        return fail(pMinorStatus, QXGSS_E_NO_POLICY);
     const Allowed numbers = allowed(pszUser);
     if (!numbers)
         return succeed(pMinorStatus);

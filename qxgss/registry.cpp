@@ -15,12 +15,6 @@ Configuration *configuration = nullptr;
 
 namespace {
 
-constexpr OM_uint32 kNoMechanismOid = 0xE100007BU;
-constexpr OM_uint32 kNoMechanismString = 0xE100007CU;
-constexpr OM_uint32 kNoProperty = 0xE1000074U;
-constexpr OM_uint32 kNoOidString = 0xE1000081U;
-constexpr OM_uint32 kNoStringOid = 0xE10000DBU;
-
 // OIDs that were asked for and that no mechanism has, by their DER octets. Unlike the registry it can grow later.
 struct {
     std::mutex lock;
@@ -67,14 +61,14 @@ template <typename T>
 OM_uint32 inquire_property(OM_uint32 *pMinorStatus, const qxgss_OID pMech, std::map<OM_uint32, T> Mechanism::*kind,
                            OM_uint32 Property, T *pValue) {
     if (!usable(pMech) || pValue == nullptr)
-        return fail(pMinorStatus, kNoProperty);
+        return fail(pMinorStatus, QXGSS_E_NO_PROPERTY);
     const OM_sint32 index = index_of(*pMech);
     const Mechanism *mechanism = behind(index < 0 ? nullptr : &pMechInfo[index]);
     if (mechanism == nullptr)
-        return fail(pMinorStatus, kNoProperty);
+        return fail(pMinorStatus, QXGSS_E_NO_PROPERTY);
     const auto property = (mechanism->*kind).find(Property);
     if (property == (mechanism->*kind).end())
-        return fail(pMinorStatus, kNoProperty);
+        return fail(pMinorStatus, QXGSS_E_NO_PROPERTY);
     *pValue = property->second;
     return succeed(pMinorStatus);
 }
@@ -104,20 +98,20 @@ using namespace qxgss;
 
 OM_uint32 gssp_mechstr_to_oid(OM_uint32 *pMinorStatus, const char *pszMechName, qxgss_OID *ppOid) {
     if (ppOid == nullptr)
-        return fail(pMinorStatus, kNoMechanismOid);
+        return fail(pMinorStatus, QXGSS_E_NO_MECHANISM_OID);
     const MechInfo_t *info = mechanism_named(pszMechName);
     *ppOid = info == nullptr ? nullptr : info->pMechOid;
-    return info == nullptr ? fail(pMinorStatus, kNoMechanismOid) : succeed(pMinorStatus);
+    return info == nullptr ? fail(pMinorStatus, QXGSS_E_NO_MECHANISM_OID) : succeed(pMinorStatus);
 }
 
 OM_uint32 gssp_mechoidstr_to_oid(OM_uint32 *pMinorStatus, const char *pszOid, qxgss_OID *ppOid) try {
     if (ppOid != nullptr)
         *ppOid = nullptr;
     if (pszOid == nullptr || ppOid == nullptr)
-        return fail(pMinorStatus, kNoMechanismOid);
+        return fail(pMinorStatus, QXGSS_E_NO_MECHANISM_OID);
     std::optional<std::string> der = der_of(pszOid);
     if (!der)
-        return fail(pMinorStatus, kNoOidString);
+        return fail(pMinorStatus, QXGSS_E_BAD_OID_STRING);
     *ppOid = framework_oid(std::move(*der));
     return succeed(pMinorStatus);
 } catch (...) {
@@ -128,7 +122,7 @@ OM_uint32 gssp_oid_to_mechindex(OM_uint32 *pMinorStatus, const qxgss_OID pOid, O
     if (pIndex != nullptr)
         *pIndex = -1;
     if (pOid == nullptr || pIndex == nullptr)
-        return fail(pMinorStatus, kNoMechanismOid);
+        return fail(pMinorStatus, QXGSS_E_NO_MECHANISM_OID);
     if (!usable(pOid))
         return fail(pMinorStatus, GSSP_E_INVALID_ARGUMENT);
     *pIndex = index_of(*pOid);
@@ -137,18 +131,18 @@ OM_uint32 gssp_oid_to_mechindex(OM_uint32 *pMinorStatus, const qxgss_OID pOid, O
 
 OM_uint32 gssp_oid_to_mechstr(OM_uint32 *pMinorStatus, const qxgss_OID pOid, const char **ppszMechName) {
     if (ppszMechName == nullptr)
-        return fail(pMinorStatus, kNoMechanismString);
+        return fail(pMinorStatus, QXGSS_E_NO_MECHANISM_STRING);
     const OM_sint32 index = usable(pOid) ? index_of(*pOid) : -1;
     *ppszMechName = index < 0 ? nullptr : pMechInfo[index].pszMechName;
-    return index < 0 ? fail(pMinorStatus, kNoMechanismString) : succeed(pMinorStatus);
+    return index < 0 ? fail(pMinorStatus, QXGSS_E_NO_MECHANISM_STRING) : succeed(pMinorStatus);
 }
 
 OM_uint32 gssp_mechstr_to_oidstr(OM_uint32 *pMinorStatus, const char *pszMechName, const char **ppszOid) {
     if (ppszOid == nullptr)
-        return fail(pMinorStatus, kNoStringOid);
+        return fail(pMinorStatus, QXGSS_E_NO_OID_STRING);
     const MechInfo_t *info = mechanism_named(pszMechName);
     *ppszOid = info == nullptr ? nullptr : info->pszMechOid;
-    return info == nullptr ? fail(pMinorStatus, kNoStringOid) : succeed(pMinorStatus);
+    return info == nullptr ? fail(pMinorStatus, QXGSS_E_NO_OID_STRING) : succeed(pMinorStatus);
 }
 
 OM_uint32 gssp_inquire_one_mech_property_boolean(OM_uint32 *pMinorStatus, const qxgss_OID pMech, OM_uint32 Property,
@@ -164,14 +158,14 @@ OM_uint32 gssp_inquire_one_mech_property_int(OM_uint32 *pMinorStatus, const qxgs
 OM_uint32 gssp_inquire_mech_setting(OM_uint32 *pMinorStatus, const char *pszMechName, const char *pszKey,
                                     const char **ppszValue) {
     if (ppszValue == nullptr)
-        return fail(pMinorStatus, kNoProperty);
+        return fail(pMinorStatus, QXGSS_E_NO_PROPERTY);
     *ppszValue = nullptr;
     const Mechanism *mechanism = behind(mechanism_named(pszMechName));
     if (mechanism == nullptr || pszKey == nullptr)
-        return fail(pMinorStatus, kNoProperty);
+        return fail(pMinorStatus, QXGSS_E_NO_PROPERTY);
     const auto setting = mechanism->settings.find(std::string_view(pszKey));
     if (setting == mechanism->settings.end())
-        return fail(pMinorStatus, kNoProperty);
+        return fail(pMinorStatus, QXGSS_E_NO_PROPERTY);
     *ppszValue = setting->second.c_str();
     return succeed(pMinorStatus);
 }

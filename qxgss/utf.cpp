@@ -11,10 +11,6 @@ using namespace qxgss;
 
 namespace {
 
-constexpr OM_uint32 kBadArgument = 0xE10000C0U;
-constexpr OM_uint32 kInvalid = 0xE10000C1U;
-constexpr OM_uint32 kInsufficient = 0xE10000C2U;
-
 // A text from its next character on. `unit` is the size of its code units in bytes; `big` their byte order.
 struct Text {
     std::span<const unsigned char> rest;
@@ -50,14 +46,14 @@ OM_uint32 next_utf8(Text &text, char32_t &character) {
     }
     const Sequence *sequence = sequence_of(first);
     if (sequence == nullptr)
-        return kInvalid;
+        return QXGSS_E_UTF_INVALID;
     character = first & (0x3FU >> sequence->following);
     for (std::size_t i = 1; i <= sequence->following; ++i) {
         if (i == text.rest.size())
-            return kInsufficient;
+            return QXGSS_E_UTF_INSUFFICIENT;
         const unsigned char byte = text.rest[i];
         if (byte < (i == 1 ? sequence->low : 0x80) || byte > (i == 1 ? sequence->high : 0xBF))
-            return kInvalid;
+            return QXGSS_E_UTF_INVALID;
         character = (character << 6) | (byte & 0x3FU);
     }
     text.rest = text.rest.subspan(sequence->following + 1);
@@ -66,7 +62,7 @@ OM_uint32 next_utf8(Text &text, char32_t &character) {
 
 OM_uint32 next_unit(Text &text, char32_t &value) {
     if (text.rest.size() < text.unit)
-        return kInsufficient;
+        return QXGSS_E_UTF_INSUFFICIENT;
     value = 0;
     for (std::size_t i = 0; i < text.unit; ++i)
         value = (value << 8) | text.rest[text.big ? i : text.unit - 1 - i];
@@ -89,12 +85,12 @@ OM_uint32 next_wide(Text &text, char32_t &character) {
         if (second != GSSP_E_SUCCESS)
             return second;
         if (!is_surrogate(low, 0xDC00))
-            return kInvalid;
+            return QXGSS_E_UTF_INVALID;
         character = 0x10000 + ((character - 0xD800) << 10) + (low - 0xDC00);
         return GSSP_E_SUCCESS;
     }
     const bool valid = character <= 0x10FFFF && !is_surrogate(character, 0xD800) && !is_surrogate(character, 0xDC00);
-    return valid ? GSSP_E_SUCCESS : kInvalid;
+    return valid ? GSSP_E_SUCCESS : QXGSS_E_UTF_INVALID;
 }
 
 // A leading byte order mark is no part of the text; in the wide encodings it tells the order of all that follows.
@@ -181,18 +177,18 @@ OM_uint32 convert_text(const qxgss_buffer_desc &name, std::size_t unit, qxgss_bu
 OM_uint32 gssp_convertname_utf(OM_uint32 *pMinorStatus, const qxgss_name_t pName, qxgss_buffer_t pOutput,
                                const gssp_utf_convert_flags_t *pFlags) {
     if (pOutput == nullptr)
-        return fail(pMinorStatus, kBadArgument);
+        return fail(pMinorStatus, QXGSS_E_UTF_BAD_ARGUMENT);
     *pOutput = {};
     if (pName == nullptr || pFlags == nullptr || pName->Count == 0 || pName->pElements == nullptr)
-        return fail(pMinorStatus, kBadArgument);
+        return fail(pMinorStatus, QXGSS_E_UTF_BAD_ARGUMENT);
     const qxgss_name_element_desc &element = pName->pElements[0];
     const std::size_t unit = unit_size(element.pNameType, pFlags->InputFormat);
     if (unit == 0 || pFlags->OutputFormat != GSSP_UTF8 || pFlags->ConversionType != GSSP_UTF_STRICT_CONVERSION)
-        return fail(pMinorStatus, kBadArgument);
+        return fail(pMinorStatus, QXGSS_E_UTF_BAD_ARGUMENT);
     if (element.Name.length == 0)
         return succeed(pMinorStatus);
     if (element.Name.value == nullptr)
-        return fail(pMinorStatus, kBadArgument);
+        return fail(pMinorStatus, QXGSS_E_UTF_BAD_ARGUMENT);
     const OM_uint32 status = convert_text(element.Name, unit, *pOutput);
     return status == GSSP_E_SUCCESS ? succeed(pMinorStatus) : fail(pMinorStatus, status);
 }

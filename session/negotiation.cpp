@@ -1,9 +1,9 @@
 #include "session/negotiation.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <span>
 
+#include "common/codes.h"
 #include "common/text.h"
 #include "gssp2qxnego/words.h"
 #include "session/failure.h"
@@ -19,14 +19,8 @@ const char *role_of(bool is_client) {
     return is_client ? "client" : "server";
 }
 
-std::string hexadecimal(OM_uint32 status) {
-    char digits[9];
-    std::snprintf(digits, sizeof digits, "%08X", static_cast<unsigned>(status));
-    return digits;
-}
-
-std::string statuses(const Negotiator &negotiator, OM_uint32 major, OM_uint32 minor) {
-    return "major status " + hexadecimal(major) + ", " + status_text(negotiator, minor);
+std::string statuses(OM_uint32 major, OM_uint32 minor, const MechInfo_t &mechanism) {
+    return "major status " + common::code_text(major) + ", " + common::minor_text(minor, &mechanism);
 }
 
 bool is_usable(const qxgss_ftn_table_desc &table) {
@@ -63,16 +57,6 @@ Negotiator find_negotiator() {
             return {entry.pMechOid, &entry.MechFtnTable};
     }
     throw Failure(QXGSS_SESSION_FAILURE_RESOURCES, "QXNEGO is not in use", GSS_S_FAILURE, GSSP_E_NO_PROPERTY);
-}
-
-std::string status_text(const Negotiator &negotiator, OM_uint32 minor) {
-    OM_uint32 ignored = 0, message_context = 0;
-    common::Buffer text;
-    const auto display = negotiator.table->ftn_gssp_display_status;
-    if (display == nullptr ||
-        failed(display(&ignored, minor, GSS_C_MECH_CODE, negotiator.oid, &message_context, text.out())))
-        return "minor status " + hexadecimal(minor);
-    return common::printable(text.bytes());
 }
 
 common::Name imported(std::string_view text, qxgss_OID type, const char *what) {
@@ -249,7 +233,7 @@ void Negotiation::check_selection() {
 Failure Negotiation::refusal(OM_uint32 minor) {
     if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
         return {QXGSS_SESSION_FAILURE_POLICY, refused_claim(), GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
-    return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + status_text(negotiator_, minor), GSS_S_FAILURE, minor};
+    return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + common::minor_text(minor), GSS_S_FAILURE, minor};
 }
 
 std::string Negotiation::refused_claim() const {
@@ -316,7 +300,7 @@ std::string Negotiation::own_mic() {
     qxgss_buffer_desc text = common::view(statement);
     const OM_uint32 major = negotiator_.table->ftn_gssp_get_mic(&minor, context_.get(), 0, &text, mic.out());
     if (failed(major) || mic.empty())
-        refuse(" gives no MIC: " + statuses(negotiator_, major, minor));
+        refuse(" gives no MIC: " + statuses(major, minor, mechanism()));
     return std::string(mic.bytes());
 }
 
@@ -348,7 +332,7 @@ common::Buffer Negotiation::wrap(std::string_view text) {
         negotiator_.table->ftn_gssp_wrap(&minor, context_.get(), wanted, 0, &input, &granted, message.out());
     if (failed(major) || (wanted != 0 && granted == 0))
         throw Failure(QXGSS_SESSION_FAILURE_PROTECTION,
-                      "a message could not be protected: " + statuses(negotiator_, major, minor), GSS_S_FAILURE, minor);
+                      "a message could not be protected: " + statuses(major, minor, mechanism()), GSS_S_FAILURE, minor);
     return message;
 }
 
@@ -362,7 +346,7 @@ common::Buffer Negotiation::unwrap(std::string_view message) {
         negotiator_.table->ftn_gssp_unwrap(&minor, context_.get(), &input, text.out(), &is_confidential, nullptr);
     if (major != GSS_S_COMPLETE || ((flags_ & GSS_C_CONF_FLAG) != 0 && is_confidential == 0))
         throw Failure(QXGSS_SESSION_FAILURE_PROTECTION,
-                      "a message is not protected as it should be: " + statuses(negotiator_, major, minor),
+                      "a message is not protected as it should be: " + statuses(major, minor, mechanism()),
                       failed(major) ? major : GSS_S_FAILURE, minor);
     return text;
 }

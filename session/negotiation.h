@@ -23,9 +23,6 @@ struct Negotiator {
 // Throws Failure (resources) when QXNEGO is not in use.
 Negotiator find_negotiator();
 
-// The text of a status of QXNEGO.
-std::string status_text(const Negotiator &negotiator, OM_uint32 minor);
-
 // A framework name. Throws Failure (usage), which says what could not be imported.
 common::Name imported(std::string_view text, qxgss_OID type, const char *what);
 

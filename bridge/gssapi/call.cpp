@@ -1,7 +1,5 @@
 #include "bridge/gssapi/call.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -9,24 +7,6 @@
 #include "common/text.h"
 
 namespace bridge {
-
-namespace {
-
-struct Status {
-    OM_uint32 value;
-    const char *text;
-};
-
-constexpr Status kStatuses[] = {
-#define QXNEGO_CODE(value, name, text) {value, text},
-#include "gssp2qxnego/qxnego_codes.def"
-#undef QXNEGO_CODE
-#define QXGSS_CODE(value, text) {value, text},
-#include "gssp2qxnego/qxgss_codes.def"
-#undef QXGSS_CODE
-};
-
-} // namespace
 
 LastFailure &last_failure() {
     static thread_local LastFailure last;
@@ -44,22 +24,6 @@ OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor, cons
     if (pMinorStatus != nullptr)
         *pMinorStatus = minor;
     return major;
-}
-
-std::string text_of(OM_uint32 minor, const MechInfo_t *mechanism) {
-    OM_uint32 ignored = 0, message_context = 0;
-    common::Buffer text;
-    if (mechanism != nullptr && mechanism->MechFtnTable.ftn_gssp_display_status != nullptr)
-        mechanism->MechFtnTable.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism->pMechOid,
-                                                        &message_context, text.out());
-    if (!text.empty())
-        return common::printable(text.bytes());
-    const auto row = std::ranges::find(kStatuses, minor, &Status::value);
-    if (row != std::end(kStatuses))
-        return row->text;
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "minor status %08X", static_cast<unsigned>(minor));
-    return digits;
 }
 
 void refuse(OM_uint32 major, const std::string &line) {

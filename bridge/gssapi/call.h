@@ -31,10 +31,6 @@ LastFailure &last_failure();
 // Keeps a failure's text; without memory the status has to do.
 OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor, const char *text) noexcept;
 
-// The text of a minor status: the mechanism's (may be null), or else the framework's or QXNEGO's own. Texts of a
-// mechanism are made printable.
-std::string text_of(OM_uint32 minor, const MechInfo_t *mechanism = nullptr);
-
 // A refusal of what the caller asks.
 [[noreturn]] void refuse(OM_uint32 major, const std::string &line);
 

@@ -11,13 +11,12 @@
 
 #include "bridge/gssapi/qxnego_gssapi.h"
 #include "common/text.h"
+#include "qxgss/codes.h"
 #include "session/negotiation.h"
 
 namespace bridge {
 
 namespace {
-
-constexpr OM_uint32 kAlreadyConfigured = 0xE1000094U;
 
 // What is known once it is done. Never deleted: a program may call the module as long as it lives.
 struct Configured {
@@ -71,7 +70,7 @@ bool run(OM_uint32 role, const std::string &file, std::string &said) {
     common::Buffer message;
     const OM_uint32 major = qxgss_configure(&minor, role, file.c_str(), message.out());
     said = message.bytes();
-    if (common::failed(major) && minor != kAlreadyConfigured)
+    if (common::failed(major) && minor != QXGSS_E_ALREADY_CONFIGURED)
         fail("the configuration: " + (said.empty() ? "there is not enough memory" : common::printable(said)), minor);
     return !common::failed(major);
 }

@@ -3,6 +3,7 @@
 
 #include "bridge/gssapi/credential.h"
 #include "bridge/gssapi/store.h"
+#include "common/codes.h"
 #include "common/text.h"
 #include "session/negotiation.h"
 
@@ -96,7 +97,7 @@ std::string try_mechanism(const MechInfo_t &mechanism, qxgss_name_t name, gss_cr
     qxgss_OID_set_desc itself{1, mechanism.pMechOid};
     if (failed(table.ftn_gssp_acquire_cred(&minor, name, GSS_C_INDEFINITE, &itself, usage, acquired.out(), nullptr,
                                            nullptr)))
-        return text_of(minor, &mechanism);
+        return common::minor_text(minor, &mechanism);
     inquire(mechanism, acquired.get(), credential);
     return {};
 }

@@ -2,6 +2,7 @@
 // its lock.
 #include "bridge/gssapi/call.h"
 #include "bridge/gssapi/qxnego_gssapi.h"
+#include "common/codes.h"
 
 namespace bridge {
 
@@ -64,7 +65,7 @@ OM_uint32 bridge_gss_display_status(OM_uint32 *pMinorStatus, OM_uint32 status, i
         return GSS_S_BAD_STATUS;
     const LastFailure &last = last_failure();
     try {
-        *pText = copy_of(status == last.minor && !last.text.empty() ? last.text : text_of(status));
+        *pText = copy_of(status == last.minor && !last.text.empty() ? last.text : common::minor_text(status));
         return GSS_S_COMPLETE;
     } catch (const std::exception &) {
         set(pMinorStatus, GSSP_E_NO_MEMORY);

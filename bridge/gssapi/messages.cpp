@@ -1,5 +1,6 @@
 // Messages: the selected mechanism's, as they are.
 #include "bridge/gssapi/context.h"
+#include "common/codes.h"
 
 namespace bridge {
 
@@ -22,7 +23,8 @@ template <auto Slot, typename... Arguments> OM_uint32 call(Context &context, Arg
     OM_uint32 minor = 0;
     const OM_uint32 major = operation(&minor, negotiation.context(), arguments...);
     if (common::failed(major))
-        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION, text_of(minor, &negotiation.mechanism()), major, minor);
+        throw Failure(QXGSS_SESSION_FAILURE_PROTECTION, common::minor_text(minor, &negotiation.mechanism()), major,
+                      minor);
     return major;
 }
 

@@ -1,4 +1,5 @@
 #include "bridge/gssapi/store.h"
+#include "common/codes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "bridge/gssapi/qxnego_gssapi.h"
+#include "common/codes.h"
 #include "common/heap.h"
 #include "common/text.h"
 #include "qxat/qxatldapauthorize.h"
@@ -127,7 +129,8 @@ std::string identity_in(const Secret &logon) {
                                              nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
     const common::Heap<char> owner(identity);
     if (common::failed(major))
-        throw Failure(QXGSS_SESSION_FAILURE_USAGE, "the logon string: " + text_of(minor), GSS_S_BAD_NAME, minor);
+        throw Failure(QXGSS_SESSION_FAILURE_USAGE, "the logon string: " + common::minor_text(minor), GSS_S_BAD_NAME,
+                      minor);
     return identity == nullptr ? "" : identity;
 }
 

@@ -16,10 +16,12 @@ using common::Heap;
 using common::kInaccessibleRead;
 using common::kInaccessibleWrite;
 using common::LastFailure;
+using common::present;
 using common::report;
 using common::SecretText;
 using common::set_if_given;
 using common::Status;
+using common::usable;
 using common::zeroed;
 
 inline constexpr OM_uint32 kNoContextToRead = GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT;
@@ -43,16 +45,6 @@ inline std::span<NegMechEntry_desc> entries(const NegMechList_desc &list) {
 
 inline NegContext_desc &negotiation_of(qxgss_ctx_id_t handle) {
     return static_cast<QxnegoSecCtx_int_t>(handle)->NegCtx;
-}
-
-// A buffer counts as present when it has a length and a value; either alone is nothing to send or to read.
-inline bool present(const qxgss_buffer_desc &buffer) {
-    return buffer.length != 0 && buffer.value != nullptr;
-}
-
-// An OID that can be compared: it has bytes.
-inline bool usable(const qxgss_OID_desc *oid) {
-    return oid != nullptr && oid->length != 0 && oid->elements != nullptr;
 }
 
 // Releases a field's contents. Most fields are empty most of the time: the framework is not called for those.

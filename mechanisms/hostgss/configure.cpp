@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <iterator>
 
+#include "common/owned.h"
 #include "mechanisms/exposure.h"
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
@@ -29,16 +30,6 @@ const MechInfo_t *entry_being_configured() {
     return nullptr;
 }
 
-// Left as it was when memory is lacking: the status then has to do.
-void append(qxgss_buffer_t pBuffer, Bytes text) {
-    void *const grown = std::realloc(pBuffer->value, pBuffer->length + text.size());
-    if (grown == nullptr)
-        return;
-    pBuffer->value = grown;
-    text.copy(static_cast<char *>(grown) + pBuffer->length, text.size());
-    pBuffer->length += text.size();
-}
-
 // Appends the texts to the message, behind what is there.
 void say(qxgss_buffer_t pConfigInfo, std::initializer_list<Bytes> texts) {
     if (pConfigInfo == nullptr)
@@ -48,7 +39,7 @@ void say(qxgss_buffer_t pConfigInfo, std::initializer_list<Bytes> texts) {
     for (const Bytes text : texts)
         complete = complete && whole.append(text);
     if (complete)
-        append(pConfigInfo, whole.view());
+        common::append(*pConfigInfo, whole.view()); // without memory the status has to do
 }
 
 OM_uint32 disable(OM_uint32 *pMinorStatus, qxgss_buffer_t pConfigInfo, std::initializer_list<Bytes> texts) {

@@ -35,28 +35,15 @@ std::string read_verifiers(Mechanism &mechanism, std::string &warning) {
     return {};
 }
 
-// Left as it was when memory is lacking: the status then has to do.
-void append(qxgss_buffer_t pBuffer, const std::string &text) {
-    if (text.empty())
-        return;
-    void *const grown = std::realloc(pBuffer->value, pBuffer->length + text.size());
-    if (grown == nullptr)
-        return;
-    pBuffer->value = grown;
-    text.copy(static_cast<char *>(grown) + pBuffer->length, text.size());
-    pBuffer->length += text.size();
-}
-
 // A set of copies of the OIDs; null when memory is lacking.
 OidSet make_set(std::initializer_list<qxgss_OID> oids) {
-    qxgss_OID_set pSet = nullptr;
-    OM_uint32 major = gssp_create_empty_oid_set(nullptr, &pSet);
+    OidSet set;
+    OM_uint32 major = gssp_create_empty_oid_set(nullptr, set.out());
     for (const qxgss_OID oid : oids) {
         if (!GSS_ERROR(major))
-            major = gssp_add_oid_set_member(nullptr, oid, &pSet);
+            major = gssp_add_oid_set_member(nullptr, oid, set.out());
     }
-    OidSet set(pSet);
-    return GSS_ERROR(major) ? nullptr : std::move(set);
+    return GSS_ERROR(major) ? OidSet() : std::move(set);
 }
 
 OM_uint32 hand_out(OM_uint32 *pMinorStatus, OidSet set, qxgss_OID_set *ppSet) {
@@ -97,7 +84,7 @@ OM_uint32 configure(Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 Cli
     if (wrong.empty() && ClientServer == QXGSS_SERVER)
         wrong = read_verifiers(mechanism, warning);
     if (pConfigInfoBuf != nullptr)
-        append(pConfigInfoBuf, wrong.empty() ? warning : wrong);
+        common::append(*pConfigInfoBuf, wrong.empty() ? warning : wrong); // without memory the status has to do
     if (wrong.empty())
         return succeed(pMinorStatus);
     return report(pMinorStatus, GSS_S_FAILURE, E_NOT_CONFIGURED);
@@ -105,7 +92,7 @@ OM_uint32 configure(Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 Cli
 
 OM_uint32 indicate_mechs(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_OID_set *ppMechSet) {
     if (ppMechSet == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+        return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *ppMechSet = nullptr;
     return hand_out(pMinorStatus, set_of(mechanism), ppMechSet);
 }
@@ -113,7 +100,7 @@ OM_uint32 indicate_mechs(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_OI
 OM_uint32 inquire_names_for_mech(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_OID pMechanism,
                                  qxgss_OID_set *ppNameTypes) {
     if (ppNameTypes == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+        return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *ppNameTypes = nullptr;
     if (!is_for(mechanism, pMechanism))
         return report(pMinorStatus, GSS_S_BAD_MECH, E_OTHER_MECHANISM);

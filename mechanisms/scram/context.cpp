@@ -92,7 +92,7 @@ OM_uint32 exchange(OM_uint32 *pMinorStatus, Context &context, qxgss_buffer_t pIn
     char *pBytes = nullptr;
     std::size_t length = 0;
     int rc = gsasl_step(context.session.get(), static_cast<const char *>(input.value), input.length, &pBytes, &length);
-    HeapText token(rc == GSASL_OK || rc == GSASL_NEEDS_MORE ? pBytes : nullptr);
+    common::Heap<char> token(rc == GSASL_OK || rc == GSASL_NEEDS_MORE ? pBytes : nullptr);
     // The library's client may free a block twice when it is finished after a lack of memory (GNU SASL 2.2): a session
     // that could is given up instead.
     if (rc == GSASL_MALLOC_ERROR && context.isInitiator)
@@ -160,10 +160,8 @@ OM_uint32 begin_initiator(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_c
     if (credential == nullptr || credential->password == nullptr)
         return report(pMinorStatus, GSS_S_NO_CRED, E_NO_CREDENTIAL);
     fresh = std::make_unique<Context>(mechanism, true);
-    qxgss_name_t pTarget = QXGSS_C_NO_NAME;
-    if (GSS_ERROR(gssp_duplicate_name(nullptr, pTargetName, &pTarget)))
+    if (GSS_ERROR(gssp_duplicate_name(nullptr, pTargetName, fresh->targetName.out())))
         return fail(pMinorStatus, GSASL_MALLOC_ERROR);
-    fresh->targetName.reset(pTarget);
     const int rc = start_initiator(*fresh, *credential);
     return rc == GSASL_OK ? succeed(pMinorStatus) : fail(pMinorStatus, rc);
 }
@@ -242,7 +240,7 @@ OM_uint32 init_sec_context(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_
                            qxgss_ctx_id_t *ppContextHandle, qxgss_name_t pTargetName, qxgss_OID pMechType,
                            qxgss_buffer_t pInputToken, qxgss_buffer_t pOutputToken, const Answers &answers) {
     if (ppContextHandle == nullptr || pOutputToken == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+        return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *pOutputToken = {};
     answer(mechanism, answers);
     if (!is_for(mechanism, pMechType))
@@ -261,7 +259,7 @@ OM_uint32 accept_sec_context(Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgs
                              qxgss_buffer_t pOutputToken, const Answers &answers,
                              qxgss_cred_id_t *ppDelegatedCredHandle) {
     if (ppContextHandle == nullptr || pOutputToken == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+        return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *pOutputToken = {};
     if (ppSrcName != nullptr)
         *ppSrcName = QXGSS_C_NO_NAME;

@@ -16,10 +16,18 @@
 
 #include <gsasl.h>
 
+#include "common/heap.h"
+#include "common/owned.h"
+#include "common/status.h"
 #include "mechanisms/scram/verifiers.h"
 #include "qxgss/gssp.h"
 
 namespace scram {
+
+using common::kInaccessibleWrite;
+using common::Name;
+using common::OidSet;
+using common::report;
 
 enum Code : OM_uint32 {
 #define SCRAM_CODE(value, name, text) E_##name = value,
@@ -37,11 +45,6 @@ struct Mechanism {
 
 // ---- Owners --------------------------------------------------------------------------------------------------------
 
-struct Free {
-    void operator()(void *p) const { std::free(p); }
-};
-using HeapText = std::unique_ptr<char, Free>;
-
 // A text that may hold a password: wiped before it is freed.
 struct WipeAndFree {
     void operator()(char *p) const {
@@ -50,16 +53,6 @@ struct WipeAndFree {
     }
 };
 using Secret = std::unique_ptr<char, WipeAndFree>;
-
-struct ReleaseName {
-    void operator()(qxgss_name_t pName) const { gssp_release_name(nullptr, &pName); }
-};
-using Name = std::unique_ptr<qxgss_name_desc, ReleaseName>;
-
-struct ReleaseOidSet {
-    void operator()(qxgss_OID_set pSet) const { gssp_release_oid_set(nullptr, &pSet); }
-};
-using OidSet = std::unique_ptr<qxgss_OID_set_desc, ReleaseOidSet>;
 
 // Wipes what the session holds of the password; the library frees it as it is.
 void forget_password(Gsasl_session *pSession);
@@ -96,12 +89,6 @@ struct Context {
 };
 
 // ---- Statuses (status.cpp) -----------------------------------------------------------------------------------------
-
-inline OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 major, OM_uint32 minor) {
-    if (pMinorStatus != nullptr)
-        *pMinorStatus = minor;
-    return major;
-}
 
 inline OM_uint32 succeed(OM_uint32 *pMinorStatus) {
     return report(pMinorStatus, GSS_S_COMPLETE, GSASL_OK);

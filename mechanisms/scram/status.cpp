@@ -43,14 +43,14 @@ OM_uint32 fail(OM_uint32 *pMinorStatus, int rc) {
 OM_uint32 display_status(const Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 StatusValue, int StatusType,
                          qxgss_OID pMechType, OM_uint32 *pMessageContext, qxgss_buffer_t pStatusString) {
     if (pMessageContext == nullptr || pStatusString == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+        return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *pStatusString = {};
     if (!is_for(mechanism, pMechType))
         return report(pMinorStatus, GSS_S_BAD_MECH, E_OTHER_MECHANISM);
     const char *const text = StatusType == GSS_C_MECH_CODE && *pMessageContext == 0 ? text_of(StatusValue) : nullptr;
     if (text == nullptr)
         return report(pMinorStatus, GSS_S_BAD_STATUS, E_ARGUMENT);
-    HeapText copy(strdup(text));
+    common::Heap<char> copy(strdup(text));
     if (copy == nullptr)
         return fail(pMinorStatus, GSASL_MALLOC_ERROR);
     *pStatusString = {std::strlen(text), copy.release()};

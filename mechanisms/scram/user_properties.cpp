@@ -48,7 +48,7 @@ void write(unsigned char *to, const Records &records) {
 OM_uint32 inquire_properties_for_user(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                                       qxgss_buffer_t pUserPropBuffer) {
     if (pUserPropBuffer == nullptr)
-        return report(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_FAILURE, E_ARGUMENT);
+        return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *pUserPropBuffer = {};
     auto *const context = static_cast<Context *>(pContextHandle);
     if (context == nullptr || !context->isEstablished)

@@ -1,13 +1,5 @@
-// Status codes: majors and flags by name (texts of RFC 2744 3.9.1), minor statuses from the rows of the framework and
-// of QXNEGO, any other mechanism's from itself.
+// Majors and flags by name (texts of RFC 2744 3.9.1).
 #include "tools/show/codes.h"
-
-#include <algorithm>
-#include <array>
-#include <cstdio>
-#include <iterator>
-
-#include "common/owned.h"
 
 namespace tools {
 
@@ -93,15 +85,6 @@ std::string joined(const std::vector<StatusPart> &parts, const char *separator) 
     return out;
 }
 
-constexpr MinorStatus kMinorStatuses[] = {
-#define QXNEGO_CODE(value, name, text) {value, "QXNEGO", #name, text},
-#include "gssp2qxnego/qxnego_codes.def"
-#undef QXNEGO_CODE
-#define QXGSS_CODE(value, text) {value, "the framework", "", text},
-#include "gssp2qxnego/qxgss_codes.def"
-#undef QXGSS_CODE
-};
-
 } // namespace
 
 std::vector<StatusPart> major_parts(OM_uint32 major) {
@@ -116,33 +99,10 @@ std::string major_name(OM_uint32 major) {
     return major == GSS_S_COMPLETE ? "GSS_S_COMPLETE" : joined(major_parts(major), " | ");
 }
 
-const MinorStatus *find_minor(OM_uint32 minor) {
-    const auto row = std::find_if(std::begin(kMinorStatuses), std::end(kMinorStatuses),
-                                  [&](const MinorStatus &known) { return known.value == minor; });
-    return row == std::end(kMinorStatuses) ? nullptr : row;
-}
-
-std::string minor_text(OM_uint32 minor, const MechInfo_t *mechanism) {
-    if (const MinorStatus *known = find_minor(minor); known != nullptr)
-        return known->text;
-    common::Buffer text;
-    OM_uint32 ignored = 0, message_context = 0;
-    if (mechanism != nullptr && mechanism->MechFtnTable.ftn_gssp_display_status != nullptr)
-        mechanism->MechFtnTable.ftn_gssp_display_status(&ignored, minor, GSS_C_MECH_CODE, mechanism->pMechOid,
-                                                        &message_context, text.out());
-    return text.empty() ? "(no text)" : std::string(text.bytes());
-}
-
 std::string flag_names(OM_uint32 flags) {
     std::vector<StatusPart> parts;
     append_bits(parts, "flag", kFlags, flags);
     return parts.empty() ? "none" : joined(parts, ", ");
-}
-
-std::string code_text(OM_uint32 code) {
-    std::array<char, 9> digits{};
-    std::snprintf(digits.data(), digits.size(), "%08X", static_cast<unsigned>(code));
-    return digits.data();
 }
 
 } // namespace tools
