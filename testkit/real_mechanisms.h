@@ -45,6 +45,8 @@ inline const RealMechanism kScram{"SCRAM-SHA-256",
 inline const RealMechanism kScram1{"SCRAM-SHA-1", "1.3.6.1.5.5.14", "SCRAM_SHA_1",   kScram.library,
                                    kScram.logon,  kScram.user,      kScram.settings, false};
 
+inline const RealMechanism kAll[] = {kKerberos, kNtlm, kScram, kScram1};
+
 inline std::string entry_of(const std::string &name, const std::string &oid, const std::string &prefix,
                             const std::string &library) {
     return "[[mechanism]]\nname = \"" + name + "\"\noid = \"" + oid + "\"\nprefix = \"" + prefix + "\"\n" +
