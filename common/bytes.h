@@ -27,6 +27,12 @@ inline std::string_view bytes_of(const qxgss_OID_desc *pOid) {
                : std::string_view(static_cast<const char *>(pOid->elements), pOid->length);
 }
 
+// The text of a name; none for a null one and for one without elements.
+inline std::string_view text_of(const qxgss_name_desc *pName) {
+    return pName == nullptr || pName->Count == 0 || pName->pElements == nullptr ? std::string_view()
+                                                                                : bytes_of(&pName->pElements[0].Name);
+}
+
 // A buffer counts as present when it has a length and a value; either alone is nothing to send or to read.
 inline bool present(const qxgss_buffer_desc &buffer) {
     return buffer.length != 0 && buffer.value != nullptr;

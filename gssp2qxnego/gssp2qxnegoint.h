@@ -89,6 +89,7 @@ struct NegMechEntry_desc {
     OM_uint32 AuthorizationSupported;
     OM_sint32 MechanismRank;
     OM_sint32 SingleSignOn;
+    OM_uint32 IsStateFromPeer; // state, reason and statuses are what the peer says
 };
 using NegMechEntry_t = NegMechEntry_desc *;
 
@@ -146,9 +147,10 @@ struct NegContext_desc {
     NegLog_desc NegLog;
     NegState_et NegState;
     NegState_et NegStateFromPeer;
-    OM_sint32 SelectedMechInfoIndex; // registry index; -1: none
-    OM_sint32 SelectedMechListIndex; // index in NegMechList; -1: none
-    NegMechOrder_desc MechOrder{};   // of what a list holds beyond a usual length (reconcile.cpp)
+    OM_sint32 SelectedMechInfoIndex;    // registry index; -1: none
+    OM_sint32 SelectedMechListIndex;    // index in NegMechList; -1: none
+    NegMechOrder_desc MechOrder{};      // of what a list holds beyond a usual length (reconcile.cpp)
+    OM_sint32 PolicyNameListIndex = -1; // the entry whose name the policy was looked up for; -1: one of the above
 };
 using NegContext_t = NegContext_desc *;
 

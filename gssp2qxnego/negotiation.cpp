@@ -30,7 +30,7 @@ OM_uint32 QXNEGO_inquire_negotiation(OM_uint32 *pMinorStatus, const qxgss_ctx_id
     pNegotiation->NegStateFromPeer = negotiation.NegStateFromPeer;
     pNegotiation->IsPolicyApplied = negotiation.IsPolicyApplied;
     pNegotiation->IsOffered = is_offered(negotiation.NegMechList) ? 1 : 0;
-    pNegotiation->PolicyName = policy_identity(negotiation);
+    pNegotiation->PolicyName = policy_name(negotiation);
     return succeed(pMinorStatus);
 }
 
@@ -54,6 +54,8 @@ OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ct
               entry.GssMinorStatus,
               entry.GssMinorStatusText,
               entry.IsCtxEstablished != 0 ? 1 : 0,
-              selected_entry(negotiation) == &entry ? 1 : 0};
+              selected_entry(negotiation) == &entry ? 1 : 0,
+              entry.IsStateFromPeer != 0 ? 1 : 0,
+              present(entry.InputToken) ? 1 : 0};
     return succeed(pMinorStatus);
 }

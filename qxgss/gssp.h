@@ -192,6 +192,8 @@ typedef struct qxgss_negotiated_mech_struct {
     qxgss_buffer_desc GssMinorStatusText;     /* any bytes, possibly the peer's */
     int IsCtxEstablished;                     /* its own context, on this side */
     int IsSelected;                           /* it is the one that the negotiation's selection designates */
+    int IsStateFromPeer;                      /* state, reason and statuses are what the peer says */
+    int IsOffered;                            /* the peer has sent an inner token for it */
 } qxgss_negotiated_mech_desc;
 
 /* A negotiation as a whole. */
@@ -202,7 +204,7 @@ typedef struct qxgss_negotiation_struct {
     OM_uint32 NegStateFromPeer;
     OM_uint32 IsPolicyApplied;
     int IsOffered;                /* the peer has sent an inner token for a mechanism that this side has */
-    qxgss_buffer_desc PolicyName; /* whom the policy is looked up for, a mere claim; borrowed; empty for nobody */
+    qxgss_buffer_desc PolicyName; /* whom the policy was looked up for, a mere claim; borrowed; empty for nobody */
 } qxgss_negotiation_desc;
 
 /* ---- Function table --------------------------------------------------------------------------------------------- */

@@ -21,8 +21,8 @@ enum class EndReason : unsigned char {
 // Of a failure that the peer may know more of: it has proved who it is.
 EndReason reason_of(qxgss_session_failure_et failure, qxgss_session_confirmation_et confirmation);
 
-// The peer's reason, which is an octet, becomes a PeerEnded.
-[[noreturn]] void throw_end(std::string_view contents);
+// The peer's reason, which is an octet, becomes a PeerEnded; in this side's words.
+[[noreturn]] void throw_end(std::string_view contents, bool is_client);
 
 } // namespace session
 

@@ -1,10 +1,11 @@
 #include "session/nameless.h"
 
 #include <algorithm>
-#include <vector>
+#include <span>
 
-#include "common/asn.h"
+#include "common/owned.h"
 #include "gssp2qxnego/token_format.h"
+#include "qxgss/gsspasn.h"
 
 namespace session {
 
@@ -14,36 +15,49 @@ namespace token = qxnego::token;
 
 constexpr char kNobody = 0x7F; // a control character
 
-using Places = std::vector<std::string_view>; // in the token
+// An element, and behind it those within.
+using Element = std::span<const gsspasn_place_desc>;
 
-void note(gsspasn_decoding_t handle, const token::Element &element, Places &places) {
-    qxgss_buffer_desc contents{};
-    if (gsspasn_get_decode_contents(handle, element.tag, &contents) == GSSPASN_E_SUCCESS)
-        places.push_back(common::bytes_of(&contents));
+template <typename Use> void each_child(Element element, Use use) {
+    for (std::size_t at = 1; at < element.size(); at += element[at].Span)
+        use(element.subspan(at, element[at].Span));
 }
 
-Places names_in(gsspasn_decoding_t handle) {
-    Places places;
-    gsspasn_decoding_t init = nullptr, list = nullptr, mechanism = nullptr;
-    OM_uint32 count = 0, mechanisms = 0;
-    if (gsspasn_get_top_decode_sequence(handle, token::kInit.tag, &init, &count) != GSSPASN_E_SUCCESS)
-        return places;
-    if (gsspasn_get_decode_sequence(init, token::kMechanisms.tag, &list, &mechanisms) == GSSPASN_E_SUCCESS)
-        while (gsspasn_get_decode_sequence(list, token::kMechanism.tag, &mechanism, &count) == GSSPASN_E_SUCCESS)
-            note(mechanism, token::mech::kSsoAuthenticationId, places);
-    note(init, token::init::kAuthenticationId, places);
-    note(init, token::init::kUserName, places);
-    return places;
+bool is(Element element, const token::Element &kind) {
+    return element.front().Tag == kind.tag;
+}
+
+void blank(Element element, std::string &token) {
+    const gsspasn_place_desc &place = element.front();
+    if (place.IsConstructed == 0)
+        std::fill_n(token.data() + place.Offset + place.Header, place.Length, kNobody);
+}
+
+void blank_names(Element mechanism, std::string &token) {
+    each_child(mechanism, [&](Element item) {
+        if (is(item, token::mech::kSsoAuthenticationId))
+            blank(item, token);
+    });
 }
 
 } // namespace
 
+// Every one of them, whichever of several its reader takes.
 std::string nameless(std::string_view token) {
     std::string copy(token);
-    const common::Decoding decoding(token);
-    if (decoding.status() == GSSPASN_E_SUCCESS)
-        for (const std::string_view name : names_in(decoding.get()))
-            std::fill_n(copy.begin() + (name.data() - token.data()), name.size(), kNobody);
+    common::Buffer places;
+    gsspasn_fault_desc fault{};
+    qxgss_buffer_desc input = common::view(token);
+    if (gsspasn_inspect_token(&input, places.out(), &fault) != GSSPASN_E_SUCCESS)
+        return copy;
+    const auto *const first = static_cast<const gsspasn_place_desc *>(places.out()->value);
+    const Element init(first, places.bytes().size() / sizeof *first);
+    each_child(init, [&](Element item) {
+        if (is(item, token::init::kAuthenticationId) || is(item, token::init::kUserName))
+            blank(item, copy);
+        else if (is(item, token::kMechanisms))
+            each_child(item, [&](Element mechanism) { blank_names(mechanism, copy); });
+    });
     return copy;
 }
 

@@ -7,8 +7,8 @@
 
 namespace session {
 
-// The token with every name that its reader would find overwritten by as many bytes that are nobody's name. A token
-// that cannot be read comes back as it is. Throws std::bad_alloc.
+// The token with every name in it overwritten by as many bytes that are nobody's name. A token that cannot be read
+// comes back as it is. Throws std::bad_alloc.
 std::string nameless(std::string_view token);
 
 } // namespace session

@@ -30,18 +30,28 @@ bool is_usable(const qxgss_ftn_table_desc &table) {
            table.ftn_gssp_inquire_negotiated_mech != nullptr;
 }
 
-bool equal(const qxgss_OID_desc *a, const qxgss_OID_desc *b) {
-    const std::string_view bytes = common::bytes_of(a);
-    return !bytes.empty() && bytes == common::bytes_of(b);
-}
+// What the policy says of a name, without a NUL in it.
+class Policy {
+  public:
+    explicit Policy(const std::string &user)
+        : is_known_(!failed(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed_.out()))) {}
 
-bool contains(qxgss_OID_set set, const qxgss_OID_desc *oid) {
-    const std::span<qxgss_OID_desc> members(set->elements, set->count);
-    return std::ranges::any_of(members, [&](const qxgss_OID_desc &member) { return equal(&member, oid); });
-}
+    bool is_known() const { return is_known_; }
+    bool is_restricted() const { return allowed_ != nullptr && allowed_->count != 0; }
+    bool allows(std::string_view mechanism) const {
+        return is_known_ && (!is_restricted() || std::ranges::any_of(std::span(allowed_->elements, allowed_->count),
+                                                                     [&](const qxgss_OID_desc &member) {
+                                                                         return common::bytes_of(&member) == mechanism;
+                                                                     }));
+    }
 
-bool is_unrestricted(const common::OidSet &allowed) {
-    return allowed.get() == nullptr || allowed.get()->count == 0;
+  private:
+    common::OidSet allowed_;
+    bool is_known_;
+};
+
+Failure forbidden(const std::string &why) {
+    return {QXGSS_SESSION_FAILURE_POLICY, why, GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
 }
 
 } // namespace
@@ -77,7 +87,7 @@ Negotiation::Negotiation(const qxgss_session_options_desc &options)
 
 Negotiation::~Negotiation() {
     close();
-    if (delegated_ == nullptr)
+    if (delegated_ == nullptr || mechanism_ < 0)
         return;
     OM_uint32 ignored = 0;
     const auto release = pMechInfo[mechanism_].MechFtnTable.ftn_gssp_release_cred;
@@ -119,7 +129,7 @@ void Negotiation::close() noexcept {
     try {
         views();
         properties();
-    } catch (const std::bad_alloc &) { // the story is lost; what is to be released is released
+    } catch (...) { // the story is lost; what is to be released is released
     }
     context_.reset();
     credential_.reset();
@@ -151,8 +161,8 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     transcript_.add(token);
     OM_uint32 major = call(token, bindings, minor, output);
     read_negotiation();
-    if (failed(major) && is_claim_forbidden()) {
-        forget_claim();
+    if (failed(major) && is_claim_restricted()) {
+        forget_claim(minor);
         major = call(nameless(token), bindings, minor, output);
         read_negotiation();
     }
@@ -180,36 +190,43 @@ void Negotiation::read_negotiation() {
         failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)))
         return;
     is_attempt_ = is_attempt_ || negotiation.IsOffered != 0;
-    if (refused_ == QXGSS_SESSION_NONE_REFUSED)
+    if (rounds_ == 1)
         claimed_ = common::bytes_of(&negotiation.PolicyName);
 }
 
 // Whether the first call has failed, and the policy for the claimed name leaves out a mechanism that is negotiated
 // here.
-bool Negotiation::is_claim_forbidden() const {
-    common::OidSet allowed;
+bool Negotiation::is_claim_restricted() {
     if (is_client_ || rounds_ != 1 || claimed_.empty())
         return false;
-    if (failed(gssp_inquire_mech_policy_for_user(nullptr, claimed_.c_str(), allowed.out())))
-        return true;
-    if (is_unrestricted(allowed))
-        return false;
-    qxgss_negotiated_mech_desc mechanism{};
-    for (OM_uint32 i = 0;
-         negotiator_.table->ftn_gssp_inquire_negotiated_mech(nullptr, context_.get(), i, &mechanism) == GSS_S_COMPLETE;
-         ++i)
-        if (mechanism.MechIndex >= 0 && !contains(allowed.get(), mechanism.pMechOid))
-            return true;
-    return false;
+    const Policy policy(claimed_);
+    return std::ranges::any_of(
+        views(), [&](const MechanismView &mechanism) { return mechanism.index >= 0 && !policy.allows(mechanism.oid); });
 }
 
-// A user whom the policy forbids what is offered hears what an unknown one hears: the negotiation begins again with a
-// name that the policy does not list, and whatever it proves is refused in the end. The story is that of the claim.
-void Negotiation::forget_claim() {
+// Who claims a name that the policy restricts hears what somebody unknown hears: the negotiation begins again without
+// names, and whatever it proves is refused in the end. The story and the cause stay those of the claim.
+void Negotiation::forget_claim(OM_uint32 minor) {
     views();
     properties();
-    refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
+    if (is_claim_forbidden())
+        refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
+    forgotten_ = refusal(minor);
     context_.reset();
+}
+
+// Whether the policy leaves the claimed name none of the mechanisms that the client offers and this side has.
+bool Negotiation::is_claim_forbidden() {
+    const Policy policy(claimed_);
+    bool is_any_offered = false;
+    for (const MechanismView &mechanism : views()) {
+        if (mechanism.index < 0 || !mechanism.is_offered)
+            continue;
+        if (policy.allows(mechanism.oid))
+            return false;
+        is_any_offered = true;
+    }
+    return is_any_offered;
 }
 
 // The mechanism that has run is the one whose entry was selected, and it is established.
@@ -221,23 +238,22 @@ void Negotiation::check_selection() {
                           negotiation.SelectedNumber >= 0 &&
                           !failed(table.ftn_gssp_inquire_negotiated_mech(
                               nullptr, context_.get(), static_cast<OM_uint32>(negotiation.SelectedNumber), &mechanism));
-    if (!is_found || mechanism.MechIndex < 0 || mechanism.IsCtxEstablished == 0 ||
-        !equal(mechanism.pMechOid, actual_mechanism_))
+    mechanism_ = is_found ? mechanism.MechIndex : -1; // also of a delegated credential that is to be given back
+    is_established_ = mechanism_ >= 0 && mechanism.IsCtxEstablished != 0 &&
+                      !common::bytes_of(actual_mechanism_).empty() &&
+                      common::bytes_of(mechanism.pMechOid) == common::bytes_of(actual_mechanism_);
+    if (!is_established_)
         throw Failure(QXGSS_SESSION_FAILURE_NEGOTIATION, "the mechanism that has run is not the one that was selected",
                       GSS_S_BAD_MECH);
-    mechanism_ = mechanism.MechIndex;
-    is_established_ = true;
 }
 
 // The cause that came first is told first: the policy, then what this side lost and why, then the call as a whole.
 Failure Negotiation::refusal(OM_uint32 minor) {
+    if (forgotten_)
+        return *forgotten_;
     if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
-        return {QXGSS_SESSION_FAILURE_POLICY, refused_claim(), GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED};
+        return forbidden("the policy lets the claimed name " + common::quoted(claimed_) + " log on with none of these");
     return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + common::minor_text(minor), GSS_S_FAILURE, minor};
-}
-
-std::string Negotiation::refused_claim() const {
-    return "the policy lets the claimed name " + common::quoted(claimed_) + " log on with none of these";
 }
 
 std::string Negotiation::causes() {
@@ -247,7 +263,8 @@ std::string Negotiation::causes() {
         if (mechanism.index < 0 || view.state != QXGSS_MECH_STATE_REJECTED ||
             view.reason == QXGSS_MECH_REASON_DUE_TO_RANK)
             continue;
-        out += common::printable(pMechInfo[mechanism.index].pszMechName) + ": " +
+        const char *const teller = !view.is_adopted ? ": " : is_client_ ? ": the server says " : ": the client says ";
+        out += common::printable(pMechInfo[mechanism.index].pszMechName) + teller +
                (view.status_text.empty() ? std::string(qxnego::reason_word(view.reason))
                                          : common::quoted(view.status_text)) +
                "; ";
@@ -258,21 +275,18 @@ std::string Negotiation::causes() {
 // ---- The server's policy -------------------------------------------------------------------------------------------
 
 void Negotiation::check_policy() {
-    const auto refuse = [](const std::string &why) {
-        throw Failure(QXGSS_SESSION_FAILURE_POLICY, why, GSS_S_UNAUTHORIZED, GSSP_E_NOT_PERMITTED);
-    };
-    const std::string mechanism = common::printable(pMechInfo[mechanism_].pszMechName);
-    if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
-        refuse(refused_claim());
-    const std::string user(source_.get() == nullptr ? "" : common::bytes_of(&source_.get()->pElements[0].Name));
+    if (forgotten_)
+        throw Failure(*forgotten_);
+    const std::string name = common::printable(mechanism().pszMechName);
+    const std::string user(common::text_of(source_.get()));
     refused_ = QXGSS_SESSION_PROVED_REFUSED;
     if (user.empty() || user.find('\0') != std::string::npos)
-        refuse("the mechanism " + mechanism + " has proved no name that the policy could be looked up for");
-    common::OidSet allowed;
-    if (failed(gssp_inquire_mech_policy_for_user(nullptr, user.c_str(), allowed.out())))
-        refuse("the policy cannot be looked up for the proved name " + common::quoted(user));
-    if (!is_unrestricted(allowed) && !contains(allowed.get(), actual_mechanism_))
-        refuse("the policy does not let the proved name " + common::quoted(user) + " log on with " + mechanism);
+        throw forbidden("the mechanism " + name + " has proved no name that the policy could be looked up for");
+    const Policy policy(user);
+    if (!policy.is_known())
+        throw forbidden("the policy cannot be looked up for the proved name " + common::quoted(user));
+    if (!policy.allows(common::bytes_of(actual_mechanism_)))
+        throw forbidden("the policy does not let the proved name " + common::quoted(user) + " log on with " + name);
     refused_ = QXGSS_SESSION_NONE_REFUSED;
 }
 
@@ -354,7 +368,7 @@ common::Buffer Negotiation::unwrap(std::string_view message) {
 // ---- What is known -------------------------------------------------------------------------------------------------
 
 const Views &Negotiation::views() {
-    if (!views_ || (context_.get() != nullptr && refused_ != QXGSS_SESSION_CLAIMED_REFUSED))
+    if (!views_ || (context_.get() != nullptr && !forgotten_))
         read_views();
     return *views_;
 }
@@ -368,7 +382,8 @@ void Negotiation::read_views() {
         views.push_back({std::string(common::bytes_of(mechanism.pMechOid)),
                          mechanism.MechIndex,
                          {mechanism.MechState, mechanism.MechReason, mechanism.GssMajorStatus, mechanism.GssMinorStatus,
-                          std::string(common::bytes_of(&mechanism.GssMinorStatusText))}});
+                          std::string(common::bytes_of(&mechanism.GssMinorStatusText)), mechanism.IsStateFromPeer != 0},
+                         mechanism.IsOffered != 0});
     views_ = std::move(views);
 }
 
@@ -386,18 +401,18 @@ std::string_view Negotiation::properties() {
 }
 
 void Negotiation::describe(qxgss_session_facts_desc &facts) const {
-    facts.IsEstablished = mechanism_ >= 0 ? 1 : 0;
-    facts.pMech = mechanism_ >= 0 ? pMechInfo[mechanism_].pMechOid : nullptr;
-    facts.pszMech = mechanism_ >= 0 ? pMechInfo[mechanism_].pszMechName : "";
-    if (mechanism_ >= 0 && source_.get() != nullptr)
-        facts.User = source_.get()->pElements[0].Name;
+    facts.IsEstablished = is_established_ ? 1 : 0;
+    facts.pMech = is_established_ ? mechanism().pMechOid : nullptr;
+    facts.pszMech = is_established_ ? mechanism().pszMechName : "";
+    if (is_established_)
+        facts.User = common::view(common::text_of(source_.get()));
     facts.Claimed = common::view(claimed_);
     facts.Refused = refused_;
-    facts.Flags = mechanism_ >= 0 ? flags_ : 0;
+    facts.Flags = is_established_ ? flags_ : 0;
     facts.IsProtecting = is_protecting() ? 1 : 0;
     facts.IsAttempt = is_attempt_ ? 1 : 0;
     facts.Rounds = rounds_;
-    facts.pDelegatedCred = delegated_;
+    facts.pDelegatedCred = is_established_ ? delegated_ : nullptr;
 }
 
 } // namespace session

@@ -87,12 +87,12 @@ class Negotiation {
     void acquire(qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_session_failure_et failure, const char *line);
     OM_uint32 call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor, common::Buffer &output);
     void read_negotiation();
-    bool is_claim_forbidden() const;
-    void forget_claim();
+    bool is_claim_restricted();
+    bool is_claim_forbidden();
+    void forget_claim(OM_uint32 minor);
     void check_selection();
     void read_views();
     Failure refusal(OM_uint32 minor);
-    std::string refused_claim() const;
     void observe(const char *call, OM_uint32 major, OM_uint32 minor, const qxgss_buffer_desc *token = nullptr) const;
 
     using Context = common::MechanismOwned<qxgss_ctx_id_t, &qxgss_ftn_table_desc::ftn_gssp_delete_sec_context>;
@@ -108,13 +108,14 @@ class Negotiation {
     common::Name target_, source_;
     qxgss_cred_id_t delegated_ = nullptr; // the selected mechanism's own
     qxgss_OID actual_mechanism_ = nullptr;
-    OM_sint32 mechanism_ = -1; // the selected one's place in the registry
+    OM_sint32 mechanism_ = -1; // the selected one's place in the registry, once the calls are complete
     OM_uint32 wanted_flags_ = 0, flags_ = 0;
     OM_uint32 wanted_lifetime_ = GSS_C_INDEFINITE, lifetime_ = 0;
     OM_uint32 rounds_ = 0;
     Transcript transcript_;
     qxgss_session_refused_et refused_ = QXGSS_SESSION_NONE_REFUSED;
     std::string claimed_;
+    std::optional<Failure> forgotten_; // why the negotiation that began with the claim failed
     std::optional<Views> views_;
     std::optional<std::string> properties_;
 };

@@ -34,7 +34,7 @@ template <typename Operation> OM_uint32 guarded(OM_uint32 *pMinorStatus, Operati
         return report(pMinorStatus, refusal.major, refusal.minor);
     } catch (const Failure &failure) {
         return report(pMinorStatus, failure.major, failure.minor);
-    } catch (const std::exception &) {
+    } catch (...) {
         return report(pMinorStatus, GSS_S_FAILURE, GSSP_E_NO_MEMORY);
     }
 }

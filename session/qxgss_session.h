@@ -65,7 +65,8 @@ typedef enum qxgss_session_failure_enum {
     QXGSS_SESSION_FAILURE_NEGOTIATION,  /* no mechanism is agreed on, or it does not authenticate the user */
     QXGSS_SESSION_FAILURE_CONFIRMATION, /* the sides did not see the same tokens, or one cannot confirm that it did */
     QXGSS_SESSION_FAILURE_POLICY,       /* the user is authenticated, and may not log on with the mechanism */
-    QXGSS_SESSION_FAILURE_PROTECTION    /* a message is not protected as it should be */
+    QXGSS_SESSION_FAILURE_PROTECTION,   /* a message is not protected as it should be */
+    QXGSS_SESSION_FAILURE_PEER /* the client has ended it; of a server that did, a client has the classes above */
 } qxgss_session_failure_et;
 
 typedef enum qxgss_session_confirmation_enum {
@@ -111,6 +112,7 @@ typedef struct qxgss_session_view_struct {
     OM_uint32 MajorStatus;
     OM_uint32 MinorStatus;
     qxgss_buffer_desc StatusText; /* any bytes, possibly the peer's */
+    int IsAdopted;                /* that side took all of this from what the other said */
 } qxgss_session_view_desc;
 
 typedef enum qxgss_session_verdict_enum {
@@ -126,7 +128,8 @@ typedef struct qxgss_session_verdict_struct {
     qxgss_session_view_desc Client;
     qxgss_session_view_desc Server;
     qxgss_session_verdict_et Verdict;
-    OM_uint32 Reason; /* of the side that lacks the mechanism, or else that rejected it: of two, the server */
+    OM_uint32 Reason; /* of the side that lacks the mechanism, or else that rejected it, unless it took that from the
+                       * other: of two, the server */
     qxgss_buffer_desc StatusText;
 } qxgss_session_verdict_desc;
 

@@ -76,9 +76,10 @@ template <typename Operation> auto Session::guarded(Operation operation) {
     try {
         return operation();
     } catch (const PeerEnded &end) {
-        const std::string causes = end.kind == QXGSS_SESSION_FAILURE_NEGOTIATION ? negotiation_.causes() : "";
-        fail(end.kind, (causes + end.what()).c_str());
+        fail(end.kind, end.what());
         parting_.reset();
+        if (negotiation_.is_client())
+            say_causes();
         throw;
     } catch (const Failure &failure) {
         fail(failure.kind, failure.what());
@@ -86,6 +87,18 @@ template <typename Operation> auto Session::guarded(Operation operation) {
     } catch (const std::bad_alloc &) {
         fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory");
         throw;
+    } catch (...) {
+        fail(QXGSS_SESSION_FAILURE_RESOURCES, "a library that was called has failed");
+        throw;
+    }
+}
+
+// A server that refuses a logon says no more: what this side lost is the likely reason.
+void Session::say_causes() noexcept {
+    try {
+        if (failure_ == QXGSS_SESSION_FAILURE_NEGOTIATION)
+            failure_line_ = negotiation_.causes() + failure_line_;
+    } catch (const std::bad_alloc &) { // the line as it is has to do
     }
 }
 
@@ -168,7 +181,7 @@ std::string_view Session::contents_of(std::string_view message, MessageType want
     const auto type = static_cast<MessageType>(message.front());
     message.remove_prefix(1);
     if (type == MessageType::kEnd)
-        throw_end(message);
+        throw_end(message, negotiation_.is_client());
     if (type < MessageType::kToken || type > MessageType::kEnd)
         refuse_message("the peer speaks something else");
     if (type != wanted)

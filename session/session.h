@@ -62,6 +62,7 @@ class Session {
     common::Buffer wrapped(TextKind kind, std::string_view text);
     template <typename Operation> auto guarded(Operation operation);
     void fail(qxgss_session_failure_et kind, const char *line) noexcept;
+    void say_causes() noexcept;
     static OM_uint32 milliseconds_until(Clock::time_point moment);
 
     const qxgss_session_options_desc options_;

@@ -119,11 +119,11 @@ bool is_lacking(const PublicView &view) {
                                  view.Reason == QXGSS_MECH_REASON_NOT_AVAIL_AT_SERVER);
 }
 
-// The side that lacks the mechanism, or else that rejected it: of two, the server.
+// The side that lacks the mechanism, or else that rejected it of its own: of two, the server.
 bool client_decides(const PublicView &client, const PublicView &server) {
     if (is_lacking(client) != is_lacking(server))
         return is_lacking(client);
-    return server.State == 0 || (is_rejected(client) && !is_rejected(server));
+    return server.State == 0 || server.IsAdopted != 0 || (is_rejected(client) && !is_rejected(server));
 }
 
 qxgss_session_verdict_et verdict_of(const PublicView &client, const PublicView &server) {
@@ -153,7 +153,7 @@ Views decode_views(std::string_view bytes) {
 }
 
 qxgss_session_view_desc described(const View &view) {
-    return {view.state, view.reason, view.major, view.minor, common::view(view.status_text)};
+    return {view.state, view.reason, view.major, view.minor, common::view(view.status_text), view.is_adopted ? 1 : 0};
 }
 
 std::vector<Verdict> join(const Views &own, const Views &other, bool own_is_client) {

@@ -16,12 +16,14 @@ struct View {
     OM_uint32 major = 0;
     OM_uint32 minor = 0;
     std::string status_text;
+    bool is_adopted = false; // it is what the other side said
 };
 
 struct MechanismView {
     std::string oid; // DER contents octets
     OM_sint32 index; // in the registry; -1 for one that only the peer has
     View view;
+    bool is_offered = false; // here: the peer has sent an inner token for it
 };
 using Views = std::vector<MechanismView>;
 

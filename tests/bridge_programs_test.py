@@ -262,7 +262,7 @@ class Samples(unittest.TestCase):
 
     def test_what_fails_is_told(self):
         client, server = self.converse("-user", "alice", "-pass", "wrong")
-        self.assertIn("the peer refuses the logon", client)
+        self.assertIn("the server refuses the logon", client)
         self.assertRegex(server, 'error accepting context: Kerberos: .*; SCRAM-SHA-256: "Error authenticating user"; ')
         client, server = self.converse("-user", "bob", "-pass", "builder")
         self.assertIn("the server's policy does not let this user log on with this mechanism", client)

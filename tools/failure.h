@@ -20,6 +20,7 @@ enum ExitStatus {
     kExitConfirmation = 7, // the peers did not see the same tokens, or cannot confirm that they did
     kExitPolicy = 8,       // the user is authenticated, and may not log on with the mechanism
     kExitProtection = 9,   // a message is not protected as it should be
+    kExitPeer = 10,        // only in the lines of a server: the client ended it
     kExitInterrupted = 130 // by a signal
 };
 

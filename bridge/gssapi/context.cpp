@@ -58,15 +58,16 @@ std::string Context::step(std::string_view token, qxgss_channel_bindings_t bindi
     try {
         return handle(token, bindings);
     } catch (const session::PeerEnded &end) {
-        const std::string line = negotiation_.causes() + end.what();
-        fail(end.kind, line.c_str());
+        fail(end.kind, end.what());
         parting_.reset();
-        throw Failure(end.kind, line, end.kind == QXGSS_SESSION_FAILURE_POLICY ? GSS_S_UNAUTHORIZED : end.major,
-                      end.minor);
+        if (is_client())
+            failure_line_ = negotiation_.causes() + failure_line_;
+        throw Failure(end.kind, failure_line_,
+                      end.kind == QXGSS_SESSION_FAILURE_POLICY ? GSS_S_UNAUTHORIZED : end.major, end.minor);
     } catch (const Failure &failure) {
         fail(failure.kind, failure.what());
         throw;
-    } catch (const std::exception &) {
+    } catch (...) {
         fail(QXGSS_SESSION_FAILURE_RESOURCES, "there is not enough memory");
         throw;
     }
@@ -100,7 +101,7 @@ std::string Context::handle(std::string_view token, qxgss_channel_bindings_t bin
     if (token.size() > kBounds.MaxMessage)
         refuse_token("the peer sent more than a token may have");
     if (const auto reason = contents_of(OwnToken::kEnd, token))
-        session::throw_end(*reason);
+        session::throw_end(*reason, is_client());
     if (stage_ == Stage::kNegotiating)
         return negotiate(std::string(token), bindings);
     check_confirmation(token);

@@ -16,8 +16,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // By the values of their enumerations.
-constexpr const char *kClasses[] = {"",       "resources", "usage", "time", "protocol", "negotiation", "confirmation",
-                                    "policy", "protection"};
+constexpr const char *kClasses[] = {"",       "resources",  "usage", "time", "protocol", "negotiation", "confirmation",
+                                    "policy", "protection", "peer"};
 constexpr const char *kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
 constexpr const char *kRefused[] = {"", "claimed", "proved"};
 

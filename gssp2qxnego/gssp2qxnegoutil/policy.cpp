@@ -5,27 +5,24 @@
 
 using namespace qxnego;
 
-namespace {
-
-// Entries that the policy itself has rejected were none when it was looked up.
-bool is_left(const NegMechEntry_desc &entry, bool is_applied) {
-    return entry.MechState != NEG_MECH_STATE_REJECTED ||
-           (is_applied && entry.MechReason == NEG_MECH_REASON_DUE_TO_POLICY);
-}
-
-} // namespace
-
-const qxgss_buffer_desc &qxnego::policy_identity(const NegContext_desc &negotiation) {
+const qxgss_buffer_desc &qxnego::policy_name(const NegContext_desc &negotiation) {
     if (negotiation.UserNameBuf.length != 0)
         return negotiation.UserNameBuf;
-    if (negotiation.IsSso == 1)
-        for (const NegMechEntry_desc &entry : entries(negotiation.NegMechList))
-            if (is_left(entry, negotiation.IsPolicyApplied != 0) && present(entry.SsoAuthenticationIdBuf))
-                return entry.SsoAuthenticationIdBuf;
+    if (negotiation.PolicyNameListIndex >= 0)
+        return negotiation.NegMechList.pNegMech[negotiation.PolicyNameListIndex].SsoAuthenticationIdBuf;
     return negotiation.AuthenticationIdBuf;
 }
 
 namespace {
+
+// Of single sign-on, the entry whose name stands for the user: the first that is not rejected and has one.
+OM_sint32 find_sso_name(const NegContext_desc &negotiation) {
+    const std::span<NegMechEntry_desc> all = entries(negotiation.NegMechList);
+    for (std::size_t i = 0; negotiation.IsSso == 1 && i != all.size(); ++i)
+        if (all[i].MechState != NEG_MECH_STATE_REJECTED && present(all[i].SsoAuthenticationIdBuf))
+            return static_cast<OM_sint32>(i);
+    return -1;
+}
 
 using Allowed = common::Owned<qxgss_OID_set, qxgss_release_oid_set>;
 
@@ -61,7 +58,8 @@ Status apply(NegContext_desc &negotiation) {
         log_event(text, nullptr, negotiation);
         return kSuccess;
     };
-    const qxgss_buffer_desc &identity = policy_identity(negotiation);
+    negotiation.PolicyNameListIndex = find_sso_name(negotiation);
+    const qxgss_buffer_desc &identity = policy_name(negotiation);
     if (identity.length == 0)
         return mark_applied("QXNEGO_INT_Apply_Policy_Info: Mechanism Policy has been applied (no user name)");
     Allowed allowed;

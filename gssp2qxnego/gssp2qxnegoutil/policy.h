@@ -7,7 +7,7 @@
 namespace qxnego {
 
 // The requested user, else who authenticates. Not proved: a claim of the client.
-const qxgss_buffer_desc &policy_identity(const NegContext_desc &negotiation);
+const qxgss_buffer_desc &policy_name(const NegContext_desc &negotiation);
 
 } // namespace qxnego
 

@@ -32,6 +32,7 @@ Status adopt_peer_state(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegCo
     if (status.failed())
         return status;
     local.IsMechStateChanged = 0;
+    local.IsStateFromPeer = 1;
     log_event("QXNEGO_INT_ProcessNegMech: Local Mech state changing due to Peer Mech state", &local, negotiation);
     return kSuccess;
 }

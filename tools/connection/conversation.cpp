@@ -15,8 +15,9 @@ using common::bytes_of;
 constexpr char kPeerClosed[] = "the peer closed the connection";
 
 ExitStatus status_of(qxgss_session_failure_et failure) {
-    constexpr ExitStatus kStatuses[] = {kExitSuccess,     kExitFailure,      kExitUsage,  kExitNetwork,   kExitProtocol,
-                                        kExitNegotiation, kExitConfirmation, kExitPolicy, kExitProtection};
+    constexpr ExitStatus kStatuses[] = {kExitSuccess,    kExitFailure,     kExitUsage,        kExitNetwork,
+                                        kExitProtocol,   kExitNegotiation, kExitConfirmation, kExitPolicy,
+                                        kExitProtection, kExitPeer};
     return kStatuses[failure];
 }
 

@@ -12,7 +12,7 @@
 
 namespace tools {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(View, state, reason, status_text)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(View, state, reason, status_text, is_adopted)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Verdict, mechanism, client, server, verdict, reason, status_text)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Call, time, name, major, minor, text, token)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Story, is_client, status, failure, is_established, mechanism, user, flags, verdicts,
@@ -21,8 +21,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Story, is_client, status, failure, is_establi
 namespace {
 
 const char *class_of(ExitStatus status) {
-    constexpr const char *kNames[] = {"success",  "failure",     "usage",        "configuration", "network",
-                                      "protocol", "negotiation", "confirmation", "policy",        "protection"};
+    constexpr const char *kNames[] = {"success",     "failure",      "usage",  "configuration", "network", "protocol",
+                                      "negotiation", "confirmation", "policy", "protection",    "peer"};
     return status == kExitInterrupted ? "interrupted" : kNames[status];
 }
 
@@ -60,7 +60,7 @@ void print_line(std::ostream &out, const Story &story) {
 Json to_json(const Verdict &verdict) {
     return {{"mechanism", printable(verdict.mechanism)},
             {"client", state_word(verdict.client)},
-            {"server", state_word(verdict.server)},
+            {"server", server_word(verdict.server)},
             {"verdict", verdict_word(verdict.verdict)},
             {"reason", reason_word(verdict)},
             {"status_text", printable(verdict.status_text)}};

@@ -22,11 +22,11 @@ const Verdict &find(const std::vector<Verdict> &verdicts, const std::string &mec
 }
 
 qxgss_session_view_desc described(const View &view) {
-    return {view.state, view.reason, 0, 0, common::view(view.status_text)};
+    return {view.state, view.reason, 0, 0, common::view(view.status_text), view.is_adopted ? 1 : 0};
 }
 
 View told(const qxgss_session_view_desc &view) {
-    return {view.State, view.Reason, std::string(common::bytes_of(&view.StatusText))};
+    return {view.State, view.Reason, std::string(common::bytes_of(&view.StatusText)), view.IsAdopted != 0};
 }
 
 Verdict told(const std::string &mechanism, const qxgss_session_verdict_desc &verdict) {
@@ -72,6 +72,10 @@ std::string state_word(const View &view) {
     return view.state == 0 ? "-" : std::string(qxnego::state_word(view.state));
 }
 
+std::string server_word(const View &view) {
+    return view.is_adopted && view.state == QXGSS_MECH_STATE_REJECTED ? "as client" : state_word(view);
+}
+
 std::string reason_word(const Verdict &verdict) {
     return std::string(qxnego::reason_word(verdict.reason));
 }
@@ -80,7 +84,7 @@ void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts, con
                     std::string Verdict::*last) {
     Table table({"mechanism", "on client", "on server", "verdict", "reason", last_column});
     for (const Verdict &row : std::span(verdicts).first(std::min(verdicts.size(), kMostVerdicts)))
-        table.add({printable(row.mechanism), state_word(row.client), state_word(row.server), verdict_word(row.verdict),
+        table.add({printable(row.mechanism), state_word(row.client), server_word(row.server), verdict_word(row.verdict),
                    reason_word(row), printable(row.*last)});
     if (verdicts.size() > kMostVerdicts)
         table.add_line("and " + std::to_string(verdicts.size() - kMostVerdicts) + " more");

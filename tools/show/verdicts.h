@@ -15,6 +15,7 @@ struct View {
     OM_uint32 state = 0;
     OM_uint32 reason = 0;
     std::string status_text;
+    bool is_adopted = false; // taken from what the other side said
 };
 
 struct Verdict {
@@ -32,6 +33,7 @@ std::vector<Verdict> join(const std::vector<Verdict> &client, const std::vector<
 
 const char *verdict_word(qxgss_session_verdict_et verdict); // "selected", "rejected", "undecided"
 std::string state_word(const View &view);                   // "-" for none
+std::string server_word(const View &view);                  // "as client" for a rejection that is only the client's
 std::string reason_word(const Verdict &verdict);
 
 // At most kMostVerdicts rows; a line, or a number, says how many were left out.
