@@ -18,33 +18,19 @@ struct RealMechanism {
 inline const std::string kRealm = std::getenv("REALM") == nullptr ? "" : std::getenv("REALM");
 
 // With keywords: of a principal the parser of logon strings does not tell lack of memory from a wrong one.
-inline const RealMechanism kKerberos{"Kerberos",
-                                     "1.2.840.113554.1.2.2",
-                                     "HOSTGSS",
-                                     HOSTGSS_LIBRARY,
-                                     "authcid=alice realm=QXNEGO.TEST password=Alice1",
-                                     "alice@QXNEGO.TEST",
-                                     "keytab_file = \"" + kRealm + "/service.keytab\"\n",
-                                     true};
-inline const RealMechanism kNtlm{"NTLMSSP",
-                                 "1.3.6.1.4.1.311.2.2.10",
-                                 "HOSTGSS",
-                                 HOSTGSS_LIBRARY,
-                                 "authcid=alice realm=QXTEST password=Alice1",
-                                 "QXTEST\\alice",
-                                 "accept = \"yes\"\naccept_limit = \"1000000\"\n",
-                                 true};
-inline const RealMechanism kScram{"SCRAM-SHA-256",
-                                  "1.3.6.1.5.5.18",
-                                  "SCRAM_SHA_256",
-                                  SCRAM_LIBRARY,
-                                  "authcid=alice password=wonderland",
-                                  "alice",
-                                  std::string("verifiers_file = \"") + SCRAM_VERIFIERS + "\"\n",
-                                  false};
-inline const RealMechanism kScram1{"SCRAM-SHA-1", "1.3.6.1.5.5.14", "SCRAM_SHA_1",   kScram.library,
-                                   kScram.logon,  kScram.user,      kScram.settings, false};
-
+// clang-format off
+inline const RealMechanism kKerberos{
+    "Kerberos", "1.2.840.113554.1.2.2", "HOSTGSS", HOSTGSS_LIBRARY, "authcid=alice realm=QXNEGO.TEST password=Alice1",
+    "alice@QXNEGO.TEST", "keytab_file = \"" + kRealm + "/service.keytab\"\n", true};
+inline const RealMechanism kNtlm{
+    "NTLMSSP", "1.3.6.1.4.1.311.2.2.10", "HOSTGSS", HOSTGSS_LIBRARY, "authcid=alice realm=QXTEST password=Alice1",
+    "QXTEST\\alice", "accept = \"yes\"\naccept_limit = \"1000000\"\n", true};
+inline const RealMechanism kScram{
+    "SCRAM-SHA-256", "1.3.6.1.5.5.18", "SCRAM_SHA_256", SCRAM_LIBRARY, "authcid=alice password=wonderland",
+    "alice", std::string("verifiers_file = \"") + SCRAM_VERIFIERS + "\"\n", false};
+inline const RealMechanism kScram1{
+    "SCRAM-SHA-1", "1.3.6.1.5.5.14", "SCRAM_SHA_1", SCRAM_LIBRARY, kScram.logon, kScram.user, kScram.settings, false};
+// clang-format on
 inline const RealMechanism kAll[] = {kKerberos, kNtlm, kScram, kScram1};
 
 inline std::string entry_of(const std::string &name, const std::string &oid, const std::string &prefix,

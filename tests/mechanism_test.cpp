@@ -134,15 +134,7 @@ TEST_P(Mechanism, NeedsAContext) {
     EXPECT_EQ(server.inquired().find(of.user), 0U); // which it has survived
 }
 
-TEST_P(Mechanism, AWrongPasswordIsNoLogon) {
-    Peer wrong(of.name);
-    wrong.acquire(of.logon + "x");
-    if (!wrong.failed()) // Kerberos knows already
-        wrong.said = exchange(wrong, server)->said;
-    EXPECT_TRUE(wrong.failed() && !wrong.text().empty() && server.source != of.user);
-}
-
-// ---- Messages, and what else only the host's mechanisms have ----
+// ---- Messages, and what else only the host's mechanisms have --------------------------------------------------------
 
 std::string wrapped(const Peer &from, int confidential, const std::string &message, int expected_state) {
     qxgss_buffer_desc in = view(message), out{};

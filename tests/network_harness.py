@@ -8,7 +8,6 @@ import struct
 import subprocess
 import tempfile
 import threading
-import time
 
 QXNEGO = os.environ["QXNEGO"]
 TOKEN, CONFIRMATION, MESSAGE, END = range(1, 5)
@@ -106,9 +105,8 @@ def read_frame(stream):
             return kind, stream.read(length - 1)
 
 
-# ---- Tokens as lists: an element is [identifier octet, contents], contents a list when it is constructed.
-
 def encode(elements):
+    """BER; an element is [identifier octet, contents], contents a list when it is constructed."""
     out = b""
     for identifier, contents in elements:
         body = encode(contents) if isinstance(contents, list) else contents

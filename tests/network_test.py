@@ -1,4 +1,4 @@
-"""qxnego serve and connect over loopback: what they do with peers of every kind, and what someone in between can do."""
+"""qxnego serve and connect over loopback: what they do with peers of every kind."""
 import contextlib
 import os
 import signal
