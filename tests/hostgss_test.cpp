@@ -192,11 +192,14 @@ TEST(Ntlm, NamesAUserInOneWay) {
         {usual, "QXTEST", "ALICE", "QXTEST", "QXTEST\\alice"},
         {usual, "QXTEST", "Alice", "qxtest", "QXTEST\\alice"},
         {usual, "", "aLICE", "", "QXTEST\\alice"},
+        {usual, "OTHERS", "alice", "OTHERS", ""},
         {usual, "QXTEST", "alice", "OTHERS", ""},
         {"qxTest:aLice:Alice1\nOTHERS:alice:x\n", "QXTEST", "alice", "QXTEST", ""}, // another domain: another key
         {"qxTest:aLice:Alice1\nOTHERS:alice:x\n", "qxTest", "ALICE", "QXTEST", "qxTest\\aLice"},
         {"QXTEST:alice:Alice1\nOTHERS:alice:x\n", "", "alice", "", ""},
         {"alice" + hashes, "OTHERS", "Alice", "OTHERS", ""}, // the server has no such domain for its key
+        {"Alice" + hashes, "", "ALICE", "", "Alice"},
+        {"QXTEST:alice:Alice1\n", "QXTEST", "ALICE", "qxtest", "QXTEST\\alice"},
         {"QXTEST:al@ice:Alice1\n", "QXTEST", "al@ice", "QXTEST", "QXTEST\\al@ice"},
     };
     for (const auto &[users, domain, user, written, named] : cases) {

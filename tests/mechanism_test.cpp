@@ -73,12 +73,12 @@ TEST_P(Mechanism, EstablishesAndTellsWhoAndHow) {
     ASSERT_TRUE(client.complete() && server.complete()) << client.text() << server.text();
     EXPECT_EQ(client.said, GetParam().said);
     const std::string octets = bytes_of(*server.info.pMechOid);
-    const OM_uint32 protection = of.has_mics ? GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG : 0U;
+    constexpr OM_uint32 protection = GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
     for (Peer *peer : {&client, &server}) {
         EXPECT_EQ(bytes_of(*peer->actual), octets);
-        EXPECT_EQ(peer->flags & (GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG), protection);
-        EXPECT_TRUE(is_ntlm || (peer->flags & GSS_C_MUTUAL_FLAG) != 0);
-        EXPECT_TRUE(peer->lifetime > 3600 && peer->delegated == nullptr);
+        EXPECT_TRUE(of.has_mics ? (peer->flags & protection) == protection : peer->flags == GSS_C_MUTUAL_FLAG);
+        EXPECT_TRUE(of.has_mics ? peer->lifetime > 3600 : peer->lifetime == GSS_C_INDEFINITE);
+        EXPECT_EQ(peer->delegated, nullptr);
     }
     EXPECT_EQ(client.inquired(), GetParam().client);
     EXPECT_EQ(server.inquired(), GetParam().server);
@@ -95,7 +95,7 @@ TEST_P(Mechanism, RefusesEveryPrefixAndAltersNoNameByAnyChange) {
         EXPECT_TRUE(!spoilt.cut || (last.failed() && !last.text().empty()));
         EXPECT_TRUE(!spoilt.cut || !of.has_mics || &last == &spoilt.reader);
         EXPECT_TRUE(!server.complete() || server.source == of.user) << server.source;
-        EXPECT_TRUE(!server.failed() || server.source == "(none)");
+        EXPECT_TRUE(!server.failed() || (server.source == "(none)" && (!of.has_mics || server.actual == nullptr)));
         // Of SCRAM every byte counts; but the last digit of base64 before a "=" has bits that mean nothing.
         const bool same = spoilt.sent.size() == spoilt.whole.size() && spoilt.whole.ends_with('=') &&
                           spoilt.whole.compare(0, spoilt.whole.size() - 2, spoilt.sent, 0, spoilt.sent.size() - 2) == 0;
