@@ -135,6 +135,7 @@ TEST_P(Scram, SaysWhatIsWrongWithTheVerifiersFile) {
     const std::string form = ": expected USER:{MECHANISM}ITERATIONS,SALT,STOREDKEY,SERVERKEY";
     const std::pair<std::string, std::string> cases[] = {
         {"# users\n\n \t\r\n" + good, ""},
+        {head + "1000000,YQ==" + keys_, ""},
         {"", ": no verifier for mechanism " + name()},
         {good + "joe\n", ":2" + form},
         {good.substr(3), ":1" + form},
