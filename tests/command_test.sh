@@ -117,11 +117,9 @@ inner=$(head -c 30 "$token" | tail -c 8 | od -An -tx1 | tr -d ' ')
 ! grep -q "$inner" "$folder/out" || fail "the contents of an inner token are shown without --inner"
 expect 0 '^ *20 .*\[6\] inner token .*SCRAM client-first$' dump "$token"
 cp "$folder/out" "$folder/whole"
-for form in base64 'od -An -v -tx1'; do
-    $form "$token" >"$folder/text"
-    input="$folder/text" expect 0 '^INIT token of' dump
-    cmp "$folder/out" "$folder/whole" || fail "$form differs"
-done
+base64 "$token" >"$folder/text"
+input="$folder/text" expect 0 '^INIT token of' dump
+cmp "$folder/out" "$folder/whole" || fail "base64 of a pipe differs"
 head -c 60 "$token" >"$folder/cut"
 expect 1 'Byte 1 is wrong: the length is .* and only 58 bytes follow' dump "$folder/cut"
 expect 1 '"valid": false' dump --json "$folder/cut"

@@ -71,18 +71,17 @@ grep -q 'SCRAM-SHA-256 protects no messages' server client
 
 # The framework's header and the host's live together, in either order and language, and each name is what it says.
 cat >both.h <<'END'
-static int is_right(void) {
+int main(void) {
     gss_OID hosts = GSS_C_NT_HOSTBASED_SERVICE;
     qxgss_OID ours = QXGSS_C_NT_HOSTBASED_SERVICE;
     switch (GSS_ERROR(GSS_S_BAD_MECH)) {
     case GSS_S_COMPLETE:
     case GSS_S_CONTINUE_NEEDED:
-        return 0;
+        return 1;
     default:
-        return (void *)hosts != (void *)ours && hosts->length == ours->length;
+        return (void *)hosts == (void *)ours || hosts->length != ours->length;
     }
 }
-int main(void) { return !is_right(); }
 END
 printf '#include <%s>\n' qxgss/gssp.h gssapi/gssapi.h gssapi/gssapi_ext.h both.h >ours-first
 printf '#include <%s>\n' gssapi/gssapi_ext.h qxgss/qxgss.h gssapi/gssapi.h both.h >hosts-first

@@ -1,5 +1,4 @@
-"""What the network tests stand on: configurations, serve as a process, a proxy that sees and changes frames, and the
-little BER that a changed token needs."""
+"""What the network tests stand on: configurations, serve as a process, frames, and a client's first token."""
 import contextlib
 import json
 import os
@@ -9,7 +8,6 @@ import struct
 import subprocess
 import tempfile
 import threading
-import time
 
 QXNEGO = os.environ["QXNEGO"]
 TOKEN, CONFIRMATION, MESSAGE, END = range(1, 5)
@@ -107,55 +105,8 @@ def read_frame(stream):
             return kind, stream.read(length - 1)
 
 
-class Proxy:
-    """Between a client and a server. `change(is_client, number, contents)` gives the contents of a token, by its number
-    from that side; `times` has the moments of the server's frames, `last` the last one."""
-
-    def __init__(self, server, change=lambda is_client, number, contents: contents):
-        self.server, self.change = server, change
-        self.times, self.last = [], b""
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.address = "127.0.0.1:%d" % self.listener.getsockname()[1]
-        threading.Thread(target=self.run, daemon=True).start()
-
-    def run(self):
-        client, server = self.listener.accept()[0], self.server.connection()
-        threading.Thread(target=self.forward, args=(client, server, True), daemon=True).start()
-        self.forward(server, client, False)
-
-    def forward(self, source, sink, is_client):
-        number = 0
-        stream = source.makefile("rb")
-        with contextlib.suppress(OSError):
-            while one := read_frame(stream):
-                kind, contents = one
-                if kind == TOKEN:
-                    number += 1
-                    contents = self.change(is_client, number, contents)
-                if not is_client:
-                    self.times.append(time.monotonic())
-                    self.last = frame(kind, contents)
-                sink.sendall(frame(kind, contents))
-        with contextlib.suppress(OSError):
-            sink.shutdown(socket.SHUT_WR)
-
-
-# ---- Tokens as lists: an element is [identifier octet, contents], contents a list when it is constructed.
-
-def decode(data):
-    elements = []
-    while data:
-        identifier, length, at = data[0], data[1], 2
-        if length >= 0x80:
-            at += length - 0x80
-            length = int.from_bytes(data[2:at], "big")
-        contents = data[at:at + length]
-        elements.append([identifier, decode(contents) if identifier & 0x20 else contents])
-        data = data[at + length:]
-    return elements
-
-
 def encode(elements):
+    """BER; an element is [identifier octet, contents], contents a list when it is constructed."""
     out = b""
     for identifier, contents in elements:
         body = encode(contents) if isinstance(contents, list) else contents
@@ -169,10 +120,3 @@ def init_token(*mechanisms, claim=b"alice"):
     entries = [[0xA0, [[0x80, oid], *([0x80 + tag, value] for tag, value in sorted(more.items()))]]
                for oid, more in mechanisms]
     return frame(TOKEN, encode([[0xA0, [[0xA0, entries], [0x81, b"\2"], [0x82, claim]]]]))
-
-
-def change_entries(contents, change):
-    """The token with its list of mechanisms changed in place."""
-    token = decode(contents)
-    change(token[0][1][0][1])
-    return encode(token)

@@ -1,4 +1,4 @@
-"""qxnego serve and connect over loopback: what they do with peers of every kind, and what someone in between can do."""
+"""qxnego serve and connect over loopback: what they do with peers of every kind."""
 import contextlib
 import os
 import signal
@@ -111,10 +111,10 @@ class Scram(Case):
     def test_a_refusal_comes_late_and_says_nothing(self):
         for logon, outcome, failure in ((ALICE + "x", "negotiation", "SCRAM-SHA-256: "),
                                         (BOB, "policy", "the policy lets the claimed name")):
-            proxy = Proxy(self.server)
-            self.assertIn("the server refuses the logon", self.talk(proxy.address, logon + "x", expect=6))
-            self.assertEqual(proxy.last, frame(END, b"\1"))
-            self.assertGreaterEqual(proxy.times[-1] - proxy.times[0], 0.3)
+            begun = time.monotonic()
+            self.assertEqual(self.talk(self.server.address, logon + "x", expect=6).splitlines()[-1],
+                             "qxnego: the server refuses the logon")
+            self.assertGreaterEqual(time.monotonic() - begun, 0.3)
             self.assertTrue(self.told(outcome)["failure"].startswith(failure))
 
     def test_strangers(self):
@@ -256,33 +256,6 @@ class Realm(Case):
         self.assertEqual(sorted((report["class"], report["mechanism"], report["confirmation"], report["messages"])
                                 for report in (self.server.next() for _ in clients)),
                          [("negotiation", "", "none", 0)] * 10 + [("success", "Kerberos", "confirmed", 5)] * 10)
-
-    def test_someone_in_between(self):
-        """Whatever is changed in the offer or in the answer: both sides refuse, and nobody sends a message."""
-        unknown = b"\x2b\x06\x01\x04\x01\x63"
-        changes = {
-            "nothing": lambda entries: None,
-            "strike": lambda entries: entries.pop(0),
-            "add": lambda entries: entries.append([0xA0, [[0x80, unknown], [0x81, b"\x01"]]]),
-            "swap": lambda entries: entries.insert(0, entries.pop()),
-            "alter": lambda entries: entries[0][1][0].__setitem__(1, unknown),
-            "double": lambda entries: entries.append(entries[0]),
-        }
-        for name, change in changes.items():
-            for from_client in (True, False):
-                def alter(is_client, number, contents):
-                    return change_entries(contents, change) if (is_client, number) == (from_client, 1) else contents
-
-                with self.subTest(from_client=from_client, change=name):
-                    client = self.start(Proxy(self.server, alter).address, self.password)
-                    if name == "nothing":
-                        self.finish(client, 0, messages=b"x")
-                        self.told("success", confirmation="confirmed", messages=1)
-                        continue
-                    self.finish(client, 4, 6, 7, messages=b"x")
-                    report = self.server.next()
-                    self.assertIn(report["class"], ("network", "negotiation", "confirmation", "peer"), report)
-                    self.assertEqual(report["messages"], 0)
 
 
 if __name__ == "__main__":

@@ -9,9 +9,30 @@
 #include <utility>
 
 #include "qxgss/operations.h"
+#include "testkit/real_mechanisms.h"
 #include "tests/support.h"
 
 namespace support {
+
+// Configures anew; the message. Only a setting leads to the keys of Kerberos.
+inline std::string configured(const std::string &text, OM_uint32 role = QXGSS_SERVER) {
+    setenv("KRB5_KTNAME", (testkit::kRealm + "/none.keytab").c_str(), 1);
+    qxgss_shutdown(nullptr);
+    const Folder folder;
+    qxgss_buffer_desc message{};
+    EXPECT_EQ(qxgss_configure(nullptr, role, folder.file("qxgss.conf", text).c_str(), &message), GSS_S_COMPLETE);
+    return taken(message);
+}
+
+inline const std::string kNegotiator = "\x2b\x06\x01\x05\x05\x02",
+                         kNtlmOctets = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a";
+
+// RFC 2743 3.1
+inline std::string framed(const std::string &oid, const std::string &token) {
+    const std::size_t size = 2 + oid.size() + token.size();
+    return "\x60\x82" + std::string{static_cast<char>(size >> 8), static_cast<char>(size)} + '\x06' +
+           static_cast<char>(oid.size()) + oid + token;
+}
 
 // One end; what it holds goes with it. Each call gives its statuses, and keeps them with all that it handed out.
 struct Peer {
@@ -143,6 +164,15 @@ struct Peer {
     qxgss_OID actual = nullptr;
     OM_uint32 flags = 0, lifetime = 0;
     std::string said, token, source;
+};
+
+// A client with its user's password and a server with its default credential.
+struct Pair {
+    explicit Pair(const testkit::RealMechanism &of) : client(of.name, of.logon), server(of.name) {
+        server.acquire("", GSS_C_ACCEPT);
+        EXPECT_FALSE(server.failed()) << server.text();
+    }
+    Peer client, server;
 };
 
 // What is done to a token between the ends, by its number.

@@ -126,9 +126,10 @@ struct Pair {
 
 // Configured with one mechanism; everything of a test is gone when the framework is.
 struct Configured : testing::Test {
-    static void configure(const RealMechanism &of, const std::string &policy = "") {
+    static void configure(const RealMechanism &of, const std::string &policy = "") { configure({&of, 1}, policy); }
+    static void configure(std::span<const RealMechanism> offer, const std::string &policy = "") {
         const Folder folder;
-        const std::string file = folder.file("qxgss.conf", configuration_of({&of, 1}, policy));
+        const std::string file = folder.file("qxgss.conf", configuration_of(offer, policy));
         qxgss_buffer_desc message{};
         ASSERT_EQ(qxgss_configure(nullptr, QXGSS_SERVER, file.c_str(), &message), GSS_S_COMPLETE) << taken(message);
         gssp_release_buffer(nullptr, &message);
@@ -218,6 +219,24 @@ TEST_P(Sessions, AConfirmationWithoutItsMicIsNone) {
             message.replace(1, 4 + static_cast<unsigned char>(message[4]), 4, '\0');
     });
     EXPECT_EQ(pair.server.is_open(), !of.has_mics);
+}
+
+// Whoever alters the offer or the answer makes both sides take another mechanism, or none; they see it at the end.
+TEST_F(Configured, AnOfferOrAnswerThatIsAlteredIsRefused) {
+    configure(std::span(kAll, 2));
+    const std::string kerberos = "\x2a\x86\x48\x86\xf7\x12\x01\x02\x02",
+                      ntlm = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a";
+    for (const std::string &octets : {kerberos, ntlm})
+        for (const std::size_t altered : {0, 1, 2}) {
+            Pair pair("authcid=alice password=Alice1");
+            pair.open([&](std::size_t number, std::string &message) {
+                if (const std::size_t at = message.find(octets); number == altered && at != message.npos)
+                    message[at + octets.size() - 1] = '\x63';
+                else
+                    EXPECT_NE(number, altered);
+            });
+            EXPECT_EQ(pair.both_open(), altered == 0) << octets.size() << " " << altered;
+        }
 }
 
 TEST_P(Sessions, ReplaysReorderingAndBareEndsAreRefused) {
