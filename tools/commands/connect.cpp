@@ -79,7 +79,7 @@ void Client::exchange_messages(Conversation &conversation) {
     if (options_.no_messages)
         return;
     if (!conversation.is_protecting())
-        throw Failure(printable(story_.mechanism) +
+        throw Failure(shortened(story_.mechanism) +
                           " has no protection for messages: none is sent (--no-messages only logs on)",
                       kExitProtection);
     const Clock::time_point start = Clock::now();
@@ -109,7 +109,7 @@ void Client::run() {
         exchange_messages(*conversation);
         conversation->end();
     } catch (const Failure &failure) {
-        story_.failure = printable(failure.what());
+        story_.failure = printable(failure.what(), common::kMostOfLine);
         story_.status = failure.status();
         if (conversation != nullptr)
             conversation->tell(story_, &failure);

@@ -116,7 +116,7 @@ void Conversation::run(bool is_client) {
 
 void Conversation::check(OM_uint32 major) {
     if (common::failed(major))
-        throw Failure(facts().pszFailure, status_of(facts().Failure));
+        throw Failure(printable(facts().pszFailure, common::kMostOfLine), status_of(facts().Failure));
 }
 
 void Conversation::fail(const std::string &line, ExitStatus status) {
@@ -181,7 +181,7 @@ void Conversation::tell(Story &story, const Failure *failure) {
     constexpr const char *kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
     constexpr const char *kRefused[] = {"", "claimed", "proved"};
     if (failure != nullptr) {
-        story.failure = printable(failure->what());
+        story.failure = printable(failure->what(), common::kMostOfLine);
         story.status = failure->status();
     }
     story.is_client = is_client_;

@@ -43,7 +43,7 @@ void print_line(std::ostream &out, const Story &story) {
     if (story.is_established && !story.user.empty())
         out << "  user " << shown(story.user);
     if (story.is_established)
-        out << "  " << printable(story.mechanism) << "  flags " << flag_names(story.flags) << "  "
+        out << "  " << shortened(story.mechanism) << "  flags " << flag_names(story.flags) << "  "
             << story.confirmation;
     out << "  rounds " << story.rounds << "  " << milliseconds(story.seconds);
     if (!story.delegated.empty())
@@ -51,19 +51,19 @@ void print_line(std::ostream &out, const Story &story) {
     if (story.messages != 0)
         out << "  messages " << story.messages;
     if (!story.failure.empty())
-        out << "  " << class_of(story.status) << ": " << printable(story.failure);
+        out << "  " << class_of(story.status) << ": " << printable(story.failure, common::kMostOfLine);
     out << '\n';
 }
 
 } // namespace
 
 Json to_json(const Verdict &verdict) {
-    return {{"mechanism", printable(verdict.mechanism)},
+    return {{"mechanism", shortened(verdict.mechanism)},
             {"client", state_word(verdict.client)},
             {"server", server_word(verdict.server)},
             {"verdict", verdict_word(verdict.verdict)},
             {"reason", reason_word(verdict)},
-            {"status_text", printable(verdict.status_text)}};
+            {"status_text", shortened(verdict.status_text)}};
 }
 
 std::string line_of(const Json &value) {
@@ -79,13 +79,13 @@ void print_json(std::ostream &out, const Story &story) {
                  {"peer", story.peer},
                  {"status", static_cast<int>(story.status)},
                  {"class", class_of(story.status)},
-                 {"failure", printable(story.failure)},
+                 {"failure", printable(story.failure, common::kMostOfLine)},
                  {"established", story.is_established},
-                 {"mechanism", printable(story.mechanism)},
-                 {"user", printable(story.user)},
-                 {"claimed", printable(story.claimed)},
+                 {"mechanism", shortened(story.mechanism)},
+                 {"user", shortened(story.user)},
+                 {"claimed", shortened(story.claimed)},
                  {"refused", story.refused},
-                 {"delegated", printable(story.delegated)},
+                 {"delegated", shortened(story.delegated)},
                  {"flags", story.flags},
                  {"confirmation", story.confirmation},
                  {"rounds", story.rounds},

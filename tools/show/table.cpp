@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "common/text.h"
+
 namespace tools {
 
 namespace {
@@ -51,6 +53,16 @@ std::vector<std::string> wrap(const std::string &text, std::size_t width) {
     return lines;
 }
 
+void Table::add(Row row) {
+    if (rows_.size() > kMostRows) {
+        ++left_out_;
+        return;
+    }
+    for (std::string &cell : row)
+        cell = common::printable(cell, &cell == &row.back() ? kLongestCell : kWidestCell);
+    rows_.push_back(std::move(row));
+}
+
 void Table::print(std::ostream &out, std::size_t indent) const {
     std::vector<std::size_t> widths = widths_of(rows_);
     std::size_t start = indent; // column where the last cell begins
@@ -75,6 +87,8 @@ void Table::print(std::ostream &out, std::size_t indent) const {
         rule.emplace_back(width, '-');
     print_row(rule);
     std::for_each(rows_.begin() + 1, rows_.end(), print_row);
+    if (left_out_ != 0)
+        print_row({"and " + std::to_string(left_out_) + " more"});
 }
 
 } // namespace tools
