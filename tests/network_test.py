@@ -1,6 +1,7 @@
 """qxnego serve and connect over loopback: what they do with peers of every kind, and what someone in between can do."""
 import contextlib
 import os
+import select
 import signal
 import socket
 import subprocess
@@ -127,7 +128,7 @@ class Scram(Case):
                 (init_token((SCRAM_OID, {1: b"\3", 2: b"\5"})), "negotiation"),
                 (claim(b"bob"), "network", "claimed"), (claim(b"eve"), "network")]
         rows += [(init_token((SCRAM_OID, {**FAILED, 5: text}), claim=text), "negotiation")
-                 for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", FORGED, b'"; success: "')]
+                 for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", FORGED, b'"; success: "', b"\0" * 1500)]
         with contextlib.ExitStack() as stack:
             peers = [stack.enter_context(self.server.connection()) for _ in rows]
             for peer, (sent, *_) in zip(peers, rows):
@@ -142,6 +143,9 @@ class Scram(Case):
                 self.assertEqual((report["class"], report["established"], report["refused"]),
                                  (outcome, False, *(refused or [""])))
                 self.assertTrue(all(ord(c) >= 32 and c != "\u202e" for c in report["failure"] + report["claimed"]))
+                self.assertLess(len(report["failure"]), 1030)
+                for text in (report["claimed"], *(row["status_text"] for row in report["verdicts"])):
+                    self.assertLess(len(text), 260)
                 if sent in (claim(b"bob"), claim(b"eve")):  # who hear the same
                     self.assertEqual((answer[0], len(report["verdicts"]), report["verdicts_left_out"]), (TOKEN, 100, 2))
                 if report["failure"].startswith('SCRAM-SHA-256: "'):  # no text can look like the server's own verdict
@@ -180,9 +184,27 @@ class Scram(Case):
     def test_a_connection_whose_process_is_ended(self):
         with self.server.connection():
             time.sleep(0.3)
-            children = open("/proc/%d/task/%d/children" % ((self.server.process.pid,) * 2)).read().split()
-            os.kill(int(children[0]), signal.SIGKILL)
+            os.kill(self.server.children()[0], signal.SIGKILL)
             self.assertIn("ended by a signal", self.told("failure")["failure"])
+
+    def test_processes_end_with_the_server(self):
+        server = Server(self.config)
+        with server.connection():
+            time.sleep(0.3)
+            child = os.pidfd_open(server.children()[0])
+            server.stop(signal.SIGKILL)
+            self.assertTrue(select.select([child], [], [], 5)[0])
+        os.close(child)
+
+    def test_an_output_that_cannot_be_written(self):
+        for output in (">/dev/full", ">&-"):
+            command = 'exec "$0" serve --listen localhost:0 --json --config "$1" ' + output
+            with subprocess.Popen(["sh", "-c", command, QXNEGO, self.config], stderr=subprocess.PIPE) as server:
+                is_told = select.select([server.stderr], [], [], 10)[0]  # while it serves
+                server.terminate()
+                said = server.stderr.read()
+            self.assertTrue(is_told)
+            self.assertEqual((server.returncode, said.count(b"cannot be written")), (1, 2), said)
 
     def test_an_output_that_nobody_reads(self):
         server = Server(self.config, "--max-failures", "10000", reads=False)
@@ -209,7 +231,8 @@ class Scram(Case):
         with server.connection() as peer:
             peer.sendall(b"\0")
             time.sleep(0.2)
-            self.assertEqual(server.stop(signal.SIGINT), (0, ""))
+            os.kill(server.children()[0], signal.SIGTERM)  # as when both are a shell's
+            self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
         self.told("interrupted", server)
         self.assertEqual(server.next()["by_address"], 1)
 

@@ -74,21 +74,24 @@ Side told(const char *name, Worker &worker) {
     return side;
 }
 
+constexpr std::chrono::seconds kLongest{60}; // that a side takes
+
 Outcome run(const Scenario &scenario, const fs::path &libraries) {
     const TemporaryFolder folder;
     write_configurations(scenario, folder.path(), libraries);
     auto [client_end, server_end] = socket_pair();
-    Worker client([&, &mine = client_end, &other = server_end] {
+    const auto be_client = [&, &mine = client_end, &other = server_end](const Worker::Lift &) {
         other.close();
         return side(QXGSS_CLIENT, folder.path() / "client.conf", std::move(mine), [&](Conversation &conversation) {
             conversation.log_on(scenario.logon(), "demo@localhost", GSS_C_MUTUAL_FLAG, QXGSS_SESSION_DEFAULTS);
         });
-    });
-    Worker server([&, &mine = server_end, &other = client_end] {
+    };
+    const auto be_server = [&, &mine = server_end, &other = client_end](const Worker::Lift &) {
         other.close();
         return side(QXGSS_SERVER, folder.path() / "server.conf", std::move(mine),
                     [](Conversation &conversation) { conversation.admit(QXGSS_SESSION_DEFAULTS); });
-    });
+    };
+    Worker client(be_client, kLongest), server(be_server, kLongest);
     client_end.close();
     server_end.close();
     Outcome out{told("client", client), told("server", server), {}, {}};
