@@ -58,6 +58,24 @@ TEST(Table, IsNoLargerThanItsLimits) {
     EXPECT_TRUE(text.ends_with("and 5 more\n")) << text.substr(text.size() - 100);
 }
 
+TEST(Table, IsAsWideAsTheTerminal) {
+    int reader = -1, terminal = -1;
+    const winsize size = {24, 60, 0, 0};
+    ASSERT_EQ(openpty(&reader, &terminal, nullptr, nullptr, &size), 0);
+    const int before = dup(STDOUT_FILENO);
+    dup2(terminal, STDOUT_FILENO);
+    Table table({"mechanism", "text"});
+    table.add({"x", "a text that is too long for a line of this terminal, and has to be broken"});
+    std::ostringstream out;
+    table.print(out);
+    dup2(before, STDOUT_FILENO);
+    for (const int descriptor : {before, reader, terminal})
+        close(descriptor);
+    std::istringstream lines(out.str());
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 60U) << line;
+}
+
 TEST(Admission, PlacesAreLimitedAndFailuresSlow) {
     Admission admission({3, 2, 6});
     const Clock::time_point start = Clock::now();

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/text.h"
 #include "tools/connection/secret.h"
 #include "tools/failure.h"
 
@@ -93,11 +94,16 @@ void add_connect(CLI::App &program, ConnectOptions &options, Secret &logon) {
     command.callback([&] { run_connect(options, logon); });
     command.add_option("ADDRESS", options.address, "Where it listens")->type_name("HOST:PORT")->required();
     auto *text = command.add_option(kLogonOption, options.overwritten,
-                                    "Logon string, which others may see before it is overwritten; better in a file. "
-                                    "Without one the credentials that are there are used");
-    command.add_option("--logon-file", options.logon_file, "File whose first line is the logon string")
-        ->type_name("FILE")
-        ->excludes(text);
+                                    "Logon string; WARNING: others on this machine may see it before it is "
+                                    "overwritten, and the shell may keep it. Better in a file, or asked for. Without "
+                                    "one the credentials that are there are used");
+    auto *file_of_logon =
+        command.add_option("--logon-file", options.logon_file, "File whose first line is the logon string")
+            ->type_name("FILE")
+            ->excludes(text);
+    command.add_flag("--ask", options.ask, "Ask for the logon string at the terminal, without showing it")
+        ->excludes(text)
+        ->excludes(file_of_logon);
     command.add_option("--target", options.target, "The service (default: host@HOST)")->type_name("SERVICE@HOST");
     command.add_flag("--delegate", options.delegate, "Delegate the credential to the server");
     auto *file =
@@ -188,6 +194,19 @@ void add_try(CLI::App &program, TryOptions &options) {
     command.add_flag("--json", options.json, "As JSON");
 }
 
+// Which help knows what would be right.
+std::string help_of(const CLI::App &program) {
+    const auto chosen = program.get_subcommands();
+    return std::string(" (see qxnego ") + (chosen.empty() ? "" : chosen.front()->get_name() + ' ') + "--help)";
+}
+
+std::string mistake(const CLI::App &program, const CLI::ParseError &error) {
+    const std::vector<std::string> words = program.remaining();
+    if (!program.get_subcommands().empty() || words.empty())
+        return error.what();
+    return "there is no subcommand or option " + common::quoted(words.front());
+}
+
 } // namespace
 
 void run(int argc, char **argv) {
@@ -209,7 +228,7 @@ void run(int argc, char **argv) {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() != kExitSuccess)
-            throw Failure(std::string(error.what()) + " (see qxnego --help)", kExitUsage);
+            throw Failure(mistake(program, error) + help_of(program), kExitUsage);
         program.exit(error); // help was asked for
     }
 }

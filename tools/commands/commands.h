@@ -26,6 +26,7 @@ struct ConnectOptions : ConnectionOptions {
     std::string file = "-";
     std::uint64_t bench = 0;
     std::size_t size = 1024;
+    bool ask = false; // for the logon string
     bool delegate = false;
     bool no_messages = false;
 };

@@ -131,6 +131,8 @@ void run_connect(const ConnectOptions &options, Secret &logon) {
     const Descriptor input = open_input(options.file);
     if (!options.logon_file.empty())
         logon.take_line(options.logon_file);
+    if (options.ask)
+        logon.ask("logon string: ");
     const std::unique_ptr<Registry> registry = configure(QXGSS_CLIENT, options);
     Client client(options, logon, input);
     try {

@@ -125,8 +125,9 @@ std::string names_of(const std::vector<MechanismSetup> &mechanisms) {
 }
 
 void show_setting(const Scenario &scenario) {
+    const std::size_t page = page_width(std::cout);
     const std::string line = "== " + scenario.name + ": " + scenario.title + ' ';
-    std::cout << line << std::string(kPageWidth - std::min(line.size(), kPageWidth), '=') << "\n\n"
+    std::cout << line << std::string(page - std::min(line.size(), page), '=') << "\n\n"
               << "  client has  " << names_of(scenario.client) << '\n'
               << "  server has  " << names_of(scenario.server) << '\n'
               << "  logon       " << scenario.public_logon() << '\n';

@@ -11,6 +11,7 @@
 #include "gssp2qxnego/token_format.h"
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/show/codes.h"
 #include "tools/show/log.h"
 #include "tools/show/story.h"
@@ -162,7 +163,7 @@ void show_log(std::string_view log) {
 
 void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {
     if (properties.records.empty() || properties.end != buffer.size())
-        throw Failure(file + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
+        throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
 }
 
 void show_properties(ByteView buffer, const DumpOptions &options) {
@@ -195,15 +196,16 @@ void run_log(const std::string &file) {
     const Bytes content = read_dumped_file(file);
     const std::string inside = read_properties(content).log;
     if (!is_negotiation_log(as_text(content)) && inside.empty())
-        throw Failure(file + ": holds no negotiation log", kExitUsage);
+        throw Failure(shown_name(file) + ": holds no negotiation log", kExitUsage);
     show_log(inside.empty() ? as_text(content) : inside);
 }
 
 void run_properties(const std::string &file) {
     const Bytes content = read_dumped_file(file);
+    if (!is_user_properties(content))
+        throw Failure(shown_name(file) + ": holds no user properties", kExitUsage);
     const UserProperties properties = read_properties(content);
-    if (!properties.records.empty())
-        print_properties(std::cout, properties);
+    print_properties(std::cout, properties);
     require_whole(properties, content, file);
 }
 

@@ -111,7 +111,9 @@ class Server {
 };
 
 void Server::say(const Json &event, const std::string &line) {
-    output_.add(options_.json ? line_of(event) : line + '\n');
+    Json timed = event;
+    timed["time"] = time_text();
+    output_.add(options_.json ? line_of(timed) : time_text() + "  " + line + '\n');
 }
 
 void Server::announce(const std::vector<std::string> &notices) {

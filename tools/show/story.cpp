@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include <nlohmann/json.hpp>
 
@@ -39,6 +41,8 @@ std::string shown(const std::string &name) {
 }
 
 void print_line(std::ostream &out, const Story &story) {
+    if (!story.is_client)
+        out << time_text() << "  ";
     out << story.peer;
     if (story.is_established && !story.user.empty())
         out << "  user " << shown(story.user);
@@ -66,6 +70,18 @@ Json to_json(const Verdict &verdict) {
             {"status_text", shortened(verdict.status_text)}};
 }
 
+std::string time_text() {
+    using namespace std::chrono;
+    const auto now = time_point_cast<std::chrono::milliseconds>(system_clock::now());
+    const std::time_t seconds = system_clock::to_time_t(floor<std::chrono::seconds>(now));
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%FT%T", &parts);
+    const std::string fraction = std::to_string(1000 + now.time_since_epoch().count() % 1000).substr(1);
+    return std::string(text) + '.' + fraction + 'Z';
+}
+
 std::string line_of(const Json &value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
@@ -75,6 +91,7 @@ void print_json(std::ostream &out, const Story &story) {
     for (std::size_t i = 0; i != std::min(story.verdicts.size(), kMostVerdicts); ++i)
         verdicts.push_back(to_json(story.verdicts[i]));
     Json line = {{"event", "connection"},
+                 {"time", time_text()},
                  {"side", story.is_client ? "client" : "server"},
                  {"peer", story.peer},
                  {"status", static_cast<int>(story.status)},

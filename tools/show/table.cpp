@@ -2,6 +2,10 @@
 #include "tools/show/table.h"
 
 #include <algorithm>
+#include <iostream>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include "common/text.h"
 
@@ -11,6 +15,7 @@ namespace {
 
 constexpr std::size_t kGap = 2;
 constexpr std::size_t kNarrowest = 20; // of the last column
+constexpr std::size_t kNarrowestPage = 40;
 
 // Columns that a text takes: its UTF-8 characters.
 std::size_t columns(const std::string &text) {
@@ -37,6 +42,14 @@ void print_line(std::ostream &out, std::string line) {
 }
 
 } // namespace
+
+std::size_t page_width(const std::ostream &out) {
+    winsize size{};
+    const int descriptor = &out == &std::cerr ? STDERR_FILENO : STDOUT_FILENO;
+    if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return kPageWidth;
+    return std::clamp<std::size_t>(size.ws_col, kNarrowestPage, kPageWidth);
+}
 
 std::vector<std::string> wrap(const std::string &text, std::size_t width) {
     std::vector<std::string> lines;
@@ -68,7 +81,8 @@ void Table::print(std::ostream &out, std::size_t indent) const {
     std::size_t start = indent; // column where the last cell begins
     for (std::size_t i = 0; i + 1 < widths.size(); ++i)
         start += widths[i] + kGap;
-    widths.back() = std::min(widths.back(), std::max(kNarrowest, kPageWidth - std::min(start, kPageWidth)));
+    const std::size_t page = page_width(out);
+    widths.back() = std::min(widths.back(), std::max(kNarrowest, page - std::min(start, page)));
 
     const auto print_row = [&](const Row &row) {
         std::string line(indent, ' ');

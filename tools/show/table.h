@@ -8,10 +8,13 @@
 
 namespace tools {
 
-inline constexpr std::size_t kPageWidth = 100;
+inline constexpr std::size_t kPageWidth = 100;    // columns, at most
 inline constexpr std::size_t kMostRows = 20'000;  // a token has fewer elements
 inline constexpr std::size_t kWidestCell = 64;    // bytes, of all columns but the last
 inline constexpr std::size_t kLongestCell = 1024; // bytes, of the last one
+
+// Columns of what is written there: those of a narrower terminal, but no less than a table needs.
+std::size_t page_width(const std::ostream &out);
 
 class Table {
   public:

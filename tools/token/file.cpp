@@ -32,7 +32,7 @@ Bytes from_base64(const std::string &text, const std::string &path) {
                            : EVP_DecodeBlock(out.data(), reinterpret_cast<const unsigned char *>(text.data()),
                                              static_cast<int>(text.size()));
     if (length < 0)
-        throw Failure(path + ": is neither a token nor hexadecimal or base64 text", kExitUsage);
+        throw Failure(shown_name(path) + ": is neither a token nor hexadecimal or base64 text", kExitUsage);
     out.resize(static_cast<std::size_t>(length) - padding); // which it gives as zeros
     return out;
 }
@@ -49,7 +49,7 @@ Bytes read_dumped_file(const std::string &path) {
         return from_base64(text, path);
     const std::optional<Bytes> bytes = from_hex(digits);
     if (!bytes)
-        throw Failure(path + ": has an odd number of hexadecimal digits", kExitUsage);
+        throw Failure(shown_name(path) + ": has an odd number of hexadecimal digits", kExitUsage);
     return *bytes;
 }
 
