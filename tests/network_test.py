@@ -109,6 +109,19 @@ class Scram(Case):
                       self.talk(self.server.address, ALICE, messages=b"secret", expect=9))
         self.told("network", messages=0)
 
+    def test_required_mechanisms(self):
+        self.talk(self.server.address, ALICE, "--require", "Kerberos,1.3.6.1.5.5.14", expect=2)
+        both = configuration(self.folder, "both", SCRAM, SCRAM_1)
+        self.talk(self.server.address, ALICE, "--require", "SCRAM-SHA-1,SCRAM-SHA-256", config=both)
+        self.told("success")
+        self.assertIn("SCRAM-SHA-256 is not a mechanism that --require allows",
+                      self.talk(self.server.address, ALICE, "--require", SCRAM_1, config=both, expect=6))
+        self.told("network", confirmation="none")  # the session never opened
+        server = Server(self.config, "--require", "SCRAM-SHA-1")
+        self.talk(server.address, ALICE, config=both, expect=4)
+        self.told("policy", server, messages=0)
+        self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
+
     def test_a_refusal_comes_late_and_says_nothing(self):
         for logon, outcome, failure in ((ALICE + "x", "negotiation", "SCRAM-SHA-256: "),
                                         (BOB, "policy", "the policy lets the claimed name")):

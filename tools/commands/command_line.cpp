@@ -52,6 +52,9 @@ void add_connection(CLI::App &command, ConnectionOptions &options) {
     add_configuration(command, options.configuration);
     command.add_flag("--require-confirmation", options.session.RequireConfirmation,
                      "Refuse a mechanism that cannot confirm the negotiation");
+    command.add_option("--require", options.require, "Refuse every mechanism but these, whatever was negotiated")
+        ->type_name("A,B,...")
+        ->delimiter(',');
     command.add_flag("--why", options.why, "Show what became of each mechanism, and why");
     command.add_flag("--json", options.json, "Print JSON lines");
     add_seconds(command, "--logon-time", "From the connection until the first message", "30",

@@ -44,12 +44,13 @@ void echo(Conversation &conversation, Story &story) {
 }
 
 // Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
-std::string converse(Descriptor socket, const ServeOptions &options, Clock::duration pause,
-                     const Worker::Lift &lift_limit) {
+std::string converse(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
+                     Clock::duration pause, const Worker::Lift &lift_limit) {
     Story story;
     story.peer = peer_address(socket);
     const Clock::time_point start = Clock::now();
     Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence, false);
+    conversation.require(required);
     try {
         wait_until(start + pause);
         conversation.admit(options.session);
@@ -70,8 +71,8 @@ std::string converse(Descriptor socket, const ServeOptions &options, Clock::dura
 
 class Server {
   public:
-    Server(const ServeOptions &options, std::vector<Descriptor> sockets)
-        : options_(options), sockets_(std::move(sockets)), admission_(options.limits) {}
+    Server(const ServeOptions &options, std::vector<std::string> required, std::vector<Descriptor> sockets)
+        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits) {}
 
     // What the framework had to say.
     void announce(const std::vector<std::string> &notices);
@@ -101,6 +102,7 @@ class Server {
     void tell_failure();
 
     const ServeOptions &options_;
+    std::vector<std::string> required_; // OIDs of mechanisms
     std::vector<Descriptor> sockets_;
     std::list<Client> clients_;
     Admission admission_;
@@ -138,7 +140,7 @@ Worker Server::start(Descriptor &socket, Clock::duration pause) {
                 listener.close();
             for (Client &other : clients_)
                 other.worker.forget();
-            return converse(std::move(socket), options_, pause, lift_limit);
+            return converse(std::move(socket), options_, required_, pause, lift_limit);
         },
         std::chrono::ceil<std::chrono::seconds>(pause + logon + kToHang));
 }
@@ -304,12 +306,13 @@ void Server::run() {
 
 void run_serve(const ServeOptions &options) {
     const std::unique_ptr<Registry> registry = configure(QXGSS_SERVER, options);
+    std::vector<std::string> required = required_mechanisms(*registry, options);
     std::vector<Descriptor> sockets;
     for (const std::string &address : options.addresses)
         for (Descriptor &socket : listen_at(parse_address(address)))
             sockets.push_back(std::move(socket));
     std::signal(SIGPIPE, SIG_IGN);
-    Server server(options, std::move(sockets));
+    Server server(options, std::move(required), std::move(sockets));
     server.announce(registry->messages());
     server.run();
 }
