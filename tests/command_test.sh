@@ -130,6 +130,11 @@ expect 1 'Byte 1 is wrong: the length is .* and only 58 bytes follow' dump "$fol
 expect 1 '"valid": false' dump --json "$folder/cut"
 printf 'a0:0d:a0:08:a0:06:80:01:01:81:01:01:81:01:09' >"$folder/state"
 expect 1 '81 01 \[09\]$' dump "$folder/state"
+for line in '' 'WWW-Authenticate: Negotiate '; do
+    echo "${line}TlRMTVNTUAABAAAAAgIAAA==" >"$folder/text"
+    expect 0 '^NTLMSSP NEGOTIATE of 16 bytes' dump "$folder/text"
+done
+expect 0 '"kind": "NTLMSSP NEGOTIATE"' dump --json "$folder/text"
 printf 'a00' >"$folder/odd"
 expect 2 'odd number' dump "$folder/odd"
 expect 2 'neither a token nor' dump "$QXGSS_CONF"

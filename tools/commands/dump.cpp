@@ -18,6 +18,7 @@
 #include "tools/show/table.h"
 #include "tools/show/user_properties.h"
 #include "tools/token/file.h"
+#include "tools/token/foreign.h"
 #include "tools/token/tree.h"
 
 namespace tools {
@@ -133,6 +134,27 @@ void show_token(ByteView token, const DumpOptions &options) {
         throw Failure("the token is wrong at byte " + std::to_string(tree.fault->offset));
 }
 
+// ---- Tokens of others ----------------------------------------------------------------------------------------------
+
+Json json_of(const Foreign &foreign, ByteView token) {
+    Json fields = Json::array();
+    for (const auto &[name, value] : foreign.fields)
+        fields.push_back({{"name", name}, {"value", value}});
+    return {{"size", token.size()}, {"kind", foreign.kind}, {"fields", fields}};
+}
+
+void show_foreign(const Foreign &foreign, ByteView token, const DumpOptions &options) {
+    if (options.json) {
+        std::cout << json_of(foreign, token).dump(2) << '\n';
+        return;
+    }
+    std::cout << foreign.kind << " of " << token.size() << " bytes, which is no token of QXNEGO\n\n";
+    Table table({"field", "value"});
+    for (const auto &[name, value] : foreign.fields)
+        table.add({name, value});
+    table.print(std::cout);
+}
+
 // ---- Logs and user properties --------------------------------------------------------------------------------------
 
 Json json_of_log(std::string_view log) {
@@ -184,6 +206,8 @@ void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
     if (is_user_properties(content))
         return show_properties(content, options);
+    if (const std::optional<Foreign> foreign = read_foreign(content))
+        return show_foreign(*foreign, content, options);
     if (!is_negotiation_log(as_text(content)))
         return show_token(content, options);
     if (options.json)

@@ -37,13 +37,21 @@ Bytes from_base64(const std::string &text, const std::string &path) {
     return out;
 }
 
+// What follows the scheme of a line of HTTP, or all of it.
+std::string_view credentials_of(std::string_view text) {
+    for (const std::string_view scheme : {"Negotiate ", "NTLM ", "Kerberos "})
+        if (const std::size_t at = text.find(scheme); at != text.npos)
+            return text.substr(at + scheme.size());
+    return text;
+}
+
 } // namespace
 
 Bytes read_dumped_file(const std::string &path) {
     Bytes content = read_file(path);
     if (!is_text(content) || is_negotiation_log(as_text(content)))
         return content;
-    const std::string text = without(as_text(content), kBlanks);
+    const std::string text = without(credentials_of(as_text(content)), kBlanks);
     const std::string digits = without(text.starts_with("0x") ? text.substr(2) : text, ":-,");
     if (digits.find_first_not_of(kHexDigits) != digits.npos)
         return from_base64(text, path);
