@@ -22,7 +22,7 @@ struct AllOptions {
     ServeOptions serve;
     StatusOptions status;
     TryOptions rehearsal;
-    std::string shown; // of the older names
+    DumpOptions shown; // by the older names
 };
 
 template <typename Options>
@@ -130,10 +130,11 @@ void add_demo(CLI::App &program, DemoOptions &options) {
         add(program, "demo", "Watch a client and a server negotiate, in several scenarios", options, run_demo);
     command.add_option("SCENARIO", options.scenario, "The one to run; all of them without it")
         ->check(CLI::IsMember(scenario_names()));
-    command.add_flag("--list", options.list, "List the scenarios");
+    auto *list = command.add_flag("--list", options.list, "List the scenarios");
     auto *full =
         command.add_flag("--full", options.full, "Show the calls, the negotiation logs and the properties too");
     command.add_flag("--brief")->description("Leave them out, as it does anyway")->excludes(full);
+    command.add_flag("--json", options.json, "As JSON")->excludes(full)->excludes(list);
     command.add_option("--save", options.save, "Write tokens, logs and user properties into this folder")
         ->type_name("DIR");
     command.add_option("--library-path", options.library_path, "Folder of the mechanisms' libraries")
@@ -152,15 +153,17 @@ void add_dump(CLI::App &program, DumpOptions &options) {
 }
 
 // Not in the help: what dump shows, or a part of it.
-void add_older_names(CLI::App &program, std::string &file) {
-    add(program, "log", "Show a saved negotiation log", file, run_log)
-        .group("")
-        ->add_option("FILE", file, "A user-properties buffer or the text of a log; - for standard input")
-        ->required();
-    add(program, "properties", "Show the records of a saved user-properties buffer", file, run_properties)
-        .group("")
-        ->add_option("FILE", file, "The buffer, as inquire_properties_for_user gave it; - for standard input")
-        ->required();
+void add_older_names(CLI::App &program, DumpOptions &options) {
+    const auto add_name = [&](const char *name, const char *what, const char *file, void (*run)(const DumpOptions &)) {
+        CLI::App &command = add(program, name, what, options, run);
+        command.group("");
+        command.add_option("FILE", options.file, file)->required();
+        command.add_flag("--json", options.json, "As JSON");
+    };
+    add_name("log", "Show a saved negotiation log",
+             "A user-properties buffer or the text of a log; - for standard input", run_log);
+    add_name("properties", "Show the records of a saved user-properties buffer",
+             "The buffer, as inquire_properties_for_user gave it; - for standard input", run_properties);
 }
 
 void add_mechs(CLI::App &program, MechsOptions &options) {

@@ -167,18 +167,26 @@ Json json_of_log(std::string_view log) {
     return {{"mechanisms", mechanisms}, {"log", lines_of(log)}};
 }
 
-Json json_of_properties(const UserProperties &properties) {
+Json json_of_records(const UserProperties &properties) {
     Json records = Json::array();
     for (const Property &record : properties.records)
         records.push_back(
             {{"id", record.id}, {"name", record.name}, {"length", record.length}, {"value", record.value}});
-    Json out = {{"records", records}};
+    return {{"records", records}};
+}
+
+Json json_of_properties(const UserProperties &properties) {
+    Json out = json_of_records(properties);
     if (!properties.log.empty())
         out.update(json_of_log(properties.log));
     return out;
 }
 
-void show_log(std::string_view log) {
+void show_log(std::string_view log, const DumpOptions &options) {
+    if (options.json) {
+        std::cout << json_of_log(log).dump(2) << '\n';
+        return;
+    }
     print_log(std::cout, log);
     print_records(std::cout, last_records(log));
 }
@@ -195,7 +203,7 @@ void show_properties(ByteView buffer, const DumpOptions &options) {
     } else {
         print_properties(std::cout, properties);
         if (!properties.log.empty())
-            show_log(properties.log);
+            show_log(properties.log, options);
     }
     require_whole(properties, buffer, options.file);
 }
@@ -210,27 +218,27 @@ void run_dump(const DumpOptions &options) {
         return show_foreign(*foreign, content, options);
     if (!is_negotiation_log(as_text(content)))
         return show_token(content, options);
-    if (options.json)
-        std::cout << json_of_log(as_text(content)).dump(2) << '\n';
-    else
-        show_log(as_text(content));
+    show_log(as_text(content), options);
 }
 
-void run_log(const std::string &file) {
-    const Bytes content = read_dumped_file(file);
+void run_log(const DumpOptions &options) {
+    const Bytes content = read_dumped_file(options.file);
     const std::string inside = read_properties(content).log;
     if (!is_negotiation_log(as_text(content)) && inside.empty())
-        throw Failure(shown_name(file) + ": holds no negotiation log", kExitUsage);
-    show_log(inside.empty() ? as_text(content) : inside);
+        throw Failure(shown_name(options.file) + ": holds no negotiation log", kExitUsage);
+    show_log(inside.empty() ? as_text(content) : inside, options);
 }
 
-void run_properties(const std::string &file) {
-    const Bytes content = read_dumped_file(file);
+void run_properties(const DumpOptions &options) {
+    const Bytes content = read_dumped_file(options.file);
     if (!is_user_properties(content))
-        throw Failure(shown_name(file) + ": holds no user properties", kExitUsage);
+        throw Failure(shown_name(options.file) + ": holds no user properties", kExitUsage);
     const UserProperties properties = read_properties(content);
-    print_properties(std::cout, properties);
-    require_whole(properties, content, file);
+    if (options.json)
+        std::cout << json_of_records(properties).dump(2) << '\n';
+    else
+        print_properties(std::cout, properties);
+    require_whole(properties, content, options.file);
 }
 
 } // namespace tools
