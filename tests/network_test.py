@@ -230,6 +230,14 @@ class Scram(Case):
         self.assertLess(time.monotonic() - begun, 4)
         server.process.stdout.close()
 
+    def test_who_has_logged_on_is_not_slowed(self):
+        server, self.options = Server(self.config, "--max-failures", "1"), ()
+        begun = time.monotonic()
+        for _ in range(3):  # there is no protection, and so no message
+            self.talk(server.address, ALICE, messages=b"x", expect=9)
+        self.assertLess(time.monotonic() - begun, 8)
+        self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
+
     def test_places_are_for_those_who_log_on(self):
         server = Server(self.config, "--max-address", "3", "--max-clients", "4")
         with contextlib.ExitStack() as stack:
