@@ -44,6 +44,8 @@ std::size_t safe_length(std::string_view text) {
     return character < form->least || character > 0x10FFFF || std::ranges::any_of(kUnsafe, holds) ? 0 : form->length;
 }
 
+constexpr std::size_t kEscape = 4; // bytes of \xNN
+
 void append_hex(std::string &out, char byte) {
     const auto value = static_cast<unsigned char>(byte);
     out += "\\x";
@@ -53,10 +55,12 @@ void append_hex(std::string &out, char byte) {
 
 } // namespace
 
-std::string printable(std::string_view text) {
+std::string printable(std::string_view text, std::size_t most) {
     std::string out;
     while (!text.empty()) {
         const std::size_t length = safe_length(text);
+        if ((length != 0 ? length : kEscape) > most - out.size())
+            return out + "...";
         if (length != 0)
             out += text.substr(0, length);
         else
@@ -68,12 +72,12 @@ std::string printable(std::string_view text) {
 
 std::string quoted(std::string_view text) {
     std::string out = "\"";
-    for (const char c : text) {
+    for (const char c : text.substr(0, kMostOfText + 1)) {
         if (c == '"' || c == '\\')
             out += '\\';
         out += c;
     }
-    return printable(out) + '"';
+    return printable(out, kMostOfText) + '"';
 }
 
 } // namespace common

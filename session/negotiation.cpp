@@ -248,7 +248,27 @@ Failure Negotiation::refusal(OM_uint32 minor) {
         return *forgotten_;
     if (refused_ == QXGSS_SESSION_CLAIMED_REFUSED)
         return forbidden("the policy lets the claimed name " + common::quoted(claimed_) + " log on with none of these");
-    return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + common::minor_text(minor), GSS_S_FAILURE, minor};
+    return {QXGSS_SESSION_FAILURE_NEGOTIATION, causes() + outcome(minor), GSS_S_FAILURE, minor};
+}
+
+// A mechanism whose client finishes first settles the negotiation before the other side has judged it; then the call
+// as a whole says no more than that something is wrong.
+std::string Negotiation::outcome(OM_uint32 minor) const {
+    constexpr OM_uint32 kOtherSelection = 0xE30003F3U; // the peer has completed with what is not established here
+    qxgss_negotiation_desc negotiation{};
+    qxgss_negotiated_mech_desc mechanism{};
+    const qxgss_ftn_table_desc &table = *negotiator_.table;
+    const bool is_settled =
+        minor == kOtherSelection && is_peer_done() &&
+        !failed(table.ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)) &&
+        negotiation.SelectedNumber >= 0 &&
+        !failed(table.ftn_gssp_inquire_negotiated_mech(
+            nullptr, context_.get(), static_cast<OM_uint32>(negotiation.SelectedNumber), &mechanism)) &&
+        mechanism.MechIndex >= 0 && mechanism.MechState == QXGSS_MECH_STATE_REJECTED;
+    if (!is_settled)
+        return common::minor_text(minor);
+    return std::string(is_client_ ? "the server" : "the client") + " had already settled on " +
+           common::printable(pMechInfo[mechanism.MechIndex].pszMechName) + ", which failed here";
 }
 
 std::string Negotiation::causes() {

@@ -80,6 +80,7 @@ class Negotiation {
 
     // What this side lost and why, as the beginning of a line; empty when it has lost nothing.
     std::string causes();
+    std::string outcome(OM_uint32 minor) const;
     std::string_view properties();
     void describe(qxgss_session_facts_desc &facts) const;
 

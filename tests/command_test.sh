@@ -71,6 +71,8 @@ done
 ln -s "$(dirname "$qxnego")/../lib/libgssp2qxnego.so" "$folder/lib" # without the library of its mechanisms
 expect 1 'libscram.so' demo both --library-path "$folder/lib"
 expect 2 'subcommand is required'
+expect 2 'no subcommand or option "mehcs" (see qxnego --help)' mehcs
+expect 2 '-.nope (see qxnego mechs --help)' mechs --nope
 expect 2 'nope' demo nope
 for form in 'log FILE' 'try --user bob --offer' 'connect ADDRESS'; do
     # shellcheck disable=SC2086 # words
@@ -104,6 +106,7 @@ also '"reason": "GSSAPI Error"' '"Record 0: '
 expect 0 'SCRAM-SHA-256  Available  Available' dump "$folder/saved/wrong-password/client.log"
 expect 0 '"state": "Available"' dump --json "$folder/saved/wrong-password/client.log"
 head -c 200 "$properties" >"$folder/cut"
+expect 2 'token-1-client: holds no user properties' properties "$folder/saved/both/token-1-client"
 for command in dump properties; do
     expect 2 'no record begins at byte 16' $command "$folder/cut"
 done
@@ -125,15 +128,23 @@ expect 1 'Byte 1 is wrong: the length is .* and only 58 bytes follow' dump "$fol
 expect 1 '"valid": false' dump --json "$folder/cut"
 printf 'a0:0d:a0:08:a0:06:80:01:01:81:01:01:81:01:09' >"$folder/state"
 expect 1 '81 01 \[09\]$' dump "$folder/state"
+for line in '' 'WWW-Authenticate: Negotiate '; do
+    echo "${line}TlRMTVNTUAABAAAAAgIAAA==" >"$folder/text"
+    expect 0 '^NTLMSSP NEGOTIATE of 16 bytes' dump "$folder/text"
+done
+expect 0 '"kind": "NTLMSSP NEGOTIATE"' dump --json "$folder/text"
 printf 'a00' >"$folder/odd"
 expect 2 'odd number' dump "$folder/odd"
 expect 2 'neither a token nor' dump "$QXGSS_CONF"
 expect 2 'No such file' dump "$folder/missing"
 
-expect 0 '^  SCRAM-SHA-1  *1.3.6.1.5.5.14  *20  *yes  *yes  *authentication, authorization$' mechs
+expect 1 '^  SCRAM-SHA-1  *1.3.6.1.5.5.14  *20  *yes  *yes  *authentication, authorization$' mechs
 also 'not loaded: .*gone.so' 'not negotiable: it is not loaded' 'it is not listed' 'it is disabled in' \
-    '1.2.3.6 is listed .* does not define it'
-expect 0 '"negotiable": true' mechs --json --client
+    '1.2.3.6 is listed .* does not define it' '^  QXNEGO .*  yes  *-  ' 'verifiers can be read by everybody'
+[ "$(grep -c 'not negotiable' "$folder/out")" -eq 3 ] || fail "QXNEGO does not negotiate itself"
+expect 1 '"negotiable": true' mechs --json --client
+sed 's/^name = "GONE"/&\nenabled = false/' "$QXGSS_CONF" >"$folder/sound"
+expect 0 '"credential": true' mechs --json --config "$folder/sound"
 expect 2 'there is no such file' mechs --config "$folder/missing"
 expect 3 'state:1: ' mechs --config "$folder/state"
 
@@ -152,6 +163,8 @@ expect 0 'Selected: SCRAM-SHA-1' try --user bob --profile p --offer "$both"
 expect 0 'the policy allows alice only' try --user bob --as alice --offer "$both"
 expect 6 'no mechanism is selected' try --user carol --offer "$both"
 expect 6 'SCRAM-SHA-1 .* Not Available at Client  *it is not in the offer' try --user alice --offer SCRAM-SHA-256
+expect 0 'undecided\|selected' try --user bob --offer SCRAM-SHA-256,SCRAM-SHA-256
+[ "$(grep -c '^  SCRAM-SHA-256' "$folder/out")" -eq 1 ] || fail "the same is offered twice"
 expect 2 'neither a mechanism' try --user bob --offer NONE
 expect 2 'must not be empty' try --user '' --offer "$both"
 
@@ -176,5 +189,10 @@ expect 4 'x.invalid:1: ' connect --json x.invalid:1
 
 rm "$folder/verifiers"
 expect 3 'QXNEGO is not in use' try --user bob --offer "$both"
-expect 0 'not loaded: .*verifiers: No such file' mechs
+sed 's/libscram/libscarm/' "$QXGSS_CONF" >"$folder/typo"
+for command in 'connect localhost:1' 'serve --listen localhost:0'; do
+    # shellcheck disable=SC2086 # words
+    expect 3 'not in use; SCRAM-SHA-256: .*libscarm.so: cannot open' $command --config "$folder/typo"
+done
+expect 3 'not loaded: .*verifiers: No such file' mechs
 exit "$failures"

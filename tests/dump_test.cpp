@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tools/token/foreign.h"
 #include "tools/token/inner.h"
 #include "tools/token/tree.h"
 
@@ -108,6 +109,49 @@ TEST(Dump, TellsInnerTokensByTheirFirstBytes) {
     };
     for (const auto &[token, kind] : cases)
         EXPECT_EQ(tools::kind_of_inner_token(from_hex(token)), kind) << token;
+}
+
+std::string told(const Bytes &token) {
+    const auto foreign = tools::read_foreign(token);
+    std::string out = foreign ? foreign->kind : "";
+    for (const auto &field : foreign ? foreign->fields : std::vector<tools::Foreign::Field>())
+        out += "; " + field.name + ' ' + field.value;
+    return out;
+}
+
+TEST(Dump, TellsTokensOfOthers) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"605106092a864886f71201020201006e423040a003020105a33961373035a003020105a1031b0152a2143012a003020103a10b30091b0"
+         "4686f73741b0168a3133011a003020112a103020102a205040378797a",
+         "Kerberos AP-REQ; mechanism Kerberos; service host/h@R; key version 2; encryption type 18; ticket 3 bytes"},
+        {"603d06092a864886f71201020203007e2e302ca003020105a603020125a9031b0152aa143012a003020103a10b30091b04686f73741b0"
+         "168ab051b036e6f1b",
+         "Kerberos KRB-ERROR; mechanism Kerberos; error 37; text no\\x1b; service host/h@R"},
+        {"602e06062b0601050502a0243022a019301706092a864886f712010202060a2b06010401823702020aa30504036d6963",
+         "RFC 4178 NegTokenInit; mechanisms Kerberos, NTLMSSP; MIC 3 bytes"},
+        {"a1293027a0030a0101a10c060a2b06010401823702020aa21204104e544c4d535350000100000002020000",
+         "RFC 4178 NegTokenResp; state accept-incomplete; mechanism NTLMSSP; response token NTLMSSP NEGOTIATE, 16 "
+         "bytes;   flags OEM, NTLM"},
+        {"4e544c4d5353500003000000000000000000000002000200480000000400040040000000040004004400000009000900e803000000000"
+         "000000000000102000051005800e9000a003f3f",
+         "NTLMSSP AUTHENTICATE; flags Unicode, NTLM; domain QX; user é\\x0a; NTLM response 2 bytes"},
+    };
+    for (const auto &[text, expected] : cases) {
+        const Bytes token = from_hex(text);
+        EXPECT_EQ(told(token), expected);
+        for (std::size_t at = 0; at < token.size(); ++at) {
+            const std::string cut = told(Bytes(token.begin(), token.begin() + static_cast<std::ptrdiff_t>(at)));
+            EXPECT_EQ(cut, tools::printable(cut)) << at;
+            for (unsigned value = 0; value < 256; ++value) {
+                Bytes changed = token;
+                changed[at] = static_cast<unsigned char>(value);
+                const std::string shown = told(changed);
+                ASSERT_EQ(shown, tools::printable(shown)) << at;
+            }
+        }
+    }
+    for (const char *text : kTokens)
+        EXPECT_EQ(told(from_hex(text)), "");
 }
 
 } // namespace

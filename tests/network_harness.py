@@ -77,6 +77,9 @@ class Server:
         host, port = self.address.rsplit(":", 1)
         return socket.create_connection((host.strip("[]"), int(port)))
 
+    def children(self):
+        return [int(child) for child in open("/proc/%d/task/%d/children" % ((self.process.pid,) * 2)).read().split()]
+
     def stop(self, number):
         """Ends it; its exit status and what it wrote to the standard error."""
         self.process.send_signal(number)

@@ -1,6 +1,7 @@
 """qxnego serve and connect over loopback: what they do with peers of every kind."""
 import contextlib
 import os
+import select
 import signal
 import socket
 import subprocess
@@ -108,6 +109,19 @@ class Scram(Case):
                       self.talk(self.server.address, ALICE, messages=b"secret", expect=9))
         self.told("network", messages=0)
 
+    def test_required_mechanisms(self):
+        self.talk(self.server.address, ALICE, "--require", "Kerberos,1.3.6.1.5.5.14", expect=2)
+        both = configuration(self.folder, "both", SCRAM, SCRAM_1)
+        self.talk(self.server.address, ALICE, "--require", "SCRAM-SHA-1,SCRAM-SHA-256", config=both)
+        self.told("success")
+        self.assertIn("SCRAM-SHA-256 is not a mechanism that --require allows",
+                      self.talk(self.server.address, ALICE, "--require", SCRAM_1, config=both, expect=6))
+        self.told("network", confirmation="none")  # the session never opened
+        server = Server(self.config, "--require", "SCRAM-SHA-1")
+        self.talk(server.address, ALICE, config=both, expect=4)
+        self.told("policy", server, messages=0)
+        self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
+
     def test_a_refusal_comes_late_and_says_nothing(self):
         for logon, outcome, failure in ((ALICE + "x", "negotiation", "SCRAM-SHA-256: "),
                                         (BOB, "policy", "the policy lets the claimed name")):
@@ -127,7 +141,7 @@ class Scram(Case):
                 (init_token((SCRAM_OID, {1: b"\3", 2: b"\5"})), "negotiation"),
                 (claim(b"bob"), "network", "claimed"), (claim(b"eve"), "network")]
         rows += [(init_token((SCRAM_OID, {**FAILED, 5: text}), claim=text), "negotiation")
-                 for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", FORGED, b'"; success: "')]
+                 for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", FORGED, b'"; success: "', b"\0" * 1500)]
         with contextlib.ExitStack() as stack:
             peers = [stack.enter_context(self.server.connection()) for _ in rows]
             for peer, (sent, *_) in zip(peers, rows):
@@ -142,6 +156,9 @@ class Scram(Case):
                 self.assertEqual((report["class"], report["established"], report["refused"]),
                                  (outcome, False, *(refused or [""])))
                 self.assertTrue(all(ord(c) >= 32 and c != "\u202e" for c in report["failure"] + report["claimed"]))
+                self.assertLess(len(report["failure"]), 1030)
+                for text in (report["claimed"], *(row["status_text"] for row in report["verdicts"])):
+                    self.assertLess(len(text), 260)
                 if sent in (claim(b"bob"), claim(b"eve")):  # who hear the same
                     self.assertEqual((answer[0], len(report["verdicts"]), report["verdicts_left_out"]), (TOKEN, 100, 2))
                 if report["failure"].startswith('SCRAM-SHA-256: "'):  # no text can look like the server's own verdict
@@ -180,9 +197,27 @@ class Scram(Case):
     def test_a_connection_whose_process_is_ended(self):
         with self.server.connection():
             time.sleep(0.3)
-            children = open("/proc/%d/task/%d/children" % ((self.server.process.pid,) * 2)).read().split()
-            os.kill(int(children[0]), signal.SIGKILL)
+            os.kill(self.server.children()[0], signal.SIGKILL)
             self.assertIn("ended by a signal", self.told("failure")["failure"])
+
+    def test_processes_end_with_the_server(self):
+        server = Server(self.config)
+        with server.connection():
+            time.sleep(0.3)
+            child = os.pidfd_open(server.children()[0])
+            server.stop(signal.SIGKILL)
+            self.assertTrue(select.select([child], [], [], 5)[0])
+        os.close(child)
+
+    def test_an_output_that_cannot_be_written(self):
+        for output in (">/dev/full", ">&-"):
+            command = 'exec "$0" serve --listen localhost:0 --json --config "$1" ' + output
+            with subprocess.Popen(["sh", "-c", command, QXNEGO, self.config], stderr=subprocess.PIPE) as server:
+                is_told = select.select([server.stderr], [], [], 10)[0]  # while it serves
+                server.terminate()
+                said = server.stderr.read()
+            self.assertTrue(is_told)
+            self.assertEqual((server.returncode, said.count(b"cannot be written")), (1, 2), said)
 
     def test_an_output_that_nobody_reads(self):
         server = Server(self.config, "--max-failures", "10000", reads=False)
@@ -194,6 +229,14 @@ class Scram(Case):
         self.assertEqual(server.stop(signal.SIGTERM), (1, "qxnego: the output cannot be written\n"))
         self.assertLess(time.monotonic() - begun, 4)
         server.process.stdout.close()
+
+    def test_who_has_logged_on_is_not_slowed(self):
+        server, self.options = Server(self.config, "--max-failures", "1"), ()
+        begun = time.monotonic()
+        for _ in range(3):  # there is no protection, and so no message
+            self.talk(server.address, ALICE, messages=b"x", expect=9)
+        self.assertLess(time.monotonic() - begun, 8)
+        self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
 
     def test_places_are_for_those_who_log_on(self):
         server = Server(self.config, "--max-address", "3", "--max-clients", "4")
@@ -209,7 +252,8 @@ class Scram(Case):
         with server.connection() as peer:
             peer.sendall(b"\0")
             time.sleep(0.2)
-            self.assertEqual(server.stop(signal.SIGINT), (0, ""))
+            os.kill(server.children()[0], signal.SIGTERM)  # as when both are a shell's
+            self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
         self.told("interrupted", server)
         self.assertEqual(server.next()["by_address"], 1)
 
@@ -234,6 +278,16 @@ class Realm(Case):
         self.assertIn("50 messages of 1024 bytes", self.talk(address, None, "--delegate", "--bench", "50"))
         self.told("success", delegated="alice@QXNEGO.TEST", messages=50)
 
+    def test_a_key_table_that_is_not_there(self):
+        config = configuration(self.folder, "typo", KERBEROS, SCRAM)
+        with open(config) as file:
+            text = file.read().replace("settings = {", 'settings = { keytab_file = "/nowhere/krb5.keytab",')
+        with open(config, "w") as file:
+            file.write(text)
+        mechs = subprocess.run([QXNEGO, "mechs", "--config", config], capture_output=True, text=True)
+        self.assertEqual(mechs.returncode, 1)
+        self.assertRegex(mechs.stdout, "no credential: .*/nowhere/krb5.keytab")
+
     def test_passwords(self):
         # No such principal in the realm, but a user of the NTLM domain: the reason is shown on both sides.
         logon = "authcid=alice realm=QXTEST password=Alice1"
@@ -246,6 +300,14 @@ class Realm(Case):
         self.talk(self.server.address, ALICE, "--no-messages", config=without_ntlm)
         kerberos = self.told("success", mechanism="SCRAM-SHA-256")["verdicts"][0]
         self.assertEqual(kerberos["reason"], "GSSAPI Error")
+
+    def test_a_client_that_settles_first(self):
+        """Its NTLM is done before the server has looked at the password, and SCRAM's, which is right, gets no turn."""
+        config = configuration(self.folder, "ntlm_first", NTLM, SCRAM)
+        self.talk(self.server.address, "authcid=alice realm=QXTEST password=wonderland", "--no-messages", expect=6,
+                  config=config)
+        self.assertIn("; the client had already settled on NTLMSSP, which failed here",
+                      self.told("negotiation")["failure"])
 
     def test_twenty_at_once(self):
         wrong = self.password + "x"

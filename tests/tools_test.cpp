@@ -1,15 +1,21 @@
 // What the command is made of, where no connection is needed to see it: text that is safe to show, places for clients,
-// an output that nobody reads.
+// processes that misbehave, an output that nobody reads.
 #include <algorithm>
 #include <csignal>
+#include <list>
+#include <sstream>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include "common/text.h"
 #include "tools/connection/admission.h"
 #include "tools/connection/output.h"
+#include "tools/connection/worker.h"
+#include "tools/show/table.h"
 
 namespace {
 
@@ -35,6 +41,40 @@ TEST(Text, IsValidUtf8AndSafe) {
     for (const Row &row : rows)
         EXPECT_EQ(common::printable(row.text), row.shown);
     EXPECT_EQ(common::quoted("say \"\\n\"\n"), R"("say \"\\n\"\x0a")");
+    EXPECT_EQ(common::printable("abc\xC3\xA9\x01", 5), "abc\xC3\xA9...");
+    EXPECT_EQ(common::printable("abc\xC3\xA9\x01", 4), "abc...");
+    EXPECT_EQ(common::printable("a\x01", 4), "a...");
+    EXPECT_EQ(common::quoted(std::string(1000, '"')).size(), common::kMostOfText + 4);
+}
+
+// Whatever stands in the widest cell, the others are not made as wide.
+TEST(Table, IsNoLargerThanItsLimits) {
+    Table table({"mechanism", "verdict", "text"});
+    for (std::size_t i = 0; i != kMostRows + 5; ++i)
+        table.add({i == 0 ? std::string(10'000, 'x') : "x", "y", i == 1 ? std::string(10'000, 'z') : "z"});
+    std::ostringstream out;
+    table.print(out);
+    const std::string text = out.str();
+    EXPECT_LT(text.size(), kMostRows * kPageWidth);
+    EXPECT_TRUE(text.ends_with("and 5 more\n")) << text.substr(text.size() - 100);
+}
+
+TEST(Table, IsAsWideAsTheTerminal) {
+    int reader = -1, terminal = -1;
+    const winsize size = {24, 60, 0, 0};
+    ASSERT_EQ(openpty(&reader, &terminal, nullptr, nullptr, &size), 0);
+    const int before = dup(STDOUT_FILENO);
+    dup2(terminal, STDOUT_FILENO);
+    Table table({"mechanism", "text"});
+    table.add({"x", "a text that is too long for a line of this terminal, and has to be broken"});
+    std::ostringstream out;
+    table.print(out);
+    dup2(before, STDOUT_FILENO);
+    for (const int descriptor : {before, reader, terminal})
+        close(descriptor);
+    std::istringstream lines(out.str());
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 60U) << line;
 }
 
 TEST(Admission, PlacesAreLimitedAndFailuresSlow) {
@@ -45,10 +85,9 @@ TEST(Admission, PlacesAreLimitedAndFailuresSlow) {
     EXPECT_EQ(admission.admit("a", start), std::nullopt);
     EXPECT_EQ(admission.admit("b", start), 0ms);
     EXPECT_EQ(admission.admit("c", start), std::nullopt);
-    const Admission::Refused refused = admission.take_refused();
+    const Admission::Refused refused = admission.refused();
     EXPECT_EQ(refused.by_address, 1U);
     EXPECT_EQ(refused.by_clients, 1U);
-    EXPECT_FALSE(admission.take_refused().any());
     for (int i = 0; i != 6; ++i) { // as many as a minute has for nothing
         admission.leave("a", true, start);
         EXPECT_EQ(admission.admit("a", start), 0ms) << i;
@@ -61,6 +100,18 @@ TEST(Admission, PlacesAreLimitedAndFailuresSlow) {
     EXPECT_EQ(admission.admit("a", start + 8s), 2'000ms);
 }
 
+// Whoever shares an address with a stranger who failed without end is as slow as can be, and no longer than that.
+TEST(Admission, FailuresAreForgiven) {
+    Admission admission({64, 64, 20});
+    const Clock::time_point start = Clock::now();
+    for (int i = 0; i != 10'000; ++i) {
+        ASSERT_TRUE(admission.admit("a", start));
+        admission.leave("a", true, start);
+    }
+    EXPECT_EQ(admission.admit("a", start), 10'000ms);
+    EXPECT_EQ(admission.admit("a", start + 10s), 0ms);
+}
+
 // However many addresses a stranger has.
 TEST(Admission, ForgetsAddresses) {
     Admission admission({64, 64, 20});
@@ -71,6 +122,55 @@ TEST(Admission, ForgetsAddresses) {
         admission.leave(address, true, start);
     }
     EXPECT_LT(admission.size(), 5000U);
+}
+
+TEST(Worker, IsEndedWhateverItDoes) {
+    const struct {
+        const char *said;
+        std::function<std::string(const Worker::Lift &)> body;
+        bool is_lifted = false;
+    } rows[] = {
+        {"", [](const Worker::Lift &) { return "whole"; }},
+        {"", [](const Worker::Lift &lift) { return lift(), "whole"; }, true},
+        {"its process said too much", [](const Worker::Lift &) { return std::string(1 << 20, 'x'); }},
+        {"its process was ended by a signal: Killed",
+         [](const Worker::Lift &) { return close_range(3, ~0U, 0), pause(), ""; }},
+        {"its process ended with status 1", [](const Worker::Lift &) -> std::string { throw std::bad_alloc(); }},
+        {"its process took too long", [](const Worker::Lift &) { return pause(), ""; }},
+        {"its process took too long", [](const Worker::Lift &) { return raise(SIGSTOP), ""; }},
+    };
+    std::list<Worker> workers; // at once, since some take as long as they may
+    const auto begun = Clock::now();
+    for (const auto &row : rows)
+        workers.emplace_back(row.body, 1s);
+    for (const auto &row : rows) {
+        Worker &worker = workers.front();
+        pollfd place{worker.descriptor(), POLLIN, 0};
+        do
+            poll(&place, 1, milliseconds_until(worker.deadline()));
+        while (worker.read_some());
+        EXPECT_LT(Clock::now() - begun, 4s) << row.said;
+        EXPECT_EQ(worker.has_crashed(), *row.said != 0);
+        EXPECT_EQ(worker.is_lifted(), row.is_lifted);
+        EXPECT_EQ(worker.result(), *row.said != 0 ? row.said : "whole");
+        workers.pop_front();
+    }
+}
+
+// It says that it can be written to, and takes less than is there to write.
+TEST(Output, ATerminalThatNobodyReadsHoldsNothingUp) {
+    int reader = -1, terminal = -1;
+    ASSERT_EQ(openpty(&reader, &terminal, nullptr, nullptr, nullptr), 0);
+    Output output(terminal);
+    output.add(std::string(100'000, 'x'));
+    alarm(10);
+    for (int i = 0; i != 1000; ++i)
+        output.write_some();
+    alarm(0);
+    EXPECT_TRUE(output.is_waiting());
+    EXPECT_EQ(fcntl(terminal, F_GETFL) & O_NONBLOCK, 0); // that of others
+    close(reader);
+    close(terminal);
 }
 
 TEST(Output, HoldsNothingUpAndCountsWhatItDrops) {
@@ -95,7 +195,7 @@ TEST(Output, HoldsNothingUpAndCountsWhatItDrops) {
     signal(SIGPIPE, SIG_IGN);
     output.add(line);
     output.write_some();
-    EXPECT_TRUE(output.has_failed());
+    EXPECT_EQ(output.failure(), EPIPE);
     output.add(line);
     EXPECT_EQ(output.take_dropped(), 2U);
     close(ends[1]);

@@ -16,6 +16,11 @@ namespace tools {
 using common::printable; // texts that a peer sent are only printed this way
 using common::quoted;
 
+// A text of a peer's among other things.
+inline std::string shortened(std::string_view text) {
+    return printable(text, common::kMostOfText);
+}
+
 using Bytes = std::vector<unsigned char>;
 using ByteView = std::span<const unsigned char>;
 

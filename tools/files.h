@@ -9,6 +9,11 @@
 
 namespace tools {
 
+// The file as messages name it: its path, or "standard input" for "-".
+inline std::string shown_name(const std::string &path) {
+    return path == "-" ? "standard input" : path;
+}
+
 // The whole file, "-" being the standard input. Throws Failure (usage) when it cannot be read.
 Bytes read_file(const std::string &path);
 

@@ -1,6 +1,9 @@
 // The qxnego command: the one place where errors become a line and an exit status.
 #include <iostream>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "tools/commands/commands.h"
 #include "tools/connection/interrupt.h"
 #include "tools/failure.h"
@@ -13,9 +16,19 @@ int fail(const char *line, int status) {
     return status;
 }
 
+// Something stands in the place of an input or output that was closed, so that no socket gets its number; reading or
+// writing there fails as before.
+void fill_standard_descriptors() {
+    constexpr int kWrongWay[] = {O_WRONLY, O_RDONLY, O_RDONLY};
+    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number)
+        if (fcntl(number, F_GETFD) < 0)
+            open("/dev/null", kWrongWay[number]); // the lowest that is free is this one
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
+    fill_standard_descriptors();
     tools::interrupt_on_signals();
     try {
         tools::run(argc, argv);

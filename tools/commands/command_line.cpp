@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/text.h"
 #include "tools/connection/secret.h"
 #include "tools/failure.h"
 
@@ -21,7 +22,7 @@ struct AllOptions {
     ServeOptions serve;
     StatusOptions status;
     TryOptions rehearsal;
-    std::string shown; // of the older names
+    DumpOptions shown; // by the older names
 };
 
 template <typename Options>
@@ -51,6 +52,9 @@ void add_connection(CLI::App &command, ConnectionOptions &options) {
     add_configuration(command, options.configuration);
     command.add_flag("--require-confirmation", options.session.RequireConfirmation,
                      "Refuse a mechanism that cannot confirm the negotiation");
+    command.add_option("--require", options.require, "Refuse every mechanism but these, whatever was negotiated")
+        ->type_name("A,B,...")
+        ->delimiter(',');
     command.add_flag("--why", options.why, "Show what became of each mechanism, and why");
     command.add_flag("--json", options.json, "Print JSON lines");
     add_seconds(command, "--logon-time", "From the connection until the first message", "30",
@@ -93,11 +97,16 @@ void add_connect(CLI::App &program, ConnectOptions &options, Secret &logon) {
     command.callback([&] { run_connect(options, logon); });
     command.add_option("ADDRESS", options.address, "Where it listens")->type_name("HOST:PORT")->required();
     auto *text = command.add_option(kLogonOption, options.overwritten,
-                                    "Logon string, which others may see before it is overwritten; better in a file. "
-                                    "Without one the credentials that are there are used");
-    command.add_option("--logon-file", options.logon_file, "File whose first line is the logon string")
-        ->type_name("FILE")
-        ->excludes(text);
+                                    "Logon string; WARNING: others on this machine may see it before it is "
+                                    "overwritten, and the shell may keep it. Better in a file, or asked for. Without "
+                                    "one the credentials that are there are used");
+    auto *file_of_logon =
+        command.add_option("--logon-file", options.logon_file, "File whose first line is the logon string")
+            ->type_name("FILE")
+            ->excludes(text);
+    command.add_flag("--ask", options.ask, "Ask for the logon string at the terminal, without showing it")
+        ->excludes(text)
+        ->excludes(file_of_logon);
     command.add_option("--target", options.target, "The service (default: host@HOST)")->type_name("SERVICE@HOST");
     command.add_flag("--delegate", options.delegate, "Delegate the credential to the server");
     auto *file =
@@ -121,10 +130,11 @@ void add_demo(CLI::App &program, DemoOptions &options) {
         add(program, "demo", "Watch a client and a server negotiate, in several scenarios", options, run_demo);
     command.add_option("SCENARIO", options.scenario, "The one to run; all of them without it")
         ->check(CLI::IsMember(scenario_names()));
-    command.add_flag("--list", options.list, "List the scenarios");
+    auto *list = command.add_flag("--list", options.list, "List the scenarios");
     auto *full =
         command.add_flag("--full", options.full, "Show the calls, the negotiation logs and the properties too");
     command.add_flag("--brief")->description("Leave them out, as it does anyway")->excludes(full);
+    command.add_flag("--json", options.json, "As JSON")->excludes(full)->excludes(list);
     command.add_option("--save", options.save, "Write tokens, logs and user properties into this folder")
         ->type_name("DIR");
     command.add_option("--library-path", options.library_path, "Folder of the mechanisms' libraries")
@@ -143,15 +153,17 @@ void add_dump(CLI::App &program, DumpOptions &options) {
 }
 
 // Not in the help: what dump shows, or a part of it.
-void add_older_names(CLI::App &program, std::string &file) {
-    add(program, "log", "Show a saved negotiation log", file, run_log)
-        .group("")
-        ->add_option("FILE", file, "A user-properties buffer or the text of a log; - for standard input")
-        ->required();
-    add(program, "properties", "Show the records of a saved user-properties buffer", file, run_properties)
-        .group("")
-        ->add_option("FILE", file, "The buffer, as inquire_properties_for_user gave it; - for standard input")
-        ->required();
+void add_older_names(CLI::App &program, DumpOptions &options) {
+    const auto add_name = [&](const char *name, const char *what, const char *file, void (*run)(const DumpOptions &)) {
+        CLI::App &command = add(program, name, what, options, run);
+        command.group("");
+        command.add_option("FILE", options.file, file)->required();
+        command.add_flag("--json", options.json, "As JSON");
+    };
+    add_name("log", "Show a saved negotiation log",
+             "A user-properties buffer or the text of a log; - for standard input", run_log);
+    add_name("properties", "Show the records of a saved user-properties buffer",
+             "The buffer, as inquire_properties_for_user gave it; - for standard input", run_properties);
 }
 
 void add_mechs(CLI::App &program, MechsOptions &options) {
@@ -188,6 +200,19 @@ void add_try(CLI::App &program, TryOptions &options) {
     command.add_flag("--json", options.json, "As JSON");
 }
 
+// Which help knows what would be right.
+std::string help_of(const CLI::App &program) {
+    const auto chosen = program.get_subcommands();
+    return std::string(" (see qxnego ") + (chosen.empty() ? "" : chosen.front()->get_name() + ' ') + "--help)";
+}
+
+std::string mistake(const CLI::App &program, const CLI::ParseError &error) {
+    const std::vector<std::string> words = program.remaining();
+    if (!program.get_subcommands().empty() || words.empty())
+        return error.what();
+    return "there is no subcommand or option " + common::quoted(words.front());
+}
+
 } // namespace
 
 void run(int argc, char **argv) {
@@ -209,7 +234,7 @@ void run(int argc, char **argv) {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() != kExitSuccess)
-            throw Failure(std::string(error.what()) + " (see qxnego --help)", kExitUsage);
+            throw Failure(mistake(program, error) + help_of(program), kExitUsage);
         program.exit(error); // help was asked for
     }
 }

@@ -26,6 +26,7 @@ struct ConnectOptions : ConnectionOptions {
     std::string file = "-";
     std::uint64_t bench = 0;
     std::size_t size = 1024;
+    bool ask = false; // for the logon string
     bool delegate = false;
     bool no_messages = false;
 };
@@ -38,6 +39,7 @@ struct DemoOptions {
     std::string library_path;
     bool list = false;
     bool full = false;
+    bool json = false;
 };
 std::vector<std::string> scenario_names();
 void run_demo(const DemoOptions &options);
@@ -48,8 +50,8 @@ struct DumpOptions {
     bool json = false;
 };
 void run_dump(const DumpOptions &options);
-void run_log(const std::string &file);
-void run_properties(const std::string &file);
+void run_log(const DumpOptions &options);
+void run_properties(const DumpOptions &options);
 
 struct MechsOptions {
     std::string configuration;

@@ -18,8 +18,8 @@ namespace {
 
 class Client {
   public:
-    Client(const ConnectOptions &options, Secret &logon, const Descriptor &input)
-        : options_(options), logon_(logon), input_(input) {}
+    Client(const ConnectOptions &options, std::vector<std::string> required, Secret &logon, const Descriptor &input)
+        : options_(options), required_(std::move(required)), logon_(logon), input_(input) {}
 
     // Throws Failure; the story is told either way.
     void run();
@@ -33,6 +33,7 @@ class Client {
     std::string read_message(std::size_t largest) const;
 
     const ConnectOptions &options_;
+    std::vector<std::string> required_;
     Secret &logon_;
     const Descriptor &input_;
     Story story_;
@@ -79,7 +80,7 @@ void Client::exchange_messages(Conversation &conversation) {
     if (options_.no_messages)
         return;
     if (!conversation.is_protecting())
-        throw Failure(printable(story_.mechanism) +
+        throw Failure(shortened(story_.mechanism) +
                           " has no protection for messages: none is sent (--no-messages only logs on)",
                       kExitProtection);
     const Clock::time_point start = Clock::now();
@@ -101,6 +102,7 @@ void Client::run() {
         conversation = std::make_unique<Conversation>(
             Stream(connect_to(parse_address(options_.address), deadline), options_.session.MaxMessage),
             options_.silence, false);
+        conversation->require(required_);
         log_on(*conversation);
         story_.seconds = seconds_since(start);
         conversation->tell(story_, nullptr);
@@ -109,7 +111,7 @@ void Client::run() {
         exchange_messages(*conversation);
         conversation->end();
     } catch (const Failure &failure) {
-        story_.failure = printable(failure.what());
+        story_.failure = printable(failure.what(), common::kMostOfLine);
         story_.status = failure.status();
         if (conversation != nullptr)
             conversation->tell(story_, &failure);
@@ -131,8 +133,10 @@ void run_connect(const ConnectOptions &options, Secret &logon) {
     const Descriptor input = open_input(options.file);
     if (!options.logon_file.empty())
         logon.take_line(options.logon_file);
+    if (options.ask)
+        logon.ask("logon string: ");
     const std::unique_ptr<Registry> registry = configure(QXGSS_CLIENT, options);
-    Client client(options, logon, input);
+    Client client(options, required_mechanisms(*registry, options), logon, input);
     try {
         client.run();
     } catch (const Failure &) {

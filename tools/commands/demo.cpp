@@ -4,6 +4,7 @@
 #include <iostream>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
 #include <poll.h>
 
 #include "qxgss/qxgss.h"
@@ -74,21 +75,24 @@ Side told(const char *name, Worker &worker) {
     return side;
 }
 
+constexpr std::chrono::seconds kLongest{60}; // that a side takes
+
 Outcome run(const Scenario &scenario, const fs::path &libraries) {
     const TemporaryFolder folder;
     write_configurations(scenario, folder.path(), libraries);
     auto [client_end, server_end] = socket_pair();
-    Worker client([&, &mine = client_end, &other = server_end] {
+    const auto be_client = [&, &mine = client_end, &other = server_end](const Worker::Lift &) {
         other.close();
         return side(QXGSS_CLIENT, folder.path() / "client.conf", std::move(mine), [&](Conversation &conversation) {
             conversation.log_on(scenario.logon(), "demo@localhost", GSS_C_MUTUAL_FLAG, QXGSS_SESSION_DEFAULTS);
         });
-    });
-    Worker server([&, &mine = server_end, &other = client_end] {
+    };
+    const auto be_server = [&, &mine = server_end, &other = client_end](const Worker::Lift &) {
         other.close();
         return side(QXGSS_SERVER, folder.path() / "server.conf", std::move(mine),
                     [](Conversation &conversation) { conversation.admit(QXGSS_SESSION_DEFAULTS); });
-    });
+    };
+    Worker client(be_client, kLongest), server(be_server, kLongest);
     client_end.close();
     server_end.close();
     Outcome out{told("client", client), told("server", server), {}, {}};
@@ -122,8 +126,9 @@ std::string names_of(const std::vector<MechanismSetup> &mechanisms) {
 }
 
 void show_setting(const Scenario &scenario) {
+    const std::size_t page = page_width(std::cout);
     const std::string line = "== " + scenario.name + ": " + scenario.title + ' ';
-    std::cout << line << std::string(kPageWidth - std::min(line.size(), kPageWidth), '=') << "\n\n"
+    std::cout << line << std::string(page - std::min(line.size(), page), '=') << "\n\n"
               << "  client has  " << names_of(scenario.client) << '\n'
               << "  server has  " << names_of(scenario.server) << '\n'
               << "  logon       " << scenario.public_logon() << '\n';
@@ -198,10 +203,33 @@ void show(const Scenario &scenario, const Outcome &outcome, bool full) {
     std::cout << "\n\n";
 }
 
+// ---- As data -------------------------------------------------------------------------------------------------------
+
+Json json_of(const Story &story) {
+    return {{"established", story.is_established},
+            {"mechanism", shortened(story.mechanism)},
+            {"user", shortened(story.user)},
+            {"flags", story.flags},
+            {"failure", printable(story.failure, common::kMostOfLine)}};
+}
+
+Json json_of(const Scenario &scenario, const Outcome &outcome) {
+    Json verdicts = Json::array();
+    for (const Verdict &verdict : outcome.verdicts)
+        verdicts.push_back(to_json(verdict));
+    return {{"scenario", scenario.name},
+            {"title", scenario.title},
+            {"as_expected", outcome.differences.empty()},
+            {"differences", outcome.differences},
+            {"client_end", json_of(outcome.client.story)},
+            {"server_end", json_of(outcome.server.story)},
+            {"verdicts", verdicts}};
+}
+
 // ---- Saving --------------------------------------------------------------------------------------------------------
 
-void save(const Scenario &scenario, const Outcome &outcome, const fs::path &root) {
-    const fs::path folder = root / scenario.name;
+void save(const Scenario &scenario, const Outcome &outcome, const DemoOptions &options) {
+    const fs::path folder = fs::path(options.save) / scenario.name;
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)
@@ -214,7 +242,8 @@ void save(const Scenario &scenario, const Outcome &outcome, const fs::path &root
         write_file(folder / (std::string(side->name) + ".properties"), as_text(side->story.properties));
         write_file(folder / (std::string(side->name) + ".log"), side->properties.log);
     }
-    std::cout << "Saved in " << folder.string() << "\n\n";
+    if (!options.json)
+        std::cout << "Saved in " << folder.string() << "\n\n";
 }
 
 // ---- The command ---------------------------------------------------------------------------------------------------
@@ -226,7 +255,11 @@ void list_scenarios() {
     table.print(std::cout);
 }
 
-void show_next(const DemoOptions &options) {
+void show_end(const Table &summary, const DemoOptions &options) {
+    if (options.scenario.empty())
+        summary.print(std::cout);
+    if (options.full)
+        return;
     std::cout << (options.scenario.empty() ? "\n" : "") << "Next: demo "
               << (options.scenario.empty() ? "policy" : options.scenario)
               << " --full shows every call, token and log; docs/reading-a-log.md explains the reasons\n";
@@ -246,24 +279,29 @@ void run_demo(const DemoOptions &options) {
         return list_scenarios();
     const fs::path libraries = library_folder(options.library_path);
     Table summary({"scenario", "selected", "outcome"});
+    Json all = Json::array();
     bool all_well = true;
     for (const Scenario &scenario : scenarios()) {
         if (!options.scenario.empty() && options.scenario != scenario.name)
             continue;
-        show_setting(scenario);
+        if (!options.json)
+            show_setting(scenario);
         const Outcome outcome = run(scenario, libraries);
-        show(scenario, outcome, options.full);
+        if (options.json)
+            all.push_back(json_of(scenario, outcome));
+        else
+            show(scenario, outcome, options.full);
         if (!options.save.empty())
-            save(scenario, outcome, options.save);
+            save(scenario, outcome, options);
         const std::string &selected = outcome.server.story.mechanism;
         all_well = all_well && outcome.differences.empty();
         summary.add({scenario.name, selected.empty() ? "-" : selected,
                      outcome.differences.empty() ? "as expected" : "NOT AS EXPECTED"});
     }
-    if (options.scenario.empty())
-        summary.print(std::cout);
-    if (!options.full)
-        show_next(options);
+    if (options.json)
+        std::cout << Json{{"scenarios", all}}.dump(2) << '\n';
+    else
+        show_end(summary, options);
     if (!all_well)
         throw Failure("a scenario did not end as it should");
 }

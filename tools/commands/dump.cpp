@@ -11,12 +11,14 @@
 #include "gssp2qxnego/token_format.h"
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/show/codes.h"
 #include "tools/show/log.h"
 #include "tools/show/story.h"
 #include "tools/show/table.h"
 #include "tools/show/user_properties.h"
 #include "tools/token/file.h"
+#include "tools/token/foreign.h"
 #include "tools/token/tree.h"
 
 namespace tools {
@@ -132,6 +134,27 @@ void show_token(ByteView token, const DumpOptions &options) {
         throw Failure("the token is wrong at byte " + std::to_string(tree.fault->offset));
 }
 
+// ---- Tokens of others ----------------------------------------------------------------------------------------------
+
+Json json_of(const Foreign &foreign, ByteView token) {
+    Json fields = Json::array();
+    for (const auto &[name, value] : foreign.fields)
+        fields.push_back({{"name", name}, {"value", value}});
+    return {{"size", token.size()}, {"kind", foreign.kind}, {"fields", fields}};
+}
+
+void show_foreign(const Foreign &foreign, ByteView token, const DumpOptions &options) {
+    if (options.json) {
+        std::cout << json_of(foreign, token).dump(2) << '\n';
+        return;
+    }
+    std::cout << foreign.kind << " of " << token.size() << " bytes, which is no token of QXNEGO\n\n";
+    Table table({"field", "value"});
+    for (const auto &[name, value] : foreign.fields)
+        table.add({name, value});
+    table.print(std::cout);
+}
+
 // ---- Logs and user properties --------------------------------------------------------------------------------------
 
 Json json_of_log(std::string_view log) {
@@ -144,25 +167,33 @@ Json json_of_log(std::string_view log) {
     return {{"mechanisms", mechanisms}, {"log", lines_of(log)}};
 }
 
-Json json_of_properties(const UserProperties &properties) {
+Json json_of_records(const UserProperties &properties) {
     Json records = Json::array();
     for (const Property &record : properties.records)
         records.push_back(
             {{"id", record.id}, {"name", record.name}, {"length", record.length}, {"value", record.value}});
-    Json out = {{"records", records}};
+    return {{"records", records}};
+}
+
+Json json_of_properties(const UserProperties &properties) {
+    Json out = json_of_records(properties);
     if (!properties.log.empty())
         out.update(json_of_log(properties.log));
     return out;
 }
 
-void show_log(std::string_view log) {
+void show_log(std::string_view log, const DumpOptions &options) {
+    if (options.json) {
+        std::cout << json_of_log(log).dump(2) << '\n';
+        return;
+    }
     print_log(std::cout, log);
     print_records(std::cout, last_records(log));
 }
 
 void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {
     if (properties.records.empty() || properties.end != buffer.size())
-        throw Failure(file + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
+        throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
 }
 
 void show_properties(ByteView buffer, const DumpOptions &options) {
@@ -172,7 +203,7 @@ void show_properties(ByteView buffer, const DumpOptions &options) {
     } else {
         print_properties(std::cout, properties);
         if (!properties.log.empty())
-            show_log(properties.log);
+            show_log(properties.log, options);
     }
     require_whole(properties, buffer, options.file);
 }
@@ -183,28 +214,31 @@ void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
     if (is_user_properties(content))
         return show_properties(content, options);
+    if (const std::optional<Foreign> foreign = read_foreign(content))
+        return show_foreign(*foreign, content, options);
     if (!is_negotiation_log(as_text(content)))
         return show_token(content, options);
-    if (options.json)
-        std::cout << json_of_log(as_text(content)).dump(2) << '\n';
-    else
-        show_log(as_text(content));
+    show_log(as_text(content), options);
 }
 
-void run_log(const std::string &file) {
-    const Bytes content = read_dumped_file(file);
+void run_log(const DumpOptions &options) {
+    const Bytes content = read_dumped_file(options.file);
     const std::string inside = read_properties(content).log;
     if (!is_negotiation_log(as_text(content)) && inside.empty())
-        throw Failure(file + ": holds no negotiation log", kExitUsage);
-    show_log(inside.empty() ? as_text(content) : inside);
+        throw Failure(shown_name(options.file) + ": holds no negotiation log", kExitUsage);
+    show_log(inside.empty() ? as_text(content) : inside, options);
 }
 
-void run_properties(const std::string &file) {
-    const Bytes content = read_dumped_file(file);
+void run_properties(const DumpOptions &options) {
+    const Bytes content = read_dumped_file(options.file);
+    if (!is_user_properties(content))
+        throw Failure(shown_name(options.file) + ": holds no user properties", kExitUsage);
     const UserProperties properties = read_properties(content);
-    if (!properties.records.empty())
+    if (options.json)
+        std::cout << json_of_records(properties).dump(2) << '\n';
+    else
         print_properties(std::cout, properties);
-    require_whole(properties, content, file);
+    require_whole(properties, content, options.file);
 }
 
 } // namespace tools

@@ -2,9 +2,12 @@
 // nor an output that nobody reads, and a signal ends it within a moment: one loop waits for everything at once.
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <iostream>
 #include <list>
+#include <new>
 #include <sstream>
+#include <thread>
 
 #include <nlohmann/json.hpp>
 #include <poll.h>
@@ -25,6 +28,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kBetweenCounts = 10s; // of what was refused or dropped
+constexpr auto kToHang = 5s;         // of a mechanism's library, beyond what a logon may take
 constexpr auto kToEnd = 1s;          // for the connections that a signal ends, and again for the output
 
 // ---- One connection, in its process --------------------------------------------------------------------------------
@@ -39,15 +43,18 @@ void echo(Conversation &conversation, Story &story) {
     }
 }
 
-// Its result begins with an octet that says whether somebody has failed to log on; then comes what is to be printed.
-std::string converse(Descriptor socket, const ServeOptions &options, Clock::duration pause) {
+// Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
+std::string converse(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
+                     Clock::duration pause, const Worker::Lift &lift_limit) {
     Story story;
     story.peer = peer_address(socket);
     const Clock::time_point start = Clock::now();
     Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence, false);
+    conversation.require(required);
     try {
         wait_until(start + pause);
         conversation.admit(options.session);
+        lift_limit();
         story.seconds = seconds_since(start);
         echo(conversation, story);
         conversation.tell(story, nullptr);
@@ -57,16 +64,15 @@ std::string converse(Descriptor socket, const ServeOptions &options, Clock::dura
     }
     std::ostringstream out;
     print(out, story, options);
-    const bool has_failed = story.is_attempt && story.messages == 0 && story.status != kExitSuccess;
-    return std::string(1, has_failed ? '1' : '0') + out.str();
+    return (story.is_attempt ? '1' : '0') + out.str();
 }
 
 // ---- All of them ---------------------------------------------------------------------------------------------------
 
 class Server {
   public:
-    Server(const ServeOptions &options, std::vector<Descriptor> sockets)
-        : options_(options), sockets_(std::move(sockets)), admission_(options.limits) {}
+    Server(const ServeOptions &options, std::vector<std::string> required, std::vector<Descriptor> sockets)
+        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits) {}
 
     // What the framework had to say.
     void announce(const std::vector<std::string> &notices);
@@ -82,24 +88,34 @@ class Server {
 
     void announce_addresses();
     void wait(Clock::time_point deadline);
+    void poll_all(Clock::time_point deadline);
+    Worker start(Descriptor &socket, Clock::duration pause);
     void accept_from(const Descriptor &listener);
     void add_client(Descriptor socket);
     void collect(const std::vector<pollfd> &places);
     void finish(Client &client);
+    std::string lines_of(Client &client) const;
     void count();
+    void drain(Clock::time_point deadline);
     void end();
     void say(const Json &event, const std::string &line);
+    void tell_failure();
 
     const ServeOptions &options_;
+    std::vector<std::string> required_; // OIDs of mechanisms
     std::vector<Descriptor> sockets_;
     std::list<Client> clients_;
     Admission admission_;
     Output output_{STDOUT_FILENO};
     Clock::time_point counted_ = Clock::now();
+    bool is_ending_ = false;
+    bool is_failure_told_ = false;
 };
 
 void Server::say(const Json &event, const std::string &line) {
-    output_.add(options_.json ? line_of(event) : line + '\n');
+    Json timed = event;
+    timed["time"] = time_text();
+    output_.add(options_.json ? line_of(timed) : time_text() + "  " + line + '\n');
 }
 
 void Server::announce(const std::vector<std::string> &notices) {
@@ -116,19 +132,26 @@ void Server::announce_addresses() {
     }
 }
 
+Worker Server::start(Descriptor &socket, Clock::duration pause) {
+    const auto logon = std::chrono::milliseconds(options_.session.LogonTime + options_.session.RefusalTime);
+    return Worker(
+        [&](const Worker::Lift &lift_limit) {
+            for (Descriptor &listener : sockets_)
+                listener.close();
+            for (Client &other : clients_)
+                other.worker.forget();
+            return converse(std::move(socket), options_, required_, pause, lift_limit);
+        },
+        std::chrono::ceil<std::chrono::seconds>(pause + logon + kToHang));
+}
+
 void Server::add_client(Descriptor socket) {
     const std::string peer = peer_address(socket), network = peer_network(socket);
     const auto pause = admission_.admit(network, Clock::now());
     if (!pause)
         return; // the connection is closed at once
     try {
-        clients_.push_back({peer, network, Worker([&] {
-                                for (Descriptor &listener : sockets_)
-                                    listener.close();
-                                for (Client &other : clients_)
-                                    other.worker.forget();
-                                return converse(std::move(socket), options_, *pause);
-                            })});
+        clients_.push_back({peer, network, start(socket, *pause)});
     } catch (const std::exception &) {
         admission_.leave(network, false, Clock::now());
         admission_.count_refused();
@@ -139,28 +162,52 @@ void Server::accept_from(const Descriptor &listener) {
     const int number = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (number >= 0)
         return add_client(Descriptor(number));
+    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED)
+        return; // it has gone again
     admission_.count_refused();
     wait_until(Clock::now() + 10ms); // no descriptors left, above all
 }
 
-void Server::finish(Client &client) {
-    const std::string &result = client.worker.result();
-    const bool is_whole = !client.worker.has_crashed() && !result.empty();
-    admission_.leave(client.network, !is_whole || result.front() == '1', Clock::now());
-    if (is_whole)
-        return output_.add(result.substr(1));
+std::string Server::lines_of(Client &client) const {
+    std::string result = client.worker.take_result();
+    if (!client.worker.has_crashed() && !result.empty())
+        return std::move(result.erase(0, 1));
     Story story;
     story.peer = client.peer;
     story.status = kExitFailure;
-    story.failure = client.worker.has_crashed() ? result : "its process ended without a word";
+    story.failure = result.empty() ? "its process ended without a word" : result;
     std::ostringstream out;
     print(out, story, options_);
-    output_.add(out.str());
+    return out.str();
+}
+
+// A connection that was open has logged on, whatever became of it; one that crashed before may have tried.
+void Server::finish(Client &client) {
+    const bool is_attempt = client.worker.has_crashed() || !client.worker.result().starts_with('0');
+    admission_.leave(client.network, is_attempt && !client.worker.is_lifted(), Clock::now());
+    try {
+        output_.add(lines_of(client));
+    } catch (const std::bad_alloc &) {
+        output_.count_dropped();
+    }
+}
+
+// Lack of memory costs those whom it meets their place or their line.
+void Server::wait(Clock::time_point deadline) {
+    try {
+        poll_all(deadline);
+    } catch (const std::bad_alloc &) {
+        admission_.count_refused();
+        std::this_thread::sleep_for(10ms);
+    }
+    tell_failure();
 }
 
 // Waits for whatever comes first: a client, a connection's end, room in the output, a signal.
-void Server::wait(Clock::time_point deadline) {
-    std::vector<pollfd> places = {{interrupt_descriptor(), POLLIN, 0},
+void Server::poll_all(Clock::time_point deadline) {
+    for (const Client &client : clients_)
+        deadline = std::min(deadline, client.worker.deadline());
+    std::vector<pollfd> places = {{is_ending_ ? -1 : interrupt_descriptor(), POLLIN, 0},
                                   {output_.is_waiting() ? output_.descriptor() : -1, POLLOUT, 0}};
     for (const Descriptor &socket : sockets_)
         places.push_back({socket.get(), POLLIN, 0});
@@ -178,7 +225,8 @@ void Server::wait(Clock::time_point deadline) {
 void Server::collect(const std::vector<pollfd> &places) {
     std::size_t place = 2 + sockets_.size();
     for (auto client = clients_.begin(); client != clients_.end(); ++place) {
-        if (places[place].revents == 0 || client->worker.read_some()) {
+        const bool is_due = places[place].revents != 0 || Clock::now() >= client->worker.deadline();
+        if (!is_due || client->worker.read_some()) {
             ++client;
             continue;
         }
@@ -187,10 +235,20 @@ void Server::collect(const std::vector<pollfd> &places) {
     }
 }
 
-// What was refused or lost, from time to time: a line each would be one more thing to fill the output with.
+// Whoever reads the other output learns at once that there is nothing more to read here.
+void Server::tell_failure() {
+    if (output_.failure() != 0 && !std::exchange(is_failure_told_, true))
+        std::cerr << "qxnego: the output cannot be written: " << std::strerror(output_.failure())
+                  << "; clients are served, and nothing is told of them" << std::endl;
+}
+
+// What was refused or lost, from time to time: a line each would be one more thing to fill the output with. It is told
+// when there is room, and not forgotten before.
 void Server::count() {
     counted_ = Clock::now();
-    if (const Admission::Refused refused = admission_.take_refused(); refused.any())
+    if (output_.is_waiting() || output_.failure() != 0)
+        return;
+    if (const Admission::Refused &refused = admission_.refused(); refused.any()) {
         say({{"event", "refused"},
              {"by_clients", refused.by_clients},
              {"by_address", refused.by_address},
@@ -198,14 +256,20 @@ void Server::count() {
             "refused: " + std::to_string(refused.by_clients) + " above --max-clients, " +
                 std::to_string(refused.by_address) + " above --max-address, " + std::to_string(refused.by_machine) +
                 " for want of memory, processes or descriptors");
-    if (output_.is_waiting())
-        return; // what was dropped is told when there is room
+        admission_.forget_refused();
+    }
     if (const unsigned long dropped = output_.take_dropped(); dropped != 0)
         say({{"event", "dropped"}, {"connections", dropped}},
             "dropped: the lines of " + std::to_string(dropped) + " connections, since nobody read them");
 }
 
+void Server::drain(Clock::time_point deadline) {
+    while (output_.is_waiting() && Clock::now() < deadline)
+        wait(deadline);
+}
+
 void Server::end() {
+    is_ending_ = true;
     for (Descriptor &socket : sockets_)
         socket.close();
     sockets_.clear();
@@ -214,9 +278,10 @@ void Server::end() {
     for (const auto deadline = Clock::now() + kToEnd; !clients_.empty() && Clock::now() < deadline;)
         wait(deadline);
     clients_.clear();
+    const auto deadline = Clock::now() + kToEnd;
+    drain(deadline);
     count();
-    for (const auto deadline = Clock::now() + kToEnd; output_.is_waiting() && Clock::now() < deadline;)
-        wait(deadline);
+    drain(deadline);
 }
 
 void Server::run() {
@@ -233,7 +298,7 @@ void Server::run() {
             throw;
     }
     end();
-    if (output_.is_waiting() || output_.has_failed())
+    if (output_.is_waiting() || output_.failure() != 0)
         throw Failure("the output cannot be written");
 }
 
@@ -241,12 +306,13 @@ void Server::run() {
 
 void run_serve(const ServeOptions &options) {
     const std::unique_ptr<Registry> registry = configure(QXGSS_SERVER, options);
+    std::vector<std::string> required = required_mechanisms(*registry, options);
     std::vector<Descriptor> sockets;
     for (const std::string &address : options.addresses)
         for (Descriptor &socket : listen_at(parse_address(address)))
             sockets.push_back(std::move(socket));
     std::signal(SIGPIPE, SIG_IGN);
-    Server server(options, std::move(sockets));
+    Server server(options, std::move(required), std::move(sockets));
     server.announce(registry->messages());
     server.run();
 }

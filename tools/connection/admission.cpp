@@ -35,7 +35,8 @@ void Admission::leave(const std::string &address, bool has_failed, Clock::time_p
     --known.clients;
     --clients_;
     if (has_failed)
-        known.paid = std::max(known.paid, now) + std::chrono::milliseconds(60'000) / limits_.failures_a_minute;
+        known.paid = std::min(std::max(known.paid, now) + std::chrono::milliseconds(60'000) / limits_.failures_a_minute,
+                              now + kFree + kLongest); // the longest is also how long it takes to be forgiven
     if (known.clients == 0 && known.paid <= now)
         addresses_.erase(address);
 }

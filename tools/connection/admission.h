@@ -36,7 +36,9 @@ class Admission {
     };
     std::size_t size() const { return addresses_.size(); } // addresses that are remembered
 
-    Refused take_refused() { return std::exchange(refused_, {}); }
+    // Counted since they were last told.
+    const Refused &refused() const { return refused_; }
+    void forget_refused() { refused_ = {}; }
 
   private:
     // Each failure costs an address a share of a minute; what it has not yet paid slows it.

@@ -1,5 +1,6 @@
 #include "tools/connection/conversation.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "common/owned.h"
@@ -56,6 +57,19 @@ std::unique_ptr<Registry> configure(OM_uint32 role, const ConnectionOptions &opt
     return registry;
 }
 
+std::vector<std::string> required_mechanisms(const Registry &registry, const ConnectionOptions &options) {
+    std::vector<std::string> oids;
+    for (const std::string &name : options.require) {
+        const MechInfo_t *const mechanism = registry.find(name);
+        const std::string why_not =
+            mechanism == nullptr ? "the configuration does not define it" : registry.why_not_negotiable(*mechanism);
+        if (!why_not.empty())
+            throw Failure("--require " + name + ": " + why_not, kExitUsage);
+        oids.emplace_back(bytes_of(mechanism->pMechOid));
+    }
+    return oids;
+}
+
 Conversation::Conversation(Stream stream, std::chrono::milliseconds silence, bool keeps_calls)
     : stream_(std::move(stream)), silence_(silence), keeps_calls_(keeps_calls) {}
 
@@ -107,6 +121,7 @@ void Conversation::run(bool is_client) {
         const qxgss_buffer_desc input = common::view(message);
         common::Buffer output;
         major = qxgss_session_step(nullptr, session_, &input, output.out());
+        check_mechanism();
         wait_until(after(qxgss_session_delay(session_)));
         deadline_ = std::max(deadline_, Clock::now() + std::chrono::seconds(1)); // of a refusal that had to wait
         if (!output.empty())
@@ -117,11 +132,22 @@ void Conversation::run(bool is_client) {
 
 void Conversation::check(OM_uint32 major) {
     if (common::failed(major))
-        throw Failure(facts().pszFailure, status_of(facts().Failure));
+        throw Failure(printable(facts().pszFailure, common::kMostOfLine), status_of(facts().Failure));
 }
 
-void Conversation::fail(const std::string &line, ExitStatus status) {
-    qxgss_session_abandon(nullptr, session_, QXGSS_SESSION_FAILURE_PROTOCOL, line.c_str());
+void Conversation::check_mechanism() {
+    const qxgss_session_facts_desc known = facts();
+    if (known.IsEstablished == 0 || known.State == QXGSS_SESSION_FAILED || required_.empty() ||
+        std::ranges::find(required_, bytes_of(known.pMech)) != required_.end())
+        return;
+    const std::string line = shortened(known.pszMech) + " is not a mechanism that --require allows";
+    if (is_client_)
+        fail(line, kExitNegotiation, QXGSS_SESSION_FAILURE_NEGOTIATION);
+    fail(line, kExitPolicy, QXGSS_SESSION_FAILURE_POLICY);
+}
+
+void Conversation::fail(const std::string &line, ExitStatus status, qxgss_session_failure_et failure) {
+    qxgss_session_abandon(nullptr, session_, failure, line.c_str());
     throw Failure(line, status);
 }
 
@@ -185,7 +211,7 @@ void Conversation::tell(Story &story, const Failure *failure) {
     constexpr const char *kConfirmations[] = {"none", "unconfirmed", "confirmed", "mismatch"};
     constexpr const char *kRefused[] = {"", "claimed", "proved"};
     if (failure != nullptr) {
-        story.failure = printable(failure->what());
+        story.failure = printable(failure->what(), common::kMostOfLine);
         story.status = failure->status();
     }
     story.is_client = is_client_;

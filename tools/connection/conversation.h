@@ -15,6 +15,7 @@ struct ConnectionOptions {
     qxgss_session_options_desc session = QXGSS_SESSION_DEFAULTS;
     std::chrono::seconds silence{300}; // between messages
     std::string configuration;
+    std::vector<std::string> require; // names or OIDs of mechanisms
     bool why = false;
     bool json = false;
 };
@@ -22,6 +23,9 @@ struct ConnectionOptions {
 // Configures the framework; what it has to say goes to the standard error, a line each, but for JSON. Throws Failure
 // (configuration) when QXNEGO is not in use.
 std::unique_ptr<Registry> configure(OM_uint32 role, const ConnectionOptions &options);
+
+// The OIDs of the mechanisms that are required. Throws Failure (usage) for one that QXNEGO does not negotiate here.
+std::vector<std::string> required_mechanisms(const Registry &registry, const ConnectionOptions &options);
 
 class Conversation {
   public:
@@ -31,6 +35,10 @@ class Conversation {
     Conversation(const Conversation &) = delete;
     Conversation &operator=(const Conversation &) = delete;
     ~Conversation() { qxgss_session_delete(nullptr, &session_); }
+
+    // With another mechanism than these the session ends before it is open, and before the last token of this side is
+    // sent; with none any will do.
+    void require(std::vector<std::string> oids) { required_ = std::move(oids); }
 
     // Each runs until the session is open. They throw Failure with the class of what went wrong.
     void log_on(std::string_view logon, const std::string &service, OM_uint32 flags,
@@ -53,7 +61,9 @@ class Conversation {
     void run(bool is_client);
     void send_message(std::string_view message);
     std::string receive_message();
-    [[noreturn]] void fail(const std::string &line, ExitStatus status);
+    void check_mechanism();
+    [[noreturn]] void fail(const std::string &line, ExitStatus status,
+                           qxgss_session_failure_et failure = QXGSS_SESSION_FAILURE_PROTOCOL);
     void check(OM_uint32 major);
     qxgss_session_facts_desc facts() const;
     qxgss_session_options_desc observed(qxgss_session_options_desc options);
@@ -63,6 +73,7 @@ class Conversation {
     Stream stream_;
     std::chrono::milliseconds silence_;
     bool keeps_calls_;
+    std::vector<std::string> required_; // OIDs
     bool is_client_ = false;
     Clock::time_point deadline_ = Clock::time_point::max();
     qxgss_session_t session_ = nullptr;

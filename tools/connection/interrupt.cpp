@@ -28,17 +28,24 @@ void note_signal(int) {
     errno = before; // of the call that the signal came in
 }
 
-} // namespace
-
-void interrupt_on_signals() {
-    if (descriptor >= 0)
-        close(descriptor); // that of the process which this one was forked from
+void catch_signals(int flags) {
     descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     struct sigaction action {};
     action.sa_handler = note_signal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND); // and without SA_RESTART
+    action.sa_flags = flags; // without SA_RESTART
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+}
+
+} // namespace
+
+void interrupt_on_signals() {
+    catch_signals(static_cast<int>(SA_RESETHAND));
+}
+
+void interrupt_forked_on_signals() {
+    close(descriptor); // the parent's
+    catch_signals(0);
 }
 
 void throw_if_interrupted() {

@@ -5,8 +5,11 @@
 namespace tools {
 
 // Catches SIGINT and SIGTERM from now on; a call that waits then returns EINTR. The same signal a second time ends the
-// process at once. A forked process calls it again.
+// process at once.
 void interrupt_on_signals();
+
+// The same in a forked process, which gets a signal of its group and that of its parent, and is interrupted once.
+void interrupt_forked_on_signals();
 
 // Throws Failure with kExitInterrupted once such a signal has come. To be called around everything that waits.
 void throw_if_interrupted();

@@ -5,7 +5,9 @@
 #include <climits>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tools {
@@ -24,8 +26,18 @@ ssize_t write_now(int descriptor, const char *bytes, std::size_t length) {
 
 } // namespace
 
+// What poll says of a terminal is not how much it takes. Others may have the same open file, so that it is not the one
+// to be made non-blocking; a file on a disk has a position, which another opening would not share.
+Output::Output(int descriptor) : descriptor_(descriptor) {
+    struct stat kind {};
+    const bool is_writable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY; // as it was given
+    if (is_writable && fstat(descriptor, &kind) == 0 && (S_ISCHR(kind.st_mode) || S_ISFIFO(kind.st_mode)))
+        own_ = Descriptor(open(("/proc/self/fd/" + std::to_string(descriptor)).c_str(),
+                               O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
 void Output::add(std::string lines) {
-    if (has_failed_ || size_ + lines.size() > kMostBytes) {
+    if (failure_ != 0 || size_ + lines.size() > kMostBytes) {
         ++dropped_;
         return;
     }
@@ -37,11 +49,11 @@ void Output::write_some() {
     if (queue_.empty())
         return;
     const std::string &first = queue_.front();
-    const ssize_t done = write_now(descriptor_, first.data() + written_, std::min(first.size() - written_, kAtOnce));
+    const ssize_t done = write_now(descriptor(), first.data() + written_, std::min(first.size() - written_, kAtOnce));
     if (done < 0 && (errno == EAGAIN || errno == EINTR))
         return;
     if (done < 0) { // it will not be better with the next
-        has_failed_ = true;
+        failure_ = errno;
         dropped_ += queue_.size();
         queue_.clear();
         size_ = written_ = 0;

@@ -5,17 +5,22 @@
 #include <deque>
 #include <string>
 
+#include "tools/descriptor.h"
+
 namespace tools {
 
 class Output {
   public:
-    explicit Output(int descriptor) : descriptor_(descriptor) {}
+    explicit Output(int descriptor);
 
     // Queues lines, each with its line end; without room they are dropped and counted.
     void add(std::string lines);
 
+    // Counts an entry that could not even be made.
+    void count_dropped() { ++dropped_; }
+
     bool is_waiting() const { return !queue_.empty(); }
-    int descriptor() const { return descriptor_; }
+    int descriptor() const { return own_.get() >= 0 ? own_.get() : descriptor_; }
 
     // To be called when the descriptor can be written to; writes what can be written at once.
     void write_some();
@@ -23,16 +28,18 @@ class Output {
     // How many entries were dropped since this was asked last.
     unsigned long take_dropped();
 
-    // Whether an entry was lost because the output cannot be written.
-    bool has_failed() const { return has_failed_; }
+    // The system's error number when the output cannot be written, and everything is dropped from then on; 0 until
+    // then.
+    int failure() const { return failure_; }
 
   private:
     int descriptor_;
+    Descriptor own_; // the same terminal or pipe, opened so that writing to it never waits
     std::deque<std::string> queue_;
     std::size_t size_ = 0;    // bytes in the queue
     std::size_t written_ = 0; // of the first entry
     unsigned long dropped_ = 0;
-    bool has_failed_ = false;
+    int failure_ = 0;
 };
 
 } // namespace tools

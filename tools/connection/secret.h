@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/descriptor.h"
+
 namespace tools {
 
 // It has a largest length, so that it lies in one place, which is wiped when it goes or is cleared.
@@ -31,7 +33,13 @@ class Secret {
     // rest of the standard input is left to others. Throws Failure (usage).
     void take_line(const std::string &file);
 
+    // Asks for it on the terminal, which does not show it. Throws Failure: usage without a terminal, and when a signal
+    // ends the command.
+    void ask(std::string_view prompt);
+
   private:
+    void take_line(const Descriptor &input, const std::string &name);
+
     std::string text_;
 };
 

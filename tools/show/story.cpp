@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include <nlohmann/json.hpp>
 
@@ -39,11 +41,13 @@ std::string shown(const std::string &name) {
 }
 
 void print_line(std::ostream &out, const Story &story) {
+    if (!story.is_client)
+        out << time_text() << "  ";
     out << story.peer;
     if (story.is_established && !story.user.empty())
         out << "  user " << shown(story.user);
     if (story.is_established)
-        out << "  " << printable(story.mechanism) << "  flags " << flag_names(story.flags) << "  "
+        out << "  " << shortened(story.mechanism) << "  flags " << flag_names(story.flags) << "  "
             << story.confirmation;
     out << "  rounds " << story.rounds << "  " << milliseconds(story.seconds);
     if (!story.delegated.empty())
@@ -51,19 +55,31 @@ void print_line(std::ostream &out, const Story &story) {
     if (story.messages != 0)
         out << "  messages " << story.messages;
     if (!story.failure.empty())
-        out << "  " << class_of(story.status) << ": " << printable(story.failure);
+        out << "  " << class_of(story.status) << ": " << printable(story.failure, common::kMostOfLine);
     out << '\n';
 }
 
 } // namespace
 
 Json to_json(const Verdict &verdict) {
-    return {{"mechanism", printable(verdict.mechanism)},
+    return {{"mechanism", shortened(verdict.mechanism)},
             {"client", state_word(verdict.client)},
             {"server", server_word(verdict.server)},
             {"verdict", verdict_word(verdict.verdict)},
             {"reason", reason_word(verdict)},
-            {"status_text", printable(verdict.status_text)}};
+            {"status_text", shortened(verdict.status_text)}};
+}
+
+std::string time_text() {
+    using namespace std::chrono;
+    const auto now = time_point_cast<std::chrono::milliseconds>(system_clock::now());
+    const std::time_t seconds = system_clock::to_time_t(floor<std::chrono::seconds>(now));
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%FT%T", &parts);
+    const std::string fraction = std::to_string(1000 + now.time_since_epoch().count() % 1000).substr(1);
+    return std::string(text) + '.' + fraction + 'Z';
 }
 
 std::string line_of(const Json &value) {
@@ -75,17 +91,18 @@ void print_json(std::ostream &out, const Story &story) {
     for (std::size_t i = 0; i != std::min(story.verdicts.size(), kMostVerdicts); ++i)
         verdicts.push_back(to_json(story.verdicts[i]));
     Json line = {{"event", "connection"},
+                 {"time", time_text()},
                  {"side", story.is_client ? "client" : "server"},
                  {"peer", story.peer},
                  {"status", static_cast<int>(story.status)},
                  {"class", class_of(story.status)},
-                 {"failure", printable(story.failure)},
+                 {"failure", printable(story.failure, common::kMostOfLine)},
                  {"established", story.is_established},
-                 {"mechanism", printable(story.mechanism)},
-                 {"user", printable(story.user)},
-                 {"claimed", printable(story.claimed)},
+                 {"mechanism", shortened(story.mechanism)},
+                 {"user", shortened(story.user)},
+                 {"claimed", shortened(story.claimed)},
                  {"refused", story.refused},
-                 {"delegated", printable(story.delegated)},
+                 {"delegated", shortened(story.delegated)},
                  {"flags", story.flags},
                  {"confirmation", story.confirmation},
                  {"rounds", story.rounds},

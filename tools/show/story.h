@@ -14,6 +14,9 @@ using Json = nlohmann::ordered_json;
 
 Json to_json(const Verdict &verdict);
 
+// Now, in UTC (RFC 3339), to the millisecond.
+std::string time_text();
+
 // The value on one line, whatever bytes a text of it has.
 std::string line_of(const Json &value);
 void print_json(std::ostream &out, const Story &story);

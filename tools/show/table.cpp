@@ -2,6 +2,12 @@
 #include "tools/show/table.h"
 
 #include <algorithm>
+#include <iostream>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "common/text.h"
 
 namespace tools {
 
@@ -9,6 +15,7 @@ namespace {
 
 constexpr std::size_t kGap = 2;
 constexpr std::size_t kNarrowest = 20; // of the last column
+constexpr std::size_t kNarrowestPage = 40;
 
 // Columns that a text takes: its UTF-8 characters.
 std::size_t columns(const std::string &text) {
@@ -36,6 +43,14 @@ void print_line(std::ostream &out, std::string line) {
 
 } // namespace
 
+std::size_t page_width(const std::ostream &out) {
+    winsize size{};
+    const int descriptor = &out == &std::cerr ? STDERR_FILENO : STDOUT_FILENO;
+    if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return kPageWidth;
+    return std::clamp<std::size_t>(size.ws_col, kNarrowestPage, kPageWidth);
+}
+
 std::vector<std::string> wrap(const std::string &text, std::size_t width) {
     std::vector<std::string> lines;
     std::size_t begin = 0;
@@ -51,12 +66,23 @@ std::vector<std::string> wrap(const std::string &text, std::size_t width) {
     return lines;
 }
 
+void Table::add(Row row) {
+    if (rows_.size() > kMostRows) {
+        ++left_out_;
+        return;
+    }
+    for (std::string &cell : row)
+        cell = common::printable(cell, &cell == &row.back() ? kLongestCell : kWidestCell);
+    rows_.push_back(std::move(row));
+}
+
 void Table::print(std::ostream &out, std::size_t indent) const {
     std::vector<std::size_t> widths = widths_of(rows_);
     std::size_t start = indent; // column where the last cell begins
     for (std::size_t i = 0; i + 1 < widths.size(); ++i)
         start += widths[i] + kGap;
-    widths.back() = std::min(widths.back(), std::max(kNarrowest, kPageWidth - std::min(start, kPageWidth)));
+    const std::size_t page = page_width(out);
+    widths.back() = std::min(widths.back(), std::max(kNarrowest, page - std::min(start, page)));
 
     const auto print_row = [&](const Row &row) {
         std::string line(indent, ' ');
@@ -75,6 +101,8 @@ void Table::print(std::ostream &out, std::size_t indent) const {
         rule.emplace_back(width, '-');
     print_row(rule);
     std::for_each(rows_.begin() + 1, rows_.end(), print_row);
+    if (left_out_ != 0)
+        print_row({"and " + std::to_string(left_out_) + " more"});
 }
 
 } // namespace tools

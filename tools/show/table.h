@@ -8,7 +8,13 @@
 
 namespace tools {
 
-inline constexpr std::size_t kPageWidth = 100;
+inline constexpr std::size_t kPageWidth = 100;    // columns, at most
+inline constexpr std::size_t kMostRows = 20'000;  // a token has fewer elements
+inline constexpr std::size_t kWidestCell = 64;    // bytes, of all columns but the last
+inline constexpr std::size_t kLongestCell = 1024; // bytes, of the last one
+
+// Columns of what is written there: those of a narrower terminal, but no less than a table needs.
+std::size_t page_width(const std::ostream &out);
 
 class Table {
   public:
@@ -16,8 +22,9 @@ class Table {
 
     explicit Table(Row header) { rows_.push_back(std::move(header)); }
 
-    // A row has as many cells as the header.
-    void add(Row row) { rows_.push_back(std::move(row)); }
+    // A row has as many cells as the header. What is too long in a cell is left out, and so are rows beyond the most,
+    // which are counted at the end.
+    void add(Row row);
 
     // A line across all columns.
     void add_line(std::string line) { rows_.push_back({std::move(line)}); }
@@ -25,6 +32,7 @@ class Table {
 
   private:
     std::vector<Row> rows_;
+    std::size_t left_out_ = 0;
 };
 
 // The text in lines of at most `width` columns, broken at blanks; a word that is longer is cut. At least one line.

@@ -84,8 +84,8 @@ void print_verdicts(std::ostream &out, const std::vector<Verdict> &verdicts, con
                     std::string Verdict::*last) {
     Table table({"mechanism", "on client", "on server", "verdict", "reason", last_column});
     for (const Verdict &row : std::span(verdicts).first(std::min(verdicts.size(), kMostVerdicts)))
-        table.add({printable(row.mechanism), state_word(row.client), server_word(row.server), verdict_word(row.verdict),
-                   reason_word(row), printable(row.*last)});
+        table.add({shortened(row.mechanism), state_word(row.client), server_word(row.server), verdict_word(row.verdict),
+                   reason_word(row), shortened(row.*last)});
     if (verdicts.size() > kMostVerdicts)
         table.add_line("and " + std::to_string(verdicts.size() - kMostVerdicts) + " more");
     table.print(out);

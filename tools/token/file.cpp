@@ -32,9 +32,17 @@ Bytes from_base64(const std::string &text, const std::string &path) {
                            : EVP_DecodeBlock(out.data(), reinterpret_cast<const unsigned char *>(text.data()),
                                              static_cast<int>(text.size()));
     if (length < 0)
-        throw Failure(path + ": is neither a token nor hexadecimal or base64 text", kExitUsage);
+        throw Failure(shown_name(path) + ": is neither a token nor hexadecimal or base64 text", kExitUsage);
     out.resize(static_cast<std::size_t>(length) - padding); // which it gives as zeros
     return out;
+}
+
+// What follows the scheme of a line of HTTP, or all of it.
+std::string_view credentials_of(std::string_view text) {
+    for (const std::string_view scheme : {"Negotiate ", "NTLM ", "Kerberos "})
+        if (const std::size_t at = text.find(scheme); at != text.npos)
+            return text.substr(at + scheme.size());
+    return text;
 }
 
 } // namespace
@@ -43,13 +51,13 @@ Bytes read_dumped_file(const std::string &path) {
     Bytes content = read_file(path);
     if (!is_text(content) || is_negotiation_log(as_text(content)))
         return content;
-    const std::string text = without(as_text(content), kBlanks);
+    const std::string text = without(credentials_of(as_text(content)), kBlanks);
     const std::string digits = without(text.starts_with("0x") ? text.substr(2) : text, ":-,");
     if (digits.find_first_not_of(kHexDigits) != digits.npos)
         return from_base64(text, path);
     const std::optional<Bytes> bytes = from_hex(digits);
     if (!bytes)
-        throw Failure(path + ": has an odd number of hexadecimal digits", kExitUsage);
+        throw Failure(shown_name(path) + ": has an odd number of hexadecimal digits", kExitUsage);
     return *bytes;
 }
 

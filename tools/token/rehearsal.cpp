@@ -197,8 +197,12 @@ std::vector<Verdict> client_views(const std::vector<qxgss_OID> &offer, const Out
 Decision rehearse(const Registry &registry, const Request &request) {
     const MechInfo_t &qxnego = registry.require_qxnego();
     std::vector<qxgss_OID> offer;
-    for (const std::string &name : request.offer)
-        offer.push_back(oid_of(registry, name));
+    for (const std::string &name : request.offer) {
+        const qxgss_OID oid = oid_of(registry, name);
+        const auto is_same = [&](qxgss_OID other) { return common::bytes_of(other) == common::bytes_of(oid); };
+        if (std::ranges::none_of(offer, is_same))
+            offer.push_back(oid);
+    }
     for (MechInfo_t &mechanism : registry.mechanisms()) {
         if (&mechanism == &qxnego)
             continue;

@@ -1,0 +1,86 @@
+"""What docs/json.md says of --json is what every subcommand prints, field by field; the man page has every option."""
+import json
+import os
+import re
+import signal
+import subprocess
+import tempfile
+import unittest
+
+from network_harness import QXNEGO, SCRAM, SCRAM_1, Server, configuration
+
+DOCS = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "docs")
+WORDS = {"true", "false", "null", "serve", "connect", "log", "properties"}  # values and subcommands
+LOGON = "authcid=alice password=wonderland"
+
+
+def output(*arguments, **options):
+    return subprocess.run([QXNEGO, *arguments], capture_output=True, text=True, **options).stdout
+
+
+def keys(value):
+    """Of all objects in it."""
+    if isinstance(value, list):
+        return set().union(*map(keys, value))
+    return set(value).union(*map(keys, value.values())) if isinstance(value, dict) else set()
+
+
+def documented(section):
+    with open(os.path.join(DOCS, "json.md")) as file:
+        text = re.search(r"^## %s\n(.*?)(?=^##|\Z)" % section, file.read(), re.M | re.S).group(1)
+    return set(re.findall(r"`([a-z_]+)`", text)) | set(re.findall(r'"([a-z_]+)":', text))
+
+
+class Docs(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.config = configuration(self.folder, "qxgss.conf", SCRAM, SCRAM_1)
+
+    def check(self, section, *printed):
+        known, seen = documented(section), set().union(*map(keys, printed))
+        self.assertEqual(seen - known, set(), section + ": not documented")
+        self.assertEqual(known - seen - WORDS, set(), section + ": documented, and not printed")
+
+    def run_json(self, *arguments, **options):
+        return json.loads(output(*arguments, "--json", **options))
+
+    def test_data(self):
+        demo = self.run_json("demo", "both", "--save", self.folder)
+        self.check("demo", demo)
+        saved = os.path.join(self.folder, "both", "")
+        cut = self.run_json("dump", "-", input="a005")
+        self.check("dump, log, properties", cut, self.run_json("dump", "-", input="TlRMTVNTUAABAAAAAgIAAA=="),
+                   self.run_json("dump", "--inner", saved + "token-1-client"),
+                   *(self.run_json(name, saved + "server.properties") for name in ("dump", "log", "properties")))
+        self.check("mechs", self.run_json("mechs", "--config", self.config))
+        self.check("status", self.run_json("status", "0x020D0000", "E3000406"),
+                   self.run_json("status", "1", "--mechanism", "SCRAM-SHA-1", "--config", self.config))
+        self.check("try", self.run_json("try", "--user", "bob", "--offer", SCRAM, "--config", self.config))
+
+    def test_connections(self):
+        server = Server(self.config, "--max-address", "1")
+        options = "--config", self.config, "--logon", LOGON, "--no-messages"
+        client = self.run_json("connect", server.address, *options)
+        lines = [server.next()]  # and its place is free again
+        with server.connection() as first, server.connection() as refused:
+            refused.recv(1)
+            first.close()
+        lines.append(server.next())
+        self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
+        lines.append(server.next())
+        self.assertIn("refused", [line["event"] for line in lines])
+        seldom = {"event": "notice", "text": "", "address": "", "connections": 0, "verdicts_left_out": 0}
+        self.check("serve, connect", client, seldom, *lines)
+
+    def test_options(self):
+        with open(os.path.join(DOCS, "man", "qxnego.1")) as file:
+            page = set(re.findall(r"Fl -([a-z-]+)", file.read()))
+        for command in "demo", "serve", "connect", "dump", "mechs", "status", "try":
+            options = set(re.findall(r"^ +(?:-h,)?--([a-z-]+)", output(command, "--help"), re.M))
+            self.assertEqual(options - page, set(), command)
+
+
+if __name__ == "__main__":
+    unittest.main(warnings="ignore")
