@@ -4,6 +4,7 @@
 #define QXGSS_SESSION_SESSION_H
 
 #include <chrono>
+#include <cstdint>
 
 #include "session/ending.h"
 #include "session/negotiation.h"

@@ -2,6 +2,7 @@
 #include "tools/token/foreign.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <initializer_list>
 
 #include <iconv.h>
