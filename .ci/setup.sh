@@ -85,6 +85,22 @@ need_packages() {
             "$(grep -m1 '^E:' <<<"$output" || tail -n1 <<<"$output")"
 }
 
+# The tests talk over loopback, which is down in a name space of its own: root can change that.
+need_loopback() {
+    python3 - <<'P' || fail "The loopback interface is down; as root, run this, and then $0 again:" "  ip link set lo up"
+import fcntl, socket, struct, sys
+SIOCGIFFLAGS, SIOCSIFFLAGS, IFF_UP = 0x8913, 0x8914, 1
+with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
+    def flags(request, value):
+        return struct.unpack("16sH14x", fcntl.ioctl(any_socket, request, struct.pack("16sH14x", b"lo", value)))[1]
+    try:
+        is_up = flags(SIOCGIFFLAGS, 0)
+        sys.exit(0 if is_up & IFF_UP else 0 * flags(SIOCSIFFLAGS, is_up | IFF_UP))
+    except OSError:
+        sys.exit(1)
+P
+}
+
 # build PRESET: configures, unless that is done, and builds; its progress is shown at a terminal. Warnings are errors
 # only if QXNEGO_WERROR=ON says so: another compiler may warn of something else.
 build() {
