@@ -8,6 +8,12 @@
 
 namespace common {
 
+enum QxnegoStatus : OM_uint32 {
+#define QXNEGO_CODE(value, name, text) QXNEGO_E_##name = value,
+#include "gssp2qxnego/qxnego_codes.def"
+#undef QXNEGO_CODE
+};
+
 struct MinorStatus {
     OM_uint32 value;
     const char *owner; // "QXNEGO" or "the framework"

@@ -1,5 +1,5 @@
-// Keeps a stranger from learning by a refusal which users the policy knows: a client that claims a user whom it forbids
-// all that is offered is answered as if it had claimed nobody, from the first call on, and refused in the end.
+// Keeps a stranger from learning by a refusal which users the policy knows: a client that claims one whom the policy
+// refuses is answered as if it had claimed nobody, and refused in the end.
 #ifndef QXGSS_SESSION_GUARD_H
 #define QXGSS_SESSION_GUARD_H
 
@@ -7,7 +7,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "common/owned.h"
 
@@ -32,20 +31,6 @@ class Policy {
     common::OidSet allowed_;
     bool is_known_;
 };
-
-// What of a client's first token the policy is about.
-struct Claim {
-    std::string name;               // whom the policy is looked up for; empty for nobody
-    std::vector<std::string> offer; // DER contents of the mechanisms' OIDs that the client has not rejected itself
-};
-
-// As the negotiating mechanism with that table reads the token; nothing of a token that it refuses to read. Throws
-// std::bad_alloc.
-Claim claim_of(std::string_view token, const qxgss_ftn_table_desc &negotiator);
-
-// Whether the policy leaves the claim none of the offered mechanisms that are negotiated here; also when it cannot be
-// looked up. An offer that has none of them is nothing that the policy decides about.
-bool is_forbidden(const Claim &claim, const qxgss_ftn_table_desc &negotiator);
 
 // The token with every element that could be taken for a name, wherever it stands, overwritten by as many bytes that
 // are nobody's name. A token that cannot be read comes back as it is. Throws std::bad_alloc.

@@ -139,9 +139,9 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
     OM_uint32 minor = 0;
     common::Buffer output;
     transcript_.add(token);
-    OM_uint32 major = call(foresees_refusal(token) ? nameless(token) : std::string(token), bindings, minor, output);
+    OM_uint32 major = call(token, bindings, minor, output);
     read_negotiation();
-    if (failed(major) && !forgotten_ && is_claim_restricted()) {
+    if (failed(major) && is_claim_restricted()) {
         forget_claim(minor);
         major = call(nameless(token), bindings, minor, output);
         read_negotiation();
@@ -154,20 +154,6 @@ common::Buffer Negotiation::step(std::string_view token, qxgss_channel_bindings_
         credential_.reset(); // each mechanism has its own by now, and the logon string is needed no more
     transcript_.add(output.bytes());
     return output;
-}
-
-// Whether the first token claims a name that the policy leaves nothing of the offer. The mechanism is then never told
-// that name, and is called once as for anybody: the time of the answer says nothing either.
-bool Negotiation::foresees_refusal(std::string_view token) {
-    if (is_client_ || rounds_ != 0)
-        return false;
-    const Claim claim = claim_of(token, *negotiator_.table);
-    if (!is_forbidden(claim, *negotiator_.table))
-        return false;
-    claimed_ = claim.name;
-    refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
-    forgotten_ = refusal(0);
-    return true;
 }
 
 bool Negotiation::is_peer_done() const {
@@ -184,7 +170,7 @@ void Negotiation::read_negotiation() {
         failed(negotiator_.table->ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)))
         return;
     is_attempt_ = is_attempt_ || negotiation.IsOffered != 0;
-    if (rounds_ == 1 && !forgotten_)
+    if (rounds_ == 1)
         claimed_ = common::bytes_of(&negotiation.PolicyName);
 }
 
@@ -206,7 +192,6 @@ void Negotiation::forget_claim(OM_uint32 minor) {
     if (is_claim_forbidden())
         refused_ = QXGSS_SESSION_CLAIMED_REFUSED;
     forgotten_ = refusal(minor);
-    is_story_told_ = true;
     context_.reset();
 }
 
@@ -254,12 +239,11 @@ Failure Negotiation::refusal(OM_uint32 minor) {
 // A mechanism whose client finishes first settles the negotiation before the other side has judged it; then the call
 // as a whole says no more than that something is wrong.
 std::string Negotiation::outcome(OM_uint32 minor) const {
-    constexpr OM_uint32 kOtherSelection = 0xE30003F3U; // the peer has completed with what is not established here
     qxgss_negotiation_desc negotiation{};
     qxgss_negotiated_mech_desc mechanism{};
     const qxgss_ftn_table_desc &table = *negotiator_.table;
     const bool is_settled =
-        minor == kOtherSelection && is_peer_done() &&
+        minor == common::QXNEGO_E_INTERNAL && is_peer_done() &&
         !failed(table.ftn_gssp_inquire_negotiation(nullptr, context_.get(), &negotiation)) &&
         negotiation.SelectedNumber >= 0 &&
         !failed(table.ftn_gssp_inquire_negotiated_mech(
@@ -383,7 +367,7 @@ common::Buffer Negotiation::unwrap(std::string_view message) {
 // ---- What is known -------------------------------------------------------------------------------------------------
 
 const Views &Negotiation::views() {
-    if (!views_ || (context_.get() != nullptr && !is_story_told_))
+    if (!views_ || (context_.get() != nullptr && !forgotten_))
         read_views();
     return *views_;
 }

@@ -88,7 +88,6 @@ class Negotiation {
     void acquire(qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_session_failure_et failure, const char *line);
     OM_uint32 call(std::string_view token, qxgss_channel_bindings_t bindings, OM_uint32 &minor, common::Buffer &output);
     void read_negotiation();
-    bool foresees_refusal(std::string_view token);
     bool is_claim_restricted();
     bool is_claim_forbidden();
     void forget_claim(OM_uint32 minor);
@@ -117,8 +116,8 @@ class Negotiation {
     Transcript transcript_;
     qxgss_session_refused_et refused_ = QXGSS_SESSION_NONE_REFUSED;
     std::string claimed_;
-    std::optional<Failure> forgotten_; // why the negotiation failed, or would have, that began with the claim
-    bool is_story_told_ = false;       // it has begun again, and views and properties are those of the claim
+    std::optional<Failure>
+        forgotten_; // why the negotiation that began with the claim failed; story and cause stay its own
     std::optional<Views> views_;
     std::optional<std::string> properties_;
 };

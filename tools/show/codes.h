@@ -13,6 +13,7 @@ using common::code_text;
 using common::find_minor;
 using common::minor_text;
 using common::MinorStatus;
+using enum common::QxnegoStatus;
 
 // The names of RFC 2744 3.9.1 joined with " | ": calling error, routine error, supplementary bits.
 std::string major_name(OM_uint32 major);
@@ -24,12 +25,6 @@ struct StatusPart {
     const char *text;
 };
 std::vector<StatusPart> major_parts(OM_uint32 major);
-
-enum QxnegoStatus : OM_uint32 {
-#define QXNEGO_CODE(value, name, text) QXNEGO_E_##name = value,
-#include "gssp2qxnego/qxnego_codes.def"
-#undef QXNEGO_CODE
-};
 
 // The names of the context flags (RFC 2744 5.19) in short form, "none" without any.
 std::string flag_names(OM_uint32 flags);
