@@ -126,6 +126,7 @@ struct NegLog_desc {
     NegLogRecord_t pRecords;              // null when there is no log
     OM_uint64 BaseTime;                   // milliseconds since 1 January 1970 UTC
     struct NegLogTexts *pTexts = nullptr; // what the records' texts lie in (log.cpp)
+    OM_uint32 TraceNumber = 0;            // of the context in a trace, from 1; 0 before its first line
 };
 using NegLog_t = NegLog_desc *;
 

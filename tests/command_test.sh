@@ -168,6 +168,26 @@ expect 0 'undecided\|selected' try --user bob --offer SCRAM-SHA-256,SCRAM-SHA-25
 expect 2 'neither a mechanism' try --user bob --offer NONE
 expect 2 'must not be empty' try --user '' --offer "$both"
 
+# What is decided goes into a file of ours alone, of which all but that can be missing: nothing else is written to, waited
+# for or died of.
+trace="$folder/trace"
+QXNEGO_TRACE="$trace" "$qxnego" try --user bob --offer "$both" >"$folder/out"
+[ "$(stat -c %a "$trace")" = 600 ] || fail "others can read the trace"
+grep -q 'role=server .*mechanism="SCRAM-SHA-256" state="Selected" reason="Due to Rank"' "$trace" || fail "not traced"
+mkfifo "$folder/fifo"
+ln -s "$folder/verifiers" "$folder/link"
+for QXNEGO_TRACE in "$folder/fifo" "$folder/link" "$folder" /dev/full "$folder/none/trace" stderr; do
+    export QXNEGO_TRACE
+    timeout 60 "$qxnego" try --user bob --offer "$both" >"$folder/traced" 2>&-
+    cmp "$folder/out" "$folder/traced" || fail "with a trace to $QXNEGO_TRACE"
+done
+{ timeout 60 "$qxnego" try --user bob --offer "$both" 2>&1 >&3 | true; } 3>"$folder/traced"
+cmp "$folder/out" "$folder/traced" || fail "with a trace to a broken pipe"
+QXNEGO_TRACE="$folder/short"
+(ulimit -f 2 && exec "$qxnego" try --user bob --offer "$both") | cmp - "$folder/out" || fail "with a file that may not grow"
+unset QXNEGO_TRACE
+cmp "$verifiers" "$folder/verifiers" || fail "a trace went through a link"
+
 # The network's ends, where nothing comes of it. With --json they do not tell what is not loaded.
 for address in localhost localhost:99999 ::1:80; do
     expect 2 "$address\": should be HOST:PORT" connect --json "$address"

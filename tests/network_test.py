@@ -1,6 +1,7 @@
 """qxnego serve and connect over loopback: what they do with peers of every kind."""
 import contextlib
 import os
+import re
 import select
 import signal
 import socket
@@ -12,10 +13,13 @@ import unittest
 from network_harness import *
 
 ALICE, BOB = "authcid=alice password=wonderland", "authcid=bob password=builder"
+TRACE = re.compile(r'[-0-9]{10}T[:.0-9]{12}Z pid=\d+ context=[12] role=(client|server) call=\d+ event="[^"]+"'
+                   r'( [a-z]+=("[^"]*"|\w+))+')
 
 
 class Case(unittest.TestCase):
-    """One server for all tests of a class; it must still serve after them, and end cleanly."""
+    """One server for all tests of a class; it must still serve after them, and end cleanly, and whatever peers said, the
+    trace of all is lines of its own making, without secrets."""
 
     mechanisms, offer, policy, server_options, options = (), (), "", (), ()
 
@@ -24,6 +28,7 @@ class Case(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
         cls.folder = folder.name
+        os.environ["QXNEGO_TRACE"] = os.path.join(cls.folder, "trace")
         cls.config = configuration(cls.folder, "server", *cls.mechanisms, policy=cls.policy)
         cls.client = configuration(cls.folder, "client", *cls.offer)
         cls.server = Server(cls.config, *cls.server_options, address="localhost")
@@ -32,6 +37,9 @@ class Case(unittest.TestCase):
     def tearDownClass(cls):
         ended = cls.server.stop(signal.SIGTERM)
         assert ended == (0, ""), ended
+        with open(os.environ["QXNEGO_TRACE"], encoding="ascii", newline="\n") as trace:
+            for line in trace:
+                assert TRACE.fullmatch(line[:-1]) and not re.search("wonderland|builder", line), line
 
     def start(self, address, logon, *options, config=None):
         logon = ["--logon", logon] if logon else []
