@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "gssp2qxnego/token_format.h"
+#include "gssp2qxnego/words.h"
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
@@ -157,14 +158,39 @@ void show_foreign(const Foreign &foreign, ByteView token, const DumpOptions &opt
 
 // ---- Logs and user properties --------------------------------------------------------------------------------------
 
-Json json_of_log(std::string_view log) {
-    Json mechanisms = Json::array();
-    for (const LogRecord &record : last_records(log))
+Json number_or_null(OM_uint32 number) {
+    return number == 0 ? Json() : Json(code_text(number));
+}
+
+Json json_of(const qxgss_story_record_desc &record) {
+    const auto text = [](const qxgss_buffer_desc &buffer) { return printable(common::bytes_of(&buffer)); };
+    return {{"side", record.IsInitiator != 0 ? "client" : "server"},
+            {"call", record.Call},
+            {"milliseconds", record.ElapsedTime},
+            {"text", text(record.Text)},
+            {"mechanism", printable(mechanism_of(record))},
+            {"peer_view", record.IsPeerView != 0},
+            {"state", qxnego::state_word(record.State)},
+            {"reason", qxnego::reason_word(record.Reason)},
+            {"major", number_or_null(record.MajorStatus)},
+            {"minor", number_or_null(record.MinorStatus)},
+            {"status_text", text(record.StatusText)},
+            {"mechanism_established", record.IsEstablished != 0},
+            {"policy_applied", record.IsPolicyApplied != 0},
+            {"negotiation", qxnego::neg_state_word(record.NegState)},
+            {"peer_negotiation", qxnego::neg_state_word(record.NegStateFromPeer)}};
+}
+
+Json json_of_log(const SavedStory &story) {
+    Json mechanisms = Json::array(), events = Json::array();
+    for (const LogRecord &record : last_records(story))
         mechanisms.push_back({{"mechanism", printable(record.mechanism)},
-                              {"state", printable(record.state)},
-                              {"reason", printable(record.reason)},
+                              {"state", record.state},
+                              {"reason", record.reason},
                               {"status_text", printable(record.status_text)}});
-    return {{"mechanisms", mechanisms}, {"log", lines_of(log)}};
+    for (const qxgss_story_record_desc &record : story.records())
+        events.push_back(json_of(record));
+    return {{"mechanisms", mechanisms}, {"events", events}, {"log", lines_of(story.log())}};
 }
 
 Json json_of_records(const UserProperties &properties) {
@@ -175,20 +201,13 @@ Json json_of_records(const UserProperties &properties) {
     return {{"records", records}};
 }
 
-Json json_of_properties(const UserProperties &properties) {
-    Json out = json_of_records(properties);
-    if (!properties.log.empty())
-        out.update(json_of_log(properties.log));
-    return out;
-}
-
-void show_log(std::string_view log, const DumpOptions &options) {
+void show_log(const SavedStory &story, const DumpOptions &options) {
     if (options.json) {
-        std::cout << json_of_log(log).dump(2) << '\n';
+        std::cout << json_of_log(story).dump(2) << '\n';
         return;
     }
-    print_log(std::cout, log);
-    print_records(std::cout, last_records(log));
+    print_log(std::cout, story.log());
+    print_records(std::cout, last_records(story));
 }
 
 void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {
@@ -196,44 +215,47 @@ void require_whole(const UserProperties &properties, ByteView buffer, const std:
         throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
 }
 
-void show_properties(ByteView buffer, const DumpOptions &options) {
-    const UserProperties properties = read_properties(buffer);
+void show_story(ByteView content, const SavedStory &story, const DumpOptions &options) {
+    const UserProperties properties = read_properties(content);
+    if (properties.records.empty())
+        return show_log(story, options);
     if (options.json) {
-        std::cout << json_of_properties(properties).dump(2) << '\n';
+        Json out = json_of_records(properties);
+        if (!properties.log.empty())
+            out.update(json_of_log(story));
+        std::cout << out.dump(2) << '\n';
     } else {
         print_properties(std::cout, properties);
         if (!properties.log.empty())
-            show_log(properties.log, options);
+            show_log(story, options);
     }
-    require_whole(properties, buffer, options.file);
+    require_whole(properties, content, options.file);
 }
 
 } // namespace
 
 void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    if (is_user_properties(content))
-        return show_properties(content, options);
+    if (const SavedStory story(content); story.end() != 0)
+        return show_story(content, story, options);
     if (const std::optional<Foreign> foreign = read_foreign(content))
         return show_foreign(*foreign, content, options);
-    if (!is_negotiation_log(as_text(content)))
-        return show_token(content, options);
-    show_log(as_text(content), options);
+    show_token(content, options);
 }
 
 void run_log(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    const std::string inside = read_properties(content).log;
-    if (!is_negotiation_log(as_text(content)) && inside.empty())
+    const SavedStory story(content);
+    if (story.log().empty())
         throw Failure(shown_name(options.file) + ": holds no negotiation log", kExitUsage);
-    show_log(inside.empty() ? as_text(content) : inside, options);
+    show_log(story, options);
 }
 
 void run_properties(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    if (!is_user_properties(content))
-        throw Failure(shown_name(options.file) + ": holds no user properties", kExitUsage);
     const UserProperties properties = read_properties(content);
+    if (properties.records.empty())
+        throw Failure(shown_name(options.file) + ": holds no user properties", kExitUsage);
     if (options.json)
         std::cout << json_of_records(properties).dump(2) << '\n';
     else

@@ -2,18 +2,18 @@
 #ifndef QXNEGO_TOOLS_SHOW_USER_PROPERTIES_H
 #define QXNEGO_TOOLS_SHOW_USER_PROPERTIES_H
 
-#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "qxgss/qxgss.h"
 #include "tools/bytes.h"
 
 namespace tools {
 
 struct Property {
-    std::uint16_t id = 0;
-    std::uint16_t length = 0; // of the whole record, in bytes
+    OM_uint32 id = 0;
+    std::size_t length = 0; // of the whole record, in bytes
     std::string name;
     std::string value; // safe to print
 };
@@ -24,10 +24,8 @@ struct UserProperties {
     std::size_t end = 0; // where the last whole record ends: the buffer's size when the buffer is sound
 };
 
+// None of a buffer that does not begin with a whole record of a known kind, as no token does.
 UserProperties read_properties(ByteView buffer);
-
-// Whether the buffer begins with a whole record of a known kind, as no token does.
-bool is_user_properties(ByteView buffer);
 void print_properties(std::ostream &out, const UserProperties &properties);
 
 } // namespace tools
