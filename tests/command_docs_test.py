@@ -25,6 +25,14 @@ def keys(value):
     return set(value).union(*map(keys, value.values())) if isinstance(value, dict) else set()
 
 
+def rows(kind):
+    """Of remedies.def, field by field."""
+    with open(os.path.join(os.path.dirname(DOCS), "tools", "show", "remedies.def")) as file:
+        lines = re.findall(r"^%s\((.*)\)$" % kind, file.read(), re.M)
+    return [[(text or number).replace('\\"', '"') for text, number in re.findall(r'"((?:[^"\\]|\\.)*)"|(\w+)', line)]
+            for line in lines]
+
+
 def documented(section):
     with open(os.path.join(DOCS, "json.md")) as file:
         text = re.search(r"^## %s\n(.*?)(?=^##|\Z)" % section, file.read(), re.M | re.S).group(1)
@@ -58,6 +66,21 @@ class Docs(unittest.TestCase):
         self.check("status", self.run_json("status", "0x020D0000", "E3000406"),
                    self.run_json("status", "1", "--mechanism", "SCRAM-SHA-1", "--config", self.config))
         self.check("try", self.run_json("try", "--user", "bob", "--offer", SCRAM, "--config", self.config))
+
+    def test_remedies(self):
+        """The page has the rows that the command has, in their order, and the command finds each."""
+        reasons = [row[1:] for row in rows("REASON")]
+        remedies = [(whose, ["%08X" % int(code, 16) for code in dict.fromkeys(codes)], texts)
+                    for whose, *codes, meaning, cause, remedy in rows("REMEDY") for texts in [[meaning, cause, remedy]]]
+        with open(os.path.join(DOCS, "reading-a-log.md")) as file:
+            page = [line.strip("| \n").split(" | ") for line in file if line.startswith("| ")]
+        self.assertEqual([row for row in page if len(row) == 4 and row[0] not in ("reason", "status")],
+                         reasons + [[whose + " " + " to ".join(codes), *texts] for whose, codes, texts in remedies])
+        known = [row for row in remedies if row[0] in ("major", "minor")]
+        for (_, _, texts), told in zip(known, self.run_json("status", *(codes[-1] for _, codes, _ in known))):
+            self.assertEqual([told["meaning"], told["cause"], told["remedy"]], texts)
+        told = self.run_json("status", "0x1F", "--mechanism", "SCRAM-SHA-1", "--config", self.config)[0]
+        self.assertEqual(told["meaning"], "the password is not this user's")
 
     def test_connections(self):
         server = Server(self.config, "--max-address", "1")

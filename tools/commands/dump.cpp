@@ -190,7 +190,8 @@ Json json_of_log(const SavedStory &story) {
                               {"status_text", printable(record.status_text)}});
     for (const qxgss_story_record_desc &record : story.records())
         events.push_back(json_of(record));
-    return {{"mechanisms", mechanisms}, {"events", events}, {"log", lines_of(story.log())}};
+    return {
+        {"mechanisms", mechanisms}, {"note", settled_note(story)}, {"events", events}, {"log", lines_of(story.log())}};
 }
 
 Json json_of_records(const UserProperties &properties) {
@@ -208,6 +209,8 @@ void show_log(const SavedStory &story, const DumpOptions &options) {
     }
     print_log(std::cout, story.log());
     print_records(std::cout, last_records(story));
+    if (const std::string note = settled_note(story); !note.empty())
+        std::cout << '\n' << note << '\n';
 }
 
 void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {

@@ -1,5 +1,5 @@
-// qxnego status CODE...: what a major or minor status is called, what it is made of, and its text. A mechanism's own
-// statuses follow no common layout, so that only the mechanism can tell them.
+// qxnego status CODE...: what a major or minor status is called, what it is made of, its text, and what it means to
+// whoever meets it. A mechanism's own statuses follow no common layout, so that only the mechanism has their texts.
 #include <charconv>
 #include <iostream>
 
@@ -10,6 +10,7 @@
 #include "tools/files.h"
 #include "tools/registry.h"
 #include "tools/show/codes.h"
+#include "tools/show/remedies.h"
 #include "tools/show/story.h"
 
 namespace tools {
@@ -32,10 +33,17 @@ OM_uint32 parse_code(const std::string &text) {
     return code;
 }
 
+void add_remedy(Json &status, const Remedy *row) {
+    status["meaning"] = row == nullptr ? Json() : Json(row->meaning);
+    status["cause"] = row == nullptr ? Json() : Json(row->cause);
+    status["remedy"] = row == nullptr ? Json() : Json(row->remedy);
+}
+
 Json describe_major(OM_uint32 code) {
     Json out = {{"code", code_text(code)}, {"kind", "major"}, {"name", major_name(code)}, {"parts", Json::array()}};
     for (const StatusPart &part : major_parts(code))
         out["parts"].push_back({{"field", part.field}, {"name", part.name}, {"text", part.text}});
+    add_remedy(out, find_major_remedy(code));
     return out;
 }
 
@@ -49,15 +57,18 @@ Json describe_minor(OM_uint32 code) {
     out["owner"] = known == nullptr ? Json() : Json(known->owner);
     out["name"] = known == nullptr || *known->name == '\0' ? Json() : Json(known->name);
     out["text"] = known == nullptr ? Json() : Json(known->text);
+    add_remedy(out, find_minor_remedy(code));
     return out;
 }
 
 // A code of a mechanism's own: its text is what the mechanism says.
 Json describe_own(const MechInfo_t &mechanism, OM_uint32 code) {
-    return {{"code", code_text(code)},
-            {"kind", "mechanism"},
-            {"owner", printable(mechanism.pszMechName)},
-            {"text", printable(minor_text(code, &mechanism))}};
+    Json out = {{"code", code_text(code)},
+                {"kind", "mechanism"},
+                {"owner", printable(mechanism.pszMechName)},
+                {"text", printable(minor_text(code, &mechanism))}};
+    add_remedy(out, find_minor_remedy(code, mechanism.pszMechName));
+    return out;
 }
 
 std::string text_or(const Json &value, const char *otherwise) {
@@ -76,10 +87,7 @@ void print_major(const Json &status) {
         std::cout << "  (a minor status of a mechanism's own? --mechanism explains those)\n";
 }
 
-void print_text(const Json &status) {
-    std::cout << status["code"].get<std::string>() << "  ";
-    if (status["kind"] == "major")
-        return print_major(status);
+void print_minor(const Json &status) {
     if (status["kind"] == "mechanism") {
         std::cout << "minor status of " << status["owner"].get<std::string>() << '\n'
                   << "  " << status["text"].get<std::string>() << '\n';
@@ -90,6 +98,15 @@ void print_text(const Json &status) {
               << "  severity " << status["severity"].get<std::string>() << ", component " << status["component"]
               << ", message " << status["message"] << '\n'
               << "  " << text_or(status["text"], "(no text)") << '\n';
+}
+
+void print_text(const Json &status) {
+    std::cout << status["code"].get<std::string>() << "  ";
+    status["kind"] == "major" ? print_major(status) : print_minor(status);
+    if (!status["meaning"].is_null())
+        std::cout << "  meaning:     " << status["meaning"].get<std::string>() << '\n'
+                  << "  usual cause: " << status["cause"].get<std::string>() << '\n'
+                  << "  what to do:  " << status["remedy"].get<std::string>() << '\n';
 }
 
 Json describe(const std::vector<OM_uint32> &codes) {

@@ -49,6 +49,25 @@ std::vector<LogRecord> last_records(const SavedStory &story) {
     return last;
 }
 
+std::string settled_note(const SavedStory &story) {
+    const std::vector<qxgss_story_record_desc> records = story.records();
+    constexpr OM_uint32 kCompleted = 1;
+    if (records.empty() || records.back().NegStateFromPeer != kCompleted || records.back().NegState == kCompleted)
+        return "";
+    const auto is_settled = [](const qxgss_story_record_desc &record) {
+        return record.IsPeerView != 0 && record.State == QXGSS_MECH_STATE_SELECTED;
+    };
+    const auto settled = std::ranges::find_if(records.rbegin(), records.rend(), is_settled);
+    if (settled == records.rend())
+        return "";
+    const std::vector<LogRecord> last = last_records(story);
+    const auto here = std::ranges::find(last, mechanism_of(*settled), &LogRecord::mechanism);
+    if (here == last.end() || here->state != qxnego::state_word(QXGSS_MECH_STATE_REJECTED))
+        return "";
+    return std::string("The ") + (settled->IsInitiator != 0 ? "server" : "client") + " had already settled on " +
+           printable(here->mechanism) + ", which failed here.";
+}
+
 std::vector<std::string> lines_of(std::string_view log) {
     std::vector<std::string> lines;
     while (!log.empty())

@@ -30,6 +30,10 @@ std::string mechanism_of(const qxgss_story_record_desc &record);
 // status text comes from the peer and may hold line ends, and whole records: nothing is decided by this.
 std::vector<LogRecord> last_records(const SavedStory &story);
 
+// When the peer had settled on a mechanism that then failed here, after which no other gets its turn, a line that says
+// so; otherwise empty.
+std::string settled_note(const SavedStory &story);
+
 // The log's lines, each safe to print.
 std::vector<std::string> lines_of(std::string_view log);
 
