@@ -48,6 +48,7 @@ struct DumpOptions {
     std::string file = "-";
     bool inner = false;
     bool json = false;
+    bool html = false;
 };
 void run_dump(const DumpOptions &options);
 void run_log(const DumpOptions &options);
@@ -63,6 +64,8 @@ void run_mechs(const MechsOptions &options);
 struct ServeOptions : ConnectionOptions {
     std::vector<std::string> addresses{"localhost:10442"};
     AdmissionLimits limits;
+    std::string story; // folder for a page of each connection; empty: none
+    unsigned story_files = 1000;
 };
 void run_serve(const ServeOptions &options);
 

@@ -15,6 +15,7 @@
 #include "tools/files.h"
 #include "tools/show/codes.h"
 #include "tools/show/log.h"
+#include "tools/show/page.h"
 #include "tools/show/story.h"
 #include "tools/show/table.h"
 #include "tools/show/user_properties.h"
@@ -218,6 +219,12 @@ void require_whole(const UserProperties &properties, ByteView buffer, const std:
         throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
 }
 
+void show_page(const SavedStory &story, const std::string &file) {
+    if (story.log().empty())
+        throw Failure(shown_name(file) + ": holds no negotiation log", kExitUsage);
+    std::cout << page_of(story, {"Negotiation in " + shown_name(file)});
+}
+
 void show_story(ByteView content, const SavedStory &story, const DumpOptions &options) {
     const UserProperties properties = read_properties(content);
     if (properties.records.empty())
@@ -239,6 +246,8 @@ void show_story(ByteView content, const SavedStory &story, const DumpOptions &op
 
 void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
+    if (options.html)
+        return show_page(SavedStory(content), options.file);
     if (const SavedStory story(content); story.end() != 0)
         return show_story(content, story, options);
     if (const std::optional<Foreign> foreign = read_foreign(content))

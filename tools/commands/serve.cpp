@@ -18,6 +18,7 @@
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"
 #include "tools/connection/output.h"
+#include "tools/connection/story_folder.h"
 #include "tools/connection/worker.h"
 #include "tools/show/story.h"
 
@@ -43,13 +44,13 @@ void echo(Conversation &conversation, Story &story) {
     }
 }
 
-// Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
-std::string converse(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
-                     Clock::duration pause, const Worker::Lift &lift_limit) {
+Story hold(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
+           Clock::duration pause, const Worker::Lift &lift_limit) {
     Story story;
     story.peer = peer_address(socket);
     const Clock::time_point start = Clock::now();
-    Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence, false);
+    Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence,
+                              !options.story.empty());
     conversation.require(required);
     try {
         wait_until(start + pause);
@@ -62,6 +63,11 @@ std::string converse(Descriptor socket, const ServeOptions &options, const std::
         story.seconds = story.seconds == 0 ? seconds_since(start) : story.seconds;
         conversation.tell(story, &failure);
     }
+    return story;
+}
+
+// Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
+std::string result_of(const Story &story, const ServeOptions &options) {
     std::ostringstream out;
     print(out, story, options);
     return (story.is_attempt ? '1' : '0') + out.str();
@@ -72,7 +78,10 @@ std::string converse(Descriptor socket, const ServeOptions &options, const std::
 class Server {
   public:
     Server(const ServeOptions &options, std::vector<std::string> required, std::vector<Descriptor> sockets)
-        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits) {}
+        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits) {
+        if (!options.story.empty())
+            stories_.emplace(options.story, options.story_files);
+    }
 
     // What the framework had to say.
     void announce(const std::vector<std::string> &notices);
@@ -89,6 +98,7 @@ class Server {
     void announce_addresses();
     void wait(Clock::time_point deadline);
     void poll_all(Clock::time_point deadline);
+    void leave_page(const std::string &name, const Story &story) const;
     Worker start(Descriptor &socket, Clock::duration pause);
     void accept_from(const Descriptor &listener);
     void add_client(Descriptor socket);
@@ -106,6 +116,7 @@ class Server {
     std::vector<Descriptor> sockets_;
     std::list<Client> clients_;
     Admission admission_;
+    std::optional<StoryFolder> stories_;
     Output output_{STDOUT_FILENO};
     Clock::time_point counted_ = Clock::now();
     bool is_ending_ = false;
@@ -132,15 +143,28 @@ void Server::announce_addresses() {
     }
 }
 
+// A page that cannot be made is missing, and nothing else; it is made when the client has gone, whom its time tells
+// nothing.
+void Server::leave_page(const std::string &name, const Story &story) const {
+    try {
+        stories_->write(name, page_of(story));
+    } catch (const std::exception &) {
+    }
+}
+
 Worker Server::start(Descriptor &socket, Clock::duration pause) {
     const auto logon = std::chrono::milliseconds(options_.session.LogonTime + options_.session.RefusalTime);
+    const std::optional<std::string> page = stories_ ? stories_->next_name() : std::nullopt;
     return Worker(
         [&](const Worker::Lift &lift_limit) {
             for (Descriptor &listener : sockets_)
                 listener.close();
             for (Client &other : clients_)
                 other.worker.forget();
-            return converse(std::move(socket), options_, required_, pause, lift_limit);
+            const Story story = hold(std::move(socket), options_, required_, pause, lift_limit);
+            if (page)
+                leave_page(*page, story);
+            return result_of(story, options_);
         },
         std::chrono::ceil<std::chrono::seconds>(pause + logon + kToHang));
 }

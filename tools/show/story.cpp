@@ -116,6 +116,27 @@ void print_json(std::ostream &out, const Story &story) {
     out << line_of(line);
 }
 
+std::string page_of(const Story &story) {
+    PageFacts facts{"Negotiation with " + story.peer};
+    const auto add = [&](const char *name, const std::string &value) {
+        if (!value.empty())
+            facts.lines.emplace_back(name, value);
+    };
+    add("Ended", time_text());
+    add("Outcome", class_of(story.status));
+    add("Why", story.failure);
+    add("Mechanism", story.mechanism);
+    add("User", story.user);
+    add("Claimed", story.claimed);
+    add("Policy refused", story.refused);
+    add("Confirmation", story.confirmation);
+    add("Duration", milliseconds(story.seconds));
+    for (const Call &call : story.calls)
+        if (call.name == (story.is_client ? "init_sec_context" : "accept_sec_context"))
+            facts.tokens.push_back(call.token.size());
+    return page_of(SavedStory(story.properties), facts);
+}
+
 Bytes encode(const Story &story) {
     return nlohmann::json::to_cbor(nlohmann::json(story));
 }
