@@ -250,9 +250,9 @@ void put_event(Page &page, const Record &record) {
     page << "</div>\n";
 }
 
-// Whether this side's token of a call is known to have left: it did when another call followed.
-bool has_token(const PageFacts &facts, const Record &last, const Record *next) {
-    return last.Call <= facts.tokens.size() ? facts.tokens[last.Call - 1] != 0 : next != nullptr;
+// Bytes of this side's token of a call; 0 for one that is not known. A log may name any call.
+std::size_t token_size(const PageFacts &facts, OM_uint32 call) {
+    return call != 0 && call <= facts.tokens.size() ? facts.tokens[call - 1] : 0;
 }
 
 // `count` are all records, of which some may not be given.
@@ -267,9 +267,10 @@ void put_events(Page &page, std::span<const Record> records, std::size_t count, 
         if (is_new_call && !(is_client && record.Call == 1)) // which nothing precedes
             put_arrow(page, !is_client, record.ElapsedTime, 0);
         put_event(page, record);
-        if ((next == nullptr || next->Call != record.Call) && has_token(facts, record, next))
-            put_arrow(page, is_client, record.ElapsedTime,
-                      record.Call <= facts.tokens.size() ? facts.tokens[record.Call - 1] : 0);
+        const std::size_t size = token_size(facts, record.Call);
+        const bool is_last_of_call = next == nullptr || next->Call != record.Call;
+        if (is_last_of_call && (size != 0 || next != nullptr)) // it has left, or another call would not have followed
+            put_arrow(page, is_client, record.ElapsedTime, size);
     }
     page << "</div>";
     if (i != count)
@@ -310,8 +311,8 @@ std::string page_of(const SavedStory &story, const PageFacts &facts) {
         put_remedies(page, records);
         put_events(page, records, count, facts);
     }
-    page << "<p><small>Status texts are the mechanisms' own, and may come from the other side, which can write whole "
-            "records that look like this side's.</small></p></body></html>\n";
+    page << "<p><small>Status texts come from the mechanisms, and perhaps from the other side, which can write whole "
+            "records that look like those of this side.</small></p></body></html>\n";
     return page.take();
 }
 
