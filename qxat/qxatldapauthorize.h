@@ -96,6 +96,13 @@ OM_uint32 qxat_fill_authorizations(OM_uint32 *pMinorStatus, qxgss_buffer_t props
 OM_uint32 qxat_fill_mechinfo(OM_uint32 *pMinorStatus, qxgss_buffer_t props, qxgss_buffer_t newprops,
                              const unsigned char *authenticated, qxgss_OID mechoid);
 
+/* Writes a whole user-properties buffer, which the caller releases, for a user whom the mechanism has authenticated: the
+ * name (`length` bytes of UTF-8), attributes that say so, and the mechanism as above. GSS_S_FAILURE with MALLOC, 0 (a
+ * text too long for its record) or the framework's minor status for a mechanism that it does not know; the buffer is
+ * then as it was, or empty. */
+OM_uint32 qxat_describe_user(OM_uint32 *pMinorStatus, const char *user, size_t length, qxgss_OID mechoid,
+                             qxgss_buffer_t props);
+
 /* Refuses, with LOGON_PROPERTY, a logon string in which "authcid=" or "password=" occurs (case matters). */
 OM_uint32 qxat_validate_kerberos_logdata(OM_uint32 *pMinorStatus, const char *pLogdata);
 
