@@ -65,8 +65,8 @@ using namespace hostgss;
 
 OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, char **psUserName,
                                              char **psDomain) {
-    set<char *>(psUserName, nullptr);
-    set<char *>(psDomain, nullptr);
+    set_if_given(psUserName, nullptr);
+    set_if_given(psDomain, nullptr);
     ContextFacts facts;
     const Status status = facts_of_user(context_of(pContextHandle), facts);
     if (status.failed())
@@ -76,7 +76,7 @@ OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_
         return finish(pMinorStatus, status);
     if (psUserName != nullptr)
         std::free(*psUserName);
-    set<char *>(psUserName, nullptr);
+    set_if_given(psUserName, nullptr);
     return no_memory(pMinorStatus);
 }
 

@@ -58,7 +58,7 @@ OM_uint32 read_logon(OM_uint32 *pMinorStatus, qxgss_name_t pName, Credential &cr
 }
 
 OM_uint32 fill(const Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_name_t pName, Credential &credential) {
-    if (credential.usage != GSS_C_INITIATE && mechanism.pVerifiers == nullptr)
+    if (credential.usage != GSS_C_INITIATE && mechanism.verifiers == nullptr)
         return report(pMinorStatus, GSS_S_NO_CRED, E_NO_VERIFIERS);
     if (credential.usage == GSS_C_ACCEPT)
         return succeed(pMinorStatus);

@@ -10,7 +10,7 @@ OM_uint32 inquire_properties_for_user(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pC
         return report(pMinorStatus, kInaccessibleWrite, E_ARGUMENT);
     *pUserPropBuffer = {};
     auto *const context = static_cast<Context *>(pContextHandle);
-    if (context == nullptr || !context->isEstablished)
+    if (context == nullptr || !context->is_established)
         return report(pMinorStatus, GSS_S_NO_CONTEXT, E_NO_CONTEXT);
     const common::Status status = common::ask<0>(qxat_describe_user, context->user.data(), context->user.size(),
                                                  &context->mechanism.oid, pUserPropBuffer);
