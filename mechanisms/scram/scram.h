@@ -28,6 +28,7 @@ using common::kInaccessibleWrite;
 using common::Name;
 using common::OidSet;
 using common::report;
+using common::Secret;
 using common::set_if_given;
 
 enum Code : OM_uint32 {
@@ -45,15 +46,6 @@ struct Mechanism {
 };
 
 // ---- Owners --------------------------------------------------------------------------------------------------------
-
-// A text that may hold a password: wiped before it is freed.
-struct WipeAndFree {
-    void operator()(char *p) const {
-        explicit_bzero(p, std::strlen(p));
-        std::free(p);
-    }
-};
-using Secret = std::unique_ptr<char, WipeAndFree>;
 
 // Wipes what the session holds of the password; the library frees it as it is.
 void forget_password(Gsasl_session *session);
