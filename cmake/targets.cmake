@@ -51,6 +51,20 @@ function(qxnego_shared_library name map)
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
 endfunction()
 
+# qxnego_static_library(NAME OUTPUT_NAME OBJECTS...): the same as an archive, for programs that want no shared one.
+function(qxnego_static_library name output_name)
+  if(NOT QXNEGO_STATIC)
+    return()
+  endif()
+  qxnego_library(${name} STATIC)
+  set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output_name} EXPORT_NAME ${name}
+    ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+  foreach(objects IN LISTS ARGN)
+    target_sources(${name} PRIVATE $<TARGET_OBJECTS:${objects}>)
+    target_compile_options(${objects} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-ffat-lto-objects>) # whoever links it
+  endforeach()
+endfunction()
+
 # qxnego_program(NAME SOURCE...)
 function(qxnego_program name)
   add_executable(${name} ${ARGN})

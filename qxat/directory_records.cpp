@@ -11,7 +11,7 @@
 #include "common/heap.h"
 #include "common/records.h"
 #include "common/status.h"
-#include "qxat/qxatldapauthorize.h"
+#include "qxat/qxatint.h"
 
 namespace {
 

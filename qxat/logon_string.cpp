@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "common/heap.h"
-#include "qxat/qxatldapauthorize.h"
+#include "qxat/qxatint.h"
 
 namespace {
 

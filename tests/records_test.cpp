@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "gssp2qxnego/gssp2qxnegoint.h"
-#include "qxat/qxatldapauthorize.h"
+#include "qxat/qxatint.h"
 #include "tests/support.h"
 
 namespace {
