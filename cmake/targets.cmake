@@ -9,6 +9,9 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A library's calls of itself are bound when it is linked.
   target_compile_options(qxnego_settings INTERFACE "$<$<CONFIG:Release>:-fno-plt;-fno-semantic-interposition>")
+  if(QXNEGO_STATIC) # for linkers that do not optimise across files
+    target_compile_options(qxnego_settings INTERFACE -ffat-lto-objects)
+  endif()
   if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13) # it warns of the standard library's own strings at -O3
     target_compile_options(qxnego_settings INTERFACE -Wno-restrict)
   endif()
@@ -61,7 +64,6 @@ function(qxnego_static_library name output_name)
     ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
   foreach(objects IN LISTS ARGN)
     target_sources(${name} PRIVATE $<TARGET_OBJECTS:${objects}>)
-    target_compile_options(${objects} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-ffat-lto-objects>) # whoever links it
   endforeach()
 endfunction()
 
