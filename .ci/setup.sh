@@ -39,7 +39,7 @@ is_there() {
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
     libgtest-dev) has_header gtest/gtest.h ;;
-    dpkg-dev) has_program dpkg-buildpackage ;;
+    build-essential) dpkg-query -s build-essential >/dev/null 2>&1 ;;
     debhelper) has_program dh ;;
     krb5-kdc) has_program krb5kdc ;;
     krb5-admin-server) has_program kadmin.local ;;

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source .ci/setup.sh
 
-need_packages "${build_packages[@]}" dpkg-dev debhelper lintian
+need_packages "${build_packages[@]}" build-essential debhelper lintian
 dpkg-buildpackage -us -uc -b
 lintian --fail-on error ../qxnego_*.changes
 [[ ${1:-} = --install ]] || exit 0
