@@ -1,5 +1,4 @@
-// User-properties records: the walk over any bytes and its readers and markers, and the writers of directory records;
-// and the page of a log.
+// User-properties records: the walk over any bytes and its readers and markers, and the writers of directory records.
 #include <array>
 #include <climits>
 #include <cstring>
@@ -10,7 +9,6 @@
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "qxat/qxatldapauthorize.h"
 #include "tests/failing_heap.h"
-#include "tools/show/page.h"
 #include "tools/show/user_properties.h"
 
 using fuzz::Input;
@@ -41,44 +39,16 @@ void take(OM_uint32 major, qxgss_buffer_desc &made) {
     gssp_release_buffer(nullptr, &made);
 }
 
-// The page's markup without the text between; every character that could be markup and is not stands escaped.
-std::string markup_of(std::string_view page) {
-    std::string out;
-    for (std::size_t at = 0; (at = page.find_first_of("<&\"'", at)) != page.npos; ++at) {
-        const bool is_tag = page[at] == '<';
-        const std::size_t end = page.find(is_tag ? '>' : ';', at);
-        require(end != page.npos && (is_tag || (page[at] == '&' && end - at < 8)), "what is no markup is escaped");
-        if (is_tag)
-            out += page.substr(at, end - at + 1);
-        at = end;
-    }
-    return out;
-}
-
-// The page of a log: its markup is the same as without any character of the log that could be markup.
-void make_page(std::string_view text) {
-    std::string log = "\nQXNEGO Negotiation Log\n" + std::string(text);
-    const auto page = [&] { return tools::page_of(tools::SavedStory(tools::as_bytes(log)), {log}); };
-    const std::string made = page();
-    require(made.size() <= tools::kMostOfPage, "a page has a limit");
-    for (const char byte : made)
-        require(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20, "a page has no control characters");
-    for (char &byte : log)
-        if (std::strchr("<>&\"'", byte) != nullptr && byte != '\0')
-            byte = 'x';
-    const auto behind_style = [](std::string_view whole) { return whole.substr(whole.find("</style>")); };
-    require(markup_of(behind_style(made)) == markup_of(behind_style(page())), "markup is the page's own");
-}
-
 void read_records(Input &input) {
-    const std::string_view text = input.rest();
-    make_page(text);
-    const tools::Bytes bytes(text.begin(), text.end());
-    const tools::UserProperties properties = tools::read_properties(bytes);
-    require(properties.records.empty() || properties.end == walk(bytes.data(), bytes.size()),
-            "all readers end at the same place");
+    const tools::Bytes bytes = [](std::string_view text) {
+        return tools::Bytes(text.begin(), text.end());
+    }(input.rest());
+    const std::optional<tools::SavedLog> log = tools::SavedLog::read(bytes);
+    if (!log || log->properties().empty())
+        return;
+    require(log->facts().PropertyEnd == walk(bytes.data(), bytes.size()), "all readers end at the same place");
     std::ostringstream out;
-    tools::print_properties(out, properties);
+    tools::print_properties(out, *log);
     for (const char byte : out.str())
         require(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20, "what is printed is safe for a terminal");
 }

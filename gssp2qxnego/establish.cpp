@@ -113,7 +113,7 @@ Status apply_rules(NegContext_desc &negotiation) {
 // The end of every call; there is no context when none could be made.
 OM_uint32 finish(OM_uint32 *pMinorStatus, Status outcome, qxgss_ctx_id_t context) {
     if (is_tracing && context != nullptr) [[unlikely]]
-        trace_outcome(outcome, negotiation_of(context));
+        trace(outcome, negotiation_of(context));
     return report(pMinorStatus, outcome);
 }
 

@@ -225,7 +225,7 @@ QXGSS_API OM_uint32 qxgss_session_inquire_verdict(OM_uint32 *pMinorStatus, qxgss
                                                   qxgss_session_verdict_desc *pVerdict);
 
 /* The user properties with the rendered negotiation log in them, also of a session that failed; asked for before the
- * session is open or over, they stay as they are then. Empty when there are none. qxgss_story.h reads them. */
+ * session is open or over, they stay as they are then. Empty when there are none. */
 QXGSS_API OM_uint32 qxgss_session_properties(OM_uint32 *pMinorStatus, qxgss_session_t pSession,
                                              qxgss_buffer_t pProperties);
 

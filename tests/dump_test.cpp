@@ -1,11 +1,9 @@
 // What `qxnego dump` says of a token: what is right at every change to one, the fuzz target's rules say; here is where
-// the first wrong byte is and why, and what an inner token is taken for. And of a log: what was written is read.
+// the first wrong byte is and why, and what an inner token is taken for.
 #include <cstdint>
 
 #include <gtest/gtest.h>
 
-#include "gssp2qxnego/gssp2qxnegoint.h"
-#include "tools/show/log.h"
 #include "tools/token/foreign.h"
 #include "tools/token/inner.h"
 #include "tools/token/tree.h"
@@ -154,85 +152,6 @@ TEST(Dump, TellsTokensOfOthers) {
     }
     for (const char *text : kTokens)
         EXPECT_EQ(told(from_hex(text)), "");
-}
-
-// Record number i of a log, in which every field takes each of its values and one that is none.
-NegLogRecord log_record(OM_uint32 i, std::string &text) {
-    static unsigned char oid[] = {0x2b, 6, 1};
-    NegLogRecord record{};
-    record.MechOid = {i % 3 != 0 ? OM_uint32{sizeof oid} : 0, i % 3 != 0 ? oid : nullptr};
-    record.MechIndex = -1;
-    record.MechState = static_cast<NegMechState_et>(i % 5);
-    record.MechReason = static_cast<NegMechReason_et>(i % 11);
-    record.GssMajorStatus = i << 16;
-    record.GssMinorStatus = 0xE0000000 | i;
-    record.GssMinorStatusText = {text.size(), text.data()};
-    record.IsCtxEstablished = i & 1;
-    record.IsInitiator = i >> 1 & 1;
-    record.TokenNum = i;
-    record.IsPolicyApplied = i >> 2 & 1;
-    record.NegState = static_cast<NegState_et>(i % 6);
-    record.NegStateFromPeer = static_cast<NegState_et>((i + 1) % 6);
-    record.pszLogString = i % 4 != 0 ? text.data() : nullptr;
-    record.ElapsedTime = OM_uint64{i} << 33;
-    return record;
-}
-
-void expect_same(const qxgss_story_record_desc &read, const NegLogRecord &written, std::string_view text) {
-    const bool has_mechanism = written.MechOid.length != 0;
-    const bool has_failed = has_mechanism && written.MechReason == NEG_MECH_REASON_GSSAPI_ERROR;
-    const auto word = [](OM_uint32 value, OM_uint32 words) { return value < words ? value : 0; };
-    EXPECT_EQ(common::bytes_of(&read.MechOid), has_mechanism ? "2b.06.01" : "");
-    EXPECT_EQ(read.State, has_mechanism ? word(written.MechState, 4) : 0);
-    EXPECT_EQ(read.Reason, has_mechanism ? word(written.MechReason, 10) : 0);
-    EXPECT_EQ(read.MajorStatus, has_failed ? written.GssMajorStatus : 0);
-    EXPECT_EQ(read.MinorStatus, has_failed ? written.GssMinorStatus : 0);
-    EXPECT_EQ(common::bytes_of(&read.StatusText), has_failed ? text : "");
-    EXPECT_EQ(read.IsEstablished, has_mechanism ? static_cast<int>(written.IsCtxEstablished) : 0);
-    EXPECT_EQ(read.IsInitiator, static_cast<int>(written.IsInitiator));
-    EXPECT_EQ(read.Call, written.TokenNum + 1);
-    EXPECT_EQ(read.IsPolicyApplied, static_cast<int>(written.IsPolicyApplied));
-    EXPECT_EQ(read.NegState, word(written.NegState, 5));
-    EXPECT_EQ(read.NegStateFromPeer, word(written.NegStateFromPeer, 5));
-    EXPECT_EQ(read.ElapsedTime, written.ElapsedTime);
-}
-
-TEST(Story, ReadsEveryRecordThatIsWritten) {
-    std::string text = "two\nlines:   Text: ", log;
-    char *piece = nullptr;
-    std::size_t length = 0;
-    ASSERT_EQ(QXNEGO_INT_NegLogBanner(nullptr, 0, &piece, &length), GSS_S_COMPLETE);
-    constexpr OM_uint32 kRecords = 5 * 11 * 6;
-    for (OM_uint32 i = 0;; ++i) {
-        log.append(piece, length);
-        std::free(piece);
-        if (i == kRecords)
-            break;
-        NegLogRecord record = log_record(i, text);
-        ASSERT_EQ(QXNEGO_INT_FormatOneNegLogRecord(nullptr, &record, i, 0, &piece, &length), GSS_S_COMPLETE);
-    }
-    const tools::SavedStory story(tools::as_bytes(log));
-    const auto records = story.records();
-    ASSERT_EQ(records.size(), kRecords);
-    for (OM_uint32 i = 0; i != kRecords; ++i) {
-        SCOPED_TRACE(i);
-        expect_same(records[i], log_record(i, text), text);
-    }
-}
-
-TEST(Story, RefusesWhatItCannotRead) {
-    const auto status_of = [](std::string_view text, bool has_value = true) {
-        const qxgss_buffer_desc bytes = {text.size(), has_value ? const_cast<char *>(text.data()) : nullptr};
-        qxgss_story_t story = nullptr;
-        const OM_uint32 major = qxgss_story_read(nullptr, &bytes, &story);
-        EXPECT_EQ(story, nullptr);
-        return major;
-    };
-    EXPECT_EQ(status_of(""), GSS_S_DEFECTIVE_TOKEN);
-    EXPECT_EQ(status_of("\nQXNEGO Negotiation Lo"), GSS_S_DEFECTIVE_TOKEN);
-    EXPECT_EQ(status_of("x", false), GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE);
-    EXPECT_EQ(qxgss_story_inquire_record(nullptr, nullptr, 0, nullptr), GSS_S_CALL_INACCESSIBLE_READ | GSS_S_FAILURE);
-    EXPECT_EQ(qxgss_story_delete(nullptr, nullptr), GSS_S_COMPLETE);
 }
 
 } // namespace

@@ -104,7 +104,7 @@ Status append(std::string_view text, const NegMechEntry_desc *entry, NegContext_
     record.pszLogString = kept;
     snapshot_negotiation(negotiation, record);
     if (is_tracing) [[unlikely]]
-        trace_record(record, log);
+        trace(record, negotiation);
     return kSuccess;
 }
 

@@ -1,228 +1,206 @@
-// The lines and their way out. A line is of bounded size and goes out with one write, so that those of several
-// processes do not mix. The destination is opened for each: a program may close what it has not opened, and then open
-// something else under that number.
-#include "gssp2qxnego/gssp2qxnegoutil/trace.h"
-
+// The library holds no descriptor, which the program could close and have again as something else: a file is opened for
+// each line. Nothing is waited for, no signal arises, and neither errno nor the heap is touched.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
-#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
-#include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
+#include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 #include "gssp2qxnego/gssp2qxnegoutil/words.h"
 
 namespace qxnego {
 namespace {
 
-// ---- Where to ------------------------------------------------------------------------------------------------------
+constexpr std::size_t kMostOfText = 1500; // bytes of one text in a line
+static_assert(kTraceLine <= PIPE_BUF);
 
-// A copy: the environment belongs to the program. Empty without the variable, and in a set-uid program.
-struct Destination {
-    char name[PATH_MAX] = "";
-    Destination() {
-        const char *const value = secure_getenv("QXNEGO_TRACE");
-        if (value != nullptr && std::strlen(value) < sizeof name)
-            std::strcpy(name, value);
-    }
-    bool is_stderr() const { return std::string_view(name) == "stderr"; }
-};
-const Destination destination;
+// ---- Where lines go ------------------------------------------------------------------------------------------------
 
-// Keeps from this thread what writing could send it, and what the program does with that: a pipe that nobody reads, a
-// file that may not grow, a cancellation.
-class Undisturbed {
+char target[PATH_MAX]; // a copy: the program may change its environment
+
+bool read_environment() {
+    const char *const value = secure_getenv("QXNEGO_TRACE");
+    if (value == nullptr || *value == '\0' || std::strlen(value) >= sizeof target)
+        return false;
+    std::strcpy(target, value);
+    return true;
+}
+
+// Signals that a write can send to the thread that makes it: of a pipe without reader, of a file at its limit, and of a
+// terminal that belongs to somebody else in the foreground. None of them reaches the program.
+class Unnoticed {
   public:
-    Undisturbed() {
-        sigemptyset(&signals_);
-        sigaddset(&signals_, SIGPIPE);
-        sigaddset(&signals_, SIGXFSZ);
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelling_);
-        pthread_sigmask(SIG_BLOCK, &signals_, &before_);
-        sigpending(&pending_);
+    Unnoticed() {
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state_);
+        sigset_t pending;
+        sigpending(&pending);
+        sigemptyset(&blocked_);
+        sigemptyset(&ours_);
+        for (const int signal : {SIGPIPE, SIGXFSZ, SIGTTOU}) {
+            sigaddset(&blocked_, signal);
+            if (sigismember(&pending, signal) == 0)
+                sigaddset(&ours_, signal);
+        }
+        pthread_sigmask(SIG_BLOCK, &blocked_, &before_);
     }
-    ~Undisturbed() {
-        for (const int signal : {SIGPIPE, SIGXFSZ}) // one that was pending before is the program's
-            if (sigismember(&pending_, signal) != 0)
-                sigdelset(&signals_, signal);
+    Unnoticed(const Unnoticed &) = delete;
+    Unnoticed &operator=(const Unnoticed &) = delete;
+    ~Unnoticed() {
         constexpr std::timespec kNow{};
-        while (sigtimedwait(&signals_, nullptr, &kNow) > 0) {
+        while (sigtimedwait(&ours_, nullptr, &kNow) > 0) {
         }
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-        pthread_setcancelstate(cancelling_, nullptr);
+        pthread_setcancelstate(cancel_state_, nullptr);
         errno = error_;
     }
-    Undisturbed(const Undisturbed &) = delete;
-    Undisturbed &operator=(const Undisturbed &) = delete;
 
   private:
     int error_ = errno;
-    int cancelling_ = 0;
-    sigset_t signals_{}, before_{}, pending_{};
+    int cancel_state_ = 0;
+    sigset_t blocked_, ours_, before_;
 };
 
-// Opens, writes if it is of the wanted kind, and closes.
-void write_opened(const char *path, int flags, bool must_be_file, std::string_view line) {
-    const int descriptor = open(path, flags | O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, S_IRUSR | S_IWUSR);
-    if (descriptor < 0)
+// A line that is cut has no remedy; the next one begins where it stopped.
+void write_once(int file, const char *line, std::size_t length) {
+    static_cast<void>(!write(file, line, length));
+}
+
+// A file that is none is not written to: whoever reads a FIFO or a device could stop the program.
+void write_to_file(const char *line, std::size_t length) {
+    const int file = open(target, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
+    if (file < 0)
         return;
-    struct stat kind {};
-    if (!must_be_file || (fstat(descriptor, &kind) == 0 && S_ISREG(kind.st_mode)))
-        static_cast<void>(!write(descriptor, line.data(), line.size()));
-    close(descriptor);
+    struct stat status {};
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode))
+        write_once(file, line, length);
+    close(file);
 }
 
-// The error output as it is now. Others share it, so that it is not the one to be made non-blocking; a file has a
-// position there that another opening would not share. A network connection never gets a line: it may be a client's.
-void write_to_stderr(std::string_view line) {
-    struct stat kind {};
-    if (fstat(STDERR_FILENO, &kind) != 0)
+// A pipe or terminal that nobody reads blocks its writer. Its mode is the program's, so that it is opened once more to
+// be written to without waiting; a socket has a call for that, and a file never waits. A network connection gets no
+// line: the error output of a program that inetd has started is its client.
+void write_to_stderr(const char *line, std::size_t length) {
+    struct stat status {};
+    if (fstat(STDERR_FILENO, &status) != 0)
         return;
-    int domain = 0;
-    socklen_t size = sizeof domain;
-    if (S_ISREG(kind.st_mode))
-        static_cast<void>(!write(STDERR_FILENO, line.data(), line.size()));
-    else if (S_ISFIFO(kind.st_mode) || S_ISCHR(kind.st_mode))
-        write_opened("/proc/self/fd/2", 0, false, line);
-    else if (getsockopt(STDERR_FILENO, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX)
-        send(STDERR_FILENO, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (S_ISREG(status.st_mode))
+        return write_once(STDERR_FILENO, line, length);
+    if (S_ISSOCK(status.st_mode)) {
+        int domain = 0;
+        socklen_t size = sizeof domain;
+        if (getsockopt(STDERR_FILENO, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX)
+            send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+        return;
+    }
+    const int again = open("/proc/self/fd/2", O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (again < 0)
+        return;
+    write_once(again, line, length);
+    close(again);
 }
 
-void send_out(std::string_view line) {
-    const Undisturbed undisturbed;
-    if (destination.is_stderr())
-        write_to_stderr(line);
-    else
-        write_opened(destination.name, O_APPEND | O_CREAT | O_NOFOLLOW, true, line);
-}
-
-// ---- What ----------------------------------------------------------------------------------------------------------
-
-// All of them together stay within a line.
-constexpr std::size_t kMostOfName = 256, kMostOfText = 512, kMostOfStatus = 1024;
-constexpr std::size_t kMostOfLine = 3072;
-static_assert(kMostOfLine <= PIPE_BUF); // which a pipe takes in one piece
+// ---- A line --------------------------------------------------------------------------------------------------------
 
 class Line {
   public:
-    void add(const char *label, std::string_view value) {
-        put(label);
-        put(value);
+    explicit Line(char *area) : begin_(area), at_(area) {}
+
+    // Ends the line, for which there is always room.
+    std::size_t end() {
+        *at_++ = '\n';
+        return static_cast<std::size_t>(at_ - begin_);
     }
 
-    template <typename Number> void add_number(const char *label, Number value, int base = 10) {
-        char digits[24];
-        const char *const end = std::to_chars(digits, digits + sizeof digits, value, base).ptr;
-        add(label, {digits, static_cast<std::size_t>(end - digits)});
+    void put(std::string_view text) { at_ += text.copy(at_, std::min(text.size(), room())); }
+    template <typename... Numbers> void print(const char *format, Numbers... numbers) {
+        char text[128];
+        const int length = std::snprintf(text, sizeof text, format, numbers...);
+        put({text, std::min(static_cast<std::size_t>(std::max(length, 0)), sizeof text - 1)});
     }
-
-    // In quotation marks, in which every byte that is not plain ASCII stands as \xNN: nothing in it looks like what is
-    // around it, or does anything to a terminal.
-    void add_text(const char *label, std::string_view text, std::size_t most) {
-        put(label);
+    void quote(std::string_view text) {
+        const char *const limit = at_ + std::min(kMostOfText, room());
         put("\"");
-        const std::size_t end = used_ + most;
         for (const char c : text) {
-            const auto byte = static_cast<unsigned char>(c);
-            if (used_ + sizeof "\\xNN..." > end) {
+            if (limit - at_ < 8) { // one more character, and what stands for the rest
                 put("...");
                 break;
             }
-            const char escaped[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
-            const bool is_plain = byte >= 0x20 && byte < 0x7F && c != '"' && c != '\\';
-            put(is_plain ? std::string_view(&c, 1) : std::string_view(escaped, sizeof escaped));
+            put_character(c);
         }
         put("\"");
     }
 
-    std::string_view finish() {
-        put("\n");
-        return {bytes_, used_};
+  private:
+    std::size_t room() const { return static_cast<std::size_t>(begin_ + kTraceLine - 1 - at_); }
+
+    void put_character(char c) {
+        constexpr std::string_view kDigits = "0123456789abcdef";
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7F && c != '"' && c != '\\')
+            return put({&c, 1});
+        const char escape[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+        put({escape, sizeof escape});
     }
 
-  private:
-    static constexpr char kDigits[] = "0123456789abcdef";
-
-    void put(std::string_view text) { used_ += text.copy(bytes_ + used_, sizeof bytes_ - used_); }
-
-    std::size_t used_ = 0;
-    char bytes_[kMostOfLine];
+    char *begin_;
+    char *at_;
 };
 
-// Without the C library's calendar, which takes a lock that another thread may have held when this process was forked.
-void add_time(Line &line) {
-    using namespace std::chrono;
-    const auto now = floor<milliseconds>(system_clock::now());
-    const auto day = floor<days>(now);
-    const year_month_day date(day);
-    const hh_mm_ss time(now - day);
-    char text[48];
-    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                  static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()));
-    line.add("", text);
+void put_time(Line &line, OM_uint64 milliseconds) {
+    const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
+    std::tm parts{};
+    char text[64] = "";
+    if (gmtime_r(&seconds, &parts) != nullptr)
+        text[std::strftime(text, sizeof text, "%FT%T", &parts)] = '\0';
+    line.put(text);
+    line.print(".%03uZ", static_cast<unsigned>(milliseconds % 1000));
 }
 
-void add_status(Line &line, Status status) {
-    line.add_number(" major=0x", status.major, 16);
-    line.add_number(" minor=0x", status.minor, 16);
+void put_oid(Line &line, const qxgss_OID_desc &oid) {
+    constexpr OM_uint32 kMostOctets = 40;
+    const auto *const octets = static_cast<const unsigned char *>(oid.elements);
+    for (OM_uint32 i = 0; i != std::min(oid.length, kMostOctets); ++i)
+        line.print(i != 0 ? ".%02x" : "%02x", unsigned{octets[i]});
 }
 
-template <typename Enumeration> void add_word(Line &line, const char *label, Enumeration value) {
-    const std::string_view name = word(value);
-    if (name.empty())
-        return line.add_number(label, static_cast<OM_uint32>(value));
-    line.add_text(label, name, kMostOfName);
+template <typename Enumeration> void put_word(Line &line, std::string_view label, Enumeration value) {
+    line.put(label);
+    if (word(value).empty())
+        return line.print("%u", static_cast<unsigned>(value));
+    line.quote(word(value));
 }
 
-// The number of the context, which it gets with its first line.
-void begin(Line &line, NegLog_desc &log, OM_uint32 is_initiator, OM_uint32 token_number) {
-    static std::atomic<OM_uint32> last;
-    if (log.TraceNumber == 0)
-        log.TraceNumber = ++last;
-    add_time(line);
-    line.add_number(" pid=", static_cast<long>(getpid()));
-    line.add_number(" context=", log.TraceNumber);
-    line.add(" role=", is_initiator != 0 ? "client" : "server");
-    line.add_number(" call=", OM_uint64{token_number} + 1);
-}
-
-void add_mechanism(Line &line, const NegLogRecord &record) {
-    const MechInfo_t *mechanism = registered(record.MechIndex);
+void put_mechanism(Line &line, const NegLogRecord &record) {
+    const MechInfo_t *const mechanism = registered(record.MechIndex);
+    line.put(" mechanism=");
     if (mechanism != nullptr && mechanism->pszMechName != nullptr)
-        return line.add_text(" mechanism=", mechanism->pszMechName, kMostOfName);
-    qxgss_OID_desc oid = record.MechOid;
-    const Heap<char> octets(QXNEGO_INT_oid_to_string(&oid));
-    line.add_text(" oid=", octets != nullptr ? octets.get() : "?", kMostOfName);
+        line.quote(mechanism->pszMechName);
+    else
+        put_oid(line, record.MechOid);
+    put_word(line, " state=", record.MechState);
+    put_word(line, " reason=", record.MechReason);
+    if (record.MechReason == NEG_MECH_REASON_GSSAPI_ERROR)
+        line.print(" major=%08X minor=%08X", record.GssMajorStatus, record.GssMinorStatus);
+    if (present(record.GssMinorStatusText)) {
+        line.put(" status=");
+        line.quote({static_cast<const char *>(record.GssMinorStatusText.value), record.GssMinorStatusText.length});
+    }
+    line.print(" established=%s", record.IsCtxEstablished != 0 ? "yes" : "no");
 }
 
-void add_entry(Line &line, const NegLogRecord &record) {
-    add_mechanism(line, record);
-    add_word(line, " state=", record.MechState);
-    add_word(line, " reason=", record.MechReason);
-    line.add(" established=", record.IsCtxEstablished != 0 ? "yes" : "no");
-    if (record.MechReason != NEG_MECH_REASON_GSSAPI_ERROR)
-        return;
-    add_status(line, {record.GssMajorStatus, record.GssMinorStatus});
-    const qxgss_buffer_desc &text = record.GssMinorStatusText;
-    if (present(text))
-        line.add_text(" status=", {static_cast<const char *>(text.value), text.length}, kMostOfStatus);
-}
-
-void add_negotiation(Line &line, OM_uint32 is_policy_applied, NegState_et state, NegState_et peer) {
-    line.add(" policy=", is_policy_applied != 0 ? "applied" : "no");
-    add_word(line, " negotiation=", state);
-    add_word(line, " peer=", peer);
+void put_beginning(Line &line, OM_uint64 elapsed, bool is_client, OM_uint32 calls, const NegContext_desc &negotiation) {
+    put_time(line, negotiation.NegLog.BaseTime + elapsed);
+    line.print(" pid=%ld context=%u role=%s call=%u event=", static_cast<long>(getpid()), negotiation.TraceNumber,
+               is_client ? "client" : "server", calls + 1);
 }
 
 std::string_view event_of(Status outcome) {
@@ -231,32 +209,54 @@ std::string_view event_of(Status outcome) {
     return (outcome.major & GSS_S_CONTINUE_NEEDED) != 0 ? "the call goes on" : "the call is complete";
 }
 
-} // namespace
-
-const bool is_tracing = destination.name[0] != '\0';
-
-void trace_record(const NegLogRecord &record, NegLog_desc &log) {
-    Line line;
-    begin(line, log, record.IsInitiator, record.TokenNum);
-    if (record.pszLogString != nullptr)
-        line.add_text(" event=", record.pszLogString, kMostOfText);
-    if (record.MechOid.elements != nullptr)
-        add_entry(line, record);
-    add_negotiation(line, record.IsPolicyApplied, record.NegState, record.NegStateFromPeer);
-    line.add_number(" ms=", record.ElapsedTime);
-    send_out(line.finish());
+std::size_t write_outcome_line(char *area, Status outcome, const NegContext_desc &negotiation) {
+    Line line(area);
+    put_beginning(line, QXNEGO_INT_GetElapsedTime(negotiation.NegLog.BaseTime), negotiation.IsInitiator != 0,
+                  negotiation.TokenNum, negotiation);
+    line.quote(event_of(outcome));
+    line.print(" major=%08X minor=%08X status=", outcome.major, outcome.minor);
+    const std::string_view own = qxnegoerrtostr(outcome.minor);
+    line.quote(own != "?" ? own : qxgsserrtostr(outcome.minor));
+    return line.end();
 }
 
-void trace_outcome(Status outcome, NegContext_desc &negotiation) {
-    Line line;
-    begin(line, negotiation.NegLog, negotiation.IsInitiator, negotiation.TokenNum);
-    line.add_text(" event=", event_of(outcome), kMostOfText);
-    add_status(line, outcome);
-    const std::string_view own = qxnegoerrtostr(outcome.minor);
-    line.add_text(" status=", own != "?" ? own : qxgsserrtostr(outcome.minor), kMostOfStatus);
-    add_negotiation(line, negotiation.IsPolicyApplied, negotiation.NegState, negotiation.NegStateFromPeer);
-    line.add_number(" ms=", QXNEGO_INT_GetElapsedTime(negotiation.NegLog.BaseTime));
-    send_out(line.finish());
+void number(NegContext_desc &negotiation) {
+    static std::atomic<OM_uint32> last{0};
+    if (negotiation.TraceNumber == 0)
+        negotiation.TraceNumber = ++last;
+}
+
+void send_out(const char *line, std::size_t length) {
+    const Unnoticed unnoticed;
+    std::strcmp(target, "stderr") == 0 ? write_to_stderr(line, length) : write_to_file(line, length);
+}
+
+} // namespace
+
+const bool is_tracing = read_environment();
+
+std::size_t write_trace_line(char *area, const NegLogRecord &record, const NegContext_desc &negotiation) {
+    Line line(area);
+    put_beginning(line, record.ElapsedTime, record.IsInitiator != 0, record.TokenNum, negotiation);
+    line.quote(record.pszLogString != nullptr ? record.pszLogString : "");
+    if (record.MechOid.elements != nullptr)
+        put_mechanism(line, record);
+    line.print(" policy-applied=%s", record.IsPolicyApplied != 0 ? "yes" : "no");
+    put_word(line, " negotiation=", record.NegState);
+    put_word(line, " peer=", record.NegStateFromPeer);
+    return line.end();
+}
+
+[[gnu::cold]] void trace(const NegLogRecord &record, NegContext_desc &negotiation) {
+    number(negotiation);
+    char line[kTraceLine];
+    send_out(line, write_trace_line(line, record, negotiation));
+}
+
+[[gnu::cold]] void trace(Status outcome, NegContext_desc &negotiation) {
+    number(negotiation);
+    char line[kTraceLine];
+    send_out(line, write_outcome_line(line, outcome, negotiation));
 }
 
 } // namespace qxnego

@@ -1,6 +1,5 @@
-// Every decision of any program that negotiates, told as it is made, without a line of code: one line each, to where
-// the variable QXNEGO_TRACE says (qxnego(1)). Nothing of it can block or end the program; what cannot be written is
-// lost.
+// What a negotiation decides, line by line as it decides it, for whoever runs a program: QXNEGO_TRACE=FILE or "stderr".
+// The program does not notice: whatever hinders a line costs that line and nothing else.
 #ifndef QXNEGO_TRACE_H
 #define QXNEGO_TRACE_H
 
@@ -8,13 +7,20 @@
 
 namespace qxnego {
 
-// Read once, when the library is loaded. Whoever traces asks it first.
-extern const bool is_tracing;
+// Bytes of a line at most, which a pipe takes whole or not at all (PIPE_BUF).
+inline constexpr std::size_t kTraceLine = 4096;
 
-void trace_record(const NegLogRecord &record, NegLog_desc &log);
+// Set when the library is loaded; never in a set-uid program (secure_getenv).
+[[gnu::visibility("hidden")]] extern const bool is_tracing;
 
-// What an establishment call gives.
-void trace_outcome(Status outcome, NegContext_desc &negotiation);
+// Writes the line of a record, or of what an establishment call gives, with one write(2); numbers the negotiation at
+// its first.
+void trace(const NegLogRecord &record, NegContext_desc &negotiation);
+void trace(Status outcome, NegContext_desc &negotiation);
+
+// The line in the area of kTraceLine bytes, and its length. It ends with a line end and holds no other; whatever a peer
+// or a mechanism wrote is in it as printable ASCII, in quotation marks, \xNN for other bytes.
+std::size_t write_trace_line(char *area, const NegLogRecord &record, const NegContext_desc &negotiation);
 
 } // namespace qxnego
 

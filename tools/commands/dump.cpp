@@ -159,120 +159,127 @@ void show_foreign(const Foreign &foreign, ByteView token, const DumpOptions &opt
 
 // ---- Logs and user properties --------------------------------------------------------------------------------------
 
-Json number_or_null(OM_uint32 number) {
-    return number == 0 ? Json() : Json(code_text(number));
-}
-
-Json json_of(const qxgss_story_record_desc &record) {
+Json json_of(const LogRecord &record) {
     const auto text = [](const qxgss_buffer_desc &buffer) { return printable(common::bytes_of(&buffer)); };
-    return {{"side", record.IsInitiator != 0 ? "client" : "server"},
-            {"call", record.Call},
-            {"milliseconds", record.ElapsedTime},
-            {"text", text(record.Text)},
-            {"mechanism", printable(mechanism_of(record))},
-            {"peer_view", record.IsPeerView != 0},
-            {"state", qxnego::state_word(record.State)},
-            {"reason", qxnego::reason_word(record.Reason)},
-            {"major", number_or_null(record.MajorStatus)},
-            {"minor", number_or_null(record.MinorStatus)},
-            {"status_text", text(record.StatusText)},
-            {"mechanism_established", record.IsEstablished != 0},
-            {"policy_applied", record.IsPolicyApplied != 0},
-            {"negotiation", qxnego::neg_state_word(record.NegState)},
-            {"peer_negotiation", qxnego::neg_state_word(record.NegStateFromPeer)}};
+    Json out = {{"side", record.IsInitiator != 0 ? "client" : "server"},
+                {"call", record.Call},
+                {"event", text(record.Event)},
+                {"peer_view", record.IsPeerView != 0},
+                {"policy_applied", record.IsPolicyApplied != 0},
+                {"negotiation", qxnego::neg_state_word(record.NegState)},
+                {"negotiation_of_peer", qxnego::neg_state_word(record.NegStateFromPeer)},
+                {"milliseconds", record.ElapsedTime}};
+    if (const std::string mechanism = mechanism_of(record); !mechanism.empty())
+        out.update({{"mechanism", printable(mechanism)},
+                    {"state", state_word(record)},
+                    {"reason", reason_word(record)},
+                    {"established", record.IsCtxEstablished != 0}});
+    if (record.MechReason == QXGSS_MECH_REASON_GSSAPI_ERROR)
+        out.update({{"major", code_text(record.MajorStatus)},
+                    {"minor", code_text(record.MinorStatus)},
+                    {"status_text", text(record.StatusText)}});
+    return out;
 }
 
-Json json_of_log(const SavedStory &story) {
+Json json_of_log(const SavedLog &log) {
     Json mechanisms = Json::array(), events = Json::array();
-    for (const LogRecord &record : last_records(story))
-        mechanisms.push_back({{"mechanism", printable(record.mechanism)},
-                              {"state", record.state},
-                              {"reason", record.reason},
-                              {"status_text", printable(record.status_text)}});
-    for (const qxgss_story_record_desc &record : story.records())
+    for (const LogRecord *record : last_records(log))
+        mechanisms.push_back({{"mechanism", printable(mechanism_of(*record))},
+                              {"state", state_word(*record)},
+                              {"reason", reason_word(*record)},
+                              {"status_text", printable(common::bytes_of(&record->StatusText))}});
+    for (const LogRecord &record : log.records())
         events.push_back(json_of(record));
-    return {
-        {"mechanisms", mechanisms}, {"note", settled_note(story)}, {"events", events}, {"log", lines_of(story.log())}};
+    return {{"host", printable(common::bytes_of(&log.facts().Host))},
+            {"written", printable(common::bytes_of(&log.facts().Time))},
+            {"mechanisms", mechanisms},
+            {"note", settled_note(log)},
+            {"events", events},
+            {"log", lines_of(log.text())}};
 }
 
-Json json_of_records(const UserProperties &properties) {
+Json json_of_properties(const SavedLog &log) {
     Json records = Json::array();
-    for (const Property &record : properties.records)
-        records.push_back(
-            {{"id", record.id}, {"name", record.name}, {"length", record.length}, {"value", record.value}});
+    for (const Property &property : log.properties())
+        records.push_back({{"id", property.Id},
+                           {"name", name_of(property)},
+                           {"length", property.Record.length},
+                           {"value", value_of(property)}});
     return {{"records", records}};
 }
 
-void show_log(const SavedStory &story, const DumpOptions &options) {
-    if (options.json) {
-        std::cout << json_of_log(story).dump(2) << '\n';
-        return;
-    }
-    print_log(std::cout, story.log());
-    print_records(std::cout, last_records(story));
-    if (const std::string note = settled_note(story); !note.empty())
+Json json_of(const SavedLog &log) {
+    Json out = log.properties().empty() ? Json::object() : json_of_properties(log);
+    if (!log.text().empty())
+        out.update(json_of_log(log));
+    return out;
+}
+
+void print_text(const SavedLog &log) {
+    print_log(std::cout, log.text());
+    print_last_records(std::cout, log);
+    if (const std::string note = settled_note(log); !note.empty())
         std::cout << '\n' << note << '\n';
 }
 
-void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {
-    if (properties.records.empty() || properties.end != buffer.size())
-        throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
+void require_whole(const SavedLog &log, ByteView content, const std::string &file) {
+    if (!log.properties().empty() && log.facts().PropertyEnd != content.size())
+        throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(log.facts().PropertyEnd),
+                      kExitUsage);
 }
 
-void show_page(const SavedStory &story, const std::string &file) {
-    if (story.log().empty())
+void show_page(const std::optional<SavedLog> &log, const std::string &file) {
+    if (!log || log->text().empty())
         throw Failure(shown_name(file) + ": holds no negotiation log", kExitUsage);
-    std::cout << page_of(story, {"Negotiation in " + shown_name(file)});
+    std::cout << page_of(&*log, {"Negotiation in " + shown_name(file)});
 }
 
-void show_story(ByteView content, const SavedStory &story, const DumpOptions &options) {
-    const UserProperties properties = read_properties(content);
-    if (properties.records.empty())
-        return show_log(story, options);
+void show_saved(const SavedLog &log, ByteView content, const DumpOptions &options) {
     if (options.json) {
-        Json out = json_of_records(properties);
-        if (!properties.log.empty())
-            out.update(json_of_log(story));
-        std::cout << out.dump(2) << '\n';
+        std::cout << json_of(log).dump(2) << '\n';
     } else {
-        print_properties(std::cout, properties);
-        if (!properties.log.empty())
-            show_log(story, options);
+        if (!log.properties().empty())
+            print_properties(std::cout, log);
+        if (!log.text().empty())
+            print_text(log);
     }
-    require_whole(properties, content, options.file);
+    require_whole(log, content, options.file);
 }
 
 } // namespace
 
 void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
+    const std::optional<SavedLog> log = SavedLog::read(content);
     if (options.html)
-        return show_page(SavedStory(content), options.file);
-    if (const SavedStory story(content); story.end() != 0)
-        return show_story(content, story, options);
+        return show_page(log, options.file);
+    if (log)
+        return show_saved(*log, content, options);
     if (const std::optional<Foreign> foreign = read_foreign(content))
         return show_foreign(*foreign, content, options);
     show_token(content, options);
 }
 
 void run_log(const DumpOptions &options) {
-    const Bytes content = read_dumped_file(options.file);
-    const SavedStory story(content);
-    if (story.log().empty())
+    const std::optional<SavedLog> log = SavedLog::read(read_dumped_file(options.file));
+    if (!log || log->text().empty())
         throw Failure(shown_name(options.file) + ": holds no negotiation log", kExitUsage);
-    show_log(story, options);
+    if (options.json)
+        std::cout << json_of_log(*log).dump(2) << '\n';
+    else
+        print_text(*log);
 }
 
 void run_properties(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    const UserProperties properties = read_properties(content);
-    if (properties.records.empty())
+    const std::optional<SavedLog> log = SavedLog::read(content);
+    if (!log || log->properties().empty())
         throw Failure(shown_name(options.file) + ": holds no user properties", kExitUsage);
     if (options.json)
-        std::cout << json_of_records(properties).dump(2) << '\n';
+        std::cout << json_of_properties(*log).dump(2) << '\n';
     else
-        print_properties(std::cout, properties);
-    require_whole(properties, content, options.file);
+        print_properties(std::cout, *log);
+    require_whole(*log, content, options.file);
 }
 
 } // namespace tools

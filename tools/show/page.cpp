@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 
-#include "gssp2qxnego/words.h"
 #include "tools/show/codes.h"
 #include "tools/show/log.h"
 #include "tools/show/remedies.h"
@@ -14,7 +14,7 @@ namespace tools {
 namespace {
 
 using common::bytes_of;
-using Record = qxgss_story_record_desc;
+using Record = LogRecord;
 
 constexpr std::size_t kMostRecords = 5'000; // that are looked at
 constexpr std::size_t kMostMechanisms = 32; // with these three a page stays within its size
@@ -90,12 +90,12 @@ Markup class_of(OM_uint32 state) {
 
 // "Rejected, Due to Policy"; of an available one only what it has come to.
 void put_state(Page &page, const Record &record) {
-    page.text(qxnego::state_word(record.State));
-    if (record.State != QXGSS_MECH_STATE_AVAILABLE && record.Reason != 0)
+    page.text(state_word(record));
+    if (record.MechState != QXGSS_MECH_STATE_AVAILABLE && record.MechReason != 0)
         page << ", ";
-    if (record.State != QXGSS_MECH_STATE_AVAILABLE)
-        page.text(qxnego::reason_word(record.Reason));
-    if (record.IsEstablished != 0)
+    if (record.MechState != QXGSS_MECH_STATE_AVAILABLE)
+        page.text(reason_word(record));
+    if (record.IsCtxEstablished != 0)
         page << ", established";
 }
 
@@ -107,14 +107,14 @@ struct Segment {
 };
 
 bool is_same(const Record &a, const Record &b) {
-    return a.State == b.State && a.Reason == b.Reason && a.IsEstablished == b.IsEstablished;
+    return a.MechState == b.MechState && a.MechReason == b.MechReason && a.IsCtxEstablished == b.IsCtxEstablished;
 }
 
 // What a side says of a mechanism, from each change to the next.
 std::vector<Segment> segments_of(const std::vector<Record> &records, const std::string &mechanism, bool is_peer_view) {
     std::vector<Segment> segments;
     for (const Record &record : records) {
-        if ((record.IsPeerView != 0) != is_peer_view || record.State == 0 || mechanism_of(record) != mechanism)
+        if ((record.IsPeerView != 0) != is_peer_view || record.MechState == 0 || mechanism_of(record) != mechanism)
             continue;
         if (segments.empty() || !is_same(*segments.back().record, record))
             segments.push_back({&record, record.ElapsedTime});
@@ -139,7 +139,7 @@ void put_band(Page &page, const std::vector<Record> &records, const std::string 
     page << "<p><small>" << (is_peer_view ? Markup("as told by the ") : Markup("at the ")) << side_word(is_client)
          << "</small></p><div class=\"band\">";
     for (const Segment &segment : std::span(segments).first(std::min(segments.size(), kMostSegments))) {
-        page << "<div class=\"s" << class_of(segment.record->State)
+        page << "<div class=\"s" << class_of(segment.record->MechState)
              << "\" style=\"flex-grow:" << width_of(segment, records.back().ElapsedTime) << "\">";
         put_state(page, *segment.record);
         page << "<br><small>from " << segment.record->ElapsedTime << " ms</small></div>";
@@ -185,13 +185,13 @@ void put_card(Page &page, const Record &record) {
     const std::string mechanism = mechanism_of(record);
     page << "<div class=\"card\"><h3>";
     page.text(mechanism) << ": ";
-    page.text(qxnego::reason_word(record.Reason)) << "</h3>";
-    if (const ReasonRemedy *reason = find_reason(record.Reason); reason != nullptr) {
+    page.text(reason_word(record)) << "</h3>";
+    if (const ReasonRemedy *reason = find_reason(record.MechReason); reason != nullptr) {
         page << "<p>";
         page.text(reason->meaning) << "<br>What to do: ";
         page.text(reason->remedy) << "</p>";
     }
-    if (record.Reason == QXGSS_MECH_REASON_GSSAPI_ERROR) {
+    if (record.MechReason == QXGSS_MECH_REASON_GSSAPI_ERROR) {
         page << "<p>It says: &quot;";
         page.text(bytes_of(&record.StatusText), common::kMostOfLine) << "&quot;</p>";
         put_remedy(page, "Major status", record.MajorStatus, find_major_remedy(record.MajorStatus));
@@ -204,9 +204,9 @@ void put_remedies(Page &page, const std::vector<Record> &records) {
     bool is_first = true;
     for (const std::string &mechanism : mechanisms_of(records)) {
         const auto last = std::ranges::find_if(records.rbegin(), records.rend(), [&](const Record &record) {
-            return record.IsPeerView == 0 && record.State != 0 && mechanism_of(record) == mechanism;
+            return record.IsPeerView == 0 && record.MechState != 0 && mechanism_of(record) == mechanism;
         });
-        if (last == records.rend() || last->State != QXGSS_MECH_STATE_REJECTED)
+        if (last == records.rend() || last->MechState != QXGSS_MECH_STATE_REJECTED)
             continue;
         if (std::exchange(is_first, false))
             page << "<h2>Why, and what to do</h2>";
@@ -225,24 +225,17 @@ void put_arrow(Page &page, bool is_from_client, std::uint64_t time, std::size_t 
          << "</div>";
 }
 
-// The words of the event, without the operation that wrote them.
-std::string_view event_of(const Record &record) {
-    const std::string_view text = bytes_of(&record.Text);
-    const std::size_t colon = text.find(": ");
-    return colon == text.npos ? text : text.substr(colon + 2);
-}
-
 void put_event(Page &page, const Record &record) {
     const bool is_client = (record.IsInitiator != 0) != (record.IsPeerView != 0);
     page << "<div class=\"e" << (is_client ? Markup(" c") : Markup(" v"))
-         << (record.IsPeerView != 0 ? Markup(" told") : Markup("")) << class_of(record.State) << "\">";
-    if (record.State != 0) {
+         << (record.IsPeerView != 0 ? Markup(" told") : Markup("")) << class_of(record.MechState) << "\">";
+    if (record.MechState != 0) {
         page << "<b>";
         page.text(mechanism_of(record)) << "</b> ";
         put_state(page, record);
         page << "<br>";
     }
-    page.text(event_of(record)) << " <small>" << record.ElapsedTime << " ms</small>";
+    page.text(bytes_of(&record.Event)) << " <small>" << record.ElapsedTime << " ms</small>";
     if (record.StatusText.length != 0) {
         page << "<br>&quot;";
         page.text(bytes_of(&record.StatusText)) << "&quot;";
@@ -291,8 +284,8 @@ void put_lines(Page &page, const PageFacts &facts) {
 
 } // namespace
 
-std::string page_of(const SavedStory &story, const PageFacts &facts) {
-    std::vector<Record> records = story.records();
+std::string page_of(const SavedLog *log, const PageFacts &facts) {
+    std::vector<Record> records = log == nullptr ? std::vector<Record>() : log->records();
     const std::size_t count = records.size();
     records.resize(std::min(count, kMostRecords));
     Page page;
@@ -300,7 +293,7 @@ std::string page_of(const SavedStory &story, const PageFacts &facts) {
     page.text(facts.title) << "</title></head><body><h1>";
     page.text(facts.title) << "</h1>";
     put_lines(page, facts);
-    if (const std::string note = settled_note(story); !note.empty()) {
+    if (const std::string note = log == nullptr ? "" : settled_note(*log); !note.empty()) {
         page << "<p class=\"note\">";
         page.text(note, common::kMostOfLine) << "</p>";
     }

@@ -134,7 +134,8 @@ std::string page_of(const Story &story) {
     for (const Call &call : story.calls)
         if (call.name == (story.is_client ? "init_sec_context" : "accept_sec_context"))
             facts.tokens.push_back(call.token.size());
-    return page_of(SavedStory(story.properties), facts);
+    const std::optional<SavedLog> log = SavedLog::read(story.properties);
+    return page_of(log ? &*log : nullptr, facts);
 }
 
 Bytes encode(const Story &story) {

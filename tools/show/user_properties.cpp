@@ -2,7 +2,6 @@
 
 #include "qxgss/qxgss_records.h"
 #include "tools/show/oids.h"
-#include "tools/show/saved_story.h"
 #include "tools/show/table.h"
 
 namespace tools {
@@ -18,45 +17,31 @@ std::string attributes_value(ByteView record) {
            flag(offsetof(qxgss_data_attributes_t, qxgss_MechPolicyApplied));
 }
 
-std::string data_value(OM_uint32 id, ByteView data) {
-    switch (id) {
-    case QXGSS_DATA_ID_MECHOIDDER:
-        return hex(data, ".") + " (" + dotted_oid(data) + ")";
-    case QXGSS_DATA_ID_QXNEGOLOG:
-        return "the negotiation log, " + std::to_string(data.size()) + " bytes of text";
-    default:
-        return printable(as_text(data));
-    }
-}
-
-std::string value_of(const qxgss_story_property_desc &property) {
-    const ByteView record = as_bytes(common::bytes_of(&property.Record));
-    if (property.Id == QXGSS_DATA_ID_ATTRIBUTES)
-        return attributes_value(record);
-    if (property.Data.value == nullptr)
-        return hex(record.subspan(sizeof(qxat_data_header_t)));
-    return data_value(property.Id, as_bytes(common::bytes_of(&property.Data)));
-}
-
 } // namespace
 
-UserProperties read_properties(ByteView buffer) {
-    const SavedStory story(buffer);
-    UserProperties out;
-    for (const qxgss_story_property_desc &property : story.properties())
-        out.records.push_back({property.Id, property.Record.length,
-                               property.pszName != nullptr ? property.pszName : "(unknown)", value_of(property)});
-    if (!out.records.empty()) {
-        out.log = story.log();
-        out.end = story.end();
-    }
-    return out;
+std::string name_of(const Property &property) {
+    return property.pszName == nullptr ? "(unknown)" : property.pszName;
 }
 
-void print_properties(std::ostream &out, const UserProperties &properties) {
+std::string value_of(const Property &property) {
+    const ByteView record = as_bytes(common::bytes_of(&property.Record));
+    const std::string_view data = common::bytes_of(&property.Data);
+    if (property.Id == QXGSS_DATA_ID_ATTRIBUTES)
+        return attributes_value(record);
+    if (data.data() == nullptr)
+        return hex(record.subspan(sizeof(qxat_data_header_t)));
+    if (property.Id == QXGSS_DATA_ID_MECHOIDDER)
+        return hex(as_bytes(data), ".") + " (" + dotted_oid(as_bytes(data)) + ")";
+    if (property.Id == QXGSS_DATA_ID_QXNEGOLOG)
+        return "the negotiation log, " + std::to_string(data.size()) + " bytes of text";
+    return printable(data);
+}
+
+void print_properties(std::ostream &out, const SavedLog &log) {
     Table table({"id", "name", "length", "value"});
-    for (const Property &record : properties.records)
-        table.add({std::to_string(record.id), record.name, std::to_string(record.length), record.value});
+    for (const Property &property : log.properties())
+        table.add({std::to_string(property.Id), name_of(property), std::to_string(property.Record.length),
+                   value_of(property)});
     table.print(out);
 }
 
