@@ -178,7 +178,7 @@ void sort_by_preference(std::span<NegMechEntry_desc> list) {
 void mark_first(std::span<NegMechEntry_desc> list) {
     for (std::size_t i = 0; i != list.size(); ++i) {
         const Found found = find_mechanism(list.first(i), *list[i].pMechOid, QXNEGO_E_SUCCESSFUL);
-        list[i].IsFirstOfOid = found.number < 0 && !found.status.failed() ? 1 : 0;
+        list[i].IsFirstOfOid = found.number < 0 && !found.status.failed();
     }
 }
 

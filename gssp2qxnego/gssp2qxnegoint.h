@@ -89,8 +89,8 @@ struct NegMechEntry_desc {
     OM_uint32 AuthorizationSupported;
     OM_sint32 MechanismRank;
     OM_sint32 SingleSignOn;
-    OM_uint32 IsStateFromPeer; // state, reason and statuses are what the peer says
-    OM_uint32 IsFirstOfOid;    // known to be: no entry before it has the same OID
+    bool IsStateFromPeer; // state, reason and statuses are what the peer says
+    bool IsFirstOfOid;    // known to be: no entry before it has the same OID
 };
 using NegMechEntry_t = NegMechEntry_desc *;
 
