@@ -39,6 +39,8 @@ is_there() {
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
     libgtest-dev) has_header gtest/gtest.h ;;
+    build-essential) dpkg-query -s build-essential >/dev/null 2>&1 ;;
+    debhelper) has_program dh ;;
     krb5-kdc) has_program krb5kdc ;;
     krb5-admin-server) has_program kadmin.local ;;
     krb5-user) has_program kinit ;;

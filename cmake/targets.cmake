@@ -9,6 +9,9 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A library's calls of itself are bound when it is linked.
   target_compile_options(qxnego_settings INTERFACE "$<$<CONFIG:Release>:-fno-plt;-fno-semantic-interposition>")
+  if(QXNEGO_STATIC) # for linkers that do not optimise across files
+    target_compile_options(qxnego_settings INTERFACE -ffat-lto-objects)
+  endif()
   if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13) # it warns of the standard library's own strings at -O3
     target_compile_options(qxnego_settings INTERFACE -Wno-restrict)
   endif()
@@ -24,7 +27,7 @@ endif()
 
 # All shared objects in one place, so that a program run from the build tree finds them.
 function(qxnego_settle name)
-  target_link_libraries(${name} PRIVATE qxnego_settings)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:qxnego_settings>)
   set_target_properties(${name} PROPERTIES
     C_STANDARD 11 C_VISIBILITY_PRESET hidden
     CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
@@ -49,6 +52,22 @@ function(qxnego_shared_library name map)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
+endfunction()
+
+# qxnego_static_library(NAME OBJECTS object... NEEDS library...): NAME-static, the same as an archive, for programs that
+# want no shared one.
+function(qxnego_static_library name)
+  cmake_parse_arguments(arg "" "" "OBJECTS;NEEDS" ${ARGN})
+  if(NOT QXNEGO_STATIC)
+    return()
+  endif()
+  qxnego_library(${name}-static STATIC)
+  set_target_properties(${name}-static PROPERTIES
+    OUTPUT_NAME ${name} ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+  foreach(objects IN LISTS arg_OBJECTS)
+    target_sources(${name}-static PRIVATE $<TARGET_OBJECTS:${objects}>)
+  endforeach()
+  target_link_libraries(${name}-static INTERFACE ${arg_NEEDS})
 endfunction()
 
 # qxnego_program(NAME SOURCE...)

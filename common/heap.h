@@ -42,33 +42,53 @@ inline Heap<char> copy_text(const char *text) {
     return Heap<char>(strdup(text));
 }
 
-// A NUL-terminated copy of bytes that may hold a secret, wiped when it goes; on the stack when it has a usual length.
-// Null when memory is lacking.
-class SecretText {
+// A text that may be a secret: wiped before it is freed.
+struct WipeAndFree {
+    void operator()(char *text) const {
+        explicit_bzero(text, std::strlen(text));
+        std::free(text);
+    }
+};
+using Secret = std::unique_ptr<char, WipeAndFree>;
+
+// Room for something secret, wiped when it goes; on the stack when no more than Usual bytes are wanted. There is none
+// of 0 bytes, which is what one more than any length can come to.
+template <std::size_t Usual> class SecretRoom {
   public:
-    explicit SecretText(std::string_view bytes) : size_(bytes.size() + 1) {
-        if (bytes.size() >= sizeof usual_) {
-            large_.reset(size_ == 0 ? nullptr : static_cast<char *>(std::malloc(size_)));
-            text_ = large_.get();
-        }
-        if (text_ == nullptr)
+    explicit SecretRoom(std::size_t size)
+        : size_(size), room_(size > Usual ? static_cast<char *>(std::malloc(size))
+                             : size > 0   ? usual_
+                                          : nullptr) {}
+    SecretRoom(const SecretRoom &) = delete;
+    SecretRoom &operator=(const SecretRoom &) = delete;
+    ~SecretRoom() {
+        if (room_ == nullptr)
             return;
-        bytes.copy(text_, bytes.size());
-        text_[bytes.size()] = '\0';
+        explicit_bzero(room_, size_);
+        if (room_ != usual_)
+            std::free(room_);
     }
-    SecretText(const SecretText &) = delete;
-    SecretText &operator=(const SecretText &) = delete;
-    ~SecretText() {
-        if (text_ != nullptr)
-            explicit_bzero(text_, size_);
-    }
-    const char *get() const { return text_; }
+    char *get() const { return room_; } // null when memory is lacking
 
   private:
     std::size_t size_;
-    char usual_[256]; // not cleared: what is read of it was written before
-    Heap<char> large_;
-    char *text_ = usual_;
+    char usual_[Usual]; // not cleared: what is read of it was written before
+    char *room_;
+};
+
+// A NUL-terminated copy of bytes that may hold a secret. Null when memory is lacking.
+class SecretText {
+  public:
+    explicit SecretText(std::string_view bytes) : room_(bytes.size() + 1) {
+        if (room_.get() == nullptr)
+            return;
+        bytes.copy(room_.get(), bytes.size());
+        room_.get()[bytes.size()] = '\0';
+    }
+    const char *get() const { return room_.get(); }
+
+  private:
+    SecretRoom<256> room_;
 };
 
 } // namespace common

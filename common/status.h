@@ -3,6 +3,8 @@
 #ifndef COMMON_STATUS_H
 #define COMMON_STATUS_H
 
+#include <type_traits>
+
 #include "qxgss/qxgss.h"
 
 namespace common {
@@ -42,7 +44,7 @@ Status ask(OM_uint32 (*operation)(OM_uint32 *, Parameters...), Arguments &&...ar
     return status;
 }
 
-template <typename T> void set_if_given(T *pOutput, T value) {
+template <typename T> void set_if_given(T *pOutput, std::type_identity_t<T> value) {
     if (pOutput != nullptr)
         *pOutput = value;
 }

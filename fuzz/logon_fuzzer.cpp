@@ -6,7 +6,7 @@
 
 #include "fuzz/input.h"
 #include "gssp2qxnego/gssp2qxnegoint.h"
-#include "qxat/qxatldapauthorize.h"
+#include "qxat/qxatint.h"
 #include "tests/failing_heap.h"
 
 using fuzz::require;

@@ -3,23 +3,29 @@
 // Every record goes into a zeroed buffer and has a length that is a multiple of 4; what does not fit is an error, never
 // cut.
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <span>
 
 #include "common/heap.h"
+#include "common/records.h"
 #include "common/status.h"
-#include "qxat/qxatldapauthorize.h"
+#include "qxat/qxatint.h"
 
 namespace {
 
 constexpr char kExternalUser[] = "extuser";
 
-using Bytes = common::Heap<unsigned char>;
+using common::Record;
+using common::Status;
+
+Status outcome(OM_uint32 minor) {
+    return {minor == GSSP_E_SUCCESS ? GSS_S_COMPLETE : GSS_S_FAILURE, minor};
+}
 
 OM_uint32 report(OM_uint32 *pMinorStatus, OM_uint32 minor) {
-    return common::report(pMinorStatus, minor == GSSP_E_SUCCESS ? GSS_S_COMPLETE : GSS_S_FAILURE, minor);
+    return common::report(pMinorStatus, outcome(minor));
 }
 
 std::span<qxs_name_t> entries(qxs_namelist_t names) {
@@ -61,7 +67,7 @@ bool choose(qxs_namelist_t names, const char *desired, const char *&chosen) {
 struct Grant {
     const char *user;
     const char *domain;
-    unsigned char authorized;
+    char authorized;
     const char *profile;
     qxs_namelist_t roles;
     const char *authcid;
@@ -69,21 +75,41 @@ struct Grant {
     const char *service;
 };
 
-template <typename F> void each_item(const Grant &grant, F put) {
+// The records in their order; null when memory is lacking. At most a fixed number and the roles.
+common::Heap<Record[]> records_of(const Grant &grant, std::size_t &n) {
+    const std::span<qxs_name_t> roles = entries(grant.roles);
+    common::Heap<Record[]> records = common::zeroed<Record>(8 + roles.size());
+    if (records == nullptr)
+        return records;
     const auto put_text = [&](qxgss_data_id_t id, const char *text) {
         if (text != nullptr)
-            put(id, text);
+            records[n++] = {id, text};
     };
     put_text(QXGSS_DATA_ID_USERNAME, grant.user);
     put_text(QXGSS_DATA_ID_DOMAIN, grant.domain);
-    put(QXGSS_DATA_ID_ATTRIBUTES, &grant.authorized);
+    records[n++] = {QXGSS_DATA_ID_ATTRIBUTES, {&grant.authorized, 1}};
     put_text(QXGSS_DATA_ID_PROFILE, grant.profile);
-    for (const char *role : entries(grant.roles))
+    for (const char *role : roles)
         put_text(QXGSS_DATA_ID_ROLE, role);
     put_text(QXGSS_DATA_ID_MECHDATA, grant.authcid);
     put_text(QXGSS_DATA_ID_AUDITTRAIL_ID, grant.authcid);
     put_text(QXGSS_DATA_ID_AUTHUSERSTRING, grant.address);
     put_text(QXGSS_DATA_ID_SERVICE, grant.service);
+    return records;
+}
+
+// A minor status: 0 when a record does not fit.
+OM_uint32 write(std::span<const Record> records, qxgss_buffer_t props) {
+    if (common::length_of(records) == 0)
+        return 0;
+    *props = common::write_records({}, records);
+    return props->value != nullptr ? GSSP_E_SUCCESS : QXAT_E_MALLOC;
+}
+
+OM_uint32 write_grant(const Grant &grant, qxgss_buffer_t props) {
+    std::size_t n = 0;
+    const common::Heap<Record[]> records = records_of(grant, n);
+    return records != nullptr ? write({records.get(), n}, props) : QXAT_E_MALLOC;
 }
 
 bool is_item(qxgss_data_id_t id) {
@@ -91,88 +117,34 @@ bool is_item(qxgss_data_id_t id) {
            (id >= QXGSS_DATA_ID_ATTRIBUTES && id <= QXGSS_DATA_ID_PROFILE);
 }
 
-std::size_t item_length(qxgss_data_id_t id, const void *from) {
-    if (id == QXGSS_DATA_ID_ATTRIBUTES)
-        return sizeof(qxgss_data_attributes_t);
-    return qxgss_record_length(id, std::strlen(static_cast<const char *>(from)));
-}
-
-// Returns a minor status: 0 when an item does not fit its record.
-OM_uint32 write_grant(const Grant &grant, qxgss_buffer_t props) {
-    std::size_t size = 0;
-    each_item(grant, [&](qxgss_data_id_t id, const void *from) { size += item_length(id, from); });
-    Bytes bytes(static_cast<unsigned char *>(std::calloc(size, 1)));
-    if (bytes == nullptr)
-        return QXAT_E_MALLOC;
-    bool fits = true;
-    std::size_t at = 0;
-    each_item(grant, [&](qxgss_data_id_t id, const void *from) {
-        const std::size_t length = InsertItem(bytes.get() + at, id, from, size - at);
-        fits = fits && length != 0;
-        at += length;
-    });
-    if (!fits)
-        return 0;
-    *props = {at, bytes.release()};
-    return GSSP_E_SUCCESS;
-}
-
+// A mechanism in the forms that the framework knows.
 struct Identity {
     const char *name = nullptr;
     const char *oid = nullptr;
     OM_uint32 der_length = 0;
-    Bytes der;
+    common::Heap<unsigned char> der;
+
+    std::string_view der_text() const { return {reinterpret_cast<const char *>(der.get()), der_length}; }
 };
 
-OM_uint32 identify(OM_uint32 *pMinorStatus, qxgss_OID mechoid, Identity &mechanism) {
-    OM_uint32 major = gssp_oid_to_mechstr(pMinorStatus, mechoid, &mechanism.name);
-    if (major == GSS_S_COMPLETE)
-        major = gssp_mechstr_to_oidstr(pMinorStatus, mechanism.name, &mechanism.oid);
+Status identify(qxgss_OID mechoid, Identity &mechanism) {
+    Status status = common::ask<0>(gssp_oid_to_mechstr, mechoid, &mechanism.name);
+    if (status.major == GSS_S_COMPLETE)
+        status = common::ask<0>(gssp_mechstr_to_oidstr, mechanism.name, &mechanism.oid);
     unsigned char *der = nullptr;
-    if (major == GSS_S_COMPLETE)
-        major = gssp_oidstr_to_oidder(pMinorStatus, 0, 0, mechanism.oid, &mechanism.der_length, &der);
+    if (status.major == GSS_S_COMPLETE)
+        status = common::ask<0>(gssp_oidstr_to_oidder, 0, 0, mechanism.oid, &mechanism.der_length, &der);
     mechanism.der.reset(der);
-    return major;
+    return status;
 }
 
-struct Item {
-    qxgss_data_id_t id;
-    const void *data;
-    std::size_t size;
-    std::size_t length() const { return qxgss_record_length(id, size); }
-};
-
-// The new records, of which the first is an attributes record unless `props` had one to mark.
-OM_uint32 write_identity(const Identity &mechanism, unsigned char authenticated, qxgss_buffer_t props,
-                         qxgss_buffer_t newprops) {
-    const Item items[] = {{QXGSS_DATA_ID_MECHNAME, mechanism.name, std::strlen(mechanism.name)},
-                          {QXGSS_DATA_ID_MECHOIDSTR, mechanism.oid, std::strlen(mechanism.oid)},
-                          {QXGSS_DATA_ID_MECHOIDDER, mechanism.der.get(), mechanism.der_length}};
-    std::size_t size = 0;
-    for (const Item &item : items) {
-        if (item.length() == 0)
-            return 0;
-        size += item.length();
-    }
-    constexpr std::size_t kFlag = offsetof(qxgss_data_attributes_t, qxgss_Authenticated);
-    const bool marked =
-        props != nullptr && props->value != nullptr &&
-        qxgss_mark_attributes(static_cast<unsigned char *>(props->value), props->length, kFlag, authenticated) != 0;
-    size += marked ? 0 : sizeof(qxgss_data_attributes_t);
-    auto *at = static_cast<unsigned char *>(std::calloc(size, 1));
-    if (at == nullptr)
-        return QXAT_E_MALLOC;
-    *newprops = {size, at};
-    if (!marked) {
-        qxgss_put_attributes(at, 2);
-        at[kFlag] = authenticated;
-        at += sizeof(qxgss_data_attributes_t);
-    }
-    for (const Item &item : items) {
-        qxgss_put_record(at, item.id, item.length(), item.data, item.size);
-        at += item.length();
-    }
-    return GSSP_E_SUCCESS;
+// User, attributes and mechanism, over what they are made from.
+std::array<Record, 5> records_of(std::string_view user, std::string_view attributes, const Identity &mechanism) {
+    return {{{QXGSS_DATA_ID_USERNAME, user},
+             {QXGSS_DATA_ID_ATTRIBUTES, attributes},
+             {QXGSS_DATA_ID_MECHNAME, mechanism.name},
+             {QXGSS_DATA_ID_MECHOIDSTR, mechanism.oid},
+             {QXGSS_DATA_ID_MECHOIDDER, mechanism.der_text()}}};
 }
 
 } // namespace
@@ -197,7 +169,7 @@ OM_uint32 qxat_fill_authorizations(OM_uint32 *pMinorStatus, qxgss_buffer_t props
     const bool authorized = !none && authz->ta_authtype != QXS_AUTHTYPE_LIGHTWEIGHT && user == nullptr;
     const Grant grant{.user = user != nullptr ? user : authz->ta_databasename,
                       .domain = domain,
-                      .authorized = static_cast<unsigned char>(authorized),
+                      .authorized = static_cast<char>(authorized),
                       .profile = profile,
                       .roles = none ? nullptr : authz->ta_roles,
                       .authcid = authcid,
@@ -213,12 +185,24 @@ OM_uint32 qxat_fill_mechinfo(OM_uint32 *pMinorStatus, qxgss_buffer_t props, qxgs
     if (newprops == nullptr || authenticated == nullptr || mechoid == nullptr)
         return report(pMinorStatus, QXAT_E_INVALID_INPUT);
     Identity mechanism;
-    OM_uint32 minor = GSSP_E_SUCCESS;
-    if (identify(&minor, mechoid, mechanism) != GSS_S_COMPLETE) {
-        report(pMinorStatus, minor);
-        return GSS_S_FAILURE;
-    }
-    return report(pMinorStatus, write_identity(mechanism, *authenticated, props, newprops));
+    const Status status = identify(mechoid, mechanism);
+    if (status.major != GSS_S_COMPLETE)
+        return common::report(pMinorStatus, common::failure(status.minor));
+    constexpr std::size_t kFlag = offsetof(qxgss_data_attributes_t, qxgss_Authenticated);
+    const char attributes[] = {0, static_cast<char>(*authenticated)};
+    const auto records = records_of({}, {attributes, sizeof attributes}, mechanism);
+    const bool has_attributes = common::mark_attributes(props, kFlag, *authenticated);
+    return report(pMinorStatus, write(std::span(records).subspan(has_attributes ? 2 : 1), newprops));
+}
+
+OM_uint32 qxat_describe_user(OM_uint32 *pMinorStatus, const char *user, size_t length, qxgss_OID mechoid,
+                             qxgss_buffer_t props) {
+    Identity mechanism;
+    const Status status = identify(mechoid, mechanism);
+    if (status.failed())
+        return report(pMinorStatus, status.minor == GSSP_E_NO_MEMORY ? QXAT_E_MALLOC : status.minor);
+    const char attributes[] = {0, 1};
+    return report(pMinorStatus, write(records_of({user, length}, {attributes, sizeof attributes}, mechanism), props));
 }
 
 OM_uint32 qxat_validate_kerberos_logdata(OM_uint32 *pMinorStatus, const char *pLogdata) {
@@ -228,20 +212,10 @@ OM_uint32 qxat_validate_kerberos_logdata(OM_uint32 *pMinorStatus, const char *pL
 }
 
 size_t InsertItem(void *to, qxgss_data_id_t id, const void *from, size_t rem) {
-    const std::size_t length = is_item(id) ? item_length(id, from) : 0;
-    if (length == 0 || length > rem)
-        return 0;
-    auto *record = static_cast<unsigned char *>(to);
-    if (id == QXGSS_DATA_ID_ATTRIBUTES) {
-        qxgss_put_attributes(record, 1);
-        record[offsetof(qxgss_data_attributes_t, qxgss_Authorized)] = *static_cast<const unsigned char *>(from);
-        return length;
-    }
     const auto *text = static_cast<const char *>(from);
-    const std::size_t n = std::strlen(text);
-    qxgss_put_head(record, id, length, n);
-    CopyString(reinterpret_cast<char *>(record + QXGSS_RECORD_DATA_OFFSET), n, '\0', text);
-    return length;
+    const Record record{id, id == QXGSS_DATA_ID_ATTRIBUTES ? std::string_view(text, 1) : std::string_view(text)};
+    const std::size_t length = is_item(id) ? common::length_of(record) : 0;
+    return length != 0 && length <= rem ? common::put(static_cast<unsigned char *>(to), record) : 0;
 }
 
 void CopyString(char *to, size_t size, char fill, const char *from) {

@@ -9,7 +9,8 @@
 #include <memory>
 #include <string_view>
 
-#include "qxat/qxatldapauthorize.h"
+#include "common/heap.h"
+#include "qxat/qxatint.h"
 
 namespace {
 
@@ -17,36 +18,6 @@ struct Keyword {
     std::string_view name;
     char **output;
     OM_uint32 repeated; // minor status of a second occurrence
-};
-
-// A text that is wiped over its whole size before it is freed.
-struct WipeAndFree {
-    std::size_t size;
-    void operator()(char *text) const {
-        explicit_bzero(text, size);
-        std::free(text);
-    }
-};
-
-// Room for one value at a time, as long as the whole string: on the stack for those of usual length. Wiped at the end.
-class WorkBuffer {
-  public:
-    explicit WorkBuffer(std::size_t size)
-        : size_(size), text_(size <= sizeof own_ ? own_ : static_cast<char *>(std::malloc(size))) {}
-    WorkBuffer(const WorkBuffer &) = delete;
-    WorkBuffer &operator=(const WorkBuffer &) = delete;
-    ~WorkBuffer() {
-        if (text_ == own_)
-            explicit_bzero(text_, size_);
-        else if (text_ != nullptr)
-            WipeAndFree{size_}(text_);
-    }
-    char *get() const { return text_; }
-
-  private:
-    std::size_t size_;
-    char own_[1024]; // not cleared: what is read of it was written before
-    char *text_;
 };
 
 struct FreeLogon {
@@ -173,7 +144,7 @@ class LogonParser {
     void drop_outputs() {
         for_each_output([](char **output) {
             if (*output != nullptr)
-                WipeAndFree{std::strlen(*output) + 1}(*output);
+                common::WipeAndFree()(*output);
             *output = nullptr;
         });
     }
@@ -246,7 +217,7 @@ class LogonParser {
     char **upn_;
     const std::array<Keyword, 8> &keywords_; // authcid and password first
     qxat_flags_t flags_;
-    WorkBuffer buffer_;
+    common::SecretRoom<1024> buffer_; // as long as the whole string: for one value at a time
 };
 
 } // namespace

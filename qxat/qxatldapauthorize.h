@@ -1,7 +1,7 @@
 /* The logon-data module: the logon string parser, and the writers of user-properties records from directory data.
  *
  * Every output string is a separate text on the C heap, owned by the caller (free). Success is minor status
- * 0x21000064. */
+ * 0x21000064. For mechanisms: libqxgss exports it. */
 #ifndef QXAT_QXATLDAPAUTHORIZE_H
 #define QXAT_QXATLDAPAUTHORIZE_H
 
@@ -36,22 +36,18 @@ extern "C" {
  * LOGON_AUTHCIDS, LOGON_USERS, LOGON_PROFILES (second one), LOGON_PROPERTY (unknown item, bad principal, no memory for
  * a principal's parts), CALLOC (no memory for another value), 0xE10000CD (null input); every output is then null, and
  * what was made is wiped. */
-OM_uint32 qxat_parse_logon(OM_uint32 *pMinorStatus, const char *input, char **upn, char **authcid, char **password,
-                           char **realm, char **authzid, char **mech, char **user, char **profile, char **encuserprops,
-                           qxat_flags_t f);
-
-/* Reads one value from `in` into `s`, which has room for all of `in` and a NUL; where the next item begins, or null
- * when `in` is used up. `s` is not written when nothing but white space is left. */
-const char *GetString(const char *in, char *s);
+QXGSS_API OM_uint32 qxat_parse_logon(OM_uint32 *pMinorStatus, const char *input, char **upn, char **authcid,
+                                     char **password, char **realm, char **authzid, char **mech, char **user,
+                                     char **profile, char **encuserprops, qxat_flags_t f);
 
 /* Compares at most n bytes without regard to case, as the current locale lower-cases them: 0, or the difference of the
  * lower-cased bytes (0 to 255, so that 0x80 and above order behind ASCII) at the first difference or at the end of the
  * shorter string. */
-int qxat_strnicmp(const char *s1, const char *s2, size_t n);
+QXGSS_API int qxat_strnicmp(const char *s1, const char *s2, size_t n);
 
 /* Compares whole strings likewise, but the lower-cased bytes order as signed 8-bit values (0x80 and above before ASCII
  * and the end of a string): 0, 1 or -1. */
-int qxat_stricmp(const char *s1, const char *s2);
+QXGSS_API int qxat_stricmp(const char *s1, const char *s2);
 
 /* ---- Directory authorization data (directory_records.cpp) ------------------------------------------------------- */
 
@@ -85,26 +81,26 @@ typedef struct qxs_authorizations_struct {
  * desired_profile may be null; takes "extuser" out of authz->ta_user. GSS_S_FAILURE with 0xE10000CD (something required
  * is null), MALLOC, or 0: a user or profile that is requested but not allowed, or not requested but ambiguous, or a
  * text too long for its record. The buffer is then empty. */
-OM_uint32 qxat_fill_authorizations(OM_uint32 *pMinorStatus, qxgss_buffer_t props, const char *authcid,
-                                   const char *domain, qxs_authorizations_t *authz, const char *desired_user,
-                                   const char *desired_profile, unsigned fill_service);
+QXGSS_API OM_uint32 qxat_fill_authorizations(OM_uint32 *pMinorStatus, qxgss_buffer_t props, const char *authcid,
+                                             const char *domain, qxs_authorizations_t *authz, const char *desired_user,
+                                             const char *desired_profile, unsigned fill_service);
 
 /* Writes the records that are to follow `props` (may be null or empty): the mechanism's name, its OID as text and in
  * DER. Sets *authenticated (one byte) in the attributes records of `props`, or in a new one before those three. The
  * caller releases newprops. GSS_S_FAILURE with INVALID_INPUT (null newprops, authenticated or mechoid), MALLOC, 0 (a
  * text too long for its record) or the framework's minor status. */
-OM_uint32 qxat_fill_mechinfo(OM_uint32 *pMinorStatus, qxgss_buffer_t props, qxgss_buffer_t newprops,
-                             const unsigned char *authenticated, qxgss_OID mechoid);
+QXGSS_API OM_uint32 qxat_fill_mechinfo(OM_uint32 *pMinorStatus, qxgss_buffer_t props, qxgss_buffer_t newprops,
+                                       const unsigned char *authenticated, qxgss_OID mechoid);
+
+/* Writes a whole user-properties buffer, which the caller releases, for a user whom the mechanism has authenticated:
+ * the name (`length` bytes of UTF-8), attributes that say so, and the mechanism as above. GSS_S_FAILURE with MALLOC, 0
+ * (a text too long for its record) or the framework's minor status for a mechanism that it does not know; the buffer is
+ * then as it was, or empty. */
+QXGSS_API OM_uint32 qxat_describe_user(OM_uint32 *pMinorStatus, const char *user, size_t length, qxgss_OID mechoid,
+                                       qxgss_buffer_t props);
 
 /* Refuses, with LOGON_PROPERTY, a logon string in which "authcid=" or "password=" occurs (case matters). */
-OM_uint32 qxat_validate_kerberos_logdata(OM_uint32 *pMinorStatus, const char *pLogdata);
-
-/* Writes one record with the string (attributes: the byte, as qxgss_Authorized) at `from`; its length, or 0 for a type
- * that it does not write, a record longer than `rem` or one that does not fit its 16-bit length. */
-size_t InsertItem(void *to, qxgss_data_id_t id, const void *from, size_t rem);
-
-/* Fills exactly `size` bytes: with the string, cut or followed by `fill`. Writes no terminator. */
-void CopyString(char *to, size_t size, char fill, const char *from);
+QXGSS_API OM_uint32 qxat_validate_kerberos_logdata(OM_uint32 *pMinorStatus, const char *pLogdata);
 
 #ifdef __cplusplus
 }

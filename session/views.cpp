@@ -21,30 +21,7 @@ void check(OM_uint32 status, qxgss_session_failure_et kind, const char *line) {
                       status);
 }
 
-class Writer {
-  public:
-    Writer() { run(encoding_.status()); }
-
-    void start(const token::Element &element) { run(gsspasn_start_encode_sequence(encoding_.get(), element.tag)); }
-    void stop(const token::Element &element) { run(gsspasn_stop_encode_sequence(encoding_.get(), element.tag)); }
-    void put(const token::Element &element, const void *value) {
-        run(gsspasn_put_encode_item(encoding_.get(), element.tag, element.type, value));
-    }
-    std::string finish() {
-        common::Buffer out;
-        run(encoding_.close_into(out));
-        return std::string(out.bytes());
-    }
-
-  private:
-    static void run(OM_uint32 status) {
-        check(status, QXGSS_SESSION_FAILURE_RESOURCES, "the verdicts cannot be written");
-    }
-
-    common::Encoding encoding_;
-};
-
-void write(Writer &writer, const MechanismView &mechanism) {
+void write(common::Encoding &writer, const MechanismView &mechanism) {
     const qxgss_buffer_desc oid = common::view(mechanism.oid);
     const qxgss_OID_desc oid_desc = {static_cast<OM_uint32>(oid.length), oid.value};
     const qxgss_buffer_desc text = common::view(std::string_view(mechanism.view.status_text).substr(0, kMaxStatusText));
@@ -136,12 +113,14 @@ qxgss_session_verdict_et verdict_of(const PublicView &client, const PublicView &
 } // namespace
 
 std::string encode_views(const Views &views) {
-    Writer writer;
+    common::Encoding writer;
     writer.start(token::kMechanisms);
     for (const MechanismView &mechanism : std::span(views).first(std::min(views.size(), kMaxViews)))
         write(writer, mechanism);
     writer.stop(token::kMechanisms);
-    return writer.finish();
+    common::Buffer out;
+    check(writer.close_into(out), QXGSS_SESSION_FAILURE_RESOURCES, "the verdicts cannot be written");
+    return std::string(out.bytes());
 }
 
 Views decode_views(std::string_view bytes) {

@@ -177,6 +177,16 @@ expect 2 '/nonexistent: No such file' connect --json localhost:1 --logon-file /n
 expect 2 'tmp: Is a directory' connect --json localhost:1 --logon-file "$TMPDIR"
 printf '%070000d\n' 0 >"$folder/logon"
 expect 2 'logon: its first line is too long' connect --json localhost:1 --logon-file "$folder/logon"
+while IFS='|' read -r logon wrong; do # of a wrong item neither text nor value is shown
+    expect 2 "logon string: item $wrong\$" connect localhost:1 --logon "$logon"
+done <<'END'
+authcid=alice pasword=secret|2 is unknown; "password=" is meant?
+user=a autcid=b|2 is unknown; "authcid=" is meant?
+Authcid=a passwordd=b|2 is unknown; "password=" is meant?
+authcid=a password=two words|3 is not KEYWORD=VALUE .*
+authcid='a''b' password="it's|2 has a quotation mark that is not closed
+authcid=a password=|2 has no value
+END
 expect 2 'bench: Value 0 not in range' connect localhost:1 --bench 0
 expect 2 'x.invalid:1: ' serve --json --listen x.invalid:1
 expect 2 'max-clients' serve --max-clients none
@@ -184,7 +194,7 @@ for command in 'connect localhost:1' 'serve --listen localhost:0'; do
     # shellcheck disable=SC2086 # words
     expect 3 'state:1: ' $command --config "$folder/state"
 done
-expect 4 '127.0.0.1:1: Connection refused' connect --json 127.0.0.1:1
+expect 4 '127.0.0.1:1: Connection refused' connect --json 127.0.0.1:1 --logon 'cn=x@R@@p USER="u v",x y'
 expect 4 'x.invalid:1: ' connect --json x.invalid:1
 
 rm "$folder/verifiers"

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "qxat/qxatldapauthorize.h"
+#include "qxat/qxatint.h"
 #include "tests/support.h"
 
 namespace {

@@ -85,8 +85,8 @@ TEST_P(Mechanism, EstablishesAndTellsWhoAndHow) {
     EXPECT_EQ(server.named(), of.user);
     qxgss_buffer_desc out{};
     ASSERT_EQ(server.table.ftn_gssp_inquire_properties_for_user(nullptr, server.context, &out), GSS_S_COMPLETE);
-    EXPECT_EQ(described(taken(out)),
-              record(9, of.user) + " " + record(15, of.name) + " " + record(16, of.oid) + " " + record(17, octets));
+    EXPECT_EQ(described(taken(out)), record(9, of.user) + " 8:16(2 0 1 0) " + record(15, of.name) + " " +
+                                         record(16, of.oid) + " " + record(17, octets));
 }
 
 TEST_P(Mechanism, RefusesEveryPrefixAndAltersNoNameByAnyChange) {

@@ -2,8 +2,8 @@
 // whether the policy was applied, and last the rendered negotiation log.
 #include <string_view>
 
+#include "common/records.h"
 #include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
-#include "qxgss/qxgss_records.h"
 
 namespace qxnego {
 namespace {
@@ -67,23 +67,14 @@ OM_uint32 QXNEGO_INT_FillQxnegoInfo(OM_uint32 *pMinorStatus, qxgss_buffer_t pPro
     if (props.empty() && IsPolicyApplied == 0 && log.empty())
         return succeed(pMinorStatus);
 
-    const auto policy = static_cast<unsigned char>(IsPolicyApplied);
-    const bool has_attributes = !props.empty() && qxgss_mark_attributes(static_cast<unsigned char *>(pProps->value),
-                                                                        props.size(), kPolicyFlag, policy) != 0;
-    const std::size_t attributes_length = has_attributes ? 0 : sizeof(qxgss_data_attributes_t);
-    const std::size_t log_length = qxgss_record_length(QXGSS_DATA_ID_QXNEGOLOG, log.size());
-    const std::size_t length = props.size() + attributes_length + log_length;
-    unsigned char *at = zeroed<unsigned char>(length).release();
-    *pNewprops = {at != nullptr ? length : 0, at};
-    if (at == nullptr)
+    // Of an attributes record of our own: nothing is known of the user.
+    const char attributes[] = {0, 0, static_cast<char>(IsPolicyApplied)};
+    const common::Record records[] = {{QXGSS_DATA_ID_ATTRIBUTES, {attributes, sizeof attributes}},
+                                      {QXGSS_DATA_ID_QXNEGOLOG, log}};
+    const bool has_attributes =
+        common::mark_attributes(pProps, kPolicyFlag, static_cast<unsigned char>(IsPolicyApplied));
+    *pNewprops = common::write_records(props, std::span(records).subspan(has_attributes ? 1 : 0));
+    if (pNewprops->value == nullptr)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_CALLOC);
-    if (!props.empty())
-        std::memcpy(at, props.data(), props.size());
-    at += props.size();
-    if (!has_attributes) {
-        qxgss_put_attributes(at, 2);
-        at[kPolicyFlag] = policy;
-    }
-    qxgss_put_record(at + attributes_length, QXGSS_DATA_ID_QXNEGOLOG, log_length, log.data(), log.size());
     return succeed(pMinorStatus);
 }

@@ -67,7 +67,7 @@ void warn_of_exposure(qxgss_buffer_t pConfigInfo, const char *file) {
 // Of an acceptor's mechanism: what it costs, and who else can open what it keeps.
 void warn(const MechInfo_t &entry, qxgss_buffer_t pConfigInfo) {
     warn_of_exposure(pConfigInfo, setting_of(entry, "keytab_file"));
-    if (view(entry.pMechOid) != kNtlm)
+    if (bytes_of(entry.pMechOid) != kNtlm)
         return;
     char digits[10];
     const char *const end = std::to_chars(std::begin(digits), std::end(digits), accept_limit(entry)).ptr;
@@ -89,7 +89,7 @@ OM_uint32 HOSTGSS_configure(OM_uint32 *pMinorStatus, OM_uint32 ClientServer, qxg
     const MechInfo_t *entry = entry_being_configured();
     if (entry == nullptr)
         return finish(pMinorStatus, {});
-    const Bytes mech = view(entry->pMechOid), wrong = wrong_setting(*entry);
+    const Bytes mech = bytes_of(entry->pMechOid), wrong = wrong_setting(*entry);
     if (mech == kNegotiator)
         return disable(pMinorStatus, pConfigInfoBuf,
                        {"the host's own negotiator is not served: its tokens hide mechanisms that are not negotiable "
@@ -128,7 +128,7 @@ OM_uint32 HOSTGSS_inquire_names_for_mech(OM_uint32 *pMinorStatus, qxgss_OID pMec
     Status status = mechanisms(host);
     if (status.failed())
         return finish(pMinorStatus, status);
-    if (!contains(host, view(pMechanism)))
+    if (!contains(host, bytes_of(pMechanism)))
         return refuse(pMinorStatus, GSS_S_BAD_MECH, "The host's GSS-API library does not have the mechanism.");
     status.major = gssp_create_empty_oid_set(&status.minor, ppNameTypes);
     for (const qxgss_OID type : {GSS_C_NT_QXAT_MECHDATA, GSS_C_NT_QXAT_MECHDATA_UTF8, GSS_C_NT_QXAT_MECHDATA_UTF16,

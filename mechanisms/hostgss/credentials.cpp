@@ -73,12 +73,12 @@ struct Desired {
     HostNameText name;
 
     Status read(const qxgss_name_desc *pName, bool acceptor) {
-        if (pName == nullptr || pName->Count == 0 || view(&pName->pElements[0].Name).empty())
+        if (pName == nullptr || pName->Count == 0 || bytes_of(&pName->pElements[0].Name).empty())
             return {};
         const qxgss_name_element_desc &element = pName->pElements[0];
         if (is_host_based(element))
-            return name.from_host_based(view(&element.Name)) ? Status{} : kOutOfMemory;
-        const Status status = logon.parse(view(&element.Name));
+            return name.from_host_based(bytes_of(&element.Name)) ? Status{} : kOutOfMemory;
+        const Status status = logon.parse(bytes_of(&element.Name));
         if (status.failed())
             return status;
         if (logon.identity.text().empty())
@@ -97,7 +97,7 @@ class Sources {
   public:
     Status read(const qxgss_name_desc *pName) {
         for (OM_uint32 i = 1; pName != nullptr && i < pName->Count; ++i)
-            if (!read(view(&pName->pElements[i].Name)))
+            if (!read(bytes_of(&pName->pElements[i].Name)))
                 return kOutOfMemory;
         return {};
     }
@@ -136,7 +136,7 @@ Status acquire_desired(const Desired &desired, const Sources &sources, OM_uint32
                        int usage, Credential &credential) {
     if (usage != GSS_C_INITIATE && !may_accept(entry))
         return refusal(GSS_S_NO_CRED, kNotAccepted);
-    const bool is_kerberos = view(entry.pMechOid) == kKerberos;
+    const bool is_kerberos = bytes_of(entry.pMechOid) == kKerberos;
     if (sources.initiate() && usage != GSS_C_ACCEPT && !is_kerberos)
         return refusal(GSS_S_NO_CRED, "The tickets that are to be used are not this mechanism's.");
     CredentialRequest request;
@@ -147,7 +147,7 @@ Status acquire_desired(const Desired &desired, const Sources &sources, OM_uint32
     if (is_kerberos)
         sources.apply(request);
     request.lifetime = lifetime;
-    request.mech = view(entry.pMechOid);
+    request.mech = bytes_of(entry.pMechOid);
     return acquire(request, credential);
 }
 
@@ -160,15 +160,15 @@ using namespace hostgss;
 OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredName, OM_uint32 TimeReq,
                                qxgss_OID_set pDesiredMechs, qxgss_cred_usage_t CredUsage,
                                qxgss_cred_id_t *ppOutputCredHandle, qxgss_OID_set *ppActualMechs, OM_uint32 *pTimeRec) {
-    set<qxgss_OID_set>(ppActualMechs, nullptr);
-    set(pTimeRec, 0U);
+    set_if_given(ppActualMechs, nullptr);
+    set_if_given(pTimeRec, 0U);
     if (ppOutputCredHandle == nullptr)
         return refuse(pMinorStatus, GSS_S_CALL_INACCESSIBLE_WRITE | GSS_S_NO_CRED,
                       "There is no room for the credential.");
     *ppOutputCredHandle = nullptr;
     if (pDesiredMechs == nullptr || pDesiredMechs->count != 1)
         return refuse(pMinorStatus, GSS_S_BAD_MECH, "A credential is acquired for exactly one mechanism.");
-    const MechInfo_t *const entry = entry_of(view(&pDesiredMechs->elements[0]));
+    const MechInfo_t *const entry = entry_of(bytes_of(&pDesiredMechs->elements[0]));
     if (entry == nullptr)
         return refuse(pMinorStatus, GSS_S_BAD_MECH, kNotServed);
     std::unique_ptr<Credential> made(new (std::nothrow) Credential);
@@ -186,7 +186,7 @@ OM_uint32 HOSTGSS_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t pDesiredNam
     OM_uint32 minor;
     if (ppActualMechs != nullptr && GSS_ERROR(gssp_duplicate_oid_set(&minor, pDesiredMechs, ppActualMechs)) != 0)
         return no_memory(pMinorStatus);
-    set(pTimeRec, made->facts.lifetime);
+    set_if_given(pTimeRec, made->facts.lifetime);
     *ppOutputCredHandle = made.release();
     return finish(pMinorStatus, status);
 }
@@ -201,15 +201,15 @@ OM_uint32 HOSTGSS_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCredH
 
 OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t pCredHandle, qxgss_name_t *ppName,
                                OM_uint32 *pLifetimeRec, qxgss_cred_usage_t *pCredUsage, qxgss_OID_set *ppMechanisms) {
-    set<qxgss_name_t>(ppName, nullptr);
-    set<qxgss_OID_set>(ppMechanisms, nullptr);
+    set_if_given(ppName, nullptr);
+    set_if_given(ppMechanisms, nullptr);
     const auto *const credential = static_cast<const Credential *>(pCredHandle);
     const bool known = credential != nullptr && credential->named && pLifetimeRec == nullptr;
     CredentialFacts asked;
     Status status = known ? Status{} : inquire_credential(credential, asked);
     const CredentialFacts &facts = known ? credential->facts : asked;
-    set(pLifetimeRec, facts.lifetime);
-    set(pCredUsage, facts.usage);
+    set_if_given(pLifetimeRec, facts.lifetime);
+    set_if_given(pCredUsage, facts.usage);
     if (!status.failed() && ppName != nullptr)
         status = make_name(facts.name.view(), ppName);
     if (!status.failed() && ppMechanisms != nullptr)

@@ -18,8 +18,8 @@ class ChannelBindings {
   public:
     explicit ChannelBindings(const qxgss_channel_bindings_desc *pGiven) : given_(pGiven != nullptr) {
         if (given_)
-            bindings_ = {pGiven->initiator_addrtype, view(&pGiven->initiator_address), pGiven->acceptor_addrtype,
-                         view(&pGiven->acceptor_address), view(&pGiven->application_data)};
+            bindings_ = {pGiven->initiator_addrtype, bytes_of(&pGiven->initiator_address), pGiven->acceptor_addrtype,
+                         bytes_of(&pGiven->acceptor_address), bytes_of(&pGiven->application_data)};
     }
     const Bindings *get() const { return given_ ? &bindings_ : nullptr; }
 
@@ -33,7 +33,7 @@ Status read_target(const qxgss_name_t pTarget, HostNameText &target) {
     if (pTarget == nullptr || pTarget->Count == 0)
         return refusal(GSS_S_BAD_NAME, "There is no target name.");
     if (is_host_based(pTarget->pElements[0])) {
-        const Bytes text = view(&pTarget->pElements[0].Name);
+        const Bytes text = bytes_of(&pTarget->pElements[0].Name);
         return target.from_host_based(text) ? Status{} : kOutOfMemory;
     }
     const gssp_utf_convert_flags_t flags = {GSSP_UTF_BY_NAMETYPE, GSSP_UTF8, GSSP_UTF_STRICT_CONVERSION};
@@ -42,7 +42,7 @@ Status read_target(const qxgss_name_t pTarget, HostNameText &target) {
     if (GSS_ERROR(gssp_convertname_utf(&status.minor, pTarget, &text, &flags)) != 0)
         return status.minor == kNoMemory ? kOutOfMemory
                                          : Status{GSS_S_BAD_NAME, status.minor, "The target name cannot be read."};
-    status = target.from_service(view(&text)) ? Status{} : kOutOfMemory;
+    status = target.from_service(bytes_of(&text)) ? Status{} : kOutOfMemory;
     gssp_release_buffer(nullptr, &text);
     return status;
 }
@@ -61,9 +61,9 @@ struct Outputs {
         give_facts({});
     }
     void give_facts(const Leg &leg) const {
-        set(ppMech, registered_oid(leg.mech));
-        set(pFlags, leg.flags);
-        set(pTime, leg.lifetime);
+        set_if_given(ppMech, registered_oid(leg.mech));
+        set_if_given(pFlags, leg.flags);
+        set_if_given(pTime, leg.lifetime);
     }
 };
 
@@ -96,7 +96,7 @@ Status check_message(const Context &context, Bytes token) {
 }
 
 std::unique_ptr<Context> make_context(const MechInfo_t &entry, bool initiator) {
-    return std::unique_ptr<Context>(new (std::nothrow) Context(view(entry.pMechOid), initiator));
+    return std::unique_ptr<Context>(new (std::nothrow) Context(bytes_of(entry.pMechOid), initiator));
 }
 
 bool is_complete(Status status) {
@@ -185,7 +185,7 @@ Status count_logon(const Context &context, const MechInfo_t &entry) {
 Status acquire_default(const MechInfo_t &entry, Credential &credential) {
     CredentialRequest request;
     request.keytab = setting_of(entry, "keytab_file");
-    request.mech = view(entry.pMechOid);
+    request.mech = bytes_of(entry.pMechOid);
     request.usage = GSS_C_ACCEPT;
     return acquire(request, credential);
 }
@@ -294,15 +294,15 @@ OM_uint32 HOSTGSS_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t pIni
                                    qxgss_buffer_t pInputToken, qxgss_OID *ppActualMechType, qxgss_buffer_t pOutputToken,
                                    OM_uint32 *pRetFlags, OM_uint32 *pTimeRec) {
     const Outputs outputs{ppActualMechType, pOutputToken, pRetFlags, pTimeRec};
-    const Bytes token = view(pInputToken);
+    const Bytes token = bytes_of(pInputToken);
     Status status = check_outputs(ppContextHandle, outputs);
     if (!status.failed())
         status = check_turn(context_of(*ppContextHandle), true, token);
     if (status.failed())
         return finish(pMinorStatus, status);
-    const MechInfo_t *const entry = entry_of(view(pMechType));
+    const MechInfo_t *const entry = entry_of(bytes_of(pMechType));
     const Context *const context = context_of(*ppContextHandle);
-    if (entry == nullptr || (context != nullptr && context->mech != view(pMechType)))
+    if (entry == nullptr || (context != nullptr && context->mech != bytes_of(pMechType)))
         return refuse(pMinorStatus, GSS_S_BAD_MECH, kNotServed);
     HostNameText target;
     status = read_target(pTargetName, target);
@@ -320,10 +320,10 @@ OM_uint32 HOSTGSS_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *pp
                                      qxgss_channel_bindings_t pInputChanBindings, qxgss_name_t *ppSrcName,
                                      qxgss_OID *ppMechType, qxgss_buffer_t pOutputToken, OM_uint32 *pRetFlags,
                                      OM_uint32 *pTimeRec, qxgss_cred_id_t *ppDelegatedCredHandle) {
-    set(ppSrcName, nullptr);
-    set(ppDelegatedCredHandle, nullptr);
+    set_if_given(ppSrcName, nullptr);
+    set_if_given(ppDelegatedCredHandle, nullptr);
     const Outputs outputs{ppMechType, pOutputToken, pRetFlags, pTimeRec};
-    const Bytes token = view(pInputToken);
+    const Bytes token = bytes_of(pInputToken);
     Status status = check_outputs(ppContextHandle, outputs);
     if (!status.failed())
         status = check_turn(context_of(*ppContextHandle), false, token);
@@ -356,16 +356,16 @@ OM_uint32 HOSTGSS_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *pp
 OM_uint32 HOSTGSS_inquire_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, qxgss_name_t *ppSourceName,
                                   qxgss_name_t *ppTargetName, OM_uint32 *pLifetimeRec, qxgss_OID *ppMechType,
                                   OM_uint32 *pCtxFlags, int *pLocallyInitiated, int *pOpen) {
-    set(ppSourceName, nullptr);
-    set(ppTargetName, nullptr);
+    set_if_given(ppSourceName, nullptr);
+    set_if_given(ppTargetName, nullptr);
     ContextFacts facts;
     Status status = inquire(context_of(pContextHandle), facts);
     if (!status.failed())
         status = make_names(facts, ppSourceName, ppTargetName);
-    set(pLifetimeRec, facts.lifetime);
-    set(ppMechType, registered_oid(facts.mech));
-    set(pCtxFlags, facts.flags);
-    set(pLocallyInitiated, facts.initiated);
-    set(pOpen, facts.open);
+    set_if_given(pLifetimeRec, facts.lifetime);
+    set_if_given(ppMechType, registered_oid(facts.mech));
+    set_if_given(pCtxFlags, facts.flags);
+    set_if_given(pLocallyInitiated, facts.initiated);
+    set_if_given(pOpen, facts.open);
     return finish(pMinorStatus, status);
 }

@@ -39,7 +39,7 @@ OM_uint32 convert(OM_uint32 *pMinorStatus, Status status, qxgss_buffer_t pInput,
         status = kNoInput;
     Block result;
     if (!status.failed())
-        status = call(view(pInput), result);
+        status = call(bytes_of(pInput), result);
     if (!status.failed())
         give(result, pOutput);
     return finish(pMinorStatus, status);
@@ -71,7 +71,7 @@ OM_uint32 HOSTGSS_wrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, i
                                     [&](Bytes message, Block &wrapped) {
                                         return wrap(context->host, ConfReqFlag, QopReq, message, &state, wrapped);
                                     });
-    set(pConfState, GSS_ERROR(major) != 0 ? 0 : state);
+    set_if_given(pConfState, GSS_ERROR(major) != 0 ? 0 : state);
     return major;
 }
 
@@ -86,8 +86,8 @@ OM_uint32 HOSTGSS_unwrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle,
                     const Status status = check_length(*context, wrapped, false);
                     return status.failed() ? status : unwrap(context->host, wrapped, message, &state, &qop);
                 });
-    set(pConfState, GSS_ERROR(major) != 0 ? 0 : state);
-    set(pQopState, GSS_ERROR(major) != 0 ? 0 : qop);
+    set_if_given(pConfState, GSS_ERROR(major) != 0 ? 0 : state);
+    set_if_given(pQopState, GSS_ERROR(major) != 0 ? 0 : qop);
     return major;
 }
 
@@ -106,9 +106,9 @@ OM_uint32 HOSTGSS_verify_mic(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHan
     if (!status.failed() && (pMessageBuffer == nullptr || pTokenBuffer == nullptr))
         status = kNoInput;
     if (!status.failed())
-        status = check_length(*context, view(pTokenBuffer), true);
+        status = check_length(*context, bytes_of(pTokenBuffer), true);
     if (!status.failed())
-        status = verify_mic(context->host, view(pMessageBuffer), view(pTokenBuffer), &qop);
-    set(pQopState, status.failed() ? 0U : qop);
+        status = verify_mic(context->host, bytes_of(pMessageBuffer), bytes_of(pTokenBuffer), &qop);
+    set_if_given(pQopState, status.failed() ? 0U : qop);
     return finish(pMinorStatus, status);
 }

@@ -30,7 +30,7 @@ bool HostNameText::from_user(Bytes text) {
 }
 
 bool is_host_based(const qxgss_name_element_desc &element) {
-    return view(element.pNameType) == view(GSS_C_NT_HOSTBASED_SERVICE);
+    return bytes_of(element.pNameType) == bytes_of(GSS_C_NT_HOSTBASED_SERVICE);
 }
 
 Status make_name(Bytes text, qxgss_name_t *ppName) {
@@ -58,7 +58,7 @@ Status make_oid_set(const OidSet &set, qxgss_OID_set *ppSet) {
 
 qxgss_OID registered_oid(Bytes mech) {
     for (OM_uint32 i = 0; i != MechCount; ++i)
-        if (!mech.empty() && view(pMechInfo[i].pMechOid) == mech)
+        if (!mech.empty() && bytes_of(pMechInfo[i].pMechOid) == mech)
             return pMechInfo[i].pMechOid;
     return nullptr;
 }
@@ -69,7 +69,7 @@ bool served_here(const MechInfo_t &mechanism) {
 
 const MechInfo_t *entry_of(Bytes mech) {
     for (OM_uint32 i = 0; i != MechCount; ++i)
-        if (view(pMechInfo[i].pMechOid) == mech && served_here(pMechInfo[i]) &&
+        if (bytes_of(pMechInfo[i].pMechOid) == mech && served_here(pMechInfo[i]) &&
             pMechInfo[i].fUseMech != GSSP_MECH_UNUSED)
             return &pMechInfo[i];
     return nullptr;
@@ -83,7 +83,7 @@ const char *setting_of(const MechInfo_t &entry, const char *key) {
 
 bool may_accept(const MechInfo_t &entry) {
     const char *const said = setting_of(entry, "accept");
-    return said == nullptr ? view(entry.pMechOid) == kKerberos : Bytes(said) == "yes";
+    return said == nullptr ? bytes_of(entry.pMechOid) == kKerberos : Bytes(said) == "yes";
 }
 
 std::uint32_t accept_limit(const MechInfo_t &entry) {

@@ -31,7 +31,7 @@ Status failure_text(OM_uint32 minor, Bytes mech, Block &text) {
 OM_uint32 finish(OM_uint32 *pMinorStatus, Status status) {
     if (status.failed())
         remember(status);
-    set(pMinorStatus, status.failed() ? status.minor : GSSP_E_SUCCESS);
+    set_if_given(pMinorStatus, status.failed() ? status.minor : GSSP_E_SUCCESS);
     return status.major;
 }
 
@@ -41,20 +41,20 @@ using namespace hostgss;
 
 OM_uint32 HOSTGSS_display_status(OM_uint32 *pMinorStatus, OM_uint32 StatusValue, int StatusType, qxgss_OID pMechType,
                                  OM_uint32 *pMessageContext, qxgss_buffer_t pStatusString) {
-    set(pMessageContext, 0U);
+    set_if_given(pMessageContext, 0U);
     if (pStatusString == nullptr) {
-        set(pMinorStatus, GSSP_E_INVALID_ARGUMENT);
+        set_if_given(pMinorStatus, GSSP_E_INVALID_ARGUMENT);
         return kInaccessibleWrite;
     }
     *pStatusString = {};
     Block text;
     Status status{GSS_S_BAD_STATUS, GSSP_E_INVALID_ARGUMENT};
     if (StatusType == GSS_C_MECH_CODE)
-        status = failure_text(StatusValue, view(pMechType), text);
+        status = failure_text(StatusValue, bytes_of(pMechType), text);
     else if (StatusType == GSS_C_GSS_CODE)
         status = major_text(StatusValue, text);
     if (!status.failed())
         give(text, pStatusString);
-    set(pMinorStatus, status.failed() ? status.minor : GSSP_E_SUCCESS);
+    set_if_given(pMinorStatus, status.failed() ? status.minor : GSSP_E_SUCCESS);
     return status.major;
 }

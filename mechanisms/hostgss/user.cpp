@@ -1,11 +1,12 @@
 // Who the peer is: the source name of a context in the forms that the framework asks for.
 #include <cstdlib>
 
+#include "common/status.h"
 #include "mechanisms/hostgss/context.h"
 #include "mechanisms/hostgss/hostgss.h"
 #include "mechanisms/hostgss/names.h"
 #include "mechanisms/hostgss/status.h"
-#include "qxgss/qxgss_records.h"
+#include "qxat/qxatldapauthorize.h"
 
 namespace hostgss {
 
@@ -36,44 +37,13 @@ UserAndDomain split(const ContextFacts &facts) {
     return {name, {}};
 }
 
-// The text records, in the order in which they are written.
-struct Record {
-    qxgss_data_id_t id;
-    Bytes data;
-};
-
-Status write_records(const Record (&records)[4], qxgss_buffer_t pOutput) {
-    std::size_t size = 0;
-    for (const Record &record : records) {
-        const std::size_t length = qxgss_record_length(record.id, record.data.size());
-        if (length == 0)
-            return kNoProperties;
-        size += length;
-    }
-    auto *to = static_cast<unsigned char *>(std::calloc(size, 1));
-    if (to == nullptr)
-        return kOutOfMemory;
-    *pOutput = {size, to};
-    for (const Record &record : records) {
-        const std::size_t length = qxgss_record_length(record.id, record.data.size());
-        qxgss_put_record(to, record.id, length, record.data.data(), record.data.size());
-        to += length;
-    }
-    return {};
-}
-
 Status write_properties(const ContextFacts &facts, qxgss_buffer_t pOutput) {
-    const qxgss_OID oid = registered_oid(facts.mech);
-    const char *name = nullptr;
-    const char *dotted = nullptr;
-    if (oid == nullptr || GSS_ERROR(gssp_oid_to_mechstr(nullptr, oid, &name)) != 0 ||
-        GSS_ERROR(gssp_mechstr_to_oidstr(nullptr, name, &dotted)) != 0)
-        return kNoProperties;
-    return write_records({{QXGSS_DATA_ID_USERNAME, facts.source.view()},
-                          {QXGSS_DATA_ID_MECHNAME, name},
-                          {QXGSS_DATA_ID_MECHOIDSTR, dotted},
-                          {QXGSS_DATA_ID_MECHOIDDER, facts.mech}},
-                         pOutput);
+    const Bytes user = facts.source.view();
+    const auto status =
+        common::ask<0>(qxat_describe_user, user.data(), user.size(), registered_oid(facts.mech), pOutput);
+    if (!status.failed())
+        return {};
+    return status.minor == QXAT_E_MALLOC ? kOutOfMemory : kNoProperties;
 }
 
 // A string for the caller; an empty text that is not the whole name is none.
@@ -95,8 +65,8 @@ using namespace hostgss;
 
 OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, char **psUserName,
                                              char **psDomain) {
-    set<char *>(psUserName, nullptr);
-    set<char *>(psDomain, nullptr);
+    set_if_given(psUserName, nullptr);
+    set_if_given(psDomain, nullptr);
     ContextFacts facts;
     const Status status = facts_of_user(context_of(pContextHandle), facts);
     if (status.failed())
@@ -106,7 +76,7 @@ OM_uint32 HOSTGSS_get_client_domain_username(OM_uint32 *pMinorStatus, qxgss_ctx_
         return finish(pMinorStatus, status);
     if (psUserName != nullptr)
         std::free(*psUserName);
-    set<char *>(psUserName, nullptr);
+    set_if_given(psUserName, nullptr);
     return no_memory(pMinorStatus);
 }
 

@@ -7,31 +7,31 @@ namespace scram {
 namespace {
 
 // Never given back: sessions may be alive for as long as the process is.
-Gsasl *pLibrary = nullptr;
+Gsasl *shared_library = nullptr;
 
 // What is wrong, or empty.
 std::string start_library() {
-    if (pLibrary != nullptr)
+    if (shared_library != nullptr)
         return {};
-    const int rc = gsasl_init(&pLibrary);
+    const int rc = gsasl_init(&shared_library);
     if (rc != GSASL_OK)
         return gsasl_strerror(rc);
-    gsasl_callback_set(pLibrary, give_verifier);
+    gsasl_callback_set(shared_library, give_verifier);
     return {};
 }
 
 // What is wrong, or empty; what is to be said although nothing is goes to `warning`.
 std::string read_verifiers(Mechanism &mechanism, std::string &warning) {
-    const char *pszFile = nullptr;
-    if (GSS_ERROR(gssp_inquire_mech_setting(nullptr, configured_name(mechanism), "verifiers_file", &pszFile)))
+    const char *file = nullptr;
+    if (GSS_ERROR(gssp_inquire_mech_setting(nullptr, configured_name(mechanism), "verifiers_file", &file)))
         return "verifiers_file is not set";
     auto verifiers = std::make_unique<Verifiers>();
-    std::string wrong = verifiers->read(pszFile, mechanism.name);
+    std::string wrong = verifiers->read(file, mechanism.name);
     if (!wrong.empty())
         return wrong;
-    if (const char *const exposed = exposure(pszFile); exposed != nullptr)
-        warning = std::string(pszFile) + exposed;
-    mechanism.pVerifiers = verifiers.release();
+    if (const char *const exposed = exposure(file); exposed != nullptr)
+        warning = std::string(file) + exposed;
+    mechanism.verifiers = verifiers.release();
     return {};
 }
 
@@ -56,19 +56,18 @@ OM_uint32 hand_out(OM_uint32 *pMinorStatus, OidSet set, qxgss_OID_set *ppSet) {
 } // namespace
 
 Gsasl *library() {
-    return pLibrary;
+    return shared_library;
 }
 
 const char *configured_name(Mechanism &mechanism) {
-    const char *pszName = nullptr;
-    if (GSS_ERROR(gssp_oid_to_mechstr(nullptr, &mechanism.oid, &pszName)))
+    const char *name = nullptr;
+    if (GSS_ERROR(gssp_oid_to_mechstr(nullptr, &mechanism.oid, &name)))
         return mechanism.name;
-    return pszName;
+    return name;
 }
 
 bool is_for(const Mechanism &mechanism, qxgss_OID pOid) {
-    return pOid == nullptr || (pOid->length == mechanism.oid.length &&
-                               std::memcmp(pOid->elements, mechanism.oid.elements, pOid->length) == 0);
+    return pOid == nullptr || common::bytes_of(pOid) == common::bytes_of(&mechanism.oid);
 }
 
 OidSet set_of(Mechanism &mechanism) {
@@ -77,8 +76,8 @@ OidSet set_of(Mechanism &mechanism) {
 
 OM_uint32 configure(Mechanism &mechanism, OM_uint32 *pMinorStatus, OM_uint32 ClientServer,
                     qxgss_buffer_t pConfigInfoBuf) {
-    delete mechanism.pVerifiers;
-    mechanism.pVerifiers = nullptr;
+    delete mechanism.verifiers;
+    mechanism.verifiers = nullptr;
     std::string warning;
     std::string wrong = start_library();
     if (wrong.empty() && ClientServer == QXGSS_SERVER)

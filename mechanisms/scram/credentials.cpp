@@ -39,26 +39,26 @@ OM_uint32 read_logon(OM_uint32 *pMinorStatus, qxgss_name_t pName, Credential &cr
     Secret text;
     if (const OM_uint32 major = read_text(pMinorStatus, pName, text); GSS_ERROR(major))
         return major;
-    char *pIdentity = nullptr;
-    char *pPassword = nullptr;
+    char *identity = nullptr;
+    char *password = nullptr;
     OM_uint32 minor = 0;
-    const OM_uint32 major = qxat_parse_logon(&minor, text.get(), nullptr, &pIdentity, &pPassword, nullptr, nullptr,
+    const OM_uint32 major = qxat_parse_logon(&minor, text.get(), nullptr, &identity, &password, nullptr, nullptr,
                                              nullptr, nullptr, nullptr, nullptr, QXAT_FLAG_UNESCAPE_ALL);
-    credential.identity.reset(pIdentity);
-    credential.password.reset(pPassword);
+    credential.identity.reset(identity);
+    credential.password.reset(password);
     if (minor == QXAT_E_CALLOC)
         return fail(pMinorStatus, GSASL_MALLOC_ERROR);
     if (GSS_ERROR(major))
         return report(pMinorStatus, GSS_S_BAD_NAME, E_LOGON_STRING);
-    if (pIdentity == nullptr || *pIdentity == '\0')
+    if (identity == nullptr || *identity == '\0')
         return report(pMinorStatus, GSS_S_NO_CRED, E_NO_IDENTITY);
-    if (pPassword == nullptr || *pPassword == '\0')
+    if (password == nullptr || *password == '\0')
         return report(pMinorStatus, GSS_S_NO_CRED, E_NO_PASSWORD);
     return succeed(pMinorStatus);
 }
 
 OM_uint32 fill(const Mechanism &mechanism, OM_uint32 *pMinorStatus, qxgss_name_t pName, Credential &credential) {
-    if (credential.usage != GSS_C_INITIATE && mechanism.pVerifiers == nullptr)
+    if (credential.usage != GSS_C_INITIATE && mechanism.verifiers == nullptr)
         return report(pMinorStatus, GSS_S_NO_CRED, E_NO_VERIFIERS);
     if (credential.usage == GSS_C_ACCEPT)
         return succeed(pMinorStatus);

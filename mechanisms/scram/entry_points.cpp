@@ -18,11 +18,11 @@ template <typename Operation> OM_uint32 guarded(OM_uint32 *pMinorStatus, Operati
     }
 }
 
-unsigned char oidSha256[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x12};
-unsigned char oidSha1[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x0E};
+unsigned char oid_sha256[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x12};
+unsigned char oid_sha1[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x0E};
 
-constinit Mechanism sha256{"SCRAM-SHA-256", "1.3.6.1.5.5.18", {sizeof oidSha256, oidSha256}, nullptr};
-constinit Mechanism sha1{"SCRAM-SHA-1", "1.3.6.1.5.5.14", {sizeof oidSha1, oidSha1}, nullptr};
+constinit Mechanism sha256{"SCRAM-SHA-256", "1.3.6.1.5.5.18", {sizeof oid_sha256, oid_sha256}, nullptr};
+constinit Mechanism sha1{"SCRAM-SHA-1", "1.3.6.1.5.5.14", {sizeof oid_sha1, oid_sha1}, nullptr};
 
 } // namespace
 

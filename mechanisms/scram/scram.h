@@ -28,6 +28,8 @@ using common::kInaccessibleWrite;
 using common::Name;
 using common::OidSet;
 using common::report;
+using common::Secret;
+using common::set_if_given;
 
 enum Code : OM_uint32 {
 #define SCRAM_CODE(value, name, text) E_##name = value,
@@ -38,29 +40,20 @@ enum Code : OM_uint32 {
 // A mechanism of the family.
 struct Mechanism {
     const char *name; // as SASL has it
-    const char *dottedOid;
+    const char *dotted_oid;
     qxgss_OID_desc oid;
-    const Verifiers *pVerifiers; // of a server process; set by configure, then only read
+    const Verifiers *verifiers; // of a server process; set by configure, then only read
 };
 
 // ---- Owners --------------------------------------------------------------------------------------------------------
 
-// A text that may hold a password: wiped before it is freed.
-struct WipeAndFree {
-    void operator()(char *p) const {
-        explicit_bzero(p, std::strlen(p));
-        std::free(p);
-    }
-};
-using Secret = std::unique_ptr<char, WipeAndFree>;
-
 // Wipes what the session holds of the password; the library frees it as it is.
-void forget_password(Gsasl_session *pSession);
+void forget_password(Gsasl_session *session);
 
 struct FinishSession {
-    void operator()(Gsasl_session *pSession) const {
-        forget_password(pSession);
-        gsasl_finish(pSession);
+    void operator()(Gsasl_session *session) const {
+        forget_password(session);
+        gsasl_finish(session);
     }
 };
 using Session = std::unique_ptr<Gsasl_session, FinishSession>;
@@ -75,17 +68,17 @@ struct Credential {
 };
 
 struct Context {
-    Context(Mechanism &which, bool initiates) : mechanism(which), isInitiator(initiates) {}
+    Context(Mechanism &which, bool initiates) : mechanism(which), is_initiator(initiates) {}
 
     Mechanism &mechanism;
-    bool isInitiator;
+    bool is_initiator;
     Session session; // until the exchange has ended, one way or the other
-    bool isEstablished = false;
-    unsigned legs = 0;       // calls that succeeded
-    std::string user;        // the authenticated one; an initiator's own from the start
-    Name targetName;         // an initiator's, as the application gave it
-    Verifier verifier;       // an acceptor's, once the client has named itself
-    int lookupRc = GSASL_OK; // of finding and handing over the verifier
+    bool is_established = false;
+    unsigned legs = 0;        // calls that succeeded
+    std::string user;         // the authenticated one; an initiator's own from the start
+    Name target_name;         // an initiator's, as the application gave it
+    Verifier verifier;        // an acceptor's, once the client has named itself
+    int lookup_rc = GSASL_OK; // of finding and handing over the verifier
 };
 
 // ---- Statuses (status.cpp) -----------------------------------------------------------------------------------------
@@ -175,7 +168,7 @@ OM_uint32 inquire_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle
                           OM_uint32 *pCtxFlags, int *pLocallyInitiated, int *pOpen);
 
 // GNU SASL's callback: hands an acceptor's session the verifier of the user that the client has named.
-int give_verifier(Gsasl *pLibrary, Gsasl_session *pSession, Gsasl_property property) noexcept;
+int give_verifier(Gsasl *library, Gsasl_session *session, Gsasl_property property) noexcept;
 
 // Stores a new name of the user, or null for an empty one; false when memory is lacking.
 bool make_name(std::string_view user, qxgss_name_t *ppName);

@@ -75,14 +75,14 @@ std::string_view split(std::string_view text, Line &line) {
     const auto mechanism = cut(text, "}");
     const auto iterations = cut(text, ",");
     const auto salt = cut(text, ",");
-    const auto storedKey = cut(text, ",");
-    if (!user || user->empty() || !mechanism || !iterations || !salt || !storedKey)
+    const auto stored_key = cut(text, ",");
+    if (!user || user->empty() || !mechanism || !iterations || !salt || !stored_key)
         return "expected USER:{MECHANISM}ITERATIONS,SALT,STOREDKEY,SERVERKEY";
     if (text.find(',') != std::string_view::npos)
         return "more than four fields; only ITERATIONS,SALT,STOREDKEY,SERVERKEY belong here";
     line.user = *user;
     line.mechanism = *mechanism;
-    line.verifier = {std::string(*iterations), std::string(*salt), std::string(*storedKey), std::string(text),
+    line.verifier = {std::string(*iterations), std::string(*salt), std::string(*stored_key), std::string(text),
                      decoded_length(*salt)};
     return {};
 }
@@ -97,9 +97,9 @@ std::string check(const Line &line) {
     if (line.verifier.saltLength == 0 || line.verifier.saltLength > kMaxSalt)
         return "SALT must be 1 to 32 bytes in base64";
     const std::string bytes = std::to_string(family->keyLength) + " bytes in base64";
-    if (decoded_length(line.verifier.storedKey) != family->keyLength)
+    if (decoded_length(line.verifier.stored_key) != family->keyLength)
         return "STOREDKEY must be " + bytes;
-    if (decoded_length(line.verifier.serverKey) != family->keyLength)
+    if (decoded_length(line.verifier.server_key) != family->keyLength)
         return "SERVERKEY must be " + bytes;
     return {};
 }
@@ -162,17 +162,17 @@ int Verifiers::find(std::string_view user, Verifier &verifier) const {
 int Verifiers::decoy(std::string_view user, Verifier &verifier) const {
     char salted[GSASL_HASH_MAX_SIZE];
     char clientKey[GSASL_HASH_MAX_SIZE];
-    char serverKey[GSASL_HASH_MAX_SIZE];
-    char storedKey[GSASL_HASH_MAX_SIZE];
+    char server_key[GSASL_HASH_MAX_SIZE];
+    char stored_key[GSASL_HASH_MAX_SIZE];
     const int rc = gsasl_scram_secrets_from_password(GSASL_HASH_SHA256, secret_.c_str(), 1, user.data(), user.size(),
-                                                     salted, clientKey, serverKey, storedKey);
+                                                     salted, clientKey, server_key, stored_key);
     if (rc != GSASL_OK)
         return rc;
     std::size_t pick = 0;
     std::memcpy(&pick, clientKey, sizeof pick);
     const Verifier &model = *models_[pick % models_.size()];
-    const std::size_t keyLength = decoded_length(model.storedKey);
-    verifier = {model.iterations, to_base64(serverKey, model.saltLength), to_base64(storedKey, keyLength),
+    const std::size_t keyLength = decoded_length(model.stored_key);
+    verifier = {model.iterations, to_base64(server_key, model.saltLength), to_base64(stored_key, keyLength),
                 to_base64(salted, keyLength), model.saltLength};
     return GSASL_OK;
 }

@@ -24,8 +24,8 @@ bool valid_iterations(std::string_view text);
 struct Verifier {
     std::string iterations;
     std::string salt;
-    std::string storedKey;
-    std::string serverKey;
+    std::string stored_key;
+    std::string server_key;
     std::size_t saltLength = 0; // in bytes
 };
 

@@ -8,6 +8,7 @@
 
 #include "tools/commands/commands.h"
 #include "tools/connection/conversation.h"
+#include "tools/connection/logon_string.h"
 #include "tools/connection/secret.h"
 #include "tools/files.h"
 #include "tools/show/story.h"
@@ -135,6 +136,7 @@ void run_connect(const ConnectOptions &options, Secret &logon) {
         logon.take_line(options.logon_file);
     if (options.ask)
         logon.ask("logon string: ");
+    check_logon_string(logon.text());
     const std::unique_ptr<Registry> registry = configure(QXGSS_CLIENT, options);
     Client client(options, required_mechanisms(*registry, options), logon, input);
     try {

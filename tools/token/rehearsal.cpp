@@ -20,52 +20,34 @@ namespace {
 
 namespace token = qxnego::token;
 
-class TokenWriter {
-  public:
-    TokenWriter() { run(encoding_.status()); }
-
-    void start(const token::Element &element) { run(gsspasn_start_encode_sequence(encoding_.get(), element.tag)); }
-    void stop(const token::Element &element) { run(gsspasn_stop_encode_sequence(encoding_.get(), element.tag)); }
-    void integer(const token::Element &element, OM_uint32 value) { put(element, &value); }
-    void oid(const token::Element &element, qxgss_OID value) { put(element, value); }
-    void text(const token::Element &element, const std::string &value) {
-        const qxgss_buffer_desc octets = common::view(value);
-        if (!value.empty())
-            put(element, &octets);
-    }
-    void finish(common::Buffer &token) { run(encoding_.close_into(token)); }
-
-  private:
-    void put(const token::Element &element, const void *value) {
-        run(gsspasn_put_encode_item(encoding_.get(), element.tag, element.type, value));
-    }
-    static void run(OM_uint32 status) {
-        if (status != GSSPASN_E_SUCCESS)
-            throw Failure(minor_text(status));
-    }
-
-    common::Encoding encoding_;
-};
+void put_text(common::Encoding &writer, const token::Element &element, const std::string &value) {
+    const qxgss_buffer_desc octets = common::view(value);
+    if (!value.empty())
+        writer.put(element, &octets);
+}
 
 void write_init(const Request &request, const std::vector<qxgss_OID> &offer, common::Buffer &token) {
-    TokenWriter writer;
+    constexpr OM_uint32 kState = QXGSS_MECH_STATE_AVAILABLE, kReason = QXGSS_MECH_REASON_AVAILABLE;
+    constexpr OM_uint32 kIncomplete = QXGSS_NEG_STATE_INCOMPLETE;
+    common::Encoding writer;
     writer.start(token::kInit);
     writer.start(token::kMechanisms);
     for (qxgss_OID oid : offer) {
         writer.start(token::kMechanism);
-        writer.oid(token::mech::kOid, oid);
-        writer.integer(token::mech::kState, QXGSS_MECH_STATE_AVAILABLE);
-        writer.integer(token::mech::kReason, QXGSS_MECH_REASON_AVAILABLE);
-        writer.text(token::mech::kInnerToken, "rehearsal");
+        writer.put(token::mech::kOid, oid);
+        writer.put(token::mech::kState, &kState);
+        writer.put(token::mech::kReason, &kReason);
+        put_text(writer, token::mech::kInnerToken, "rehearsal");
         writer.stop(token::kMechanism);
     }
     writer.stop(token::kMechanisms);
-    writer.integer(token::kNegState, QXGSS_NEG_STATE_INCOMPLETE);
-    writer.text(token::init::kAuthenticationId, request.user);
-    writer.text(token::init::kUserName, request.as);
-    writer.text(token::init::kProfileName, request.profile);
+    writer.put(token::kNegState, &kIncomplete);
+    put_text(writer, token::init::kAuthenticationId, request.user);
+    put_text(writer, token::init::kUserName, request.as);
+    put_text(writer, token::init::kProfileName, request.profile);
     writer.stop(token::kInit);
-    writer.finish(token);
+    if (const OM_uint32 status = writer.close_into(token); status != GSSPASN_E_SUCCESS)
+        throw Failure(minor_text(status));
 }
 
 // ---- The server ----------------------------------------------------------------------------------------------------

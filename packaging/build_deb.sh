@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Builds Debian's packages beside the tree and checks them with lintian: build_deb.sh [--install]. Installs what is missing
+# to build them; with --install also what was built, and tries it: the demo, and a program of the examples.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source .ci/setup.sh
+
+need_packages "${build_packages[@]}" build-essential debhelper lintian
+dpkg-buildpackage -us -uc -b
+lintian --fail-on error ../qxnego_*.changes
+[[ ${1:-} = --install ]] || exit 0
+(cd .. && apt-get -qq install --no-install-recommends ./libqxgss*.deb ./qxgss-*.deb ./qxnego*.deb)
+qxnego demo both | tail -n 12
+program=$(mktemp)
+for how in "" --static; do
+    # shellcheck disable=SC2046 # flags are words
+    cc /usr/share/doc/qxnego/examples/session_client.c -o "$program" \
+        $([[ $how ]] && echo -Wl,-Bstatic) $(pkg-config $how --cflags --libs qxgss-session) $([[ $how ]] && echo -Wl,-Bdynamic)
+    "$program" 2>/dev/null || [[ $? -eq 2 ]] # it was given no arguments
+done
+rm -f "$program"
+echo "installed, and built against"
