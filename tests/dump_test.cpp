@@ -14,7 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 namespace {
 
 using tools::Bytes;
-using tools::TokenTree;
 
 // The bytes of hexadecimal digits, so many times.
 Bytes from_hex(std::string_view digits, std::size_t times = 1) {
@@ -40,18 +39,19 @@ const char *const kTokens[] = {
     "8000",
 };
 
-TEST(Dump, EveryChangedTokenKeepsTheRules) {
-    for (const char *text : kTokens) {
-        const Bytes token = from_hex(text);
-        for (std::size_t length = 0; length <= token.size(); ++length)
-            LLVMFuzzerTestOneInput(token.data(), length);
-        for (std::size_t at = 0; at < token.size(); ++at)
-            for (unsigned value = 0; value < 256; ++value) {
-                Bytes changed = token;
-                changed[at] = static_cast<unsigned char>(value);
-                LLVMFuzzerTestOneInput(changed.data(), changed.size());
-            }
+// Every beginning of a token, and every one with another byte.
+template <typename Use> void each_change(const Bytes &token, Use use) {
+    for (std::size_t at = 0; at < token.size(); ++at) {
+        use(Bytes(token.begin(), token.begin() + static_cast<std::ptrdiff_t>(at)));
+        Bytes changed = token;
+        for (unsigned value = 0; value < 256; ++value)
+            changed[at] = static_cast<unsigned char>(value), use(changed);
     }
+}
+
+TEST(Dump, EveryChangedTokenKeepsTheRules) {
+    for (const char *text : kTokens)
+        each_change(from_hex(text), [](const Bytes &token) { LLVMFuzzerTestOneInput(token.data(), token.size()); });
 }
 
 TEST(Dump, MarksTheFirstWrongByte) {
@@ -88,11 +88,10 @@ TEST(Dump, MarksTheFirstWrongByte) {
         {from_hex("a10ca008a006800101810101a100"), 12, "the negotiation state is constructed"},
     };
     for (const auto &[token, offset, why] : cases) {
-        const TokenTree tree = tools::read_token(token);
+        const tools::TokenTree tree = tools::read_token(token);
         ASSERT_TRUE(tree.fault) << why;
         EXPECT_EQ(tree.fault->offset, offset) << why;
         EXPECT_EQ(tree.fault->why, why);
-        LLVMFuzzerTestOneInput(token.data(), token.size());
     }
 }
 
@@ -139,16 +138,10 @@ TEST(Dump, TellsTokensOfOthers) {
     for (const auto &[text, expected] : cases) {
         const Bytes token = from_hex(text);
         EXPECT_EQ(told(token), expected);
-        for (std::size_t at = 0; at < token.size(); ++at) {
-            const std::string cut = told(Bytes(token.begin(), token.begin() + static_cast<std::ptrdiff_t>(at)));
-            EXPECT_EQ(cut, tools::printable(cut)) << at;
-            for (unsigned value = 0; value < 256; ++value) {
-                Bytes changed = token;
-                changed[at] = static_cast<unsigned char>(value);
-                const std::string shown = told(changed);
-                ASSERT_EQ(shown, tools::printable(shown)) << at;
-            }
-        }
+        each_change(token, [](const Bytes &changed) {
+            const std::string shown = told(changed);
+            ASSERT_EQ(shown, tools::printable(shown));
+        });
     }
     for (const char *text : kTokens)
         EXPECT_EQ(told(from_hex(text)), "");
