@@ -25,7 +25,7 @@ struct Case {
     std::string password, wrong, message;
 };
 const Case kCases[] = {{kScram, "wonderland", "password=wonderland", "verifiers: Cannot allocate memory"},
-                       {kKerberos, "Alice1", "password=Alice1", ""},
+                       {kKerberos, "Alice1", "authcid=alice realm=OTHER.TEST password=Alice1", ""},
                        {kNtlm, "Alice1", "password=Alice1", "hashes instead of passwords"}};
 const std::string kVerifier = "alice:{SCRAM-SHA-256}4096,01V6qgHPbkyO5InM,J6EjnP+HkMMnAA0nUktzaQcIL52kjSKLV81C6oJSkGY=,"
                               "oaUcZlVm2nr2mYTed1y7K41VdPvWxp4JMxkNpZryWGs=\n";

@@ -8,6 +8,7 @@ import pathlib
 import socket
 import subprocess
 import unittest
+import unittest.mock
 
 from network_harness import KERBEROS, NTLM, SCRAM, configuration, write
 
@@ -116,20 +117,16 @@ class Python(unittest.TestCase):
                                  {flag, FLAG.confidentiality, FLAG.integrity})
                 self.assertEqual(story(context)["confirmation"], "confirmed")
         password = {"password": "Alice1"}
-        ntlm = gssapi.Name("QXTEST\\alice")
-        for store, refusal in ((password, None),
-                               (dict(password, qxnego_confirmation="required"), "without integrity, which was not")):
-            pair = Pair(gssapi.Credentials(name=ntlm, usage="initiate", mechs=[MECH], store=store),
-                        flags=FLAG.mutual_authentication)
-            if refusal:
-                self.assertRaisesRegex(gssapi.exceptions.GSSError, refusal, pair.establish)
-                continue
-            pair.establish()
-            for context in (pair.client, pair.server):
-                self.assertEqual((FLAG.integrity in context.actual_flags, story(context)["confirmation"]),
-                                 (False, "unconfirmed"))
-                self.assertRaisesRegex(gssapi.exceptions.GSSError, "does not protect messages", context.get_signature,
-                                       b"text")
+        plain, strict = (Pair(gssapi.Credentials(name=gssapi.Name("QXTEST\\alice"), usage="initiate", mechs=[MECH],
+                                                 store=store), flags=FLAG.mutual_authentication)
+                         for store in (password, dict(password, qxnego_confirmation="required")))
+        self.assertRaisesRegex(gssapi.exceptions.GSSError, "without integrity, which was not", strict.establish)
+        plain.establish()
+        for context in (plain.client, plain.server):
+            self.assertEqual((FLAG.integrity in context.actual_flags, story(context)["confirmation"]),
+                             (False, "unconfirmed"))
+            self.assertRaisesRegex(gssapi.exceptions.GSSError, "does not protect messages", context.get_signature,
+                                   b"text")
 
     def test_passwords(self):
         for user, password, mechanism, name in (("alice", "Alice1", "Kerberos", "alice@QXNEGO.TEST"),
@@ -181,34 +178,28 @@ class Python(unittest.TestCase):
         self.assertNotEqual(gssapi.Name("a@b", gssapi.NameType.user).canonicalize(MECH),
                             gssapi.Name("a@b", gssapi.NameType.hostbased_service).canonicalize(MECH))
 
+    @unittest.mock.patch.dict(os.environ, dict.fromkeys(("KRB5_KTNAME", "KRB5CCNAME", "NTLM_USER_FILE"), REALM + "/none"))
     def test_credential_stores(self):
-        alice = gssapi.Name("alice")
-        before = dict(os.environ)
-        os.environ.update(dict.fromkeys(("KRB5_KTNAME", "KRB5CCNAME", "NTLM_USER_FILE"), REALM + "/none"))
-        try:
-            stores = ({"client_keytab": REALM + "/client.keytab", "ccache": "MEMORY:own"},
-                      {"ccache": "FILE:" + REALM + "/ccache"}, {"password": "Alice1"})
-            acceptors = gssapi.Credentials(usage="accept", mechs=[MECH], store={"keytab": REALM + "/service.keytab"})
-            for store in stores:
-                initiators = gssapi.Credentials(name=alice, usage="initiate", mechs=[MECH], store=store)
-                self.assertIn(str(initiators.name), ("alice", "alice@QXNEGO.TEST"))
-                self.assertEqual(told(Pair(initiators, acceptors).establish().server, SELECTED), "Kerberos")
-            logon = {"qxnego_logon_file": write(REALM, "logon", "authcid=alice password=wonderland\n")}
-            initiators = gssapi.Credentials(usage="initiate", mechs=[MECH], store=logon)
-            self.assertEqual(told(Pair(initiators, acceptors).establish().server, SELECTED), "SCRAM-SHA-256")
-            strict = dict(logon, qxnego_confirmation="required")
-            with self.assertRaisesRegex(gssapi.exceptions.GSSError, "SCRAM-SHA-256 has no MICs"):
-                Pair(gssapi.Credentials(usage="initiate", mechs=[MECH], store=strict), acceptors).establish()
-            self.assertEqual(str(initiators.name), "alice")
-            self.assertTrue(gssapi.Credentials(usage="accept", mechs=[MECH], store={"qxnego_config": ALL}).name)
-            for store, cause in (({"qxnego_config": "/other"}, "the process has another configuration"),
-                                 ({"qxnego_confirmation": "yes"}, "confirmation must be"),
-                                 ({"qxnego_logon_file": REALM + "/none"}, "No such file"),
-                                 ({}, "SCRAM-SHA-256: it has no single sign-on")):
-                with self.assertRaisesRegex(gssapi.exceptions.GSSError, cause):
-                    gssapi.Credentials(usage="initiate", mechs=[MECH], store=store)
-        finally:
-            os.environ.update(before)
+        def credential(store, usage="initiate", name=None):
+            return gssapi.Credentials(name=name, usage=usage, mechs=[MECH], store=store)
+
+        accepting = credential({"keytab": REALM + "/service.keytab"}, "accept")
+        logon = {"qxnego_logon_file": write(REALM, "logon", "authcid=alice password=wonderland\n")}
+        self.assertEqual(str(credential(logon).name), "alice")
+        self.assertTrue(credential({"qxnego_config": ALL}, "accept").name)
+        for store, selected in (({"client_keytab": REALM + "/client.keytab", "ccache": "MEMORY:own"}, "Kerberos"),
+                                ({"ccache": "FILE:" + REALM + "/ccache"}, "Kerberos"),
+                                ({"password": "Alice1"}, "Kerberos"), (logon, "SCRAM-SHA-256")):
+            initiating = credential(store, name=None if store is logon else gssapi.Name("alice"))
+            self.assertIn(str(initiating.name), ("alice", "alice@QXNEGO.TEST"))
+            self.assertEqual(told(Pair(initiating, accepting).establish().server, SELECTED), selected)
+        for store, cause in (({"qxnego_config": "/other"}, "the process has another configuration"),
+                             ({"qxnego_confirmation": "yes"}, "confirmation must be"),
+                             (dict(logon, qxnego_confirmation="required"), "SCRAM-SHA-256 has no MICs"),
+                             ({"qxnego_logon_file": REALM + "/none"}, "No such file"),
+                             ({}, "SCRAM-SHA-256: it has no single sign-on")):
+            with self.assertRaisesRegex(gssapi.exceptions.GSSError, cause):
+                Pair(credential(store), accepting).establish()
 
     def test_two_threads(self):
         def work(password, name):
@@ -240,25 +231,21 @@ class Samples(unittest.TestCase):
             finally:
                 server.kill()
 
-    def test_each_mechanism(self):
+    def test_logons(self):
         take_ticket("alice", "Alice1")
-        plain = ("-nw", "-nx", "-nm")
-        for options, user in (((), "alice@QXNEGO.TEST"), (("-d", "-seq", "-mcount", "3"), "alice@QXNEGO.TEST"),
-                              (("-user", "alice", "-pass", "wonderland", *plain), "alice"),
-                              (("-user", "QXTEST\\alice", "-pass", "Alice1"), "QXTEST\\alice")):
+        for options, user, last in ((("-d", "-seq", "-mcount", "3"), "alice@QXNEGO.TEST", "Signature verified."),
+                                    (("-user", "alice", "-pass", "wonderland", "-nw", "-nx", "-nm"), "alice",
+                                     "Response received.")):
             client, server = self.converse(*options)
             self.assertIn('Accepted connection: "%s"' % user, server)
             self.assertIn('Received message: "hello there"', server)
-            self.assertIn("Response received." if plain[0] in options else "Signature verified.", client)
-            self.assertEqual("error" in client + server, False, client + server)
+            self.assertIn(last, client)
+            self.assertNotIn("error", client + server)
 
     def test_what_fails_is_told(self):
         client, server = self.converse("-user", "alice", "-pass", "wrong")
         self.assertIn("the server refuses the logon", client)
         self.assertRegex(server, 'error accepting context: Kerberos: .*; SCRAM-SHA-256: "Error authenticating user"; ')
-        client, server = self.converse("-user", "bob", "-pass", "builder")
-        self.assertIn("the server says that its policy does not let this user log on with this mechanism", client)
-        self.assertIn('the policy lets the claimed name "bob" log on with none of these', server)
         client, _ = self.converse(config=REALM + "/none.conf", server_config=ALL)
         self.assertIn("none.conf: cannot be read: No such file or directory", client)
 

@@ -1,15 +1,10 @@
-// What `qxnego dump` says of a token: what is right at every change to one, the fuzz target's rules say; here is where
-// the first wrong byte is and why, and what an inner token is taken for.
-#include <cstdint>
-
+// What `qxnego dump` says of a token, where the fuzz target's rules do not: where the first wrong byte is and why, what
+// an inner token is taken for, and what the tokens of others are.
 #include <gtest/gtest.h>
 
 #include "tools/token/foreign.h"
 #include "tools/token/inner.h"
 #include "tools/token/tree.h"
-
-// Ends the program where a rule is broken.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 namespace {
 
@@ -21,37 +16,6 @@ Bytes from_hex(std::string_view digits, std::size_t times = 1) {
     for (const Bytes once = tools::from_hex(digits).value(); times != 0; --times)
         out.insert(out.end(), once.begin(), once.end());
     return out;
-}
-
-const char *const kTokens[] = {
-    // INIT: OID 1.2.3.4 rejected with a status, 0.1 with an inner token and an SSO ID; incomplete; alice, SSO, b, p
-    "a041a02ca01780032a030481010382010283030d000084010785026f6ba01180010181010182010186020102870241428101"
-    "028205616c696365830100840162850170",
-    // RESP completed with 0.1, policy applied; indefinite lengths, and fields that a receiver passes over
-    "a180a080a0808001018101028201069e000000000081010182010183010184000000",
-    // RESP rejected
-    "a10fa008a0068001018101018101039e00",
-    // without a list, empty ones, another tag, a primitive one
-    "a108a0008101028201ff",
-    "a000",
-    "a100",
-    "a200",
-    "8000",
-};
-
-// Every beginning of a token, and every one with another byte.
-template <typename Use> void each_change(const Bytes &token, Use use) {
-    for (std::size_t at = 0; at < token.size(); ++at) {
-        use(Bytes(token.begin(), token.begin() + static_cast<std::ptrdiff_t>(at)));
-        Bytes changed = token;
-        for (unsigned value = 0; value < 256; ++value)
-            changed[at] = static_cast<unsigned char>(value), use(changed);
-    }
-}
-
-TEST(Dump, EveryChangedTokenKeepsTheRules) {
-    for (const char *text : kTokens)
-        each_change(from_hex(text), [](const Bytes &token) { LLVMFuzzerTestOneInput(token.data(), token.size()); });
 }
 
 TEST(Dump, MarksTheFirstWrongByte) {
@@ -138,13 +102,18 @@ TEST(Dump, TellsTokensOfOthers) {
     for (const auto &[text, expected] : cases) {
         const Bytes token = from_hex(text);
         EXPECT_EQ(told(token), expected);
-        each_change(token, [](const Bytes &changed) {
-            const std::string shown = told(changed);
-            ASSERT_EQ(shown, tools::printable(shown));
-        });
+        for (std::size_t at = 0; at < token.size(); ++at) {
+            std::vector<Bytes> changed(257, token);
+            changed[256].resize(at);
+            for (unsigned value = 0; value < 256; ++value)
+                changed[value][at] = static_cast<unsigned char>(value);
+            for (const Bytes &one : changed) {
+                const std::string shown = told(one);
+                ASSERT_EQ(shown, tools::printable(shown)) << at;
+            }
+        }
     }
-    for (const char *text : kTokens)
-        EXPECT_EQ(told(from_hex(text)), "");
+    EXPECT_EQ(told(from_hex("a108a0008101028201ff")), "");
 }
 
 } // namespace

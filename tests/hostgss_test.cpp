@@ -137,10 +137,11 @@ TEST(Ntlm, ReadsNoFieldThatIsNotThere) {
         });
     };
     for (const std::size_t field : {12, 40}) // of a challenge
-        for (const std::size_t length : {1, 3, 65535})
+        for (const std::size_t length : {0, 1, 3, 65535})
             for (const std::size_t offset : {1UL, 47UL, 100UL, 0xFFFFFFFFUL}) {
                 change(2, field, octets(length, 2) + octets(length, 2) + octets(offset, 4));
-                EXPECT_TRUE(pair.client.failed()) << field << " " << length << " " << offset;
+                EXPECT_TRUE(pair.client.failed() || (field == 40 && length == 0))
+                    << field << " " << length << " " << offset;
             }
     for (const std::size_t key : {0, 1, 15, 16, 17}) { // a session key
         change(3, 52, octets(key, 2));

@@ -43,16 +43,6 @@ class Scram : public testing::TestWithParam<RealMechanism> {
 };
 INSTANTIATE_TEST_SUITE_P(Both, Scram, testing::Values(kScram, kScram1), [](const auto &r) { return r.param.prefix; });
 
-TEST_P(Scram, ExchangesTokensOfItsForm) {
-    Peer client(name(), GetParam().logon + " user=dbuser"), server(name());
-    const std::vector<std::string> patterns{"n,,n=alice,r=", "r=", "c=biws,r=", "v="};
-    exchange(client, server, [&](std::size_t number, const std::string &token) {
-        EXPECT_TRUE(token.starts_with(patterns.at(number - 1))) << token;
-        EXPECT_EQ((number % 2 == 1 ? client : server).said, number == 4 ? kComplete : kContinue);
-    });
-    EXPECT_EQ(client.said + server.source, kComplete + "alice");
-}
-
 TEST_P(Scram, NeedsACredentialOfItsRoleAndTokensInOrder) {
     Peer lone(name()), acceptor(name()), initiator(name(), GetParam().logon);
     EXPECT_EQ(lone.init(""), kNoCredential);
@@ -81,7 +71,7 @@ TEST_P(Scram, UnknownUserLooksLikeAWrongPassword) {
             if (number != 2)
                 return;
             salts.push_back(salt_of(token));
-            EXPECT_TRUE(salts.back().size() == 16 && token.ends_with(",i=4096")) << token;
+            EXPECT_TRUE(salts.back().size() == 16 && token.starts_with("r=") && token.ends_with(",i=4096")) << token;
         });
         EXPECT_EQ(server.said + server.token + server.source, kNotProved + "(none)") << logon;
     }
