@@ -52,6 +52,7 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration);
 void release_module_state();
 
 qxgss_OID_desc oid_of(char mechanism);
+char letter_of(const qxgss_OID_desc &oid);
 
 std::string hex(OM_uint32 value);
 std::string hex(std::string_view bytes);
@@ -76,8 +77,8 @@ class Peer {
     Peer &operator=(const Peer &) = delete;
     ~Peer();
 
-    // A credential for that logon string; without one the side calls with none.
-    void log_on(const char *logon);
+    // A credential for that logon string, and the statuses; without one the side calls with none.
+    std::string log_on(const char *logon);
 
     // Makes this side's template list and tables the process's.
     void act();
@@ -86,18 +87,25 @@ class Peer {
     Outcome call(std::string_view token) { return call(token, side_); }
     Outcome call(std::string_view token, Side role);
 
+    // Every message and inquiry, of a context in whatever state, and what each said; a failure must bring nothing.
+    std::vector<std::string> use();
+
     // Deletes the context.
     Outcome end();
 
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
 
     // Each entry in list order, as QXNEGO_inquire_negotiated_mech tells of it: letter, state and reason as on the wire,
-    // "+" when established, and its statuses, which are "(scripted)" where a scripted failure has its default ones.
+    // "+" when established, and its statuses, which are "!" where a scripted failure has its default ones. Of a
+    // text alone "!" stands for that failure's, "-" for the one that stands in for a missing one.
     std::string entries() const;
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"
-    // where token number n begins, "[np]" once the policy is applied.
+    // where token number n begins, "[np]" once the policy is applied; "=" when the peer's view is adopted as it is.
     std::string log() const;
+
+    // What the log says last of each entry, other than the peer's view of it.
+    std::string verdicts() const;
 
     qxgss_ctx_id_t context = nullptr;
     qxgss_cred_id_t credential = nullptr;
@@ -111,6 +119,8 @@ class Peer {
     qxgss_cred_id_t delegated = nullptr;
 
   private:
+    std::string word_for(const NegLogRecord &record) const;
+
     Side side_;
     NegMechList_desc template_{};
     std::vector<qxgss_ftn_table_desc> tables_;
