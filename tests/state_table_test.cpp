@@ -30,6 +30,7 @@ Lines asked(qxgss_ctx_id_t context, bool given) {
     qxgss_name_t source = nullptr, target = nullptr;
     qxgss_OID type = nullptr;
     qxgss_negotiated_mech_desc mechanism{};
+    qxgss_negotiation_desc negotiation{};
     const auto place = [given](auto &output) { return given ? &output : nullptr; };
     const auto text_in = [&](qxgss_buffer_desc &buffer) -> std::string {
         if (buffer.value == text)
@@ -46,6 +47,7 @@ Lines asked(qxgss_ctx_id_t context, bool given) {
                 place(flags), place(local), place(open)),
         outcome(QXNEGO_inquire_properties_for_user, context, place(properties)),
         outcome(QXNEGO_inquire_negotiated_mech, context, 0, place(mechanism)),
+        outcome(QXNEGO_inquire_negotiation, context, place(negotiation)),
     };
     if (!given)
         return seen;
@@ -60,6 +62,7 @@ Lines asked(qxgss_ctx_id_t context, bool given) {
                                          : "its");
     seen[6] += text_in(properties).substr(0, 2);
     seen[7] += mechanism.pMechOid == nullptr ? " none" : " first";
+    seen[8] += " " + std::to_string(negotiation.MechCount);
     return seen;
 }
 
@@ -69,19 +72,19 @@ enum Class { kNone, kOpen, kComplete, kMoved, kLacking };
 const Lines kAnswers[] = {
     {"01080000/E30003FF empty 0", "01080000/E30003FF empty 00", "01080000/E30003FF empty ", "01080000/E30003FF 0",
      "01080000/E30003F6 7", "01080000/E30003F7 00000007 00000007 7 none", "01080000/E30003F7 e",
-     "01080000/E30003F7 none"},
+     "01080000/E30003F7 none", "01080000/E30003F7 0"},
     {"000D0000/E3000414 empty 0", "000D0000/E3000414 empty 00", "000D0000/E3000414 empty ", "000D0000/E3000414 0",
      "00080000/E3000401 7", "00000000/230003E8 FFFFFFFF 00000030 0 own", "00000000/230003E8 [",
-     "00000000/230003E8 first"},
+     "00000000/230003E8 first", "00000000/230003E8 2"},
     {"00000000/25000001 [4103] 6", "00000000/25000001 [98] 13", "00000000/25000001 [4103C2] ", "00000000/25000001 3",
      "00000000/230003E8 98", "00000000/230003E8 000010E1 00000022 1 its", "00000000/230003E8 [",
-     "00000000/230003E8 first"},
+     "00000000/230003E8 first", "00000000/230003E8 2"},
     {"00080000/C500000B empty 6", "00080000/C500000B empty 10", "00080000/C500000B empty ", "00080000/C500000B 0",
      "00080000/C500000B 7", "00080000/C500000B 00000007 00000007 7 none", "00080000/C500000B e",
-     "00000000/230003E8 first"},
+     "00000000/230003E8 first", "00000000/230003E8 2"},
     {"000D0000/E3000414 empty 0", "000D0000/E3000414 empty 00", "000D0000/E3000414 empty ", "000D0000/E3000414 0",
      "000D0000/E3000400 7", "000D0000/E3000400 00000007 00000007 7 none", "000D0000/E3000400 e",
-     "00000000/230003E8 first"},
+     "00000000/230003E8 first", "00000000/230003E8 3"},
 };
 
 void ask_all(qxgss_ctx_id_t context, Class is) {
@@ -91,7 +94,8 @@ void ask_all(qxgss_ctx_id_t context, Class is) {
         line.resize(17);
     without_outputs[0] = without_outputs[1] = without_outputs[2] = "020D0000/E30003FA";
     if (is != kNone)
-        without_outputs[4] = "02000000/E30003F7", without_outputs[6] = without_outputs[7] = "020D0000/E30003F7";
+        without_outputs[4] = "02000000/E30003F7",
+        without_outputs[6] = without_outputs[7] = without_outputs[8] = "020D0000/E30003F7";
     EXPECT_EQ(asked(context, false), without_outputs);
     char text[] = "x";
     qxgss_buffer_desc out{}, input{1, text}, empty{5, nullptr}; // the length is not looked at
@@ -205,6 +209,7 @@ struct State {
     int calls;            // that go well, of both sides together
     const char *made;     // what the last call of this side gave
     const char *answered; // what the peer's next answer in a good negotiation gives
+    const char *told;     // of the negotiation: both sides' states, policy applied, offered, number selected
     Class is = kOpen;
     std::optional<std::string> last = {}; // a token that the side is fed after the calls
     void (*prepare)(Script &script) = nullptr;
@@ -222,28 +227,28 @@ std::vector<State> states(const Tokens &good) {
         testkit::tlv(0xA0, testkit::tlv(0xA0, testkit::tlv(0x80, d) + completed)) + completed + testkit::tlv(0x82, d));
     // clang-format off
     return {
-        {"client begun", kClient, 1, kGoesOn, kGoesOn},
-        {"server begun", kServer, 2, kGoesOn, kDone},
-        {"client half-way", kClient, 3, kGoesOn, kReject},
-        {"client complete", kClient, 5, kDone, kDone, kComplete},
-        {"server complete", kServer, 4, kDone, kDone, kComplete},
-        {"client without credentials", kClient, 1, kReject, kReject, kOpen, {}, without_credentials<kClient>},
-        {"client without an identity", kClient, 1, "000D0000/E3000427", kReject, kOpen, {}, nullptr, "authcid=a authcid=b"},
-        {"client without a mechanism", kClient, 1, kReject, kReject, kOpen, {}, without_mechanism<kClient>},
-        {"client that could not read", kClient, 1, kUnreadable, kGoesOn, kOpen, rubbish},
-        {"client given nothing", kClient, 1, kMissing, kGoesOn, kOpen, nothing},
-        {"client given a selection that is not established", kClient, 1, kInternal, kReject, kOpen, selection},
-        {"server that could not read", kServer, 0, kUnreadable, kReject, kOpen, rubbish},
-        {"server given nothing", kServer, 0, kMissing, kReject, kOpen, nothing},
-        {"server given a claim of completion", kServer, 0, kInternal, kDone, kOpen, claim},
-        {"server whose policy allows none", kServer, 2, kReject, kReject, kOpen, {}, nullptr, "authcid=onlyc"},
-        {"server without a mechanism", kServer, 2, kReject, kReject, kOpen, {}, without_mechanism<kServer>},
-        {"client complete, then fed rubbish", kClient, 5, kUnreadable, kDone, kComplete, rubbish},
-        {"server complete, then fed rubbish", kServer, 4, kUnreadable, kDone, kComplete, rubbish},
-        {"client complete, then fed its last token", kClient, 5, kDone, kDone, kComplete, selection},
-        {"client complete, then told of another selection", kClient, 5, kNotEarned, kNotEarned, kMoved, another},
-        {"client complete, then told of one that failed", kClient, 5, kNotEarned, kNotEarned, kMoved, another, without_context_of_b},
-        {"client complete, then told of one that it lacks", kClient, 5, kNotEarned, kNotEarned, kLacking, lacked},
+        {"client begun", kClient, 1, kGoesOn, kGoesOn, "2200 -1"},
+        {"server begun", kServer, 2, kGoesOn, kDone, "2211 -1"},
+        {"client half-way", kClient, 3, kGoesOn, kReject, "2211 -1"},
+        {"client complete", kClient, 5, kDone, kDone, "1111 0", kComplete},
+        {"server complete", kServer, 4, kDone, kDone, "1211 0", kComplete},
+        {"client without credentials", kClient, 1, kReject, kReject, "3200 -1", kOpen, {}, without_credentials<kClient>},
+        {"client without an identity", kClient, 1, "000D0000/E3000427", kReject, "2200 -1", kOpen, {}, nullptr, "authcid=a authcid=b"},
+        {"client without a mechanism", kClient, 1, kReject, kReject, "3200 -1", kOpen, {}, without_mechanism<kClient>},
+        {"client that could not read", kClient, 1, kUnreadable, kGoesOn, "2200 -1", kOpen, rubbish},
+        {"client given nothing", kClient, 1, kMissing, kGoesOn, "2200 -1", kOpen, nothing},
+        {"client given a selection that is not established", kClient, 1, kInternal, kReject, "2111 0", kOpen, selection},
+        {"server that could not read", kServer, 0, kUnreadable, kReject, "2200 -1", kOpen, rubbish},
+        {"server given nothing", kServer, 0, kMissing, kReject, "2200 -1", kOpen, nothing},
+        {"server given a claim of completion", kServer, 0, kInternal, kDone, "2111 -1", kOpen, claim},
+        {"server whose policy allows none", kServer, 2, kReject, kReject, "2211 -1", kOpen, {}, nullptr, "authcid=onlyc"},
+        {"server without a mechanism", kServer, 2, kReject, kReject, "3211 -1", kOpen, {}, without_mechanism<kServer>},
+        {"client complete, then fed rubbish", kClient, 5, kUnreadable, kDone, "1111 0", kComplete, rubbish},
+        {"server complete, then fed rubbish", kServer, 4, kUnreadable, kDone, "1211 0", kComplete, rubbish},
+        {"client complete, then fed its last token", kClient, 5, kDone, kDone, "1111 0", kComplete, selection},
+        {"client complete, then told of another selection", kClient, 5, kNotEarned, kNotEarned, "1111 1", kMoved, another},
+        {"client complete, then told of one that failed", kClient, 5, kNotEarned, kNotEarned, "1111 1", kMoved, another, without_context_of_b},
+        {"client complete, then told of one that it lacks", kClient, 5, kNotEarned, kNotEarned, "1111 2", kLacking, lacked},
     };
     // clang-format on
 }
@@ -263,6 +268,13 @@ void expect_answers(const State &state, const Tokens &good) {
     if (state.last)
         made = fed(peer, *state.last, state.side);
     EXPECT_EQ(made, state.made);
+    qxgss_negotiation_desc told{};
+    QXNEGO_inquire_negotiation(nullptr, peer.context, &told);
+    std::string all;
+    for (const auto each :
+         std::vector<OM_uint32>{told.NegState, told.NegStateFromPeer, told.IsPolicyApplied, told.IsOffered})
+        all += std::to_string(each);
+    EXPECT_EQ(all + " " + std::to_string(told.SelectedNumber), state.told);
     EXPECT_TRUE(state.is < kMoved || (peer.flags == 0 && peer.lifetime == 0));
     ASSERT_NE(peer.context, nullptr);
     peer.act();
