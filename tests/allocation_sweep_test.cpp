@@ -85,12 +85,13 @@ bool log_on(Peer &peer, const char *logon) {
 }
 
 // One call of a side; false when the negotiation ends with it.
-bool step(Peer &peer, std::string &token, bool &done) {
+bool step(Peer &peer, Side side, std::string &token, bool &done) {
     const Outcome outcome = peer.call(token);
     const bool well = went_well(outcome.major, outcome.minor);
     EXPECT_TRUE(well || outcome.output != harness::Output::kToken);
     EXPECT_TRUE(outcome.major == GSS_S_COMPLETE || (peer.source == nullptr && peer.delegated == nullptr));
     EXPECT_TRUE(!well || peer.context != nullptr);
+    EXPECT_TRUE(outcome.major != GSS_S_COMPLETE || side == kClient || text_of(peer.source) == "anna@REALM");
     done = outcome.major == GSS_S_COMPLETE;
     token = outcome.token;
     return well;
@@ -138,7 +139,7 @@ void negotiate(const Scenario &scenario) {
     std::string token;
     for (int turn = 0; go_on && turn < 8 && !(done[0] && done[1]); ++turn) {
         const Side side = turn % 2 == 0 ? kClient : kServer;
-        go_on = step(session.side(side), token, done[side]) && (done[side] || !token.empty());
+        go_on = step(session.side(side), side, token, done[side]) && (done[side] || !token.empty());
         if (turn == 1)
             use(session.server);
     }

@@ -257,7 +257,7 @@ std::string Peer::entries() const {
     std::string out;
     qxgss_negotiated_mech_desc entry;
     for (OM_uint32 i = 0; QXNEGO_inquire_negotiated_mech(nullptr, context, i, &entry) == GSS_S_COMPLETE; ++i)
-        out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry);
+        out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry) + (entry.IsStateFromPeer != 0 ? "<" : "");
     return out;
 }
 
@@ -300,8 +300,10 @@ std::string Peer::verdicts() const {
         const std::string word = word_of(record.pszLogString);
         if (record.MechOid.length != 0 && place == last.end())
             last.push_back(now);
-        else if (record.MechOid.length != 0 && word != "peer" && word != "unknown")
-            *place = now;
+        else if (record.MechOid.length != 0 && word != "peer" && word != "unknown") {
+            const bool same_state = place->compare(1, 2, now, 1, 2) == 0;
+            *place = now + (word == "adopt" || (same_state && place->back() == '<') ? "<" : "");
+        }
     }
     std::string out;
     for (const std::string &each : last)

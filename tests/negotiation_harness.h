@@ -97,7 +97,8 @@ class Peer {
 
     // Each entry in list order, as QXNEGO_inquire_negotiated_mech tells of it: letter, state and reason as on the wire,
     // "+" when established, and its statuses, which are "!" where a scripted failure has its default ones. Of a
-    // text alone "!" stands for that failure's, "-" for the one that stands in for a missing one.
+    // text alone "!" stands for that failure's, "-" for the one that stands in for a missing one. "<" when the state is
+    // the peer's.
     std::string entries() const;
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"
