@@ -322,6 +322,34 @@ TEST_F(Engine, AContextTakesTheMechanismsInUse) {
     registered("B").fUseMech = 1;
 }
 
+TEST_F(Engine, ThePolicyIsAppliedOnceAndLeavesWhatItAllows) {
+    const struct {
+        std::string user, identity;
+        const char *before, *minor, *after, *log;
+    } rows[] = {
+        {"onlyb", "onlya", "A11 B32", "", "A35(00000000/21000064) B32",
+         "[0] policy-no:A35(00000000/21000064) [0p] policy-set"},
+        {"onlyc", "", "A32 B11", "E3000406", "A32 B35(00000000/21000064)",
+         "[0] policy-no:B35(00000000/21000064) [0p] policy-set"},
+        {"", "nobody", "A11 B32", "E3000406", "A35(00000000/21000064) B32",
+         "[0] policy-no:A35(00000000/21000064) [0p] policy-set"},
+        {"", "", "A11 B11", "", "A11 B11", "[0p] policy-nouser"},
+        {{'\0', 'x'}, "onlya", "A11 B11", "E10000CB", "A11 B11", ""}, // no user name, so the lookup fails
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.user + "/" + row.identity);
+        Context context(kServer, "AB");
+        context.set(row.before);
+        set_text(context->UserNameBuf, row.user);
+        set_text(context->AuthenticationIdBuf, row.identity);
+        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), failed(row.minor));
+        const bool applied = context->IsPolicyApplied != 0;
+        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), failed(applied ? "" : row.minor));
+        EXPECT_EQ(context.entries(), row.after);
+        EXPECT_EQ(context.log(), row.log);
+    }
+}
+
 TEST_F(Engine, PrincipalsAreUsersOfOneItem) {
     char *user = nullptr;
     EXPECT_EQ(QXNEGO_INT_get_principal("anna@REALM@@secret", &user), QXNEGO_E_SUCCESSFUL);
