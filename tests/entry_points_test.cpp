@@ -56,14 +56,14 @@ std::string checked(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_ide
     return got;
 }
 
-// Beside those that every state of a context has in common.
+// Of calls without a context; state_table_test has those of a context in its states.
 TEST_F(EntryPoints, ChecksSpeakInOrder) {
     Session session("A", "A", "authcid=anna");
     session.client.call("");
     qxgss_ctx_id_t half = session.client.context, none = nullptr;
     qxgss_cred_id_t cred = nullptr;
     char text[] = "x";
-    qxgss_buffer_desc out{}, input{1, text}, empty{5, nullptr}; // the length is not looked at
+    qxgss_buffer_desc out{};
     qxgss_name_element_desc element{GSS_C_NT_HOSTBASED_SERVICE, {1, text}};
     qxgss_name_desc foreign{1, &element, nullptr}, empty_name{}, no_elements{1, nullptr, nullptr};
     qxgss_OID types[] = {nullptr, nullptr};
@@ -101,13 +101,6 @@ TEST_F(EntryPoints, ChecksSpeakInOrder) {
         {"02070000/E30003FC", checked(QXNEGO_release_cred, nullptr)},
         {"01070000/E30003FC", checked(QXNEGO_release_cred, &cred)},
         {"00070000/E30003FC", checked(QXNEGO_inquire_cred, nullptr, nullptr, nullptr, nullptr, nullptr)},
-        {"01080000/E30003FF", checked(QXNEGO_wrap, none, 0, 0, nullptr, nullptr, &out)},
-        {"010D0000/E3000402", checked(QXNEGO_wrap, half, 0, 0, &empty, nullptr, &out)},
-        {"010D0000/E3000402", checked(QXNEGO_unwrap, half, &empty, &out, nullptr, nullptr)},
-        {"010D0000/E3000402", checked(QXNEGO_get_mic, half, 0, nullptr, &out)},
-        {"010D0000/E3000402", checked(QXNEGO_verify_mic, half, nullptr, &input, nullptr)},
-        {"010D0000/E3000402", checked(QXNEGO_verify_mic, half, &input, &empty, nullptr)},
-        {"00000000/230003E8", checked(QXNEGO_get_client_domain_username, half, nullptr, nullptr)},
         {"00100000/E30003F2", checked(QXNEGO_qop_string_to_int, nullptr, nullptr, nullptr)},
         {"00100000/E30003F2", checked(QXNEGO_qop_int_to_string, nullptr, 0, nullptr)},
     };
