@@ -68,6 +68,12 @@ struct Outcome {
     std::string statuses() const { return hex(major) + "/" + hex(minor); }
 };
 
+using Lines = std::vector<std::string>;
+
+// What each message and inquiry gives for a context in whatever state, with a place for every output or for none: its
+// statuses and what became of the outputs. Places hold sevens before, and buffers another text.
+Lines use(qxgss_ctx_id_t context, bool given = true);
+
 // One side of a negotiation.
 class Peer {
   public:
@@ -86,9 +92,6 @@ class Peer {
     // One establishment call with that token, of this side's role or of that one.
     Outcome call(std::string_view token) { return call(token, side_); }
     Outcome call(std::string_view token, Side role);
-
-    // Every message and inquiry, of a context in whatever state, and what each said; a failure must bring nothing.
-    std::vector<std::string> use();
 
     // Deletes the context.
     Outcome end();

@@ -26,7 +26,8 @@ std::string run(const Scenario &scenario) {
             seen += " " + hex(token);
         for (Peer *peer : {&session.client, &session.server})
             if (peer->context != nullptr) {
-                for (const std::string &said : peer->use())
+                peer->act();
+                for (const std::string &said : use(peer->context))
                     seen += " " + said;
                 seen += " " + peer->end().statuses();
             }
