@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <span>
+#include <utility>
 
 namespace harness {
 
@@ -314,6 +315,7 @@ std::string Peer::log() const {
         mark = now;
         last = of_mechanism ? word : "";
     }
+    out += negotiation().NegState == NEG_STATE_REJECT ? " end" : "";
     return out;
 }
 

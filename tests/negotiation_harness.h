@@ -106,6 +106,7 @@ class Peer {
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"
     // where token number n begins, "[np]" once the policy is applied; "=" when the peer's view is adopted as it is.
+    // "end" when the negotiation's state is now Reject.
     std::string log() const;
 
     // What the log says last of each entry, other than the peer's view of it.

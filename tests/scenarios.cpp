@@ -80,9 +80,9 @@ constexpr Scenario kScenarios[] = {
      [](Script &s) { s.at('A', kServer).failing_call = 1; s.at('B', kServer).failing_call = 1;
            s.at('B', kServer).text = "B's own"; }, "C cont token, S 000D0000/E3000406 kept",
      "cred:A11,B11 init-est:A11+,B11+",
-     "peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32!,B32(00070000/C5000007 B's own)"},
+     "peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32!,B32(00070000/C5000007 B's own) end"},
     {"all fail at the client", "A", "A", kAnna, a_fails<kClient>, "C 000D0000/E3000406 kept",
-     "cred:A11 init-fail:A32!"},
+     "cred:A11 init-fail:A32! end"},
     {"a mechanism that fails and cannot be deleted ends the call", "AB", "AB", kAnna,
      [](Script &s) { s.at('A', kClient).failing_call = 1; s.at('A', kClient).delete_fails = true; },
      "C 00070000/C5000007 kept", "cred:A11,B11"},
@@ -120,7 +120,7 @@ constexpr Scenario kScenarios[] = {
      "unknown:A11 refuse:A34 peer:C11 cred-none [0p] policy-empty acc-fail:B32(00090000/C5000009 !) acc-cont:C11 [1p] "
      "peer:C11,B33 acc-est:C11+ select:C26+"},
     {"nothing in common", "A", "B", kAnna, nullptr, "C cont token, S 000D0000/E3000406 kept", "cred:A11 init-est:A11+",
-     "unknown:A11 refuse:A34 cred-none [0p] policy-empty acc-fail:B32(00090000/C5000009 !)"},
+     "unknown:A11 refuse:A34 cred-none [0p] policy-empty acc-fail:B32(00090000/C5000009 !) end"},
     // ---- Policy and authorization. A mechanism that the policy rejects carries the status of the test for it.
     {"policy allows the second", "AB", "AB", "authcid=onlyb", nullptr, kThreeCalls,
      "cred:A11,B11 init-est:A11+,B11+ [1] peer:A35+=,B26+= peer-state [1p] policy-told complete:B26+",
@@ -164,11 +164,11 @@ constexpr Scenario kScenarios[] = {
     {"none has an identity", "AB", "AB", nullptr,
      [](Script &s) { s.at('A', kClient).principal = Principal::kNoName;
            s.at('B', kClient).alter = [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; }; },
-     "C 000D0000/E3000406 kept", "cred:A11,B11 sso-id:A38,B38"},
+     "C 000D0000/E3000406 kept", "cred:A11,B11 sso-id:A38,B38 end"},
     {"a failing inquiry and a name without elements", "AB", "AB", nullptr,
      [](Script &s) { s.at('A', kClient).principal = Principal::kFailure;
            s.at('B', kClient).principal = Principal::kNoElements; }, "C 000D0000/E3000406 kept",
-     "cred:A11,B11 sso-id:A38,B38"},
+     "cred:A11,B11 sso-id:A38,B38 end"},
     {"two principals in one name are none", "AB", "AB", nullptr,
      [](Script &s) { s.at('A', kClient).principal_text = "anna,bert"; }, kThreeCalls,
      "cred:A11,B11 sso-id:A38 init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
