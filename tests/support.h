@@ -3,6 +3,7 @@
 #ifndef QXNEGO_SUPPORT_H
 #define QXNEGO_SUPPORT_H
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -71,6 +73,26 @@ std::string outcome(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_ide
     char text[18];
     std::snprintf(text, sizeof text, "%08X/%08X", major, minor);
     return text;
+}
+
+// The outcomes of the call with each of its pointers null in turn; one, when all are the same.
+template <typename... Parameters>
+std::string without_each(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
+    std::vector<std::string> outcomes;
+    const auto without = [&]<typename T>(T &argument) {
+        if constexpr (std::is_pointer_v<T>) {
+            const T given = std::exchange(argument, nullptr);
+            outcomes.push_back(outcome(call, arguments...));
+            argument = given;
+        }
+    };
+    (without(arguments), ...);
+    if (std::ranges::count(outcomes, outcomes[0]) == std::ssize(outcomes))
+        return outcomes[0];
+    std::string all;
+    for (const std::string &each : outcomes)
+        all += (all.empty() ? "" : " ") + each;
+    return all;
 }
 
 inline void expect_all(const std::string &expected, const std::vector<std::string> &outcomes) {
