@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/owned.h"
 #include "qxgss/operations.h"
 #include "testkit/real_mechanisms.h"
 #include "tests/support.h"
@@ -18,10 +19,7 @@ using namespace support;
 std::vector<std::string> configured;
 
 OM_uint32 say(qxgss_buffer_t pBuffer, const std::string &text, OM_uint32 *pMinorStatus, OM_uint32 major) {
-    if (!text.empty())
-        pBuffer->value = std::realloc(pBuffer->value, pBuffer->length + text.size());
-    text.copy(static_cast<char *>(pBuffer->value) + pBuffer->length, text.size());
-    pBuffer->length += text.size();
+    common::append(*pBuffer, text);
     *pMinorStatus = major == GSS_S_COMPLETE ? GSSP_E_SUCCESS : 0xA100012BU;
     return major;
 }
@@ -35,25 +33,26 @@ std::string in_use() {
 
 } // namespace
 
-// Mechanisms in the program itself: each does that when it is configured.
-#define CONFIGURES(PREFIX, ...)                                                                                        \
-    extern "C" QXGSS_API OM_uint32 PREFIX##_configure(                                                                 \
-        [[maybe_unused]] OM_uint32 *pMinorStatus, [[maybe_unused]] OM_uint32 ClientServer,                             \
-        [[maybe_unused]] qxgss_buffer_t pPath, [[maybe_unused]] qxgss_buffer_t pInfo) {                                \
+// Mechanisms in the program itself: each does that when it is configured, and then says and returns that.
+#define CONFIGURES(PREFIX, text, major, ...)                                                                           \
+    extern "C" QXGSS_API OM_uint32 PREFIX##_configure(OM_uint32 *pMinorStatus,                                         \
+                                                      [[maybe_unused]] OM_uint32 ClientServer,                         \
+                                                      [[maybe_unused]] qxgss_buffer_t pPath, qxgss_buffer_t pInfo) {   \
         __VA_ARGS__;                                                                                                   \
+        return say(pInfo, text, pMinorStatus, major);                                                                  \
     }
 #define ANSWERS(NAME, answer)                                                                                          \
     extern "C" QXGSS_API OM_uint32 NAME() {                                                                            \
         return answer;                                                                                                 \
     }
-CONFIGURES(GOOD, configured.push_back("GOOD " + std::to_string(ClientServer) + " " + text_of(*pPath));
-           return say(pInfo, "", pMinorStatus, GSS_S_COMPLETE))
-CONFIGURES(TALKS, return say(pInfo, "ready", pMinorStatus, GSS_S_CONTINUE_NEEDED))
-CONFIGURES(FAILS, return say(pInfo, "no key", pMinorStatus, GSS_S_FAILURE))
-CONFIGURES(MUTE, return say(pInfo, "", pMinorStatus, GSS_S_FAILURE))
-CONFIGURES(THROWS, throw std::runtime_error("no card"))
-CONFIGURES(RAISES, throw 1)
-CONFIGURES(NEGO, configured.push_back("NEGO" + in_use()); return say(pInfo, "", pMinorStatus, GSS_S_COMPLETE))
+CONFIGURES(GOOD, "", GSS_S_COMPLETE,
+           configured.push_back("GOOD " + std::to_string(ClientServer) + " " + text_of(*pPath)))
+CONFIGURES(NEGO, "", GSS_S_COMPLETE, configured.push_back("NEGO" + in_use())) // it negotiates
+CONFIGURES(TALKS, "ready", GSS_S_CONTINUE_NEEDED, )
+CONFIGURES(FAILS, "no key", GSS_S_FAILURE, )
+CONFIGURES(MUTE, "", GSS_S_FAILURE, )
+CONFIGURES(THROWS, "", GSS_S_COMPLETE, throw std::runtime_error("no card"))
+CONFIGURES(RAISES, "", GSS_S_COMPLETE, throw 1)
 ANSWERS(GOOD_release_name, GSS_S_COMPLETE)
 ANSWERS(PLAIN_release_name, GSS_S_COMPLETE)
 ANSWERS(OLD_release_name, GSS_S_COMPLETE)
@@ -76,7 +75,7 @@ using Operation = OM_uint32 (*)();
 const Operation all_operations[] = {QXGSS_OPERATIONS(LISTED, ALL)};
 
 std::string in_program(const std::string &name, const std::string &oid, const std::string &more = "") {
-    return support::mechanism(name, oid, name, "", more);
+    return testkit::entry_of(name, oid, name, "") + more;
 }
 
 class Loader : public testing::Test {
@@ -436,8 +435,8 @@ TEST_F(Loader, ThePolicyHoldsForAUserNotForASpelling) {
 
 TEST_F(Loader, AccountsThatLackANameAreToldOf) {
     const std::string kerberos = "1.2.840.113554.1.2.2", ntlm = "1.3.6.1.4.1.311.2.2.10", scram = "1.2.3";
-    const std::string rest = support::mechanism("KRB", kerberos, "GOOD") + support::mechanism("NTLM", ntlm, "GOOD") +
-                             support::mechanism("S", scram, "GOOD") +
+    const std::string rest = testkit::entry_of("KRB", kerberos, "GOOD", "") +
+                             testkit::entry_of("NTLM", ntlm, "GOOD", "") + testkit::entry_of("S", scram, "GOOD", "") +
                              "[policy.users]\na = []\nb = { mechanisms = [], names = ['b@R'] }\n'c@R' = 'none'\n";
     const std::string holds = ": the policy holds for every such name of that user";
     const std::pair<std::string, std::string> rows[] = {

@@ -122,13 +122,6 @@ inline std::string described(const std::string &buffer) {
     return text + buffer.substr(at);
 }
 
-// A mechanism's table in a configuration; without a library it is in the program itself. Its last lines are `more`.
-inline std::string mechanism(const std::string &name, const std::string &oid, const std::string &prefix,
-                             const std::string &library = "", const std::string &more = "") {
-    return "[[mechanism]]\nname = \"" + name + "\"\noid = \"" + oid + "\"\nprefix = \"" + prefix + "\"\n" +
-           (library.empty() ? "" : "library = \"" + library + "\"\n") + more;
-}
-
 inline MechInfo_t &registered(std::string_view name) {
     for (OM_uint32 i = 0; i < MechCount; ++i)
         if (name == pMechInfo[i].pszMechName)
