@@ -196,7 +196,7 @@ TEST_P(AdapterSweep, WholeLife) {
     RealMechanism rows[] = {kScram, kKerberos, kNtlm};
     rows[0].settings = "verifiers_file = \"" + verifiers + "\"\n";
     const std::string file =
-        folder.file("qxgss.conf", mechanism("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS") + entries_of(rows));
+        folder.file("qxgss.conf", entry_of("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS", "") + entries_of(rows));
     ASSERT_EQ(qxgss_configure(nullptr, QXGSS_CLIENT, file.c_str(), nullptr), GSS_S_COMPLETE);
     around_call = [](bool before) { before ? void(window.emplace()) : window.reset(); };
     failing_heap::watch_for(GetParam().password);
