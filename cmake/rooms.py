@@ -20,7 +20,7 @@ ROOMS = {
     "mechanisms/hostgss": ["common/*", "mechanisms/exposure.h"] + FRAMEWORK + LOGON,
     "session": ["common/*"] + FRAMEWORK + TOKENS,
     "bridge": ["common/*", "session/*"] + FRAMEWORK + LOGON + TOKENS,
-    "tools": ["common/*", "session/qxgss_session.h"] + FRAMEWORK + LOGON + TOKENS + CODES,
+    "tools": ["common/*", "session/qxgss_session.h", "session/qxgss_log.h"] + FRAMEWORK + LOGON + TOKENS + CODES,
 }
 
 

@@ -1,5 +1,6 @@
 // A whole conversation of both roles. The input picks a scenario, changes how its mechanisms behave, and decides for
 // each call what becomes of the peer's token and which allocation fails.
+#include <algorithm>
 #include <climits>
 #include <iterator>
 #include <string>
@@ -8,6 +9,7 @@
 #include "fuzz/input.h"
 #include "fuzz/token.h"
 #include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
+#include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 #include "tests/failing_heap.h"
 #include "tests/negotiation_harness.h"
 #include "tests/scenarios.h"
@@ -202,6 +204,18 @@ class Conversation {
         const OM_uint32 major = QXNEGO_inquire_properties_for_user(nullptr, peer.context, &properties);
         require(GSS_ERROR(major) == 0 || properties.value == nullptr, "a failure brings no properties");
         gssp_release_buffer(nullptr, &properties);
+        if (peer.context != nullptr)
+            check_trace(peer.negotiation());
+    }
+
+    static void check_trace(const NegContext_desc &negotiation) {
+        char line[qxnego::kTraceLine];
+        for (const NegLogRecord &record : std::span(negotiation.NegLog.pRecords, negotiation.NegLog.Count)) {
+            const std::size_t length = qxnego::write_trace_line(line, record, negotiation);
+            const auto is_safe = [](char c) { return c >= 0x20 && c < 0x7F; };
+            require(std::find_if_not(line, line + length, is_safe) == line + length - 1 && line[length - 1] == '\n',
+                    "a traced record is one line of safe text");
+        }
     }
 
     static std::string selected(const Peer &peer) {

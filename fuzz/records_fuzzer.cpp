@@ -43,10 +43,12 @@ void read_records(Input &input) {
     const tools::Bytes bytes = [](std::string_view text) {
         return tools::Bytes(text.begin(), text.end());
     }(input.rest());
-    const tools::UserProperties properties = tools::read_properties(bytes);
-    require(properties.end == walk(bytes.data(), bytes.size()), "all readers end at the same place");
+    const std::optional<tools::SavedLog> log = tools::SavedLog::read(bytes);
+    if (!log || log->properties().empty())
+        return;
+    require(log->facts().PropertyEnd == walk(bytes.data(), bytes.size()), "all readers end at the same place");
     std::ostringstream out;
-    tools::print_properties(out, properties);
+    tools::print_properties(out, *log);
     for (const char byte : out.str())
         require(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20, "what is printed is safe for a terminal");
 }

@@ -150,6 +150,7 @@ struct NegContext_desc {
     OM_sint32 SelectedMechInfoIndex;    // registry index; -1: none
     OM_sint32 SelectedMechListIndex;    // index in NegMechList; -1: none
     NegMechOrder_desc MechOrder{};      // of what a list holds beyond a usual length (reconcile.cpp)
+    OM_uint32 TraceNumber = 0;          // of the process's negotiations that were traced; 0: not yet (trace.cpp)
     OM_sint32 PolicyNameListIndex = -1; // the entry whose name the policy was looked up for; -1: one of the above
 };
 using NegContext_t = NegContext_desc *;

@@ -47,9 +47,9 @@ class Docs(unittest.TestCase):
         return json.loads(output(*arguments, "--json", **options))
 
     def test_data(self):
-        demo = self.run_json("demo", "both", "--save", self.folder)
+        demo = self.run_json("demo", "wrong-password", "--save", self.folder)
         self.check("demo", demo)
-        saved = os.path.join(self.folder, "both", "")
+        saved = os.path.join(self.folder, "wrong-password", "")
         cut = self.run_json("dump", "-", input="a005")
         self.check("dump, log, properties", cut, self.run_json("dump", "-", input="TlRMTVNTUAABAAAAAgIAAA=="),
                    self.run_json("dump", "--inner", saved + "token-1-client"),

@@ -3,11 +3,12 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "gssp2qxnego/gssp2qxnegoint.h"
+#include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 #include "tests/support.h"
 
 namespace {
@@ -278,6 +279,31 @@ TEST_F(Texts, WholeLogIsBannerAndRecords) {
         if (count < records.size())
             expected += format(records[count], count);
     }
+}
+
+// Whatever others wrote, a line of the trace is one line, and what stands in quotation marks ends at them.
+TEST_F(Texts, TracesARecordAsOneLine) {
+    NegContext_desc context{};
+    context.NegLog.BaseTime = 1'000'000'000'000;
+    context.TraceNumber = 7;
+    entry_.ElapsedTime = 1'005;
+    entry_.MechIndex = -1;
+    entry_.MechState = NEG_MECH_STATE_REJECTED;
+    entry_.MechReason = NEG_MECH_REASON_GSSAPI_ERROR;
+    char line[qxnego::kTraceLine], hostile[] = "a\" b\\\n\x1b[2J\xe2\x80\xae\x7f\0z", event[] = "x: y";
+    entry_.pszLogString = event;
+    entry_.GssMinorStatusText = {sizeof hostile - 1, hostile};
+    const auto traced = [&] { return std::string(line, qxnego::write_trace_line(line, entry_, context)); };
+    EXPECT_EQ(traced(), "2001-09-09T01:46:41.005Z pid=" + std::to_string(getpid()) +
+                            " context=7 role=server call=1 event=\"x: y\" mechanism=2b.06.01.7f state=\"Rejected\" "
+                            "reason=\"GSSAPI Error\" major=00000000 minor=00000000 status=\"a\\x22 b\\x5c\\x0a\\x1b[2J"
+                            "\\xe2\\x80\\xae\\x7f\\x00z\" established=no policy-applied=no "
+                            "negotiation=\"Incomplete\" peer=\"Completed\"\n");
+    std::string huge(1 << 16, '\xff');
+    entry_.GssMinorStatusText = {huge.size(), huge.data()};
+    entry_.pszLogString = huge.data();
+    EXPECT_NE(traced().find("\\xff...\" established=no"), std::string::npos);
+    EXPECT_TRUE(traced().size() < qxnego::kTraceLine && traced().ends_with("peer=\"Completed\"\n"));
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "gssp2qxnego/gssp2qxnegoutil/events.h"
+#include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 
 // Texts of records, NUL-terminated, behind this head. The last block is the first of the list.
 struct NegLogTexts {
@@ -102,6 +103,8 @@ Status append(std::string_view text, const NegMechEntry_desc *entry, NegContext_
     record.GssMinorStatusText = status_text;
     record.pszLogString = kept;
     snapshot_negotiation(negotiation, record);
+    if (is_tracing) [[unlikely]]
+        trace(record, negotiation);
     return kSuccess;
 }
 

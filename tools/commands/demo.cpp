@@ -31,7 +31,7 @@ namespace {
 struct Side {
     const char *name;
     Story story;
-    UserProperties properties;
+    std::optional<SavedLog> saved; // in the user properties
 };
 
 struct Outcome {
@@ -71,7 +71,7 @@ Side told(const char *name, Worker &worker) {
     if (worker.has_crashed())
         throw Failure(worker.result());
     Side side{name, decode_story(as_bytes(worker.result())), {}};
-    side.properties = read_properties(side.story.properties);
+    side.saved = SavedLog::read(side.story.properties);
     return side;
 }
 
@@ -176,23 +176,21 @@ void show_ends(const Outcome &outcome) {
     table.print(std::cout);
 }
 
-void show_server(const UserProperties &properties) {
-    if (!properties.log.empty()) {
+void show_server(const SavedLog &saved) {
+    if (!saved.text().empty()) {
         std::cout << "\nThe server's negotiation log:\n";
-        print_log(std::cout, properties.log);
+        print_log(std::cout, saved.text());
     }
-    if (!properties.records.empty()) {
-        std::cout << "\nThe server's user properties:\n\n";
-        print_properties(std::cout, properties);
-    }
+    std::cout << "\nThe server's user properties:\n\n";
+    print_properties(std::cout, saved);
 }
 
 void show(const Scenario &scenario, const Outcome &outcome, bool full) {
     if (full)
         show_calls(outcome);
     show_ends(outcome);
-    if (full)
-        show_server(outcome.server.properties);
+    if (full && outcome.server.saved)
+        show_server(*outcome.server.saved);
     if (!outcome.verdicts.empty()) {
         std::cout << "\nThe mechanisms:\n\n";
         print_verdicts(std::cout, outcome.verdicts);
@@ -240,7 +238,7 @@ void save(const Scenario &scenario, const Outcome &outcome, const DemoOptions &o
             write_file(folder / ("token-" + std::to_string(++number) + '-' + side), as_text(call->token));
     for (const Side *side : {&outcome.client, &outcome.server}) {
         write_file(folder / (std::string(side->name) + ".properties"), as_text(side->story.properties));
-        write_file(folder / (std::string(side->name) + ".log"), side->properties.log);
+        write_file(folder / (std::string(side->name) + ".log"), side->saved ? side->saved->text() : "");
     }
     if (!options.json)
         std::cout << "Saved in " << folder.string() << "\n\n";

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "gssp2qxnego/token_format.h"
+#include "gssp2qxnego/words.h"
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
@@ -157,88 +158,115 @@ void show_foreign(const Foreign &foreign, ByteView token, const DumpOptions &opt
 
 // ---- Logs and user properties --------------------------------------------------------------------------------------
 
-Json json_of_log(std::string_view log) {
-    Json mechanisms = Json::array();
-    for (const LogRecord &record : last_records(log))
-        mechanisms.push_back({{"mechanism", printable(record.mechanism)},
-                              {"state", printable(record.state)},
-                              {"reason", printable(record.reason)},
-                              {"status_text", printable(record.status_text)}});
-    return {{"mechanisms", mechanisms}, {"log", lines_of(log)}};
-}
-
-Json json_of_records(const UserProperties &properties) {
-    Json records = Json::array();
-    for (const Property &record : properties.records)
-        records.push_back(
-            {{"id", record.id}, {"name", record.name}, {"length", record.length}, {"value", record.value}});
-    return {{"records", records}};
-}
-
-Json json_of_properties(const UserProperties &properties) {
-    Json out = json_of_records(properties);
-    if (!properties.log.empty())
-        out.update(json_of_log(properties.log));
+Json json_of(const LogRecord &record) {
+    const auto text = [](const qxgss_buffer_desc &buffer) { return printable(common::bytes_of(&buffer)); };
+    Json out = {{"side", record.IsInitiator != 0 ? "client" : "server"},
+                {"call", record.Call},
+                {"event", text(record.Event)},
+                {"peer_view", record.IsPeerView != 0},
+                {"policy_applied", record.IsPolicyApplied != 0},
+                {"negotiation", qxnego::neg_state_word(record.NegState)},
+                {"negotiation_of_peer", qxnego::neg_state_word(record.NegStateFromPeer)},
+                {"milliseconds", record.ElapsedTime}};
+    if (const std::string mechanism = mechanism_of(record); !mechanism.empty())
+        out.update({{"mechanism", printable(mechanism)},
+                    {"state", state_word(record)},
+                    {"reason", reason_word(record)},
+                    {"established", record.IsCtxEstablished != 0}});
+    if (record.MechReason == QXGSS_MECH_REASON_GSSAPI_ERROR)
+        out.update({{"major", code_text(record.MajorStatus)},
+                    {"minor", code_text(record.MinorStatus)},
+                    {"status_text", text(record.StatusText)}});
     return out;
 }
 
-void show_log(std::string_view log, const DumpOptions &options) {
-    if (options.json) {
-        std::cout << json_of_log(log).dump(2) << '\n';
-        return;
-    }
-    print_log(std::cout, log);
-    print_records(std::cout, last_records(log));
+Json json_of_log(const SavedLog &log) {
+    Json mechanisms = Json::array(), events = Json::array();
+    for (const LogRecord *record : last_records(log))
+        mechanisms.push_back({{"mechanism", printable(mechanism_of(*record))},
+                              {"state", state_word(*record)},
+                              {"reason", reason_word(*record)},
+                              {"status_text", printable(common::bytes_of(&record->StatusText))}});
+    for (const LogRecord &record : log.records())
+        events.push_back(json_of(record));
+    return {{"host", printable(common::bytes_of(&log.facts().Host))},
+            {"written", printable(common::bytes_of(&log.facts().Time))},
+            {"mechanisms", mechanisms},
+            {"events", events},
+            {"log", lines_of(log.text())}};
 }
 
-void require_whole(const UserProperties &properties, ByteView buffer, const std::string &file) {
-    if (properties.records.empty() || properties.end != buffer.size())
-        throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(properties.end), kExitUsage);
+Json json_of_properties(const SavedLog &log) {
+    Json records = Json::array();
+    for (const Property &property : log.properties())
+        records.push_back({{"id", property.Id},
+                           {"name", name_of(property)},
+                           {"length", property.Record.length},
+                           {"value", value_of(property)}});
+    return {{"records", records}};
 }
 
-void show_properties(ByteView buffer, const DumpOptions &options) {
-    const UserProperties properties = read_properties(buffer);
+Json json_of(const SavedLog &log) {
+    Json out = log.properties().empty() ? Json::object() : json_of_properties(log);
+    if (!log.text().empty())
+        out.update(json_of_log(log));
+    return out;
+}
+
+void print_text(const SavedLog &log) {
+    print_log(std::cout, log.text());
+    print_last_records(std::cout, log);
+}
+
+void require_whole(const SavedLog &log, ByteView content, const std::string &file) {
+    if (!log.properties().empty() && log.facts().PropertyEnd != content.size())
+        throw Failure(shown_name(file) + ": no record begins at byte " + std::to_string(log.facts().PropertyEnd),
+                      kExitUsage);
+}
+
+void show_saved(const SavedLog &log, ByteView content, const DumpOptions &options) {
     if (options.json) {
-        std::cout << json_of_properties(properties).dump(2) << '\n';
+        std::cout << json_of(log).dump(2) << '\n';
     } else {
-        print_properties(std::cout, properties);
-        if (!properties.log.empty())
-            show_log(properties.log, options);
+        if (!log.properties().empty())
+            print_properties(std::cout, log);
+        if (!log.text().empty())
+            print_text(log);
     }
-    require_whole(properties, buffer, options.file);
+    require_whole(log, content, options.file);
 }
 
 } // namespace
 
 void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    if (is_user_properties(content))
-        return show_properties(content, options);
+    if (const std::optional<SavedLog> log = SavedLog::read(content))
+        return show_saved(*log, content, options);
     if (const std::optional<Foreign> foreign = read_foreign(content))
         return show_foreign(*foreign, content, options);
-    if (!is_negotiation_log(as_text(content)))
-        return show_token(content, options);
-    show_log(as_text(content), options);
+    show_token(content, options);
 }
 
 void run_log(const DumpOptions &options) {
-    const Bytes content = read_dumped_file(options.file);
-    const std::string inside = read_properties(content).log;
-    if (!is_negotiation_log(as_text(content)) && inside.empty())
+    const std::optional<SavedLog> log = SavedLog::read(read_dumped_file(options.file));
+    if (!log || log->text().empty())
         throw Failure(shown_name(options.file) + ": holds no negotiation log", kExitUsage);
-    show_log(inside.empty() ? as_text(content) : inside, options);
+    if (options.json)
+        std::cout << json_of_log(*log).dump(2) << '\n';
+    else
+        print_text(*log);
 }
 
 void run_properties(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    if (!is_user_properties(content))
+    const std::optional<SavedLog> log = SavedLog::read(content);
+    if (!log || log->properties().empty())
         throw Failure(shown_name(options.file) + ": holds no user properties", kExitUsage);
-    const UserProperties properties = read_properties(content);
     if (options.json)
-        std::cout << json_of_records(properties).dump(2) << '\n';
+        std::cout << json_of_properties(*log).dump(2) << '\n';
     else
-        print_properties(std::cout, properties);
-    require_whole(properties, content, options.file);
+        print_properties(std::cout, *log);
+    require_whole(*log, content, options.file);
 }
 
 } // namespace tools

@@ -1,34 +1,14 @@
-// A user-properties buffer as people read it: its records, one row each, and the negotiation log that it carries.
+// User properties as people read them: a row for each record.
 #ifndef QXNEGO_TOOLS_SHOW_USER_PROPERTIES_H
 #define QXNEGO_TOOLS_SHOW_USER_PROPERTIES_H
 
-#include <cstdint>
-#include <ostream>
-#include <string>
-#include <vector>
-
-#include "tools/bytes.h"
+#include "tools/show/log.h"
 
 namespace tools {
 
-struct Property {
-    std::uint16_t id = 0;
-    std::uint16_t length = 0; // of the whole record, in bytes
-    std::string name;
-    std::string value; // safe to print
-};
-
-struct UserProperties {
-    std::vector<Property> records;
-    std::string log;     // the text of the negotiation-log record, empty without one
-    std::size_t end = 0; // where the last whole record ends: the buffer's size when the buffer is sound
-};
-
-UserProperties read_properties(ByteView buffer);
-
-// Whether the buffer begins with a whole record of a known kind, as no token does.
-bool is_user_properties(ByteView buffer);
-void print_properties(std::ostream &out, const UserProperties &properties);
+std::string name_of(const Property &property);
+std::string value_of(const Property &property); // safe to print
+void print_properties(std::ostream &out, const SavedLog &log);
 
 } // namespace tools
 

@@ -49,7 +49,7 @@ std::string_view credentials_of(std::string_view text) {
 
 Bytes read_dumped_file(const std::string &path) {
     Bytes content = read_file(path);
-    if (!is_text(content) || is_negotiation_log(as_text(content)))
+    if (!is_text(content) || SavedLog::read(content))
         return content;
     const std::string text = without(credentials_of(as_text(content)), kBlanks);
     const std::string digits = without(text.starts_with("0x") ? text.substr(2) : text, ":-,");
