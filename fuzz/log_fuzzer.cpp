@@ -61,7 +61,7 @@ void make_page(std::string log) {
         require(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20, "a page has no control characters");
     for (char &byte : log)
         if (byte != '\0' && std::strchr("<>&\"'", byte) != nullptr)
-            byte = 'x';
+            byte = '~'; // which no label has
     require(markup_of(made) == markup_of(page_of(log)), "markup is the page's own");
 }
 

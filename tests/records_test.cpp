@@ -136,22 +136,21 @@ TEST_F(UserProperties, AreBuiltOnceAfterCompletion) {
         const std::string text = described(taken(buffer));
         return got == kDone ? text.substr(0, text.find(" 20:")) : got;
     };
-    const auto asked = [] { return scripted::calls("inquire_properties_for_user", 'A'); };
     const std::string first = session.server.call(session.client.call("").token).token;
+    acceptor.messages_fail = true;
     EXPECT_EQ(told(), "8:16(2 0 0 0)"); // nobody is asked
-    EXPECT_EQ(asked(), 0);
     session.server.call(session.client.call(first).token);
     for (const OM_sint32 nobody : {-1, 99}) {
         const OM_sint32 index = std::exchange(session.server.negotiation().SelectedMechInfoIndex, nobody);
         EXPECT_EQ(told(), "000D0000/E3000400");
         session.server.negotiation().SelectedMechInfoIndex = index;
     }
-    acceptor.messages_fail = true;
     EXPECT_EQ(told(), "00070000/C5000007");
     acceptor.messages_fail = false;
-    for (int i = 0; i < 2; ++i) // the kept buffer answers from now on, with copies of its own
-        EXPECT_EQ(told(), "9:12[joe] 8:16(2 0 0 1)");
-    EXPECT_EQ(asked(), 2);
+    EXPECT_EQ(told(), "9:12[joe] 8:16(2 0 0 1)");
+    acceptor.messages_fail = true; // the kept buffer answers from now on, with copies of its own
+    EXPECT_EQ(told(), "9:12[joe] 8:16(2 0 0 1)");
+    acceptor.messages_fail = false;
     harness::Session without("A", "A", "authcid=anna");
     without.run();
     registered("A").MechFtnTable.ftn_gssp_inquire_properties_for_user = nullptr; // it need not have any
