@@ -1,22 +1,14 @@
 // Sessions over the real mechanisms, in a realm of their own: what honest sides get, what someone in between and a
 // hostile peer can do, and every call in every state.
-#include <set>
 
-#include "testkit/conversation.h"
-#include "testkit/real_mechanisms.h"
 #include "tests/failing_heap.h"
-#include "tests/support.h"
+#include "tests/session_pair.h"
 
 namespace {
 
-using namespace support;
-using namespace testkit;
+using namespace session_pair;
 
 constexpr char kConfirmation = 2, kEnd = 4; // types of messages
-
-// Refusals need not be waited for.
-constexpr qxgss_session_options_desc kAtOnce = {
-    sizeof kAtOnce, QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, QXGSS_SESSION_UNPROTECTED, nullptr, nullptr, nullptr};
 
 // ---- A mechanism that keeps no rule, in the program itself ---------------------------------------------------------
 
@@ -85,30 +77,6 @@ QXGSS_API OM_uint32 HOSTILE_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ct
 namespace {
 
 const RealMechanism kHostile{"HOSTILE", kHostileOid, "HOSTILE", "", "authcid=alice password=x", "alice", "", false};
-
-struct Pair {
-    explicit Pair(const std::string &logon, const qxgss_session_options_desc &of_server = kAtOnce) {
-        client.initiate(logon, &kAtOnce);
-        server.accept(&of_server);
-    }
-    void open(const Between &between = {}) { converse(client, server, between); }
-    bool both_open() const { return client.is_open() && server.is_open(); }
-    std::string failure() const { return server.facts().pszFailure; } // of the server
-    SessionEnd client, server;
-};
-
-// Configured with one mechanism; everything of a test is gone when the framework is.
-struct Configured : testing::Test {
-    static void configure(const RealMechanism &of, const std::string &policy = "") { configure({&of, 1}, policy); }
-    static void configure(std::span<const RealMechanism> offer, const std::string &policy = "") {
-        const Folder folder;
-        const std::string file = folder.file("qxgss.conf", configuration_of(offer, policy));
-        qxgss_buffer_desc message{};
-        ASSERT_EQ(qxgss_configure(nullptr, QXGSS_SERVER, file.c_str(), &message), GSS_S_COMPLETE) << taken(message);
-        gssp_release_buffer(nullptr, &message);
-    }
-    void TearDown() override { qxgss_shutdown(nullptr); }
-};
 
 class Sessions : public Configured, public testing::WithParamInterface<RealMechanism> {
   protected:
@@ -429,105 +397,6 @@ TEST_F(Configured, EachOptionCanEndASession) {
         EXPECT_EQ(pair.server.facts().State, QXGSS_SESSION_FAILED) << failure;
         EXPECT_NE(pair.failure().find(failure), std::string::npos) << pair.failure();
     }
-}
-
-std::string element(int tag, const std::string &contents) {
-    return char(0x80 + tag) + (char(contents.size()) + contents);
-}
-std::string list(const std::string &contents) {
-    return char(0xA0) + (char(contents.size()) + contents);
-}
-// A client's first token that offers SCRAM-SHA-256 for bob, with items around the one for its own name.
-std::string offer_of(const std::string &in_mechanism, const std::string &items, const std::string &in_repeated = "",
-                     const std::string &before = "") {
-    const auto scram = [](const std::string &more) {
-        return list(element(0, "\x2b\6\1\5\5\x12") + element(1, "\1") + element(6, "n,,n=bob,r=0123456789abcdef") +
-                    more);
-    };
-    return list(list(before + scram(in_mechanism) + (in_repeated.empty() ? "" : scram(in_repeated))) + items);
-}
-
-// Repeated and misplaced names, of which only some are read.
-const std::string kState = element(1, "\2"), kBob = element(2, "bob"), kSso = kState + element(3, "\1"),
-                  kSsoBob = element(7, "bob"), kSsoDecoy = element(7, "zzz"),
-                  kRefused = list(element(0, "\x2b\6\1\5\5\x0e") + element(1, "\3") + element(2, "\5") + kSsoDecoy);
-const std::pair<const char *, std::string> kOddTokens[] = {
-    {"authentication ID", offer_of("", kState + kBob)},
-    {"decoy before the state", offer_of("", element(2, "zzz") + kState + kBob)},
-    {"constructed decoy", offer_of("", '\xA2' + ('\0' + kState) + kBob)},
-    {"decoy user before single sign-on",
-     offer_of("", kState + element(4, "zzz") + element(3, {"\0", 1}) + element(4, "bob"))},
-    {"two single sign-on names", offer_of(kSsoBob + kSsoDecoy, kSso)},
-    {"NUL in the name", offer_of("", kState + element(2, {"bob\0x", 5}))},
-    {"a mechanism that the client calls refused by the policy, with a decoy", offer_of(kSsoBob, kSso, "", kRefused)},
-    {"a mechanism twice, each with another name", offer_of(kSsoDecoy, kSso, kSsoBob)},
-};
-
-// A forbidden user hears what an unknown one hears, and as late; the name that was proved decides.
-TEST_F(Configured, ForbidsWithoutTellingStrangers) {
-    const RealMechanism both[] = {kScram, kScram1};
-    configure(both, "[policy.users]\nbob = [\"QXNEGO\"]\n");
-    constexpr auto kClaimed = QXGSS_SESSION_CLAIMED_REFUSED, kProved = QXGSS_SESSION_PROVED_REFUSED,
-                   kNone = QXGSS_SESSION_NONE_REFUSED;
-    constexpr auto kPolicy = QXGSS_SESSION_FAILURE_POLICY, kWrong = QXGSS_SESSION_FAILURE_NEGOTIATION;
-    const struct {
-        const char *logon;
-        qxgss_session_refused_et refused;
-        qxgss_session_failure_et failure;
-        bool is_stranger;
-    } cases[] = {
-        {"authcid=bob password=x", kClaimed, kPolicy, true},
-        {"authcid=eve password=x", kNone, kWrong, true},
-        {"authcid=alice password=x", kNone, kWrong, true},
-        {"authcid=bob password=builder", kClaimed, kPolicy, false},
-        {"authcid=bob password=builder user=alice", kProved, kPolicy, false},
-        {"authcid=alice password=wonderland user=bob", kClaimed, kPolicy, false},
-        {"authcid=alice password=wonderland user=eve", kNone, QXGSS_SESSION_NO_FAILURE, false},
-    };
-    qxgss_session_options_desc patient = kAtOnce;
-    patient.RefusalTime = 60'000;
-    std::set<std::string> heard;
-    std::set<std::pair<std::string, std::size_t>> heard_of_odd;
-    for (const auto &[logon, refused, failure, is_stranger] : cases) {
-        SCOPED_TRACE(logon);
-        Pair pair(logon, patient);
-        std::string shape;
-        pair.open([&](std::size_t number, const std::string &message) {
-            if (number % 2 == 0)
-                shape += ' ' + std::to_string(int{message[0]}) + ':' + std::to_string(message.size());
-        });
-        EXPECT_EQ(pair.server.facts().Refused, refused);
-        EXPECT_EQ(pair.server.facts().Failure, failure) << pair.server.facts().pszFailure;
-        EXPECT_EQ(qxgss_session_delay(pair.server.handle) > 30'000, is_stranger);
-        if (is_stranger)
-            heard.insert(shape);
-    }
-    EXPECT_EQ(heard.size(), 1U);
-    for (const auto &[shape, of_bob] : kOddTokens)
-        for (const std::string name : {"bob", "eve"}) {
-            SCOPED_TRACE(shape + (" " + name));
-            std::string token = '\1' + of_bob;
-            for (std::size_t at = 0; (at = token.find("bob", at)) != token.npos;)
-                token.replace(at, 3, name), at += 3;
-            SessionEnd server;
-            server.accept(&patient);
-            const std::string answer = server.step(token);
-            EXPECT_EQ(answer.substr(0, 1), "\1");
-            EXPECT_EQ(server.facts().Refused, name == "bob" ? kClaimed : kNone);
-            qxgss_session_verdict_desc verdict{}; // the story is that of the claim
-            qxgss_session_inquire_verdict(nullptr, server.handle, 0, &verdict);
-            EXPECT_EQ(verdict.Server.Reason == QXGSS_MECH_REASON_DUE_TO_POLICY, name == "bob");
-            EXPECT_TRUE(heard_of_odd.insert({shape, answer.size()}).second || name == "eve");
-        }
-    EXPECT_EQ(heard_of_odd.size(), std::size(kOddTokens));
-    Pair elsewhere("", patient); // where nothing is offered that could be had, the policy forbids nothing
-    elsewhere.server.step('\1' + list(list(list(element(0, "\x2b\6\1") + element(1, "\1"))) + kState + kBob));
-    EXPECT_EQ(elsewhere.server.facts().Failure, kWrong);
-    EXPECT_EQ(elsewhere.server.facts().Refused, kNone);
-    Pair pair("", patient); // who does not even try has nothing to wait for
-    pair.server.step("\1no token");
-    EXPECT_EQ(pair.server.facts().State, QXGSS_SESSION_FAILED);
-    EXPECT_LT(qxgss_session_delay(pair.server.handle), 1000U);
 }
 
 } // namespace
