@@ -1,6 +1,5 @@
 // Sessions over the real mechanisms, in a realm of their own: what honest sides get, what someone in between and a
 // hostile peer can do, and every call in every state.
-
 #include "tests/failing_heap.h"
 #include "tests/session_pair.h"
 
