@@ -9,7 +9,8 @@ import unittest
 
 from network_harness import QXNEGO, SCRAM, SCRAM_1, Server, configuration
 
-DOCS = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "docs")
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+DOCS = os.path.join(SOURCE, "docs")
 WORDS = {"true", "false", "null", "serve", "connect", "log", "properties"}  # values and subcommands
 LOGON = "authcid=alice password=wonderland"
 
@@ -73,6 +74,32 @@ class Docs(unittest.TestCase):
         self.assertIn("refused", [line["event"] for line in lines])
         seldom = {"event": "notice", "text": "", "address": "", "connections": 0, "verdicts_left_out": 0}
         self.check("serve, connect", client, seldom, *lines)
+
+    def test_remedies(self):
+        with open(os.path.join(SOURCE, "tools", "show", "remedies.def")) as file:
+            rows = re.findall(r'^REMEDY\((.*), 0x(\w+), 0x(\w+), "(.*)", "(.*)", "(.*)"\)$', file.read(), re.M)
+        with open(os.path.join(DOCS, "reading-a-log.md")) as file:
+            table = re.findall(r"^\| (?:(SCRAM) )?((?:0x)?[0-9A-F]+)(?: to (\S+))? \| (.*) \| (.*) \| (.*) \|$", file.read(), re.M)
+        self.assertEqual([("SCRAM" * (owner == "SCRAM"), int(first, 16), int(last, 16), *texts)
+                          for owner, first, last, *texts in rows],
+                         [(owner, int(first, 16), int(last or first, 16), *texts) for owner, first, last, *texts in table])
+        for status in self.run_json("status", *sorted(self.codes_in_use())):
+            self.assertTrue(status["remedy"], status)
+
+    @staticmethod
+    def codes_in_use():
+        """Those that the framework and the mechanism name in their sources, but for successes."""
+        rows, used = {}, set()
+        for folder, _, names in os.walk(SOURCE):
+            if not re.match(r"(qxgss|qxat|gssp2qxnego)(/|$)", os.path.relpath(folder, SOURCE)):
+                continue
+            for name in names:
+                with open(os.path.join(folder, name)) as file:
+                    text = file.read()
+                rows.update((prefix + "_E_" + code, value) for prefix, value, code
+                            in re.findall(r"^(QX\w+)_CODE\((0x[EA]\w+)U, (\w+)", text, re.M))
+                used.update(re.findall(r"\bQX(?:NEGO|GSS)_E_\w+" if name.endswith(".cpp") else r"$^", text))
+        return {rows[name] for name in used if name in rows}
 
     def test_options(self):
         with open(os.path.join(DOCS, "man", "qxnego.1")) as file:
