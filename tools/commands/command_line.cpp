@@ -149,7 +149,8 @@ void add_dump(CLI::App &program, DumpOptions &options) {
                        "The token, the log or the user properties: binary, hexadecimal or base64; without it, or as -, "
                        "standard input");
     command.add_flag("--inner", options.inner, "Show the contents of inner tokens too, which may be secret");
-    command.add_flag("--json", options.json, "As JSON");
+    auto *json = command.add_flag("--json", options.json, "As JSON");
+    command.add_flag("--html", options.html, "A log or user properties as a page for a browser")->excludes(json);
 }
 
 // Not in the help: what dump shows, or a part of it.

@@ -48,6 +48,7 @@ struct DumpOptions {
     std::string file = "-";
     bool inner = false;
     bool json = false;
+    bool html = false;
 };
 void run_dump(const DumpOptions &options);
 void run_log(const DumpOptions &options);

@@ -15,6 +15,7 @@
 #include "tools/files.h"
 #include "tools/show/codes.h"
 #include "tools/show/log.h"
+#include "tools/show/page.h"
 #include "tools/show/story.h"
 #include "tools/show/table.h"
 #include "tools/show/user_properties.h"
@@ -225,7 +226,9 @@ void require_whole(const SavedLog &log, ByteView content, const std::string &fil
 }
 
 void show_saved(const SavedLog &log, ByteView content, const DumpOptions &options) {
-    if (options.json) {
+    if (options.html) {
+        print_page(std::cout, log, {});
+    } else if (options.json) {
         std::cout << json_of(log).dump(2) << '\n';
     } else {
         if (!log.properties().empty())
@@ -242,6 +245,8 @@ void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
     if (const std::optional<SavedLog> log = SavedLog::read(content))
         return show_saved(*log, content, options);
+    if (options.html)
+        throw Failure(shown_name(options.file) + ": holds neither a log nor user properties", kExitUsage);
     if (const std::optional<Foreign> foreign = read_foreign(content))
         return show_foreign(*foreign, content, options);
     show_token(content, options);
