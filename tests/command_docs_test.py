@@ -3,6 +3,7 @@ import json
 import os
 import re
 import signal
+import stat
 import subprocess
 import tempfile
 import unittest
@@ -61,7 +62,10 @@ class Docs(unittest.TestCase):
         self.check("try", self.run_json("try", "--user", "bob", "--offer", SCRAM, "--config", self.config))
 
     def test_connections(self):
-        server = Server(self.config, "--max-address", "1")
+        pages = os.path.join(self.folder, "pages")
+        os.mkdir(pages)
+        os.symlink(os.path.join(self.folder, "elsewhere"), os.path.join(pages, "connection-0000.html"))
+        server = Server(self.config, "--max-address", "1", "--story", pages)
         options = "--config", self.config, "--logon", LOGON, "--no-messages"
         client = self.run_json("connect", server.address, *options)
         lines = [server.next()]  # and its place is free again
@@ -71,6 +75,10 @@ class Docs(unittest.TestCase):
         lines.append(server.next())
         self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
         lines.append(server.next())
+        page = os.lstat(os.path.join(pages, lines[0]["story"]))
+        self.assertTrue(stat.S_ISREG(page.st_mode) and stat.S_IMODE(page.st_mode) == 0o600 and page.st_size > 1000)
+        self.assertEqual(os.listdir(pages), ["connection-0000.html"])
+        self.assertFalse(os.path.exists(os.path.join(self.folder, "elsewhere")))
         self.assertIn("refused", [line["event"] for line in lines])
         seldom = {"event": "notice", "text": "", "address": "", "connections": 0, "verdicts_left_out": 0}
         self.check("serve, connect", client, seldom, *lines)

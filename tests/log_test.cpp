@@ -146,7 +146,7 @@ TEST_F(Log, TellsWhatThePeerHadSettledOn) {
                              record(1, "accept_sec_context failed", "Rejected");
     const std::vector<std::string> advice = tools::advice_of(*tools::SavedLog::read(tools::as_bytes(text)));
     ASSERT_EQ(advice.size(), 2U);
-    EXPECT_EQ(advice[0], "The client had already settled on NTLMSSP, which failed here.");
+    EXPECT_EQ(advice[0], "The client had already settled on NTLMSSP, which failed here. Rank such a mechanism last.");
     EXPECT_TRUE(advice[1].starts_with("NTLMSSP: There is no credential to do this with. Usually: "));
 }
 

@@ -84,6 +84,7 @@ void add_serve(CLI::App &program, ServeOptions &options) {
     add_limit("--max-failures", options.limits.failures_a_minute,
               "Failed logons a minute after which an address is served more slowly");
     add_connection(command, options);
+    command.add_option("--story", options.story, "Leave a page for each negotiation in this folder")->type_name("DIR");
     command
         .add_option("--refusal-time", options.session.RefusalTime,
                     "How long after a client's last token a refusal is sent")

@@ -64,6 +64,7 @@ void run_mechs(const MechsOptions &options);
 struct ServeOptions : ConnectionOptions {
     std::vector<std::string> addresses{"localhost:10442"};
     AdmissionLimits limits;
+    std::string story; // folder of the pages
 };
 void run_serve(const ServeOptions &options);
 

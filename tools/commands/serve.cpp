@@ -18,6 +18,7 @@
 #include "tools/connection/conversation.h"
 #include "tools/connection/interrupt.h"
 #include "tools/connection/output.h"
+#include "tools/connection/story_folder.h"
 #include "tools/connection/worker.h"
 #include "tools/show/story.h"
 
@@ -43,13 +44,14 @@ void echo(Conversation &conversation, Story &story) {
     }
 }
 
-// Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
-std::string converse(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
-                     Clock::duration pause, const Worker::Lift &lift_limit) {
+// The connection is closed when it returns: nobody sees how long the story takes to write.
+Story talk(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
+           Clock::duration pause, const Worker::Lift &lift_limit) {
     Story story;
     story.peer = peer_address(socket);
     const Clock::time_point start = Clock::now();
-    Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence, false);
+    Conversation conversation(Stream(std::move(socket), options.session.MaxMessage), options.silence,
+                              !options.story.empty());
     conversation.require(required);
     try {
         wait_until(start + pause);
@@ -62,6 +64,13 @@ std::string converse(Descriptor socket, const ServeOptions &options, const std::
         story.seconds = story.seconds == 0 ? seconds_since(start) : story.seconds;
         conversation.tell(story, &failure);
     }
+    return story;
+}
+
+// Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
+std::string told(Story story, const ServeOptions &options, const StoryFolder &folder, const std::string &page) {
+    if (folder.write(page, story))
+        story.page = page;
     std::ostringstream out;
     print(out, story, options);
     return (story.is_attempt ? '1' : '0') + out.str();
@@ -72,7 +81,8 @@ std::string converse(Descriptor socket, const ServeOptions &options, const std::
 class Server {
   public:
     Server(const ServeOptions &options, std::vector<std::string> required, std::vector<Descriptor> sockets)
-        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits) {}
+        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits),
+          folder_(options.story) {}
 
     // What the framework had to say.
     void announce(const std::vector<std::string> &notices);
@@ -106,6 +116,7 @@ class Server {
     std::vector<Descriptor> sockets_;
     std::list<Client> clients_;
     Admission admission_;
+    StoryFolder folder_;
     Output output_{STDOUT_FILENO};
     Clock::time_point counted_ = Clock::now();
     bool is_ending_ = false;
@@ -134,13 +145,14 @@ void Server::announce_addresses() {
 
 Worker Server::start(Descriptor &socket, Clock::duration pause) {
     const auto logon = std::chrono::milliseconds(options_.session.LogonTime + options_.session.RefusalTime);
+    const std::string page = folder_.next_name();
     return Worker(
         [&](const Worker::Lift &lift_limit) {
             for (Descriptor &listener : sockets_)
                 listener.close();
             for (Client &other : clients_)
                 other.worker.forget();
-            return converse(std::move(socket), options_, required_, pause, lift_limit);
+            return told(talk(std::move(socket), options_, required_, pause, lift_limit), options_, folder_, page);
         },
         std::chrono::ceil<std::chrono::seconds>(pause + logon + kToHang));
 }
@@ -312,6 +324,7 @@ void run_serve(const ServeOptions &options) {
         for (Descriptor &socket : listen_at(parse_address(address)))
             sockets.push_back(std::move(socket));
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // costs a page only
     Server server(options, std::move(required), std::move(sockets));
     server.announce(registry->messages());
     server.run();

@@ -106,9 +106,10 @@ std::vector<std::string> advice_of(const SavedLog &log) {
             continue;
         if (settled.contains(mechanism))
             out.push_back(std::string("The ") + (last->IsInitiator != 0 ? "server" : "client") +
-                          " had already settled on " + name + ", which failed here.");
+                          " had already settled on " + name + ", which failed here. Rank such a mechanism last.");
         const Remedy *const own = remedy_of_minor(mechanism, last->MinorStatus);
-        const Remedy *const remedy = own != nullptr ? own : remedy_of_major(last->MajorStatus);
+        const bool says_enough = (last->MajorStatus & 0x00FF0000U) != GSS_S_FAILURE; // or only the mechanism knows
+        const Remedy *const remedy = own != nullptr || !says_enough ? own : remedy_of_major(last->MajorStatus);
         if (remedy != nullptr)
             out.push_back(name + ": " + remedy->meaning + " Usually: " + remedy->cause + ' ' + remedy->remedy);
     }

@@ -56,6 +56,8 @@ void print_line(std::ostream &out, const Story &story) {
         out << "  messages " << story.messages;
     if (!story.failure.empty())
         out << "  " << class_of(story.status) << ": " << printable(story.failure, common::kMostOfLine);
+    if (!story.page.empty())
+        out << "  " << story.page;
     out << '\n';
 }
 
@@ -111,6 +113,8 @@ void print_json(std::ostream &out, const Story &story) {
                  {"message_bytes", story.bytes},
                  {"message_seconds", story.message_seconds},
                  {"verdicts", verdicts}};
+    if (!story.page.empty())
+        line["story"] = story.page;
     if (story.verdicts.size() > kMostVerdicts)
         line["verdicts_left_out"] = story.verdicts.size() - kMostVerdicts;
     out << line_of(line);
