@@ -1,4 +1,6 @@
-/* QXNEGO's exported entry points, which the framework resolves by name and calls through its function table.
+/* QXNEGO's exported entry points, which the framework resolves by name and calls through its function table. A program
+ * calls them through the table, too: the shared library is loaded, not linked. Only one that is linked with the static
+ * library, where there is one, finds these names.
  *
  * C header. Every call returns a GSS major status and writes its minor status through the first argument, which may
  * be null; on success of QXNEGO's own work the minor status is 0x230003E8. Status texts: qxnego_codes.def and

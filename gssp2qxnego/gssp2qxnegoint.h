@@ -1,4 +1,4 @@
-// QXNEGO's records, enumerations and internal operations, in the order of the files that hold them.
+// QXNEGO's records, enumerations and internal operations, these in the order in which an establishment call takes them.
 //
 // Every operation returns a GSS major status and writes its minor status through the first argument, which may be null;
 // success is GSS_S_COMPLETE with QXNEGO_E_SUCCESSFUL. A record's memory is the C heap's. Nothing here is exported.
@@ -217,25 +217,6 @@ OM_uint32 QXNEGO_INT_NegMechStateChange(OM_uint32 *pMinorStatus, NegMechState_et
 // 0x020D0000 with INVALID_INPUT for null.
 OM_uint32 QXNEGO_INT_ReleaseNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pNegMechList);
 
-// ---- Token encoder (token_encode.cpp) ------------------------------------------------------------------------------
-
-// Writes the next token into pOutputToken (released by the caller), or leaves it empty when the peer has already ended
-// the negotiation. 0x020D0000 with NO_BUFFER, 0x010D0000 with INVALID_INPUT (null context), GSS_S_FAILURE with
-// TOKEN_TYPE, a code of the operations below or the framework's status; the output is then empty.
-OM_uint32 QXNEGO_INT_ConstructOutputToken(OM_uint32 *pMinorStatus, OM_uint32 TokenType, NegContext_t pNegContext,
-                                          qxgss_buffer_t pOutputToken);
-
-// The token's outer element, its mechanism list, one mechanism. 0x010D0000 with INVALID_INPUT (null pointer);
-// GSS_S_FAILURE with INIT_NOT_FIRST, BAD_NEG_STATE, EMPTY_LIST, INTERNAL, NO_AUTHENTICATION_ID, INVALID_INPUT (an entry
-// without OID), NOTHING_TO_ENCODE or the framework's status.
-OM_uint32 QXNEGO_INT_EncodeNegTokenInit(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
-                                        gsspasn_encoding_t pEncodeHandle);
-OM_uint32 QXNEGO_INT_EncodeNegTokenResp(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
-                                        gsspasn_encoding_t pEncodeHandle);
-OM_uint32 QXNEGO_INT_EncodeNegMechList(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
-                                       gsspasn_encoding_t pEncodeHandle);
-OM_uint32 QXNEGO_INT_EncodeNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech, gsspasn_encoding_t pEncodeHandle);
-
 // ---- Token decoder (token_decode.cpp) ------------------------------------------------------------------------------
 
 // Reads the peer's token into the context. What was read before a failure stays. GSS_S_FAILURE with TOKEN_TYPE,
@@ -264,13 +245,21 @@ OM_uint32 QXNEGO_INT_DecodeNegMech(OM_uint32 *pMinorStatus, gsspasn_decoding_t p
 // GSS_S_FAILURE with EMPTY_LIST, BAD_NEG_MECH (no OID), BAD_MECH_STATE, BAD_MECH_REASON, CALLOC or the framework's.
 OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech, NegContext_t pNegContext);
 
-// ---- Selection (select.cpp) ----------------------------------------------------------------------------------------
+// ---- Acquiring credentials (acquire.cpp) ---------------------------------------------------------------------------
 
-// Selects the first available entry once it is established and the policy applied, and rejects the other available
-// ones; follows the peer's selection when the peer has completed. The outcome is in NegState. 0x020D0000 with
-// INACCESSIBLE (null context), 0x010D0000 with NO_MECHANISM (empty list), GSS_S_FAILURE with INTERNAL (the peer's
-// selection is not established here), BAD_NEG_STATE (an entry is already selected), NO_MECHANISM (all rejected).
-OM_uint32 QXNEGO_INT_SelectMechanism(OM_uint32 *pMinorStatus, NegContext_t pNegCtx);
+// Acquires a credential from every available mechanism, by what the credential record (may be null) asks for; a
+// mechanism that fails is rejected. GSS_S_FAILURE with NEG_CONTEXT, EMPTY_LIST or NO_MECHANISM, or a state change's.
+OM_uint32 QXNEGO_INT_Mechs_Acquire_Creds(OM_uint32 *pMinorStatus, const QxnegoCred_t pCredHandle,
+                                         NegContext_t pNegContext);
+
+// ---- Identity (identity.cpp) ---------------------------------------------------------------------------------------
+
+// Takes identity, user and profile from the credential's logon string, or by single sign-on an identity from each
+// available mechanism, rejecting those that have none. GSS_S_FAILURE with NEG_CONTEXT or CALLOC, or the parser's.
+OM_uint32 QXNEGO_INT_SetAuthInfo(OM_uint32 *pMinorStatus, QxnegoCred_t pCredHandle, NegContext_t pNegContext);
+
+// The user of a principal, as a new text that the caller frees. Returns SUCCESSFUL or LOGON_PROPERTY.
+OM_uint32 QXNEGO_INT_get_principal(const char *pszLogon, char **ppszPrincipal);
 
 // ---- Policy and authorization (policy.cpp) -------------------------------------------------------------------------
 
@@ -281,15 +270,6 @@ OM_uint32 QXNEGO_INT_Apply_Policy_Info(OM_uint32 *pMinorStatus, qxgss_buffer_t p
 // Rejects, when a user or profile is requested, what authenticates but cannot authorize. GSS_S_FAILURE with NEG_CONTEXT
 // (null context) or EMPTY_LIST.
 OM_uint32 QXNEGO_INT_Apply_Authorization_Rules(OM_uint32 *pMinorStatus, NegContext_t pNegContext);
-
-// ---- Identity (identity.cpp) ---------------------------------------------------------------------------------------
-
-// Takes identity, user and profile from the credential's logon string, or by single sign-on an identity from each
-// available mechanism, rejecting those that have none. GSS_S_FAILURE with NEG_CONTEXT or CALLOC, or the parser's.
-OM_uint32 QXNEGO_INT_SetAuthInfo(OM_uint32 *pMinorStatus, QxnegoCred_t pCredHandle, NegContext_t pNegContext);
-
-// The user of a principal, as a new text that the caller frees. Returns SUCCESSFUL or LOGON_PROPERTY.
-OM_uint32 QXNEGO_INT_get_principal(const char *pszLogon, char **ppszPrincipal);
 
 // ---- Driving the mechanisms (drive.cpp) ----------------------------------------------------------------------------
 
@@ -305,19 +285,41 @@ OM_uint32 QXNEGO_INT_Mechs_Accept_Contexts(OM_uint32 *pMinorStatus, const qxgss_
                                            OM_uint32 *pTimeRec, qxgss_cred_id_t *ppDelegatedCredHandle,
                                            NegContext_t pNegContext);
 
+// ---- Selection (select.cpp) ----------------------------------------------------------------------------------------
+
+// Selects the first available entry once it is established and the policy applied, and rejects the other available
+// ones; follows the peer's selection when the peer has completed. The outcome is in NegState. 0x020D0000 with
+// INACCESSIBLE (null context), 0x010D0000 with NO_MECHANISM (empty list), GSS_S_FAILURE with INTERNAL (the peer's
+// selection is not established here), BAD_NEG_STATE (an entry is already selected), NO_MECHANISM (all rejected).
+OM_uint32 QXNEGO_INT_SelectMechanism(OM_uint32 *pMinorStatus, NegContext_t pNegCtx);
+
+// ---- Token encoder (token_encode.cpp) ------------------------------------------------------------------------------
+
+// Writes the next token into pOutputToken (released by the caller), or leaves it empty when the peer has already ended
+// the negotiation. 0x020D0000 with NO_BUFFER, 0x010D0000 with INVALID_INPUT (null context), GSS_S_FAILURE with
+// TOKEN_TYPE, a code of the operations below or the framework's status; the output is then empty.
+OM_uint32 QXNEGO_INT_ConstructOutputToken(OM_uint32 *pMinorStatus, OM_uint32 TokenType, NegContext_t pNegContext,
+                                          qxgss_buffer_t pOutputToken);
+
+// The token's outer element, its mechanism list, one mechanism. 0x010D0000 with INVALID_INPUT (null pointer);
+// GSS_S_FAILURE with INIT_NOT_FIRST, BAD_NEG_STATE, EMPTY_LIST, INTERNAL, NO_AUTHENTICATION_ID, INVALID_INPUT (an entry
+// without OID), NOTHING_TO_ENCODE or the framework's status.
+OM_uint32 QXNEGO_INT_EncodeNegTokenInit(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
+                                        gsspasn_encoding_t pEncodeHandle);
+OM_uint32 QXNEGO_INT_EncodeNegTokenResp(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
+                                        gsspasn_encoding_t pEncodeHandle);
+OM_uint32 QXNEGO_INT_EncodeNegMechList(OM_uint32 *pMinorStatus, NegContext_t pNegContext,
+                                       gsspasn_encoding_t pEncodeHandle);
+OM_uint32 QXNEGO_INT_EncodeNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech, gsspasn_encoding_t pEncodeHandle);
+
+// ---- Results (results.cpp) ------------------------------------------------------------------------------------------
+
 // The result of an establishment call, from the negotiation's state; on completion hands out the selected mechanism's
 // results. GSS_S_CONTINUE_NEEDED with CONTINUE_NEEDED while incomplete; 0x020D0000 with NO_MECHANISM (null context);
 // GSS_S_FAILURE with EMPTY_LIST, NO_MECHANISM (rejected), NEG_STATE_UNSUPPORTED, NONE_SELECTED or BAD_NEG_STATE.
 OM_uint32 QXNEGO_INT_SetReturns(OM_uint32 *pMinorStatus, NegContext_t pNegCtx, qxgss_name_t *ppSrcName,
                                 qxgss_OID *ppActualMechType, OM_uint32 *pRetFlags, OM_uint32 *pTimeRec,
                                 qxgss_cred_id_t *ppDelegatedCredHandle);
-
-// ---- Acquiring credentials (acquire.cpp) ---------------------------------------------------------------------------
-
-// Acquires a credential from every available mechanism, by what the credential record (may be null) asks for; a
-// mechanism that fails is rejected. GSS_S_FAILURE with NEG_CONTEXT, EMPTY_LIST or NO_MECHANISM, or a state change's.
-OM_uint32 QXNEGO_INT_Mechs_Acquire_Creds(OM_uint32 *pMinorStatus, const QxnegoCred_t pCredHandle,
-                                         NegContext_t pNegContext);
 
 // ---- Log (log.cpp) -------------------------------------------------------------------------------------------------
 

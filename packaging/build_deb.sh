@@ -14,7 +14,7 @@ qxnego demo both | tail -n 12
 program=$(mktemp)
 for how in "" --static; do
     # shellcheck disable=SC2046 # flags are words
-    cc -D_POSIX_C_SOURCE=200809L /usr/share/doc/qxnego/examples/session_client.c -o "$program" \
+    cc /usr/share/doc/qxnego/examples/session_client.c -o "$program" \
         $([[ $how ]] && echo -Wl,-Bstatic) $(pkg-config $how --cflags --libs qxgss-session) $([[ $how ]] && echo -Wl,-Bdynamic)
     "$program" 2>/dev/null || [[ $? -eq 2 ]] # it was given no arguments
 done

@@ -1,15 +1,15 @@
 // User-properties records: the walk over what a mechanism sent, the exact bytes of each writer, and the kept copy.
 #include <algorithm>
 #include <cstring>
-#include <random>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "qxat/qxatint.h"
-#include "tests/support.h"
+#include "tests/negotiation_harness.h"
 
 namespace {
 
@@ -97,29 +97,6 @@ TEST(QxnegoInfo, PassesRecordsThroughAndMarksTheirAttributes) {
     }
 }
 
-TEST(QxnegoInfo, SurvivesAnyBuffer) {
-    std::mt19937 random(20240);
-    for (int round = 0; round < 20000; ++round) {
-        // A block of its own size, so that every byte beyond it is noticed.
-        const std::size_t size = 1 + random() % 48;
-        auto *bytes = static_cast<unsigned char *>(std::malloc(size));
-        for (std::size_t i = 0; i < size; ++i)
-            bytes[i] = static_cast<unsigned char>(random() % 3 == 0 ? 8 : random() % 24 * (random() % 2));
-        qxgss_buffer_desc props{size, bytes}, made{};
-        ASSERT_EQ(QXNEGO_INT_FillQxnegoInfo(nullptr, &props, 1, nullptr, &made), GSS_S_COMPLETE);
-        ASSERT_TRUE(made.length == size + 8 || made.length == size + 24);
-        EXPECT_EQ(std::memcmp(made.value, bytes, size), 0);
-        gssp_release_buffer(nullptr, &made);
-        qxat_data_header_t header;
-        std::size_t length = 0;
-        EXPECT_EQ(qxgss_record_at(bytes, size, size + 1, &header), 0);
-        EXPECT_TRUE(qxgss_record_at(bytes, size, 0, &header) == 0 ||
-                    qxgss_record_data(bytes, &header, &length) == nullptr ||
-                    QXGSS_RECORD_DATA_OFFSET + length <= header.qxgss_Length);
-        std::free(bytes);
-    }
-}
-
 TEST(QxnegoInfo, SizesTheLogRecord) {
     std::string long_log = "banner\n\n";
     while (long_log.size() < 65525 + 4096)
@@ -160,91 +137,47 @@ TEST(QxnegoInfo, RefusesOrHasNothingToReport) {
 
 // ---- The user's properties of a context ----------------------------------------------------------------------------
 
-OM_uint32 answer_major, answer_calls;
-void *asked_context;
-
-// Gives a user name also when it fails: what it filled in must not be lost.
-OM_uint32 inquire_properties(OM_uint32 *pMinorStatus, qxgss_ctx_id_t pContextHandle, qxgss_buffer_t pUserPropBuffer) {
-    ++answer_calls;
-    asked_context = pContextHandle;
-    *pMinorStatus = 0xC5000001U;
-    *pUserPropBuffer = {12, std::calloc(12, 1)};
-    InsertItem(pUserPropBuffer->value, QXGSS_DATA_ID_USERNAME, "joe", 12);
-    return answer_major;
-}
-
-class UserProperties : public Registry {
-  protected:
-    UserProperties() {
-        answer_major = answer_calls = 0;
-        mechanism_.MechFtnTable.ftn_gssp_inquire_properties_for_user = inquire_properties;
-        entry_.pMechContext = this;
-        negotiation_.NegMechList = {1, &entry_};
-        negotiation_.NegLog.pRecords = &record_;
-        negotiation_.NegState = NEG_STATE_COMPLETED;
-        negotiation_.IsPolicyApplied = 1;
-    }
-    ~UserProperties() override { gssp_release_buffer(nullptr, &context_.UserProperties); }
-    // What was handed out before the log.
-    std::string inquire() {
-        qxgss_buffer_desc buffer{};
-        EXPECT_EQ(outcome(QXNEGO_inquire_properties_for_user, &context_, &buffer), kDone);
-        const std::string text = described(taken(buffer));
-        EXPECT_NE(text.find("No records found in Negotiation Log."), std::string::npos);
-        return text.substr(0, text.find(" 20:"));
-    }
-
-    NegMechEntry_desc entry_{};
-    NegLogRecord record_{};
-    QxnegoSecCtxDescStruct context_{};
-    NegContext_desc &negotiation_ = context_.NegCtx;
-};
+using UserProperties = harness::NegotiationTest;
 
 TEST_F(UserProperties, AreBuiltOnceAfterCompletion) {
-    negotiation_.NegState = NEG_STATE_INCOMPLETE;
-    negotiation_.SelectedMechListIndex = negotiation_.SelectedMechInfoIndex = -1;
-    EXPECT_EQ(inquire(), "8:16(2 0 0 0)");
-    EXPECT_EQ(context_.UserProperties.value, nullptr);
-    EXPECT_EQ(answer_calls, 0U);
-
-    negotiation_.NegState = NEG_STATE_COMPLETED;
-    negotiation_.SelectedMechListIndex = negotiation_.SelectedMechInfoIndex = 0;
-    EXPECT_EQ(inquire(), "9:12[joe] 8:16(2 0 0 1)");
-    EXPECT_EQ(asked_context, this);
-    // The kept buffer answers from now on, with copies of its own.
-    negotiation_.IsPolicyApplied = 0;
-    EXPECT_EQ(inquire(), "9:12[joe] 8:16(2 0 0 1)");
-    EXPECT_EQ(answer_calls, 1U);
-
-    negotiation_.NegState = NEG_STATE_REJECT;
-    qxgss_buffer_desc kept{3, this};
-    EXPECT_EQ(QXNEGO_inquire_properties_for_user(nullptr, &context_, &kept), GSS_S_COMPLETE);
-    EXPECT_TRUE(is_empty(kept));
-
-    // The mechanism need not have any.
-    gssp_release_buffer(nullptr, &context_.UserProperties);
-    negotiation_.NegState = NEG_STATE_COMPLETED;
-    mechanism_.MechFtnTable.ftn_gssp_inquire_properties_for_user = nullptr;
-    EXPECT_EQ(inquire(), "8:16(2 0 0 0)");
-}
-
-TEST_F(UserProperties, FailuresAreHandedOnAndKeepNothing) {
-    const auto refused = [&](OM_sint32 registry, OM_sint32 list, OM_uint32 major = 0) {
-        negotiation_.SelectedMechInfoIndex = registry;
-        negotiation_.SelectedMechListIndex = list;
-        negotiation_.NegLog.pRecords = nullptr;
-        answer_major = major;
-        qxgss_buffer_desc buffer{3, &context_};
-        const std::string got = outcome(QXNEGO_inquire_properties_for_user, &context_, &buffer);
-        EXPECT_TRUE(is_empty(buffer) && context_.UserProperties.value == nullptr) << got;
-        return got;
+    std::string user(12, '\0');
+    InsertItem(user.data(), QXGSS_DATA_ID_USERNAME, "joe", user.size());
+    auto &acceptor = scripted::script().at('A', scripted::kServer);
+    acceptor.properties = user;
+    scripted::script().legs[0] = 3;
+    harness::Session session("A", "A", "authcid=anna");
+    qxgss_ctx_id_t &context = session.server.context;
+    // What is handed out before the log, or the statuses.
+    const auto told = [&] {
+        qxgss_buffer_desc buffer{3, &session};
+        const std::string got = outcome(QXNEGO_inquire_properties_for_user, context, &buffer);
+        EXPECT_EQ(is_empty(buffer), got != kDone);
+        const std::string text = described(taken(buffer));
+        return got == kDone ? text.substr(0, text.find(" 20:")) : got;
     };
-    for (const auto &[registry, list] : {std::pair{-1, 0}, {1, 0}, {0, -1}, {0, 1}})
-        EXPECT_EQ(refused(registry, list), "000D0000/E3000400");
-    EXPECT_EQ(refused(0, 0, GSS_S_UNAVAILABLE), "00100000/C5000001");
-    EXPECT_EQ(refused(0, 0, GSS_S_CONTINUE_NEEDED), "010D0000/E300040A");
+    const auto asked = [] { return scripted::calls("inquire_properties_for_user", 'A'); };
+    const std::string first = session.server.call(session.client.call("").token).token;
+    EXPECT_EQ(told(), "8:16(2 0 0 0)"); // nobody is asked
+    EXPECT_EQ(asked(), 0);
+    session.server.call(session.client.call(first).token);
+    for (const OM_sint32 nobody : {-1, 99}) {
+        const OM_sint32 index = std::exchange(session.server.negotiation().SelectedMechInfoIndex, nobody);
+        EXPECT_EQ(told(), "000D0000/E3000400");
+        session.server.negotiation().SelectedMechInfoIndex = index;
+    }
+    acceptor.messages_fail = true;
+    EXPECT_EQ(told(), "00070000/C5000007");
+    acceptor.messages_fail = false;
+    for (int i = 0; i < 2; ++i) // the kept buffer answers from now on, with copies of its own
+        EXPECT_EQ(told(), "9:12[joe] 8:16(2 0 0 1)");
+    EXPECT_EQ(asked(), 2);
+    harness::Session without("A", "A", "authcid=anna");
+    without.run();
+    registered("A").MechFtnTable.ftn_gssp_inquire_properties_for_user = nullptr; // it need not have any
+    qxgss_buffer_desc buffer{};
+    EXPECT_EQ(outcome(QXNEGO_inquire_properties_for_user, without.server.context, &buffer), kDone);
+    EXPECT_EQ(described(taken(buffer)).substr(0, 14), "8:16(2 0 0 1) ");
     EXPECT_EQ(outcome(QXNEGO_INT_FillUserProperties, nullptr, nullptr), "01080000/E30003F6");
-    EXPECT_EQ(outcome(QXNEGO_INT_FillUserProperties, &context_, nullptr), "020D0000/E30003F7");
 }
 
 // ---- The logon-data module's writers -------------------------------------------------------------------------------

@@ -107,9 +107,9 @@ std::vector<std::string> advice_of(const SavedLog &log) {
         if (settled.contains(mechanism))
             out.push_back(std::string("The ") + (last->IsInitiator != 0 ? "server" : "client") +
                           " had already settled on " + name + ", which failed here. Rank such a mechanism last.");
-        const Remedy *const own = remedy_of_minor(mechanism, last->MinorStatus);
-        const bool says_enough = (last->MajorStatus & 0x00FF0000U) != GSS_S_FAILURE; // or only the mechanism knows
-        const Remedy *const remedy = own != nullptr || !says_enough ? own : remedy_of_major(last->MajorStatus);
+        const Remedy *remedy = remedy_of_minor(mechanism, last->MinorStatus);
+        if (remedy == nullptr && (last->MajorStatus & 0x00FF0000U) != GSS_S_FAILURE) // which says nothing by itself
+            remedy = remedy_of_major(last->MajorStatus);
         if (remedy != nullptr)
             out.push_back(name + ": " + remedy->meaning + " Usually: " + remedy->cause + ' ' + remedy->remedy);
     }
