@@ -1,7 +1,9 @@
-// Handshakes of a real mechanism, Kerberos of the host's GSS-API library, alone and under QXNEGO: what negotiation
-// adds. Both acquire credentials for every handshake. Needs the environment of a realm (tests/realm.sh) and a ticket.
+// Handshakes of a real mechanism, Kerberos of the host's GSS-API library, alone, under QXNEGO, and under sessions: what
+// negotiation adds, and what sessions do. All acquire credentials for every handshake. Needs the environment of a realm
+// (tests/realm.sh) and a ticket.
 #include "bench/cases.h"
 #include "bench/workload.h"
+#include "session/qxgss_session.h"
 
 namespace {
 
@@ -70,10 +72,39 @@ void negotiated(const bench::Repeat &repeat) {
     repeat([&] { shake_hands(framework.qxnego(), nullptr, server.get(), target); }, 0);
 }
 
+// A session is open once both sides have confirmed to have seen the same tokens.
+void open_sessions() {
+    OM_uint32 minor = 0;
+    qxgss_session_t client = nullptr, server = nullptr;
+    bench::expect(qxgss_session_initiate(&minor, nullptr, "host@localhost", 0, nullptr, &client) == GSS_S_COMPLETE,
+                  "initiating a session", 0, minor);
+    bench::expect(qxgss_session_accept(&minor, nullptr, &server) == GSS_S_COMPLETE, "accepting a session", 0, minor);
+    OM_uint32 client_major = GSS_S_CONTINUE_NEEDED, server_major = GSS_S_CONTINUE_NEEDED;
+    qxgss_buffer_desc message{};
+    for (bool is_client = true; client_major + server_major != GSS_S_COMPLETE; is_client = !is_client) {
+        qxgss_buffer_desc reply{};
+        OM_uint32 &major = is_client ? client_major : server_major;
+        major = qxgss_session_step(&minor, is_client ? client : server, message.value != nullptr ? &message : nullptr,
+                                   &reply);
+        bench::expect(GSS_ERROR(major) == 0, "a step of a session", major, minor);
+        gssp_release_buffer(nullptr, &message);
+        message = reply;
+    }
+    gssp_release_buffer(nullptr, &message);
+    qxgss_session_delete(&minor, &client);
+    qxgss_session_delete(&minor, &server);
+}
+
+void under_sessions(const bench::Repeat &repeat) {
+    const bench::Framework framework(configuration());
+    repeat(open_sessions, 0);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     bench::add_case("kerberos/alone", alone);
     bench::add_case("kerberos/negotiated", negotiated);
+    bench::add_case("kerberos/session", under_sessions);
     return bench::run_cases(argc, argv);
 }

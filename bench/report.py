@@ -133,10 +133,9 @@ def kerberos(figures):
     alone, negotiated = "kerberos/alone", "kerberos/negotiated"
     if alone not in figures.instructions:
         return
-    more = [f"{100 * (kind[negotiated] / kind[alone] - 1):.1f} %"
-            for kind in (figures.ns, figures.instructions, figures.allocations)]
-    table("A Kerberos handshake", ["case", *THREE],
-          [["alone", *figures.cells(alone)], ["under QXNEGO", *figures.cells(negotiated)], ["more", *more]])
+    rows = [[label, *figures.cells(name), *[figures.ratio(name, alone, kind) for kind in THREE]]
+            for label, name in (("alone", alone), ("under QXNEGO", negotiated), ("in a session", "kerberos/session"))]
+    table("A Kerberos handshake", ["case", *THREE, *[f"ratio, {kind}" for kind in THREE]], rows)
 
 
 def bridge(figures):

@@ -9,9 +9,6 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A library's calls of itself are bound when it is linked.
   target_compile_options(qxnego_settings INTERFACE "$<$<CONFIG:Release>:-fno-plt;-fno-semantic-interposition>")
-  if(QXNEGO_STATIC) # for linkers that do not optimise across files
-    target_compile_options(qxnego_settings INTERFACE -ffat-lto-objects)
-  endif()
   if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13) # it warns of the standard library's own strings at -O3
     target_compile_options(qxnego_settings INTERFACE -Wno-restrict)
   endif()
@@ -68,6 +65,7 @@ function(qxnego_static_library name)
     target_sources(${name}-static PRIVATE $<TARGET_OBJECTS:${objects}>)
   endforeach()
   target_link_libraries(${name}-static INTERFACE ${arg_NEEDS})
+  target_link_options(${name}-static INTERFACE -rdynamic) # that the mechanisms use the program's framework
 endfunction()
 
 # qxnego_program(NAME SOURCE...)

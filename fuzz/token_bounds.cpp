@@ -8,6 +8,7 @@
 #include <string>
 
 #include "fuzz/input.h"
+#include "testkit/ber.h"
 #include "tests/negotiation_harness.h"
 
 namespace {
@@ -50,33 +51,22 @@ void __wrap_free(void *block) {
 namespace {
 
 using fuzz::require;
+using testkit::tlv;
 
 constexpr unsigned kMostMechanisms = (GSSPASN_DECODE_MAX_ELEMENTS - 4) / 3; // beside outer element, list, state, user
 constexpr unsigned kMostFailed = (GSSPASN_DECODE_MAX_ELEMENTS - 4) / 7;
 constexpr char kFirst[] = "\x2B\x06\x01\x04\x01\x81\xFD\x59\x02\x01"; // the OID of mechanism A
 
-std::string element(int identifier, const std::string &contents) {
-    std::string length;
-    for (std::size_t left = contents.size(); left != 0; left >>= 8)
-        length.insert(length.begin(), static_cast<char>(left));
-    if (contents.size() < 0x80)
-        length = std::string(1, static_cast<char>(contents.size()));
-    else
-        length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
-    return static_cast<char>(identifier) + length + contents;
-}
-
-std::string mechanism(const std::string &oid, const std::string &more = element(0x81, "\1")) {
-    return element(0xA0, element(0x80, oid) + more);
+std::string mechanism(const std::string &oid, const std::string &more = tlv(0x81, "\1")) {
+    return tlv(0xA0, tlv(0x80, oid) + more);
 }
 
 std::string token(const std::string &mechanisms, const std::string &user) {
-    return element(0xA0, element(0xA0, mechanisms) + element(0x81, "\2") + element(0x82, user));
+    return tlv(0xA0, tlv(0xA0, mechanisms) + tlv(0x81, "\2") + tlv(0x82, user));
 }
 
 std::string error(const std::string &text) {
-    return element(0x81, "\3") + element(0x82, "\2") + element(0x83, "\x0D") + element(0x84, "\1") +
-           element(0x85, text);
+    return tlv(0x81, "\3") + tlv(0x82, "\2") + tlv(0x83, "\x0D") + tlv(0x84, "\1") + tlv(0x85, text);
 }
 
 // An OID that only two bytes tell from others of that length: neither its first nor its last one.
@@ -89,10 +79,10 @@ std::string unknown(unsigned number, std::size_t length) {
 
 // The shapes: about `size` bytes of what each is about, in one mechanism or spread over `count`.
 std::string with_inner_token(std::size_t size, unsigned) {
-    return token(mechanism({kFirst, 10}, element(0x81, "\1") + element(0x86, std::string(size, 'x'))), "anna");
+    return token(mechanism({kFirst, 10}, tlv(0x81, "\1") + tlv(0x86, std::string(size, 'x'))), "anna");
 }
 std::string with_user(std::size_t size, unsigned) {
-    return token(mechanism({kFirst, 10}, element(0x81, "\1") + element(0x86, "A1")), std::string(size, 'x'));
+    return token(mechanism({kFirst, 10}, tlv(0x81, "\1") + tlv(0x86, "A1")), std::string(size, 'x'));
 }
 std::string with_long_oids(std::size_t size, unsigned count) {
     std::string all;

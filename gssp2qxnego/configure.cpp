@@ -175,6 +175,13 @@ void sort_by_preference(std::span<NegMechEntry_desc> list) {
     exchange_pass(list, both(false));
 }
 
+void mark_first(std::span<NegMechEntry_desc> list) {
+    for (std::size_t i = 0; i != list.size(); ++i) {
+        const Found found = find_mechanism(list.first(i), *list[i].pMechOid, QXNEGO_E_SUCCESSFUL);
+        list[i].IsFirstOfOid = found.number < 0 && !found.status.failed();
+    }
+}
+
 } // namespace
 
 OM_uint32 QXNEGO_configure(OM_uint32 *pMinorStatus, OM_uint32 /*ClientServer*/, qxgss_buffer_t /*pLibPathBuf*/,
@@ -217,6 +224,7 @@ OM_uint32 QXNEGO_INT_InitNegMechList(OM_uint32 *pMinorStatus, NegMechList_t pQxn
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_NO_MECHANISM);
     *pQxnegoMechList = {count, list.release()};
     sort_by_preference(entries(*pQxnegoMechList));
+    mark_first(entries(*pQxnegoMechList));
     return succeed(pMinorStatus);
 }
 

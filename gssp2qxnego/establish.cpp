@@ -8,6 +8,7 @@
 //     init: reconcile, drive, select  ◀── RESP: changes, state, selected mechanism, policy applied ──
 //           ── RESP ──▶  ... until each side has returned GSS_S_COMPLETE
 #include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
+#include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 
 using namespace qxnego;
 
@@ -109,6 +110,13 @@ Status apply_rules(NegContext_desc &negotiation) {
     return applied.failed() ? applied : ask(QXNEGO_INT_Apply_Authorization_Rules, &negotiation);
 }
 
+// The end of every call; there is no context when none could be made.
+OM_uint32 finish(OM_uint32 *pMinorStatus, Status outcome, qxgss_ctx_id_t context) {
+    if (is_tracing && context != nullptr) [[unlikely]]
+        trace(outcome, negotiation_of(context));
+    return report(pMinorStatus, outcome);
+}
+
 } // namespace
 
 OM_uint32 QXNEGO_init_sec_context(OM_uint32 *pMinorStatus, const qxgss_cred_id_t pInitiatorCredHandle,
@@ -124,19 +132,19 @@ OM_uint32 QXNEGO_init_sec_context(OM_uint32 *pMinorStatus, const qxgss_cred_id_t
     Status status = is_first ? begin_initiator(pInitiatorCredHandle, ppContextHandle)
                              : continue_with(pInputToken, negotiation_of(*ppContextHandle));
     if (status.failed())
-        return report(pMinorStatus, status);
+        return finish(pMinorStatus, status, *ppContextHandle);
     NegContext_desc &negotiation = negotiation_of(*ppContextHandle);
     if (!is_first) { // a negotiation that has just begun cannot be over
         status = results.set(negotiation);
         if (!goes_on(status))
-            return report(pMinorStatus, status);
+            return finish(pMinorStatus, status, *ppContextHandle);
     }
     status = ask(QXNEGO_INT_Mechs_Init_Contexts, pTargetName, ReqFlags, TimeReq, pInputChanBindings, ppActualMechType,
                  pRetFlags, pTimeRec, &negotiation);
     if (!status.failed())
         status =
             conclude(is_first ? NEG_MECH_TOKENTYPE_INIT : NEG_MECH_TOKENTYPE_RESP, pOutputToken, results, negotiation);
-    return report(pMinorStatus, status);
+    return finish(pMinorStatus, status, *ppContextHandle);
 }
 
 OM_uint32 QXNEGO_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,
@@ -150,19 +158,19 @@ OM_uint32 QXNEGO_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppC
     Status status = *ppContextHandle == nullptr ? begin_acceptor(pAcceptorCredHandle, pInputToken, ppContextHandle)
                                                 : continue_with(pInputToken, negotiation_of(*ppContextHandle));
     if (status.failed())
-        return report(pMinorStatus, status);
+        return finish(pMinorStatus, status, *ppContextHandle);
     NegContext_desc &negotiation = negotiation_of(*ppContextHandle);
     status = apply_rules(negotiation);
     if (status.failed())
-        return report(pMinorStatus, status);
+        return finish(pMinorStatus, status, *ppContextHandle);
     status = results.set(negotiation);
     if (!goes_on(status))
-        return report(pMinorStatus, status);
+        return finish(pMinorStatus, status, *ppContextHandle);
     status = ask(QXNEGO_INT_Mechs_Accept_Contexts, pInputChanBindings, ppSrcName, ppMechType, pRetFlags, pTimeRec,
                  ppDelegatedCredHandle, &negotiation);
     if (!status.failed())
         status = conclude(NEG_MECH_TOKENTYPE_RESP, pOutputToken, results, negotiation);
-    return report(pMinorStatus, status);
+    return finish(pMinorStatus, status, *ppContextHandle);
 }
 
 OM_uint32 QXNEGO_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContextHandle,

@@ -3,8 +3,9 @@
  * library, where there is one, finds these names.
  *
  * C header. Every call returns a GSS major status and writes its minor status through the first argument, which may
- * be null; on success of QXNEGO's own work the minor status is 0x230003E8. Status texts: qxnego_codes.def and
- * qxgss_codes.def. A context or a credential is used by one caller at a time; different ones are independent. */
+ * be null; on success of QXNEGO's own work the minor status is 0x230003E8. QXNEGO_display_status and the
+ * command "qxnego status CODE" have the text of each status. A context or a credential is used by one caller at a time;
+ * different ones are independent. */
 #ifndef QXNEGO_GSSP2QXNEGO_H
 #define QXNEGO_GSSP2QXNEGO_H
 
@@ -87,8 +88,9 @@ QXNEGO_API OM_uint32 QXNEGO_inquire_context(OM_uint32 *pMinorStatus, const qxgss
 
 /* ---- Credentials ------------------------------------------------------------------------------------------------ */
 
-/* Records what is wanted (RFC 2744 5.2); the mechanisms' own credentials are acquired with each context. pDesiredName
- * carries a logon string, may be null; it is copied, as UTF-8. TimeReq is in seconds. The caller releases
+/* Records what is wanted (RFC 2744 5.2); the mechanisms' own credentials are acquired with each context. pDesiredMechs
+ * restricts nothing: who wants certain mechanisms only looks at the type of the one selected.
+ * pDesiredName carries a logon string, may be null; it is copied, as UTF-8. TimeReq is in seconds. The caller releases
  * *ppOutputCredHandle with QXNEGO_release_cred and *ppActualMechs with gssp_release_oid_set.
  * 0x02070000 with 0xE30003FC (null output), GSS_S_FAILURE with 0xE30003F5 (name type), GSS_S_NO_CRED with 0xE30003FD
  * (usage), GSS_S_FAILURE with 0xE30003F9 or the framework's minor status. */

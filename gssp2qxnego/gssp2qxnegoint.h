@@ -89,7 +89,8 @@ struct NegMechEntry_desc {
     OM_uint32 AuthorizationSupported;
     OM_sint32 MechanismRank;
     OM_sint32 SingleSignOn;
-    OM_uint32 IsStateFromPeer; // state, reason and statuses are what the peer says
+    bool IsStateFromPeer; // state, reason and statuses are what the peer says
+    bool IsFirstOfOid;    // known to be: no entry before it has the same OID
 };
 using NegMechEntry_t = NegMechEntry_desc *;
 
@@ -151,6 +152,7 @@ struct NegContext_desc {
     OM_sint32 SelectedMechListIndex;    // index in NegMechList; -1: none
     NegMechOrder_desc MechOrder{};      // of what a list holds beyond a usual length (reconcile.cpp)
     OM_uint32 TraceNumber = 0;          // of the process's negotiations that were traced; 0: not yet (trace.cpp)
+    OM_uint32 NextFromPeer = 0;         // the place behind the entry that the peer spoke of last
     OM_sint32 PolicyNameListIndex = -1; // the entry whose name the policy was looked up for; -1: one of the above
 };
 using NegContext_t = NegContext_desc *;

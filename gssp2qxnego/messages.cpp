@@ -27,8 +27,10 @@ OM_uint32 forward(OM_uint32 *pMinorStatus, const qxgss_ctx_id_t pContextHandle, 
     if (is_input_missing)
         return report(pMinorStatus, kInaccessibleRead, QXNEGO_E_NO_INPUT_TOKEN);
     const NegContext_desc &negotiation = negotiation_of(pContextHandle);
+    if (negotiation.NegState != NEG_STATE_COMPLETED)
+        return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MECHANISM_UNAVAILABLE);
     const SelectedMechanism mechanism = selected_mechanism(negotiation);
-    if (negotiation.NegState != NEG_STATE_COMPLETED || !mechanism)
+    if (!mechanism)
         return report(pMinorStatus, GSS_S_FAILURE, QXNEGO_E_MECHANISM_UNAVAILABLE);
     const auto operation = mechanism.table->*Slot;
     if (operation == nullptr)

@@ -55,7 +55,7 @@ OM_uint32 QXNEGO_inquire_negotiated_mech(OM_uint32 *pMinorStatus, const qxgss_ct
               entry.GssMinorStatusText,
               entry.IsCtxEstablished != 0 ? 1 : 0,
               selected_entry(negotiation) == &entry ? 1 : 0,
-              entry.IsStateFromPeer != 0 ? 1 : 0,
+              entry.IsStateFromPeer ? 1 : 0,
               present(entry.InputToken) ? 1 : 0};
     return succeed(pMinorStatus);
 }

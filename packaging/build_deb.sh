@@ -11,12 +11,15 @@ lintian --fail-on error ../qxnego_*.changes
 [[ ${1:-} = --install ]] || exit 0
 (cd .. && apt-get -qq install --no-install-recommends ./libqxgss*.deb ./qxgss-*.deb ./qxnego*.deb)
 qxnego demo both | tail -n 12
-program=$(mktemp)
-for how in "" --static; do
-    # shellcheck disable=SC2046 # flags are words
-    cc /usr/share/doc/qxnego/examples/session_client.c -o "$program" \
-        $([[ $how ]] && echo -Wl,-Bstatic) $(pkg-config $how --cflags --libs qxgss-session) $([[ $how ]] && echo -Wl,-Bdynamic)
-    "$program" 2>/dev/null || [[ $? -eq 2 ]] # it was given no arguments
+program=$(mktemp) examples=/usr/share/doc/qxnego/examples
+for name in session_client table_client; do
+    for how in "" --static; do
+        # shellcheck disable=SC2046 # flags are words
+        cc -D_DEFAULT_SOURCE $examples/$name.c -o "$program" ${how:+-Wl,-Bstatic} \
+            $(pkg-config $how --cflags --libs qxgss-session) -Wl,-Bdynamic
+        said=$("$program" $examples/qxgss.conf 1 host@localhost x 2>&1) || [[ $? -eq 2 ]] # nobody listens there
+        [[ -z $said ]] || fail "$name $how: $said" # nor is a mechanism out of use
+    done
 done
 rm -f "$program"
 echo "installed, and built against"

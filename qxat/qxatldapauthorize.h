@@ -13,7 +13,7 @@
 extern "C" {
 #endif
 
-/* Minor statuses of this module; their texts are the mechanism's (gssp2qxnego/qxnego_codes.def). */
+/* Minor statuses of this module; their texts are QXNEGO's (QXNEGO_display_status). */
 #define QXAT_E_INVALID_INPUT 0xE30003F6U
 #define QXAT_E_MALLOC 0xE30003F8U
 #define QXAT_E_CALLOC 0xE30003F9U

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
 #include "qxgss/asn_octets.h"
 #include "qxgss/gsspasn.h"
@@ -30,8 +29,9 @@ constexpr std::size_t kSmallest = 8;
 constexpr std::size_t kUsualBytes = 4; // of an element in a list of mechanisms, headers included
 constexpr std::size_t kUsualMost = 1024;
 constexpr std::size_t kMaxElements = 1 + GSSPASN_DECODE_MAX_ELEMENTS;
-constexpr std::size_t kIndefinite = SIZE_MAX; // no length is as large
-constexpr std::size_t kReserved = 0x7F;       // of length octets, X.690 8.1.3.5 c
+constexpr std::size_t kIndefinite = SIZE_MAX; // no length is as large as these two
+constexpr std::size_t kRefused = SIZE_MAX - 1;
+constexpr std::size_t kReserved = 0x7F; // of length octets, X.690 8.1.3.5 c
 constexpr OM_uint32 kOpen = static_cast<OM_uint32>(kIndefinite);
 
 // To tell places and faults costs instructions, of which a token that is only to be read takes none.
@@ -63,10 +63,10 @@ template <bool Tells> class Parser {
     };
 
     OM_uint32 fail(OM_uint32 status, const unsigned char *at, const char *why);
-    std::nullopt_t fail_length(const unsigned char *at, const char *why, std::size_t length = 0);
+    std::size_t fail_length(const unsigned char *at, const char *why, std::size_t length = 0);
     OM_uint32 read_element();
-    std::optional<std::size_t> read_length();
-    std::optional<std::size_t> read_long_length(std::size_t octets);
+    std::size_t read_length();
+    std::size_t read_long_length(std::size_t octets);
     OM_uint32 add(unsigned char tag, bool constructed);
     bool grow();
     OM_uint32 enter(std::size_t length, const unsigned char *begin);
@@ -92,10 +92,10 @@ template <bool Tells> inline OM_uint32 Parser<Tells>::fail(OM_uint32 status, con
 }
 
 template <bool Tells>
-inline std::nullopt_t Parser<Tells>::fail_length(const unsigned char *at, const char *why, std::size_t length) {
+inline std::size_t Parser<Tells>::fail_length(const unsigned char *at, const char *why, std::size_t length) {
     if constexpr (Tells)
         fault_ = {at, why, length, static_cast<std::size_t>(limit_ - at_)};
-    return std::nullopt;
+    return kRefused;
 }
 
 template <bool Tells> OM_uint32 Parser<Tells>::run() {
@@ -123,24 +123,24 @@ template <bool Tells> inline OM_uint32 Parser<Tells>::read_element() {
     if ((identifier & qxgss::kTagMask) > qxgss::kMaxTag)
         return fail(GSSPASN_E_TAG_INVALID, begin, "the tag number is 31 or above");
     const bool constructed = (identifier & qxgss::kConstructed) != 0;
-    const std::optional<std::size_t> length = read_length();
-    if (!length)
+    const std::size_t length = read_length();
+    if (length == kRefused)
         return GSSPASN_E_ENCODING;
-    if (*length == kIndefinite && !constructed)
+    if (length == kIndefinite && !constructed)
         return fail(GSSPASN_E_ENCODING, begin + 1, "a primitive element has an indefinite length");
     const OM_uint32 status = add(static_cast<unsigned char>(identifier & qxgss::kTagMask), constructed);
     if (status != GSSPASN_E_SUCCESS)
         return fail(status, begin, status == GSSPASN_E_STACK_FULL ? "more than 16384 elements" : "");
     ++elements_[depth_ == 0 ? 0 : open_[depth_ - 1].element].children;
     if (constructed)
-        return enter(*length, begin);
-    elements_[count_ - 1].length = static_cast<OM_uint32>(*length);
-    at_ += *length;
+        return enter(length, begin);
+    elements_[count_ - 1].length = static_cast<OM_uint32>(length);
+    at_ += length;
     return GSSPASN_E_SUCCESS;
 }
 
-// A length that fits before the limit, or kIndefinite.
-template <bool Tells> inline std::optional<std::size_t> Parser<Tells>::read_length() {
+// A length that fits before the limit, or one of the two.
+template <bool Tells> inline std::size_t Parser<Tells>::read_length() {
     if (at_ == limit_)
         return fail_length(at_, "a length should follow");
     const std::size_t length = *at_++;
@@ -154,7 +154,7 @@ template <bool Tells> inline std::optional<std::size_t> Parser<Tells>::read_leng
 }
 
 // Leading zero octets are BER, if not DER.
-template <bool Tells> std::optional<std::size_t> Parser<Tells>::read_long_length(std::size_t octets) {
+template <bool Tells> std::size_t Parser<Tells>::read_long_length(std::size_t octets) {
     const unsigned char *const begin = at_ - 1;
     if (octets == kReserved)
         return fail_length(begin, "a length octet has the reserved value FF");
@@ -274,16 +274,16 @@ bool is_parent(gsspasn_decoding_t handle) {
 inline OM_uint32 find(Element &parent, OM_uint32 tag, bool constructed, Element **ppChild) {
     if (tag > qxgss::kMaxTag)
         return GSSPASN_E_TAG_INVALID;
-    OM_uint32 at = parent.next;
-    while (at != parent.span && (&parent)[at].tag != tag)
-        at += (&parent)[at].span;
-    if (at == parent.span)
-        return GSSPASN_E_TAG_NOT_FOUND;
-    Element *child = &parent + at;
-    if (child->constructed != constructed)
-        return constructed ? GSSPASN_E_NOT_SEQUENCE : GSSPASN_E_NOT_ITEM;
-    *ppChild = child;
-    return GSSPASN_E_SUCCESS;
+    for (OM_uint32 at = parent.next; at != parent.span; at += (&parent)[at].span) {
+        Element &child = (&parent)[at];
+        if (child.tag != tag)
+            continue;
+        if (child.constructed != constructed)
+            return constructed ? GSSPASN_E_NOT_SEQUENCE : GSSPASN_E_NOT_ITEM;
+        *ppChild = &child;
+        return GSSPASN_E_SUCCESS;
+    }
+    return GSSPASN_E_TAG_NOT_FOUND;
 }
 
 void pass(Element &parent, const Element &child) {

@@ -74,11 +74,12 @@ void write_length(unsigned char *at, std::size_t length, std::size_t octets) {
         write_long_length(at, length, octets);
 }
 
-// Writes an element but for its contents, and gives the place for those; null when it is refused.
-unsigned char *append(gsspasn_encoder_struct &encoder, OM_uint32 tag, std::size_t length) {
+// Writes an element but for its contents, and gives the place for those; null when the block has no room for it, or
+// there are too many.
+inline unsigned char *append(gsspasn_encoder_struct &encoder, OM_uint32 tag, std::size_t length) {
     const std::size_t octets = length_octets(length);
     if (length > GSSPASN_DECODE_MAX_TOKEN || encoder.elements == GSSPASN_DECODE_MAX_ELEMENTS ||
-        !reserve(encoder, 1 + octets + length))
+        1 + octets + length > encoder.capacity - encoder.size)
         return nullptr;
     unsigned char *at = encoder.bytes + encoder.size;
     *at = static_cast<unsigned char>(qxgss::kContextSpecific | tag);
@@ -88,12 +89,23 @@ unsigned char *append(gsspasn_encoder_struct &encoder, OM_uint32 tag, std::size_
     return at + 1 + octets;
 }
 
-// The status for an element that was refused.
-[[gnu::noinline]] OM_uint32 why_no_element(const gsspasn_encoder_struct &encoder, std::size_t length) {
+// Makes room for an element for which there is none.
+[[gnu::noinline]] OM_uint32 make_room(gsspasn_encoder_struct &encoder, std::size_t length) {
     if (encoder.elements == GSSPASN_DECODE_MAX_ELEMENTS)
         return GSSPASN_E_STACK_FULL;
-    return length > GSSPASN_DECODE_MAX_TOKEN ? GSSPASN_E_ENCODING
-                                             : why_not(encoder, 1 + length_octets(length) + length);
+    if (length > GSSPASN_DECODE_MAX_TOKEN)
+        return GSSPASN_E_ENCODING;
+    const std::size_t more = 1 + length_octets(length) + length;
+    return grow(encoder, more) ? GSSPASN_E_SUCCESS : why_not(encoder, more);
+}
+
+// Puts an element, once more when that has made room. The second attempt is the last act of the first, so that the
+// usual element keeps nothing over a call.
+template <auto Put, typename... Arguments>
+[[gnu::noinline]] OM_uint32 put_with_more_room(gsspasn_encoder_struct &encoder, std::size_t length,
+                                               Arguments... arguments) {
+    const OM_uint32 status = make_room(encoder, length);
+    return status == GSSPASN_E_SUCCESS ? Put(encoder, arguments...) : status;
 }
 
 OM_uint32 append_bytes(gsspasn_encoder_struct &encoder, OM_uint32 tag, const void *bytes, std::size_t length) {
@@ -101,7 +113,7 @@ OM_uint32 append_bytes(gsspasn_encoder_struct &encoder, OM_uint32 tag, const voi
         return GSSPASN_E_ARGUMENT;
     unsigned char *contents = append(encoder, tag, length);
     if (contents == nullptr)
-        return why_no_element(encoder, length);
+        return put_with_more_room<append_bytes>(encoder, length, tag, bytes, length);
     if (length != 0)
         std::memcpy(contents, bytes, length);
     return GSSPASN_E_SUCCESS;
@@ -114,10 +126,29 @@ OM_uint32 append_integer(gsspasn_encoder_struct &encoder, OM_uint32 tag, const v
     const std::size_t length = static_cast<std::size_t>(std::bit_width(value)) / 8 + 1;
     unsigned char *contents = append(encoder, tag, length);
     if (contents == nullptr)
-        return why_no_element(encoder, length);
+        return put_with_more_room<append_integer>(encoder, length, tag, pValue);
     OM_uint64 rest = value;
     for (std::size_t i = length; i != 0; --i, rest >>= 8)
         contents[i - 1] = static_cast<unsigned char>(rest);
+    return GSSPASN_E_SUCCESS;
+}
+
+OM_uint32 start_sequence(gsspasn_encoder_struct &encoder, OM_uint32 tag) {
+    if (append(encoder, qxgss::kConstructed | tag, 0) == nullptr)
+        return put_with_more_room<start_sequence>(encoder, 0, tag);
+    encoder.open[encoder.depth++] = {tag, encoder.size};
+    return GSSPASN_E_SUCCESS;
+}
+
+// Moves the contents up to make room for a length of several octets, and writes it.
+[[gnu::noinline]] OM_uint32 put_long_length(gsspasn_encoder_struct &encoder, std::size_t start, std::size_t length) {
+    const std::size_t more = length_octets(length) - 1;
+    if (!reserve(encoder, more))
+        return why_not(encoder, more);
+    unsigned char *contents = encoder.bytes + start;
+    std::memmove(contents + more, contents, length);
+    write_long_length(contents - 1, length, 1 + more);
+    encoder.size += more;
     return GSSPASN_E_SUCCESS;
 }
 
@@ -151,10 +182,7 @@ OM_uint32 gsspasn_start_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag
         return GSSPASN_E_TAG_INVALID;
     if (Handle->depth == GSSPASN_ENCODE_MAX_DEPTH)
         return GSSPASN_E_STACK_FULL;
-    if (append(*Handle, qxgss::kConstructed | Tag, 0) == nullptr)
-        return why_no_element(*Handle, 0);
-    Handle->open[Handle->depth++] = {Tag, Handle->size};
-    return GSSPASN_E_SUCCESS;
+    return start_sequence(*Handle, Tag);
 }
 
 OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag) {
@@ -164,14 +192,13 @@ OM_uint32 gsspasn_stop_encode_sequence(gsspasn_encoding_t Handle, OM_uint32 Tag)
         return GSSPASN_E_TAG_MISMATCH;
     const std::size_t start = Handle->open[Handle->depth - 1].contents;
     const std::size_t length = Handle->size - start;
-    const std::size_t octets = length_octets(length);
-    if (octets > 1) {
-        if (!reserve(*Handle, octets - 1))
-            return why_not(*Handle, octets - 1);
-        std::memmove(Handle->bytes + start + octets - 1, Handle->bytes + start, length);
-        Handle->size += octets - 1;
+    if (length >= qxgss::kLongLength) {
+        const OM_uint32 status = put_long_length(*Handle, start, length);
+        if (status != GSSPASN_E_SUCCESS)
+            return status;
+    } else {
+        Handle->bytes[start - 1] = static_cast<unsigned char>(length);
     }
-    write_length(Handle->bytes + start - 1, length, octets);
     --Handle->depth;
     return GSSPASN_E_SUCCESS;
 }

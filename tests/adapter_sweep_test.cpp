@@ -22,14 +22,14 @@ using Table = qxgss_ftn_table_desc;
 
 struct Case {
     const RealMechanism &of;
-    std::string password, message;
+    std::string password, wrong, message;
 };
-const Case kCases[] = {{kScram, "wonderland", "verifiers: Cannot allocate memory"},
-                       {kKerberos, "Alice1", ""},
-                       {kNtlm, "Alice1", "hashes instead of passwords"}};
+const Case kCases[] = {{kScram, "wonderland", "password=wonderland", "verifiers: Cannot allocate memory"},
+                       {kKerberos, "Alice1", "authcid=alice realm=OTHER.TEST password=Alice1", ""},
+                       {kNtlm, "Alice1", "password=Alice1", "hashes instead of passwords"}};
 const std::string kVerifier = "alice:{SCRAM-SHA-256}4096,01V6qgHPbkyO5InM,J6EjnP+HkMMnAA0nUktzaQcIL52kjSKLV81C6oJSkGY=,"
                               "oaUcZlVm2nr2mYTed1y7K41VdPvWxp4JMxkNpZryWGs=\n";
-const std::string kMessage = "message", kService = "host/localhost", kWrongLogon = "password=x";
+const std::string kMessage = "message", kService = "host/localhost";
 
 std::optional<failing_heap::Window> window; // open in every call of outcome
 bool failed = false;                        // a call of this life has
@@ -144,7 +144,7 @@ void live(const Case &of, bool with_credential) {
     client.target = imported(kService);
     client.request |= GSS_C_DELEG_FLAG;
     names.source = imported(of.of.logon);
-    wrong.source = imported(kWrongLogon);
+    wrong.source = imported(of.wrong);
     failed = false;
     checked(client, configured(info, of.message));
     if (with_credential)
@@ -196,7 +196,7 @@ TEST_P(AdapterSweep, WholeLife) {
     RealMechanism rows[] = {kScram, kKerberos, kNtlm};
     rows[0].settings = "verifiers_file = \"" + verifiers + "\"\n";
     const std::string file =
-        folder.file("qxgss.conf", mechanism("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS") + entries_of(rows));
+        folder.file("qxgss.conf", entry_of("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS", "") + entries_of(rows));
     ASSERT_EQ(qxgss_configure(nullptr, QXGSS_CLIENT, file.c_str(), nullptr), GSS_S_COMPLETE);
     around_call = [](bool before) { before ? void(window.emplace()) : window.reset(); };
     failing_heap::watch_for(GetParam().password);

@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include "qxgss/gsspasn.h"
+#include "testkit/ber.h"
 #include "tests/support.h"
 
 namespace {
 
 using namespace support;
+using testkit::Form, testkit::tlv;
 
 using Bytes = std::string;
 constexpr OM_uint32 kOk = GSSPASN_E_SUCCESS;
@@ -24,24 +26,6 @@ Bytes hex(const std::string &text) {
             bytes += static_cast<char>(std::stoi(Bytes{high, low}, nullptr, 16));
     }
     return bytes;
-}
-
-enum class Form { kDefinite, kIndefinite, kLong };
-
-// One element, written the slow way: the model for the encoder, and the source of BER that it never writes.
-Bytes element(unsigned identifier, const Bytes &contents, Form form = Form::kDefinite) {
-    Bytes out(1, static_cast<char>(identifier));
-    const bool constructed = (identifier & 0x20) != 0;
-    if (form == Form::kIndefinite && constructed)
-        return out + '\x80' + contents + Bytes(2, '\0');
-    Bytes length;
-    for (std::size_t n = contents.size(); n != 0; n >>= 8)
-        length.insert(length.begin(), static_cast<char>(n & 0xFF));
-    if (form == Form::kLong)
-        length.insert(0, 126 - length.size(), '\0');
-    else if (contents.size() < 128)
-        return out + static_cast<char>(contents.size()) + contents;
-    return out + static_cast<char>(0x80 + length.size()) + length + contents;
 }
 
 // All calls give that status; they are made in the order in which they stand, unlike arguments of a function.
@@ -152,10 +136,8 @@ Bytes walk(const Bytes &token) {
 }
 
 // A token with every kind of element: two levels of lists, all item types, an empty string, a long one.
-Bytes sample(Form form = Form::kDefinite) {
-    const auto make = [form](unsigned identifier, const Bytes &contents) {
-        return element(identifier, contents, form);
-    };
+Bytes sample(Form form = Form::kShortest) {
+    const auto make = [form](unsigned identifier, const Bytes &contents) { return tlv(identifier, contents, form); };
     const Bytes first = make(0xA0, make(0x80, hex("2a8648")) + make(0x81, "\x01") + make(0x86, Bytes(200, 'x')));
     const Bytes second = make(0xA0, make(0x80, hex("2b06")) + make(0x83, hex("00e3000408")) + make(0x85, ""));
     return make(0xA1, make(0xA0, first + second) + make(0x81, "\x02") + make(0x83, "\x01") + make(0xA4, ""));
@@ -185,13 +167,13 @@ TEST(AsnEncode, LengthsOfEverySizeNested) {
         {0, "00"}, {127, "7f"}, {128, "8180"}, {255, "81ff"}, {256, "820100"}, {65535, "82ffff"}, {65536, "83010000"}};
     for (const auto &[length, octets] : kLengths) {
         SCOPED_TRACE(length);
-        EXPECT_EQ(element(0x86, Bytes(length, 'x')), hex("86") + hex(octets) + Bytes(length, 'x'));
+        EXPECT_EQ(tlv(0x86, Bytes(length, 'x')), hex("86") + hex(octets) + Bytes(length, 'x'));
         // At each level the contents pass one of these lengths by a few octets; so do the levels around it.
         for (std::size_t less = 0; less != 12 && less <= length; ++less) {
             const Bytes contents(length - less, 'x');
             Encoder e;
             expect(kOk, {e.start(1), e.start(0), e.octets(6, contents), e.stop(0), e.integer(1, 2), e.stop(1)});
-            EXPECT_EQ(e.close(), element(0xA1, element(0xA0, element(0x86, contents)) + hex("810102")));
+            EXPECT_EQ(e.close(), tlv(0xA1, tlv(0xA0, tlv(0x86, contents)) + hex("810102")));
         }
     }
 }
@@ -214,7 +196,7 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
                                 e.put(0, GSSPASN_OBJECT_IDENTIFIER, &no_elements),
                                 gsspasn_set_encode_tagging(e.handle, 1), gsspasn_open_encode_handle(nullptr)});
     Bytes expected;
-    for (OM_uint32 level = GSSPASN_ENCODE_MAX_DEPTH; level-- != 0; expected = element(0xA0 + level, expected))
+    for (OM_uint32 level = GSSPASN_ENCODE_MAX_DEPTH; level-- != 0; expected = tlv(0xA0 + level, expected))
         EXPECT_EQ(e.stop(level), kOk);
     EXPECT_EQ(e.close(), expected);
     EXPECT_EQ(Decoder(expected).status, kOk);
@@ -236,15 +218,16 @@ TEST(Asn, IntegersAtTheEdges) {
         Encoder e;
         expect(kOk, {e.start(0), e.integer(1, value), e.stop(0)});
         const Bytes out = e.close();
-        EXPECT_EQ(out, element(0xA0, element(0x81, hex(contents))));
+        EXPECT_EQ(out, tlv(0xA0, tlv(0x81, hex(contents))));
         Decoder d(out);
         OM_uint32 back = ~value;
         EXPECT_EQ(gsspasn_get_decode_item(d.top(), 1, GSSPASN_INTEGER, &back), kOk);
         EXPECT_EQ(back, value);
     }
     for (const char *contents :
-         {"", "80", "ffffffff", "0000", "007f", "00000080", "0100000000", "000080000000", "0000000001", "ff80000000"}) {
-        Decoder d(element(0xA0, element(0x81, hex(contents)) + "\x82\x01\x07"));
+         {"", "80", "ffffffff", "0000", "007f", "00000080", "0100000000", "000080000000", "0000000001", "ff80000000",
+          "00ffffffffff"}) {
+        Decoder d(tlv(0xA0, tlv(0x81, hex(contents)) + "\x82\x01\x07"));
         const gsspasn_decoding_t top = d.top();
         EXPECT_EQ(item(top, 1, GSSPASN_INTEGER), "!F3") << contents;
         EXPECT_EQ(item(top, 2), "\x07") << contents;
@@ -255,7 +238,7 @@ TEST(AsnDecode, RefusesWhatIsMalformed) {
     const std::pair<OM_uint32, std::vector<const char *>> cases[] = {
         {GSSPASN_E_ENCODING,
          {"# empty", "a0 00 00 # trailing octet", "a0 00 a0 00 # two elements",
-          "80 80 00 00 # primitive of indefinite length", "a0 80 81 01 05 # no end of contents",
+          "80 80 00 00 # primitive of indefinite length", "a0 03 80 80 00", "a0 80 81 01 05 # no end of contents",
           "a0 80 00 # half an end of contents", "a0 80 00 01 # end of contents with a length",
           "a0 80 00 00 00 00 # one too many", "a0 03 a0 80 00 00 # end of contents half beyond the parent",
           "a0 03 81 02 05 00 # child longer than its parent", "a0 01 81 # child without a length",
@@ -274,7 +257,7 @@ TEST(AsnDecode, RefusesWhatIsMalformed) {
 TEST(AsnDecode, EveryFormOfLengthEveryPrefixAndEveryByteChanged) {
     const Bytes reads = "0(0(0=\x2a\x86H 1=\x01 6=" + Bytes(200, 'x') + " )3 0(0=+\x06 3=" + hex("00e3000408") +
                         " 5= )3 )2 1=\x02 3=\x01 4()0 ";
-    for (const Form form : {Form::kDefinite, Form::kIndefinite, Form::kLong}) {
+    for (const Form form : {Form::kShortest, Form::kIndefinite, Form::kLongest}) {
         const Bytes token = sample(form);
         EXPECT_EQ(walk(token), reads);
         for (std::size_t at = 0; at != token.size(); ++at) {
@@ -294,12 +277,12 @@ TEST(AsnDecode, EveryFormOfLengthEveryPrefixAndEveryByteChanged) {
 
 // What the encoder writes at a limit is read, and one more is refused by both with the same status.
 TEST(Asn, LimitsHoldToTheUnit) {
-    for (const Form form : {Form::kDefinite, Form::kIndefinite}) {
+    for (const Form form : {Form::kShortest, Form::kIndefinite}) {
         Bytes nested;
         for (OM_uint32 level = 0; level != GSSPASN_DECODE_MAX_DEPTH; ++level)
-            nested = element(0xA0, nested, form);
+            nested = tlv(0xA0, nested, form);
         EXPECT_EQ(Decoder(nested).status, kOk);
-        EXPECT_EQ(Decoder(element(0xA0, nested, form)).status, GSSPASN_E_STACK_FULL);
+        EXPECT_EQ(Decoder(tlv(0xA0, nested, form)).status, GSSPASN_E_STACK_FULL);
     }
     Encoder full;
     EXPECT_EQ(full.start(0), kOk);
@@ -311,7 +294,7 @@ TEST(Asn, LimitsHoldToTheUnit) {
     Decoder read(full.close());
     read.top();
     EXPECT_EQ(read.count, GSSPASN_DECODE_MAX_ELEMENTS - 1);
-    EXPECT_EQ(Decoder(element(0xA0, children + Bytes("\x81\0", 2))).status, GSSPASN_E_STACK_FULL);
+    EXPECT_EQ(Decoder(tlv(0xA0, children + Bytes("\x81\0", 2))).status, GSSPASN_E_STACK_FULL);
 
     for (const std::size_t beyond : {0U, 1U}) {
         const Bytes contents(GSSPASN_DECODE_MAX_TOKEN - 10 + beyond, 'x');
@@ -319,7 +302,7 @@ TEST(Asn, LimitsHoldToTheUnit) {
         Encoder largest;
         expect(kOk, {largest.start(0), largest.octets(1, contents)});
         EXPECT_EQ(largest.stop(0), status);
-        const Bytes token = beyond == 0 ? largest.close() : element(0xA0, element(0x81, contents));
+        const Bytes token = beyond == 0 ? largest.close() : tlv(0xA0, tlv(0x81, contents));
         ASSERT_EQ(token.size(), GSSPASN_DECODE_MAX_TOKEN + beyond);
         EXPECT_EQ(Decoder(token).status, status);
     }

@@ -61,9 +61,9 @@ std::string told(gss_ctx_id_t context, std::string_view which) {
     OM_uint32 minor = 0;
     const OM_uint32 major = called(bridge_gss_inquire_sec_context_by_oid, context, &oid, &set);
     EXPECT_EQ(GSS_ERROR(major) == 0, set != GSS_C_NO_BUFFER_SET);
-    const std::string text = set == GSS_C_NO_BUFFER_SET
-                                 ? ""
-                                 : std::string(static_cast<char *>(set->elements[0].value), set->elements[0].length);
+    std::string text;
+    if (set != GSS_C_NO_BUFFER_SET)
+        text.assign(static_cast<char *>(set->elements[0].value), set->elements[0].length);
     gss_release_buffer_set(&minor, &set);
     return text;
 }
@@ -193,32 +193,28 @@ void take_offers(std::size_t number, std::string &token) {
     if (number > 1)
         return;
     token.resize(token.size() - 3);
-    const std::size_t header = number == 0 ? token.find("\x2b\x06\x01\x04\x01\x81\xfd\x59\x01\x01") + 10 : 0;
     const auto shorten = [&](std::size_t at) { // lengths of two octets do not become shorter here
-        const std::size_t last =
-            at + 1 +
-            (static_cast<unsigned char>(token[at + 1]) < 0x80 ? 0 : static_cast<unsigned char>(token[at + 1]) & 0x7F);
-        token[last] = static_cast<char>(token[last] - 3);
+        const auto first = static_cast<unsigned char>(token[at + 1]);
+        char &last = token[at + 1 + (first < 0x80 ? 0 : first & 0x7F)];
+        last = static_cast<char>(last - 3);
     };
+    shorten(0);
     if (number == 0)
-        shorten(0);
-    shorten(header);
+        shorten(token.find("\x2b\x06\x01\x04\x01\x81\xfd\x59\x01\x01") + 10);
 }
 
 TEST_F(Bridge, APeerThatDoesNotOfferIsRefusedUnlessTheConfigurationLetsItBe) {
-    const struct {
-        const char *setting, *line;
-    } rows[] = {{"if-offered", ""},
-                {"if-possible", "the peer does not offer to confirm the negotiation"},
-                {"required", "the peer does not offer to confirm the negotiation"}};
-    for (const auto &[setting, line] : rows) {
+    for (const std::string setting : {"if-offered", "if-possible", "required"}) {
         configure(1, setting);
         Pair pair;
         pair.run(take_offers);
-        EXPECT_EQ(pair.is_open(), *line == 0) << setting;
+        EXPECT_EQ(pair.is_open(), setting == "if-offered") << setting;
         const std::string story = pair.server.context == nullptr ? told_of_the_last(QXNEGO_GSS_STORY)
                                                                  : told(pair.server.context, QXNEGO_GSS_STORY);
-        EXPECT_NE(story.find(*line == 0 ? "\"confirmation\":\"unconfirmed\"" : line), std::string::npos) << story;
+        EXPECT_NE(story.find(pair.is_open() ? "\"confirmation\":\"unconfirmed\""
+                                            : "the peer does not offer to confirm the negotiation"),
+                  std::string::npos)
+            << story;
     }
 }
 

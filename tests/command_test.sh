@@ -102,9 +102,7 @@ for form in cat base64 'od -An -v -tx1'; do
     cmp "$folder/out" "$folder/whole" || fail "$form differs"
 done
 expect 0 '"name": "qxnegolog"' dump --json "$properties"
-also '"reason": "GSSAPI Error"' '"Record 0: '
 expect 0 'SCRAM-SHA-256  Available  Available' dump "$folder/saved/wrong-password/client.log"
-expect 0 '"state": "Available"' dump --json "$folder/saved/wrong-password/client.log"
 head -c 200 "$properties" >"$folder/cut"
 expect 2 'token-1-client: holds no user properties' properties "$folder/saved/both/token-1-client"
 for command in dump properties; do
@@ -132,7 +130,6 @@ for line in '' 'WWW-Authenticate: Negotiate '; do
     echo "${line}TlRMTVNTUAABAAAAAgIAAA==" >"$folder/text"
     expect 0 '^NTLMSSP NEGOTIATE of 16 bytes' dump "$folder/text"
 done
-expect 0 '"kind": "NTLMSSP NEGOTIATE"' dump --json "$folder/text"
 printf 'a00' >"$folder/odd"
 expect 2 'odd number' dump "$folder/odd"
 expect 2 'neither a token nor' dump "$QXGSS_CONF"

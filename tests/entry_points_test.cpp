@@ -1,9 +1,6 @@
-// The exported calls one by one: their argument checks in the order in which they speak, configuration and its
-// messages, and credentials.
+// Calls without a context: configuration, what it lists and why not, its messages; credentials.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <functional>
 #include <utility>
 
 #include "tests/negotiation_harness.h"
@@ -48,81 +45,6 @@ std::string dotted(const qxgss_OID_set set) {
 
 using EntryPoints = NegotiationTest;
 
-// The statuses of a call, which must not need a place for its minor status.
-template <typename... Parameters>
-std::string checked(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
-    const std::string got = outcome(call, arguments...);
-    EXPECT_EQ(hex(call(nullptr, arguments...)), got.substr(0, 8));
-    return got;
-}
-
-// Beside those that every state of a context has in common.
-TEST_F(EntryPoints, ChecksSpeakInOrder) {
-    Session session("A", "A", "authcid=anna");
-    session.client.call("");
-    qxgss_ctx_id_t half = session.client.context, none = nullptr;
-    qxgss_cred_id_t cred = nullptr;
-    char text[] = "x";
-    qxgss_buffer_desc out{}, input{1, text}, empty{5, nullptr}; // the length is not looked at
-    qxgss_name_element_desc element{GSS_C_NT_HOSTBASED_SERVICE, {1, text}};
-    qxgss_name_desc foreign{1, &element, nullptr}, empty_name{}, no_elements{1, nullptr, nullptr};
-    qxgss_OID types[] = {nullptr, nullptr};
-    const auto acquire = [](OM_uint32 *m, qxgss_name_t name, qxgss_cred_usage_t usage, qxgss_cred_id_t *handle) {
-        qxgss_OID_set mechs = pQxnegoMechOidSet;
-        OM_uint32 time = 7;
-        const OM_uint32 major = QXNEGO_acquire_cred(m, name, 5, nullptr, usage, handle, &mechs, &time);
-        EXPECT_TRUE(mechs == nullptr && time == 0); // as after every failure
-        return major;
-    };
-    const auto init = [](OM_uint32 *m, qxgss_ctx_id_t *context, qxgss_OID *type) {
-        return QXNEGO_init_sec_context(m, nullptr, context, nullptr, nullptr, 0, 0, nullptr, nullptr, type, nullptr,
-                                       nullptr, nullptr);
-    };
-    const auto accept = [](OM_uint32 *m, qxgss_ctx_id_t *context, qxgss_OID *type) {
-        return QXNEGO_accept_sec_context(m, context, nullptr, nullptr, nullptr, nullptr, type, nullptr, nullptr,
-                                         nullptr, nullptr);
-    };
-    const std::pair<const char *, std::string> rows[] = {
-        {"02000000/E30003F7", checked(QXNEGO_indicate_mechs, nullptr)},
-        {"020D0000/E30003F7", checked(QXNEGO_inquire_names_for_mech, nullptr, nullptr)},
-        {"020D0000/E30003F7", checked(QXNEGO_inquire_candidate, 0, nullptr)},
-        {"02080000/E30003FF", checked(+init, nullptr, &types[0])},
-        {"020D0000/E30003FA", checked(+init, &none, nullptr)},
-        {"02080000/E30003FF", checked(+accept, nullptr, &types[1])},
-        {"020D0000/E30003FA", checked(+accept, &half, nullptr)},
-        {"02080000/E30003FF", checked(QXNEGO_delete_sec_context, nullptr, &out)},
-        {"01080000/E30003FF", checked(QXNEGO_delete_sec_context, &none, &out)},
-        {"02070000/E30003FC", checked(+acquire, &foreign, 3, nullptr)},
-        {"000D0000/E30003F5", checked(+acquire, &foreign, 3, &cred)},
-        {"000D0000/E30003F5", checked(+acquire, &empty_name, 1, &cred)},
-        {"000D0000/E30003F5", checked(+acquire, &no_elements, 1, &cred)},
-        {"00070000/E30003FD", checked(+acquire, nullptr, 3, &cred)},
-        {"00070000/E30003FD", checked(+acquire, nullptr, -1, &cred)},
-        {"02070000/E30003FC", checked(QXNEGO_release_cred, nullptr)},
-        {"01070000/E30003FC", checked(QXNEGO_release_cred, &cred)},
-        {"00070000/E30003FC", checked(QXNEGO_inquire_cred, nullptr, nullptr, nullptr, nullptr, nullptr)},
-        {"01080000/E30003FF", checked(QXNEGO_wrap, none, 0, 0, nullptr, nullptr, &out)},
-        {"010D0000/E3000402", checked(QXNEGO_wrap, half, 0, 0, &empty, nullptr, &out)},
-        {"010D0000/E3000402", checked(QXNEGO_unwrap, half, &empty, &out, nullptr, nullptr)},
-        {"010D0000/E3000402", checked(QXNEGO_get_mic, half, 0, nullptr, &out)},
-        {"010D0000/E3000402", checked(QXNEGO_verify_mic, half, nullptr, &input, nullptr)},
-        {"010D0000/E3000402", checked(QXNEGO_verify_mic, half, &input, &empty, nullptr)},
-        {"00000000/230003E8", checked(QXNEGO_get_client_domain_username, half, nullptr, nullptr)},
-        {"00100000/E30003F2", checked(QXNEGO_qop_string_to_int, nullptr, nullptr, nullptr)},
-        {"00100000/E30003F2", checked(QXNEGO_qop_int_to_string, nullptr, 0, nullptr)},
-    };
-    for (std::size_t i = 0; i < std::size(rows); ++i)
-        EXPECT_EQ(rows[i].second, rows[i].first) << "number " << i;
-    EXPECT_EQ(cred, nullptr);
-    EXPECT_TRUE(types[0] == pQxnegoMechOid && types[1] == pQxnegoMechOid);
-    qxgss_OID_set mechs = pQxnegoMechOidSet;
-    qxgss_name_t name = &foreign;
-    OM_uint32 time = 7;
-    int usage = 7;
-    QXNEGO_inquire_cred(nullptr, nullptr, &name, &time, &usage, &mechs);
-    EXPECT_TRUE(name == nullptr && time == 0 && usage == 0 && mechs == nullptr);
-}
-
 // ---- Configuration -------------------------------------------------------------------------------------------------
 
 TEST_F(EntryPoints, OidSetsAreWhatConfigurationMade) {
@@ -163,14 +85,10 @@ TEST_F(EntryPoints, TheListIsInOrderOfPreference) {
     EXPECT_TRUE(last.AuthenticationSupported == 0 && last.AuthorizationSupported == 1 && last.SingleSignOn == 1);
 }
 
-TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheList) {
-    std::string text;
-    MechInfo_t *self = nullptr;
-    char own[] = "1.3.6.1.4.1.32473.1.1", stranger[] = "1.2.3", malformed[] = "1.x", name[] = "PROXY";
-    const auto rest = [&](const std::function<void()> &alter) {
+TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheListAndTheOthersAreToldWhy) {
+    const auto listed = [](const std::string &text, const auto &alter) {
         OM_uint32 major = 0;
         EXPECT_EQ(configure(&major, text), "");
-        self = &registered("QXNEGO");
         alter();
         NegMechList_desc list{};
         EXPECT_EQ(QXNEGO_INT_InitNegMechList(nullptr, &list), GSS_S_COMPLETE);
@@ -178,49 +96,60 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheList) {
         std::free(list.pNegMech);
         return out;
     };
-    const auto why = [](const MechInfo_t &mechanism) {
+    const auto why = [](const char *name) {
         const char *reason = "";
-        EXPECT_EQ(QXNEGO_inquire_candidate(nullptr, static_cast<OM_sint32>(&mechanism - pMechInfo), &reason),
-                  GSS_S_COMPLETE);
+        const auto index = static_cast<OM_sint32>(&registered(name) - pMechInfo);
+        EXPECT_EQ(QXNEGO_inquire_candidate(nullptr, index, &reason), GSS_S_COMPLETE);
         return std::string(reason == nullptr ? "" : reason);
     };
     for (const std::string property :
-         {"authentication = true,", "authorization = false,", "single_sign_on = true,", "rank = 20"}) {
-        text = configuration();
-        const std::size_t at = text.find(property, text.find("name = \"B\""));
-        property == "rank = 20" ? text.erase(at - 2, property.size() + 2) : text.erase(at, property.size());
-        EXPECT_EQ(rest([] {}), "ACD") << property;
-        EXPECT_EQ(why(registered("A")), "");
-        EXPECT_EQ(why(registered("B")), "its property " + property.substr(0, property.find(' ')) + " is not set");
+         {", rank = 20", "authentication = true,", "authorization = false,", "single_sign_on = true,"}) {
+        std::string text = configuration();
+        text.erase(text.find(property, text.find("name = \"B\"")), property.size());
+        EXPECT_EQ(listed(text, [] {}), "ACD") << property;
+        const std::size_t word = property.find_first_not_of(", ");
+        EXPECT_EQ(why("B"), "its property " + property.substr(word, property.find(' ', word) - word) + " is not set");
+        EXPECT_EQ(why("A") + why("C"), "");
     }
-    for (char *oid : {own, stranger, malformed, static_cast<char *>(nullptr)}) {
-        EXPECT_EQ(rest([&] { self->pNegMechInfo[0].pNegotiatedMech = oid; }), "CD") << (oid == nullptr ? "" : oid);
-        EXPECT_EQ(why(registered("A")), "it is not listed in QXNEGO's negotiates");
-        EXPECT_EQ(why(*self), "QXNEGO does not negotiate itself");
+    static char own[] = "1.3.6.1.4.1.32473.1.1", stranger[] = "1.2.3", malformed[] = "1.x", proxy[] = "PROXY";
+    static const auto first = []() -> auto & {
+        return registered("QXNEGO").pNegMechInfo[0];
+    };
+    const struct {
+        void (*alter)();
+        const char *listed, *whose, *why;
+    } rows[] = {
+        {[] { first().pNegotiatedMech = own; }, "BCD", "QXNEGO", "QXNEGO does not negotiate itself"},
+        {[] { first().pNegotiatedMech = stranger; }, "BCD", "A", "it is not listed in QXNEGO's negotiates"},
+        {[] { first().pNegotiatedMech = malformed; }, "BCD", "A", "it is not listed in QXNEGO's negotiates"},
+        {[] { first().pNegotiatedMech = nullptr; }, "BCD", "A", "it is not listed in QXNEGO's negotiates"},
+        {[] { first().fEnabled = 0; }, "BCD", "A", "it is disabled in QXNEGO's negotiates"},
+        {[] { registered("A").fUseMech = 0; }, "BCD", "A", "it is not loaded"},
+        {[] { registered("A").pszMechName = proxy; }, "BCD", proxy, "PROXY is never negotiated"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(listed(configuration(), row.alter), row.listed) << row.why;
+        EXPECT_EQ(why(row.whose), row.why);
     }
-    EXPECT_EQ(rest([&] { self->pNegMechInfo[0].fEnabled = 0; }), "CD");
-    EXPECT_EQ(why(registered("A")), "it is disabled in QXNEGO's negotiates");
-    EXPECT_EQ(rest([&] { registered("A").fUseMech = 0; }), "CD");
-    EXPECT_EQ(why(registered("A")), "it is not loaded");
-    EXPECT_EQ(rest([&] { registered("A").pszMechName = name; }), "CD");
-    EXPECT_EQ(why(registered(name)), "PROXY is never negotiated");
     EXPECT_EQ(outcome(QXNEGO_INT_InitNegMechList, nullptr), "020D0000/E3000407");
 }
 
 TEST_F(EntryPoints, ConfigurationFailuresLeaveAMessage) {
-    qxgss_OID const plain = GSS_C_NT_QXAT_MECHDATA;
-    MechInfo_t &self = pMechInfo[0];
-    const MechInfo_t before = self;
-    qxgss_OID_desc nothing{0, nullptr};
-    char other[] = "OTHER";
-    const std::pair<std::function<void()>, const char *> rows[] = {
-        {[&] { self.pszMechName = other; },
+    static qxgss_OID const plain = GSS_C_NT_QXAT_MECHDATA;
+    static qxgss_OID_desc nothing{0, nullptr};
+    static char other[] = "OTHER";
+    const MechInfo_t before = pMechInfo[0];
+    const struct {
+        void (*alter)();
+        const char *message;
+    } rows[] = {
+        {[] { pMechInfo[0].pszMechName = other; },
          ":  Error when calling gssp_mechstr_to_oid(Could not obtain mechanism oid as requested)"},
-        {[&] { self.pMechOid = &nothing; },
+        {[] { pMechInfo[0].pMechOid = &nothing; },
          ": Error when calling functiom gssp_oid_to_mechindex(An argument was not valid.)"},
-        {[&] { GSS_C_NT_QXAT_MECHDATA = nullptr; },
+        {[] { GSS_C_NT_QXAT_MECHDATA = nullptr; },
          ": Error when calling gssp_add_oid_set_member(An argument was not valid.)"},
-        {[&] { self.NegotiatedMechCount = 0; },
+        {[] { pMechInfo[0].NegotiatedMechCount = 0; },
          ": Error when calling QXNEGO_INT_InitNegMechList(The QXNEGO security mechanism could not find "
          "any mechanisms available for negotiation.)"},
     };
@@ -230,10 +159,9 @@ TEST_F(EntryPoints, ConfigurationFailuresLeaveAMessage) {
             qxgss_buffer_desc message{given.size(), given.empty() ? nullptr : std::malloc(given.size())};
             given.copy(static_cast<char *>(message.value), given.size());
             EXPECT_EQ(outcome(QXNEGO_configure, QXGSS_CLIENT, nullptr, &message), "000D0000/A100012B");
-            EXPECT_EQ(text_of(message), given + "QXNEGO_configure" + piece + " Mechanism Disabled");
-            gssp_release_buffer(nullptr, &message);
+            EXPECT_EQ(support::taken(message), given + "QXNEGO_configure" + piece + " Mechanism Disabled");
             EXPECT_EQ(QXNEGO_configure(nullptr, QXGSS_CLIENT, nullptr, nullptr), GSS_S_FAILURE);
-            self = before;
+            pMechInfo[0] = before;
             GSS_C_NT_QXAT_MECHDATA = plain;
         }
 }
@@ -249,41 +177,39 @@ TEST_F(EntryPoints, CredentialsRememberTheRequestInUtf8) {
     };
     const struct {
         qxgss_OID type;
-        std::string bytes;
+        std::string bytes, remembered;
         const char *failure = "";
         bool release_fails = false;
     } rows[] = {
-        {GSS_C_NT_QXAT_MECHDATA, widened(1)},
-        {GSS_C_NT_QXAT_MECHDATA_UTF8, widened(1)},
-        {GSS_C_NT_QXAT_MECHDATA_UTF8, widened(1), "", true}, // nothing is converted, so nothing replaced
-        {GSS_C_NT_QXAT_MECHDATA_UTF16, widened(2)},
-        {GSS_C_NT_QXAT_MECHDATA_UTF16, widened(2), "000D0000/E10000CD", true},
-        {GSS_C_NT_QXAT_MECHDATA_UTF32, widened(4)},
-        {GSS_C_NT_QXAT_MECHDATA_UTF16, "", "", true},
-        {GSS_C_NT_QXAT_MECHDATA_UTF16, {'\0', '\xD8', 'a'}, "000D0000/E10000C2"}, // half a character
+        {GSS_C_NT_QXAT_MECHDATA, widened(1), widened(1)},
+        {GSS_C_NT_QXAT_MECHDATA_UTF8, widened(1), widened(1), "", true}, // nothing is converted, so nothing replaced
+        {GSS_C_NT_QXAT_MECHDATA_UTF16, widened(2), widened(1)},
+        {GSS_C_NT_QXAT_MECHDATA_UTF32, widened(4), widened(1)},
+        {GSS_C_NT_QXAT_MECHDATA_UTF16, "", "", "", true},
+        {GSS_C_NT_QXAT_MECHDATA_UTF16, widened(2), "", "E10000CD", true},
+        {GSS_C_NT_QXAT_MECHDATA_UTF16, {'\0', '\xD8', 'a'}, "", "E10000C2"}, // half a character
     };
-    for (const auto &[type, bytes, failure, release_fails] : rows) {
-        qxgss_name_t name = support::imported(bytes, type), copy = nullptr;
+    for (const auto &row : rows) {
+        qxgss_name_t name = support::imported(row.bytes, row.type), copy = nullptr;
         qxgss_cred_id_t credential = nullptr;
         qxgss_OID_set actual = nullptr, desired = nullptr;
         OM_uint32 time = 0, remembered = 0;
         qxgss_cred_usage_t usage = -1;
-        secure_release_fails = release_fails;
-        const std::string got = outcome(QXNEGO_acquire_cred, name, 99, pQxnegoSupportedAllNameTypes, GSS_C_BOTH,
-                                        &credential, &actual, &time);
+        const bool made = *row.failure == '\0';
+        secure_release_fails = row.release_fails;
+        EXPECT_EQ(outcome(QXNEGO_acquire_cred, name, 99, pQxnegoSupportedAllNameTypes, GSS_C_BOTH, &credential, &actual,
+                          &time),
+                  made ? kDone : std::string("000D0000/") + row.failure);
         secure_release_fails = false;
-        EXPECT_EQ(support::taken(name), bytes);
-        if (*failure != '\0') {
-            EXPECT_EQ(got, failure);
-            EXPECT_TRUE(credential == nullptr && actual == nullptr);
+        EXPECT_EQ(support::taken(name), row.bytes);
+        ASSERT_TRUE((credential != nullptr) == made && (actual != nullptr) == made && time == (made ? 99 : 0));
+        if (!made)
             continue;
-        }
-        EXPECT_EQ(got, kDone);
         EXPECT_EQ(outcome(QXNEGO_inquire_cred, credential, &copy, &remembered, &usage, &desired), kDone);
-        EXPECT_EQ(support::taken(copy), bytes.empty() ? "" : "authcid=anna");
+        EXPECT_EQ(support::taken(copy), row.remembered);
         EXPECT_EQ(dotted(actual), dotted(pQxnegoMechOidSet));
         EXPECT_EQ(dotted(desired), dotted(pQxnegoSupportedAllNameTypes));
-        EXPECT_TRUE(time == 99 && remembered == 99 && usage == GSS_C_BOTH);
+        EXPECT_TRUE(remembered == 99 && usage == GSS_C_BOTH);
         EXPECT_EQ(outcome(QXNEGO_release_cred, &credential), kDone);
         EXPECT_EQ(credential, nullptr);
         for (qxgss_OID_set *each : {&actual, &desired})

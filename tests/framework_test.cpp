@@ -75,19 +75,13 @@ TEST(Framework, RefusesWhatIsMissingOrTooLarge) {
     by_type.InputFormat = GSSP_UTF_BY_NAMETYPE;
     to16.OutputFormat = GSSP_UTF16;
     wiped.clear();
-    expect_all("000D0000/E1000077",
-               {outcome(gssp_duplicate_buffer, &huge, nullptr), outcome(gssp_duplicate_buffer, nullptr, &to)});
     expect_all("000D0000/E1000065",
                {outcome(gssp_duplicate_buffer, &huge, &to), outcome(qxgss_import_name, &huge, type, &name),
                 outcome(gssp_duplicate_name, &huge_name, &copy)});
     expect_all("000D0000/E1000069",
-               {outcome(qxgss_import_name, &joe, type, nullptr), outcome(qxgss_import_name, nullptr, type, &name),
-                outcome(qxgss_import_name, &without, type, &name), outcome(qxgss_import_name, &joe, nullptr, &name),
+               {without_each(qxgss_import_name, &joe, type, &name), outcome(qxgss_import_name, &without, type, &name),
                 outcome(qxgss_import_name, &joe, &empty, &name)});
-    expect_all("000D0000/E100006B", {outcome(gssp_duplicate_name, nullptr, nullptr)});
-    expect_all("000D0000/E10000C0", {outcome(gssp_convertname_utf, nullptr, &to, &flags),
-                                     outcome(gssp_convertname_utf, &no_value, nullptr, &flags),
-                                     outcome(gssp_convertname_utf, &no_value, &to, nullptr),
+    expect_all("000D0000/E10000C0", {without_each(gssp_convertname_utf, &no_value, &to, &flags),
                                      outcome(gssp_convertname_utf, &nameless, &to, &flags),
                                      outcome(gssp_convertname_utf, &no_value, &to, &to16),
                                      outcome(gssp_convertname_utf, &no_value, &to, &by_type)});
@@ -96,19 +90,18 @@ TEST(Framework, RefusesWhatIsMissingOrTooLarge) {
     elements[0] = {type, without};
     expect_all("000D0000/E10000C0", {outcome(gssp_convertname_utf, &no_value, &to, &flags)});
     expect_all("000D0000/E10000CD",
-               {outcome(gssp_compare_oids, &oid, &oid, nullptr), outcome(gssp_compare_oids, &oid, nullptr, &order),
-                outcome(gssp_compare_oids, &empty, &oid, &order), outcome(gssp_compare_oids, &oid, &no_bytes, &order),
-                outcome(gssp_add_oid_set_member, nullptr, &set), outcome(gssp_add_oid_set_member, &empty, &set),
-                outcome(gssp_test_oid_set_member, nullptr, set, &present),
+               {without_each(gssp_compare_oids, &oid, &oid, &order), outcome(gssp_compare_oids, &empty, &oid, &order),
+                outcome(gssp_compare_oids, &oid, &no_bytes, &order), outcome(gssp_add_oid_set_member, &empty, &set),
                 outcome(gssp_test_oid_set_member, &empty, set, &present)});
     expect_all("000D0000/E1000070",
-               {outcome(gssp_create_empty_oid_set, nullptr), outcome(gssp_add_oid_set_member, &oid, nullptr),
-                outcome(gssp_add_oid_set_member, &oid, &none),
-                outcome(gssp_test_oid_set_member, &oid, nullptr, &present)});
-    expect_all("000D0000/E1000071", {outcome(gssp_test_oid_set_member, &oid, set, nullptr)});
-    expect_all("000D0000/E1000079", {outcome(gssp_duplicate_oid_set, nullptr, nullptr)});
-    expect_all("000D0000/E1000081", {outcome(gssp_oidstr_to_oidder, 0, 0, "1.2", nullptr, &der),
-                                     outcome(gssp_oidstr_to_oidder, 0, 0, "1.2", &length, nullptr)});
+               {outcome(gssp_create_empty_oid_set, nullptr), outcome(gssp_add_oid_set_member, &oid, &none)});
+    EXPECT_EQ(without_each(gssp_add_oid_set_member, &oid, &set), "000D0000/E10000CD 000D0000/E1000070");
+    EXPECT_EQ(without_each(gssp_test_oid_set_member, &oid, set, &present),
+              "000D0000/E10000CD 000D0000/E1000070 000D0000/E1000071");
+    EXPECT_EQ(without_each(gssp_duplicate_buffer, &huge, &to), "000D0000/E1000077");
+    EXPECT_EQ(without_each(gssp_oidstr_to_oidder, 0, 0, "1.2", &length, &der), "000D0000/E1000081");
+    EXPECT_EQ(outcome(gssp_duplicate_name, nullptr, nullptr), "000D0000/E100006B");
+    EXPECT_EQ(outcome(gssp_duplicate_oid_set, nullptr, nullptr), "000D0000/E1000079");
     expect_all(kDone, {outcome(gssp_release_buffer, nullptr), outcome(gssp_release_secure_buffer, nullptr),
                        outcome(gssp_release_secure_buffer, &to), outcome(gssp_release_name, nullptr),
                        outcome(gssp_release_name, &copy), outcome(gssp_duplicate_name, nullptr, &copy),

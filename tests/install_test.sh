@@ -12,18 +12,25 @@ libraries=$(dirname "$(find "$prefix" -name libqxgss.so)")
 examples="$prefix/share/doc/qxnego/examples"
 test -s "$prefix/share/man/man1/qxnego.1" -a -s "$prefix/share/man/man5/qxgss.conf.5"
 
-# The program configures the framework with the installed sample and reaches QXNEGO.
+# The program configures the framework with the installed sample and reaches QXNEGO, and reads a logon string.
 mkdir "$folder/program"
 cat >"$folder/program/main.c" <<'END'
 #include <gssp2qxnego/gssp2qxnego.h>
-#include <qxgss/gssp.h>
+#include <qxat/qxatldapauthorize.h>
+#include <stdlib.h>
+#include <string.h>
 int main(int argc, char **argv) {
     qxgss_OID_set names = NULL;
+    char *user = NULL;
     if (argc != 2 || qxgss_configure(NULL, QXGSS_SERVER, argv[1], NULL) != GSS_S_COMPLETE || MechCount != 2)
         return 1;
     if (pMechInfo[0].MechFtnTable.ftn_gssp_indicate_mechs(NULL, &names) != GSS_S_COMPLETE || names->count != 1)
         return 2;
     gssp_release_oid_set(NULL, &names);
+    if (qxat_parse_logon(NULL, "authcid='a b' password=c", NULL, &user, NULL, NULL, NULL, NULL, NULL, NULL, NULL,
+                         QXAT_FLAG_UNESCAPE_ALL) != GSS_S_COMPLETE || strcmp(user, "a b") != 0)
+        return 3;
+    free(user);
     return qxgss_shutdown(NULL) != GSS_S_COMPLETE;
 }
 END
@@ -54,16 +61,17 @@ foreach(name session_server table_server table_client)
 endforeach()
 END
 cmake --build out >>"$folder/log"
-sessions=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs qxgss-session)
+sessions=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --static --cflags --libs qxgss-session)
 # shellcheck disable=SC2086
-"$compiler" -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Werror $flags session_client.c -o session_client $sessions
+"$compiler" -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Werror $flags session_client.c -o session_client \
+    -Wl,-Bstatic $sessions -Wl,-Bdynamic
 port=$((20000 + $$ % 20000))
 out/session_server "$examples/qxgss.conf" $port >server &
 status=2
 for _ in 1 2 3 4 5 6 7 8 9 10; do
     status=0
     echo "authcid=alice password=wonderland" |
-        LD_LIBRARY_PATH="$libraries" ./session_client "$examples/qxgss.conf" $port test@localhost x 2>client || status=$?
+        ./session_client "$examples/qxgss.conf" $port test@localhost x 2>client || status=$?
     test $status -ne 2 && break
     sleep 0.2
 done

@@ -44,46 +44,32 @@ constexpr const char *kProperty = "000D0000/E300042A";
 using Splits = std::tuple<unsigned, unsigned, std::vector<std::array<const char *, 2>>>;
 
 TEST(LogonString, SplitsIntoItsProperties) {
+    // clang-format off
     const Splits groups[] = {
-        {QXAT_FLAG_NONE,
-         kAll,
-         {{"", ""},
-          {",authcid=joe", ""},
-          {"AUTHCID=joe", "authcid=[joe]"},
+        {QXAT_FLAG_NONE, kAll,
+         {{"", ""}, {",authcid=joe", ""}, {"AUTHCID=joe", "authcid=[joe]"},
           {"authcid=a password=b realm=c authzid=d mech=e user=f profile=g userproperties=h",
            "authcid=[a] password=[b] realm=[c] authzid=[d] mech=[e] user=[f] profile=[g] encuserprops=[h]"},
-          {"authcid=joe,password=secret", "authcid=[joe]"},
-          {"authcid=joe ,bogus", "authcid=[joe]"},
-          {"authcid=, user=u", "authcid=[]"},
-          {"authcid='jo e,x'", "authcid=[jo e,x]"},
-          {"authcid='it''s'", "authcid=[it's]"},
-          {"authcid=\"it's\" user='a\"b'", "authcid=[it's] user=[a\"b]"},
-          {"authcid='a'user=u", "authcid=[a] user=[u]"},
-          {"authcid='a'''", "authcid=[a']"},
-          {"authcid='open user=u", "authcid=[open user=u]"},
-          {"authcid=a'b", "authcid=[a'b]"},
+          {"authcid=joe,password=secret", "authcid=[joe]"}, {"authcid=joe ,bogus", "authcid=[joe]"},
+          {"authcid=, user=u", "authcid=[]"}, {"authcid='jo e,x'", "authcid=[jo e,x]"},
+          {"authcid='it''s'", "authcid=[it's]"}, {"authcid=\"it's\" user='a\"b'", "authcid=[it's] user=[a\"b]"},
+          {"authcid='a'user=u", "authcid=[a] user=[u]"}, {"authcid='a'''", "authcid=[a']"},
+          {"authcid='open user=u", "authcid=[open user=u]"}, {"authcid=a'b", "authcid=[a'b]"},
           {"authcid= \t\n\v\f\rjoe\x01\x1F user=u", "authcid=[joe] user=[u]"},
           {"authcid=\x01user=u", "authcid=[] user=[u]"},
           {"authcid=\xA0j\xFF\x85 user=u", "authcid=[\xA0j\xFF\x85] user=[u]"},
           {"password=a password=b realm=r realm=s", "password=[a] realm=[r]"},
-          {"bogus authcid=joe", "upn=[bogus] authcid=[joe]"},
-          {"authcid=", "upn=[authcid=]"},
-          {"  authcid=joe", "upn=[authcid=joe]"},
-          {"'a b' user=u", "upn=[a b] user=[u]"},
+          {"bogus authcid=joe", "upn=[bogus] authcid=[joe]"}, {"authcid=", "upn=[authcid=]"},
+          {"  authcid=joe", "upn=[authcid=joe]"}, {"'a b' user=u", "upn=[a b] user=[u]"},
           // Only white space up to the end: empty, not the value read before.
-          {"password=secret user= \t", "password=[secret] user=[]"},
-          {" \t", "upn=[]"},
+          {"password=secret user= \t", "password=[secret] user=[]"}, {" \t", "upn=[]"},
           // A leading field is skipped.
-          {",,'x y' ,authcid=joe", "authcid=[joe]"},
-          {",,,joe", "upn=[joe]"},
-          {",,x,,joe", ""},
-          {",,x,", ""}}},
+          {",,'x y' ,authcid=joe", "authcid=[joe]"}, {",,,joe", "upn=[joe]"}, {",,x,,joe", ""}, {",,x,", ""}}},
         {QXAT_FLAG_NONE, kNoUpn, {{"bogus authcid=joe", "authcid=[joe]"}}},
         {QXAT_FLAG_NONE, kNoAuthcid, {{"authcid=joe authcid=ann", ""}}},
         {QXAT_FLAG_NONE, kNoUser, {{"user=u1 user=u2 profile=p", "profile=[p]"}}},
         // A principal with a password behind the last "@@"; other bits alone change nothing.
-        {QXAT_FLAG_UNESCAPE_PASSWORD,
-         kAll,
+        {QXAT_FLAG_UNESCAPE_PASSWORD, kAll,
          {{"joe@@p\\@w", "upn=[joe@@p\\@w] authcid=[joe] password=[p@w]"},
           {"a@@b@@c", "upn=[a@@b@@c] authcid=[a@@b] password=[c]"},
           {"joe@@pw password=x", "upn=[joe@@pw] authcid=[joe] password=[pw]"}}},
@@ -91,15 +77,13 @@ TEST(LogonString, SplitsIntoItsProperties) {
         {6, kAll, {{"a@@@c", "upn=[a@@@c] authcid=[a@] password=[c]"}}},
         {5, kAll, {{"joe@@pw", "upn=[joe@@pw]"}}},
         // A principal as the framework parses it.
-        {QXAT_FLAG_UNESCAPE_ALL,
-         kAll,
-         {{"joe@R user=u", "upn=[joe@R] authcid=[joe@R] user=[u]"},
-          {"joe", "upn=[joe] authcid=[joe]"},
-          {"joe@R@@pw", "upn=[joe@R@@pw] authcid=[joe@R] password=[pw]"},
-          {"authcid=joe", "authcid=[joe]"}}},
+        {QXAT_FLAG_UNESCAPE_ALL, kAll,
+         {{"joe@R user=u", "upn=[joe@R] authcid=[joe@R] user=[u]"}, {"joe", "upn=[joe] authcid=[joe]"},
+          {"joe@R@@pw", "upn=[joe@R@@pw] authcid=[joe@R] password=[pw]"}, {"authcid=joe", "authcid=[joe]"}}},
         {QXAT_FLAG_UNESCAPE_ALL, kNoPassword, {{"joe@R@@pw", "upn=[joe@R@@pw] authcid=[joe@R]"}}},
         {QXAT_FLAG_UNESCAPE_ALL, kNoAuthcid, {{"joe@R@@pw", "upn=[joe@R@@pw] password=[pw]"}}},
     };
+    // clang-format on
     for (const auto &[flags, asked, rows] : groups)
         for (const auto &[input, outputs] : rows)
             EXPECT_EQ(parse(input, flags, asked), outputs) << input << ' ' << flags;

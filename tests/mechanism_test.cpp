@@ -177,7 +177,6 @@ TEST_P(Host, TakesNamesInEveryForm) {
     const std::string utf16("h\0o\0s\0t\0/\0l\0o\0c\0a\0l\0h\0o\0s\0t\0", 28);
     server.table.ftn_gssp_release_cred(nullptr, &server.credential);
     server.acquire("host/localhost@@unused", GSS_C_ACCEPT); // an acceptor's is a service too
-    EXPECT_FALSE(server.failed()) << server.text();
     for (qxgss_name_t name : {imported("host/localhost"), imported(utf16, GSS_C_NT_QXAT_MECHDATA_UTF16)}) {
         gssp_release_name(nullptr, &client.target);
         client.target = name;
@@ -189,16 +188,16 @@ TEST_P(Host, TakesNamesInEveryForm) {
 }
 
 TEST_P(Host, ComparesChannelBindings) {
-    const std::string one = "channel one", two = "channel two";
-    qxgss_channel_bindings_desc first{}, second{};
-    first.application_data = view(one);
-    second.application_data = view(two);
-    client.bindings = server.bindings = &first;
-    EXPECT_TRUE(established(client, server)) << client.text() << server.text();
-    server.bindings = &second;
-    EXPECT_FALSE(established(client, server));
-    EXPECT_EQ(server.said.substr(0, 8),
-              is_ntlm ? "00090000" : "00040000"); // gss-ntlmssp has no status of its own for that
+    const std::string texts[] = {"channel one", "channel two"};
+    qxgss_channel_bindings_desc channels[2]{};
+    for (const std::size_t i : {0, 1})
+        channels[i].application_data = view(texts[i]);
+    for (const std::size_t of_server : {0, 1}) {
+        client.bindings = &channels[0], server.bindings = &channels[of_server];
+        EXPECT_EQ(established(client, server), of_server == 0) << client.text() << server.text();
+    }
+    // gss-ntlmssp has no status of its own for that
+    EXPECT_EQ(server.said.substr(0, 8), is_ntlm ? "00090000" : "00040000");
 }
 
 // With a credential or without: only the tokens of a mechanism that is accepted, and of the credential's.
@@ -224,9 +223,6 @@ TEST_P(Host, AcceptsOnlyWhatItMay) {
     EXPECT_EQ(server.accept(other.client.token).substr(0, 8), "00010000");
     EXPECT_EQ(server.context, nullptr);
 }
-
-// ---- Logons
-// -----------------------------------------------------------------------------------------------------------
 
 // The name acquired, or "!" and a piece of the statuses and the text of the failure.
 TEST(Logons, GiveTheNameOrTheWholeReason) {

@@ -3,11 +3,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <span>
+#include <utility>
 
 namespace harness {
 
@@ -55,16 +58,19 @@ std::string word_of(const char *text) {
     return text == nullptr ? "(null)" : text;
 }
 
+constexpr std::string_view kNoText = "(display_status function not available)";
+
 // Entries and log records have the same fields.
 template <typename T> std::string verdict(const qxgss_OID_desc &oid, const T &record) {
-    const auto *bytes = static_cast<const unsigned char *>(oid.elements);
-    std::string out(1, oid.length == 10 ? static_cast<char>('A' - 1 + bytes[9]) : '?');
-    return out + std::to_string(record.MechState) + std::to_string(record.MechReason);
-}
-
-[[noreturn]] void give_up(const char *what) {
-    std::fprintf(stderr, "harness: %s\n", what);
-    std::abort();
+    const std::string text = text_of(record.GssMinorStatusText);
+    std::string statuses = hex(record.GssMajorStatus) + "/" + hex(record.GssMinorStatus);
+    if (!text.empty())
+        statuses += text == kNoText ? " -" : text == scripted::Behaviour().text ? " !" : " " + text;
+    return std::string(1, oid.length == 10 ? letter_of(oid) : '?') + std::to_string(record.MechState) +
+           std::to_string(record.MechReason) + (record.IsCtxEstablished != 0 ? "+" : "") +
+           (statuses == "00000000/00000000"     ? ""
+            : statuses == "00070000/C5000007 !" ? "!"
+                                                : "(" + statuses + ")");
 }
 
 char sentinel;
@@ -122,6 +128,10 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration) {
     return support::taken(message);
 }
 
+char letter_of(const qxgss_OID_desc &oid) {
+    return static_cast<char>('A' - 1 + static_cast<const char *>(oid.elements)[9]);
+}
+
 qxgss_OID_desc oid_of(char mechanism) {
     return *registered(std::string(1, mechanism)).pMechOid;
 }
@@ -146,8 +156,7 @@ Peer::Peer(Side side, std::string_view mechanisms) : side_(side) {
         const char letter = static_cast<char>('A' + (oid.back() - '1'));
         self.pNegMechInfo[i].fEnabled = mechanisms.find(letter) != std::string_view::npos;
     }
-    if (QXNEGO_INT_InitNegMechList(nullptr, &template_) != GSS_S_COMPLETE)
-        give_up("no template list");
+    QXNEGO_INT_InitNegMechList(nullptr, &template_);
     for (OM_uint32 i = 0; i < MechCount; ++i) {
         tables_.push_back(loaded_tables[i]);
         const std::string_view name = pMechInfo[i].pszMechName;
@@ -167,12 +176,15 @@ Peer::~Peer() {
         restore_loaded();
 }
 
-void Peer::log_on(const char *logon) {
-    qxgss_name_t name = support::imported(logon);
-    const qxgss_cred_usage_t usage = side_ == kClient ? GSS_C_INITIATE : GSS_C_ACCEPT;
-    if (QXNEGO_acquire_cred(nullptr, name, 600, nullptr, usage, &credential, nullptr, nullptr) != GSS_S_COMPLETE)
-        give_up("no credential");
+std::string Peer::log_on(const char *logon) {
+    qxgss_buffer_desc text{std::strlen(logon), const_cast<char *>(logon)};
+    qxgss_name_t name = nullptr;
+    std::string said = outcome(qxgss_import_name, &text, GSS_C_NT_QXAT_MECHDATA_UTF8, &name);
+    if (name != nullptr)
+        said = outcome(QXNEGO_acquire_cred, name, 600, pQxnegoMechOidSet,
+                       side_ == kClient ? GSS_C_INITIATE : GSS_C_ACCEPT, &credential, nullptr, nullptr);
     gssp_release_name(nullptr, &name);
+    return said;
 }
 
 void Peer::act() {
@@ -191,6 +203,7 @@ Outcome Peer::call(std::string_view token, Side role) {
     qxgss_buffer_desc output{77, &sentinel};
     Outcome out{};
     gssp_release_name(nullptr, &source);
+    support::around_call(true);
     if (role == kClient)
         out.major = QXNEGO_init_sec_context(&out.minor, credential, &context, target, nullptr, GSS_C_MUTUAL_FLAG, 300,
                                             bindings, &input, ask ? &mech_type : nullptr, &output,
@@ -199,6 +212,7 @@ Outcome Peer::call(std::string_view token, Side role) {
         out.major = QXNEGO_accept_sec_context(
             &out.minor, &context, credential, &input, bindings, ask ? &source : nullptr, ask ? &mech_type : nullptr,
             &output, ask ? &flags : nullptr, ask ? &lifetime : nullptr, ask ? &delegated : nullptr);
+    support::around_call(false);
     if (output.value == &sentinel)
         return out;
     out.output = output.length == 0 && output.value == nullptr ? Output::kEmpty : Output::kToken;
@@ -206,52 +220,121 @@ Outcome Peer::call(std::string_view token, Side role) {
     return out;
 }
 
+Lines use(qxgss_ctx_id_t context, bool given) {
+    char text[] = "\x01", mic[] = {'A', 3, '\xC2'}; // a message, and its protection by mechanism A
+    qxgss_buffer_desc nothing{0, text}, message{1, text}, protection{3, mic};
+    qxgss_buffer_desc wrapped{9, text}, opened{9, text}, check{9, text}, properties{9, text};
+    int confidential = 7, was_confidential = 7, local = 7, open = 7;
+    qxgss_qop_t qop = 7, check_qop = 7;
+    OM_uint32 limit = 7, lifetime = 7, flags = 7;
+    qxgss_name_t source = nullptr, target = nullptr;
+    qxgss_OID type = nullptr;
+    qxgss_negotiated_mech_desc mechanism{};
+    qxgss_negotiation_desc negotiation{};
+    const auto place = [given](auto &output) { return given ? &output : nullptr; };
+    Lines seen{
+        outcome(QXNEGO_wrap, context, 6, 3, &nothing, place(confidential), place(wrapped)),
+        outcome(QXNEGO_unwrap, context, &protection, place(opened), place(was_confidential), place(qop)),
+        outcome(QXNEGO_get_mic, context, 3, &message, place(check)),
+        outcome(QXNEGO_verify_mic, context, &message, &protection, place(check_qop)),
+        outcome(QXNEGO_wrap_size_limit, context, 1, 3, 100, place(limit)),
+        outcome(QXNEGO_inquire_context, context, place(source), place(target), place(lifetime), place(type),
+                place(flags), place(local), place(open)),
+        outcome(QXNEGO_inquire_properties_for_user, context, place(properties)),
+        outcome(QXNEGO_inquire_negotiated_mech, context, 0, place(mechanism)),
+        outcome(QXNEGO_inquire_negotiation, context, place(negotiation)),
+    };
+    if (!given)
+        return seen;
+    const auto text_in = [&](qxgss_buffer_desc &buffer) -> std::string {
+        if (buffer.value == text)
+            return " kept ";
+        return buffer.value == nullptr && buffer.length == 0 ? " empty " : " [" + hex(support::taken(buffer)) + "] ";
+    };
+    seen[0] += text_in(wrapped) + std::to_string(confidential);
+    seen[1] += text_in(opened) + std::to_string(was_confidential) + std::to_string(qop);
+    seen[2] += text_in(check);
+    seen[3] += " " + std::to_string(check_qop);
+    seen[4] += " " + std::to_string(limit);
+    seen[5] += " " + hex(lifetime) + " " + hex(flags) + " " + std::to_string(open) + " " +
+               (type == nullptr          ? "none"
+                : type == pQxnegoMechOid ? "own"
+                                         : "its");
+    seen[6] += properties.value == text ? " kept" : properties.value == nullptr ? " empty" : " [...]";
+    if (properties.value != text)
+        gssp_release_buffer(nullptr, &properties);
+    seen[7] += mechanism.pMechOid == nullptr ? " none" : " first";
+    seen[8] += " " + std::to_string(negotiation.MechCount);
+    return seen;
+}
+
 Outcome Peer::end() {
     Outcome out{};
     if (context == nullptr)
         return out;
     act();
+    support::around_call(true);
     out.major = QXNEGO_delete_sec_context(&out.minor, &context, nullptr);
+    support::around_call(false);
     return out;
 }
 
 std::string Peer::entries() const {
     std::string out;
     qxgss_negotiated_mech_desc entry;
-    for (OM_uint32 i = 0; QXNEGO_inquire_negotiated_mech(nullptr, context, i, &entry) == GSS_S_COMPLETE; ++i) {
-        out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry) + (entry.IsCtxEstablished != 0 ? "+" : "");
-        const std::string text = text_of(entry.GssMinorStatusText);
-        const std::string statuses =
-            hex(entry.GssMajorStatus) + "/" + hex(entry.GssMinorStatus) + (text.empty() ? "" : " " + text);
-        if (statuses == "00070000/C5000007 scripted failure")
-            out += "(scripted)";
-        else if (statuses != "00000000/00000000")
-            out += "(" + statuses + ")";
-    }
+    for (OM_uint32 i = 0; QXNEGO_inquire_negotiated_mech(nullptr, context, i, &entry) == GSS_S_COMPLETE; ++i)
+        out += (i == 0 ? "" : " ") + verdict(*entry.pMechOid, entry) + (entry.IsStateFromPeer != 0 ? "<" : "");
     return out;
 }
 
+std::string Peer::word_for(const NegLogRecord &record) const {
+    OM_sint32 index = -1; // of a mechanism that this side has
+    for (OM_uint32 own = 0; own < template_.Count; ++own)
+        if (support::bytes_of(*template_.pNegMech[own].pMechOid) == support::bytes_of(record.MechOid))
+            index = template_.pNegMech[own].MechIndex;
+    const bool right =
+        record.IsInitiator == (side_ == kClient) && (record.MechOid.length == 0 || record.MechIndex == index);
+    return right ? word_of(record.pszLogString) : "wrong side or mechanism";
+}
+
 std::string Peer::log() const {
-    std::string out, mark, last;
-    const NegLog_desc &log = negotiation().NegLog;
-    for (OM_uint32 i = 0; i < log.Count; ++i) {
-        const NegLogRecord &record = log.pRecords[i];
+    std::string out, mark, last, said;
+    for (const NegLogRecord &record : std::span(negotiation().NegLog.pRecords, negotiation().NegLog.Count)) {
         const std::string now = "[" + std::to_string(record.TokenNum) + (record.IsPolicyApplied != 0 ? "p" : "") + "]";
         const bool of_mechanism = record.MechOid.length != 0;
-        OM_sint32 index = -1; // of a mechanism that this side has
-        for (OM_uint32 own = 0; own < template_.Count; ++own)
-            if (support::bytes_of(*template_.pNegMech[own].pMechOid) == support::bytes_of(record.MechOid))
-                index = template_.pNegMech[own].MechIndex;
-        const bool right = record.IsInitiator == (side_ == kClient) && (!of_mechanism || record.MechIndex == index);
-        const std::string word = right ? word_of(record.pszLogString) : "wrong side or mechanism";
+        const std::string word = word_for(record), before = std::exchange(said, verdict(record.MechOid, record));
+        if (word == "adopt" && last == "peer" && before == said && now == mark) {
+            out += '=';
+            continue;
+        }
         const bool again = of_mechanism && now == mark && word == last;
         if (now != mark)
-            out += (i == 0 ? "" : " ") + now;
+            out += (out.empty() ? "" : " ") + now;
         out += again ? "," : " " + word + (of_mechanism ? ":" : "");
-        out += of_mechanism ? verdict(record.MechOid, record) : "";
+        out += of_mechanism ? said : "";
         mark = now;
         last = of_mechanism ? word : "";
     }
+    out += negotiation().NegState == NEG_STATE_REJECT ? " end" : "";
+    return out;
+}
+
+std::string Peer::verdicts() const {
+    std::vector<std::string> last; // in the order in which they came into the list
+    for (const NegLogRecord &record : std::span(negotiation().NegLog.pRecords, negotiation().NegLog.Count)) {
+        const std::string now = verdict(record.MechOid, record);
+        const auto place = std::ranges::find(last, now[0], [](const std::string &each) { return each[0]; });
+        const std::string word = word_of(record.pszLogString);
+        if (record.MechOid.length != 0 && place == last.end())
+            last.push_back(now);
+        else if (record.MechOid.length != 0 && word != "peer" && word != "unknown") {
+            const bool same_state = place->compare(1, 2, now, 1, 2) == 0;
+            *place = now + (word == "adopt" || (same_state && place->back() == '<') ? "<" : "");
+        }
+    }
+    std::string out;
+    for (const std::string &each : last)
+        out += (out.empty() ? "" : " ") + each;
     return out;
 }
 

@@ -52,6 +52,7 @@ std::string configure(OM_uint32 *pMajor, const std::string &configuration);
 void release_module_state();
 
 qxgss_OID_desc oid_of(char mechanism);
+char letter_of(const qxgss_OID_desc &oid);
 
 std::string hex(OM_uint32 value);
 std::string hex(std::string_view bytes);
@@ -67,6 +68,12 @@ struct Outcome {
     std::string statuses() const { return hex(major) + "/" + hex(minor); }
 };
 
+using Lines = std::vector<std::string>;
+
+// What each message and inquiry gives for a context in whatever state, with a place for every output or for none: its
+// statuses and what became of the outputs. Places hold sevens before, and buffers another text.
+Lines use(qxgss_ctx_id_t context, bool given = true);
+
 // One side of a negotiation.
 class Peer {
   public:
@@ -76,8 +83,8 @@ class Peer {
     Peer &operator=(const Peer &) = delete;
     ~Peer();
 
-    // A credential for that logon string; without one the side calls with none.
-    void log_on(const char *logon);
+    // A credential for that logon string, and the statuses; without one the side calls with none.
+    std::string log_on(const char *logon);
 
     // Makes this side's template list and tables the process's.
     void act();
@@ -92,12 +99,18 @@ class Peer {
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
 
     // Each entry in list order, as QXNEGO_inquire_negotiated_mech tells of it: letter, state and reason as on the wire,
-    // "+" when established, and its statuses, which are "(scripted)" where a scripted failure has its default ones.
+    // "+" when established, and its statuses, which are "!" where a scripted failure has its default ones. Of a
+    // text alone "!" stands for that failure's, "-" for the one that stands in for a missing one. "<" when the state is
+    // the peer's.
     std::string entries() const;
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"
-    // where token number n begins, "[np]" once the policy is applied.
+    // where token number n begins, "[np]" once the policy is applied; "=" when the peer's view is adopted as it is.
+    // "end" when the negotiation's state is now Reject.
     std::string log() const;
+
+    // What the log says last of each entry, other than the peer's view of it.
+    std::string verdicts() const;
 
     qxgss_ctx_id_t context = nullptr;
     qxgss_cred_id_t credential = nullptr;
@@ -111,6 +124,8 @@ class Peer {
     qxgss_cred_id_t delegated = nullptr;
 
   private:
+    std::string word_for(const NegLogRecord &record) const;
+
     Side side_;
     NegMechList_desc template_{};
     std::vector<qxgss_ftn_table_desc> tables_;

@@ -1,4 +1,4 @@
-"""What the network tests stand on: configurations, serve as a process, frames, and a client's first token."""
+"""What the tests in Python stand on: configurations, serve as a process, frames, and a client's first token."""
 import contextlib
 import json
 import os
@@ -9,41 +9,43 @@ import subprocess
 import tempfile
 import threading
 
-QXNEGO = os.environ["QXNEGO"]
+QXNEGO = os.environ.get("QXNEGO")
 TOKEN, CONFIRMATION, MESSAGE, END = range(1, 5)
 PATIENCE = 60  # seconds; a machine under load is no fault
 
 KERBEROS, NTLM = "1.2.840.113554.1.2.2", "1.3.6.1.4.1.311.2.2.10"
 SCRAM, SCRAM_1 = "1.3.6.1.5.5.18", "1.3.6.1.5.5.14"
-MECHANISMS = {  # name, library, prefix, single sign-on, rank
-    KERBEROS: ("Kerberos", "hostgss", "HOSTGSS", "true", 10),
-    NTLM: ("NTLMSSP", "hostgss", "HOSTGSS", "true", 20),
-    SCRAM: ("SCRAM-SHA-256", "scram", "SCRAM_SHA_256", "false", 30),
-    SCRAM_1: ("SCRAM-SHA-1", "scram", "SCRAM_SHA_1", "false", 40),
+MECHANISMS = {  # name, library, prefix, single sign-on
+    KERBEROS: ("Kerberos", "hostgss", "HOSTGSS", "true"),
+    NTLM: ("NTLMSSP", "hostgss", "HOSTGSS", "true"),
+    SCRAM: ("SCRAM-SHA-256", "scram", "SCRAM_SHA_256", "false"),
+    SCRAM_1: ("SCRAM-SHA-1", "scram", "SCRAM_SHA_1", "false"),
 }
 ENTRY = """[[mechanism]]
 name = "%s"
-oid = "%s"
 library = "lib%s.so"
 prefix = "%s"
 properties = { authentication = true, authorization = true, single_sign_on = %s, rank = %d }
 settings = { verifiers_file = "%s", accept = "yes" }
+oid = "%s"
 """
 
 
-def configuration(folder, name, *negotiates, policy=""):
-    """Writes a configuration file."""
-    offer = ", ".join('{ oid = "%s" }' % oid for oid in negotiates)
-    text = 'library_path = "%s"\n[[mechanism]]\nname = "QXNEGO"\n' % os.environ["QXNEGO_LIBRARIES"]
-    text += 'oid = "1.3.6.1.4.1.32473.1.1"\nlibrary = "libgssp2qxnego.so"\nprefix = "QXNEGO"\n'
-    text += "negotiates = [ %s ]\n" % offer
-    for oid in negotiates:
-        mechanism, *more = MECHANISMS[oid]
-        text += ENTRY % (mechanism, oid, *more, os.environ["QXNEGO_VERIFIERS"])
+def write(folder, name, text):
     path = os.path.join(folder, name)
     with open(path, "w") as file:
-        file.write(text + policy)
+        file.write(text)
     return path
+
+
+def configuration(folder, name, *negotiates, policy=""):
+    """Writes a configuration file, with the mechanisms in order of preference."""
+    text = 'library_path = "%s"\n[[mechanism]]\nname = "QXNEGO"\n' % os.environ["QXNEGO_LIBRARIES"]
+    text += 'oid = "1.3.6.1.4.1.32473.1.1"\nlibrary = "libgssp2qxnego.so"\nprefix = "QXNEGO"\n'
+    text += "negotiates = [ %s ]\n" % ", ".join('{ oid = "%s" }' % oid for oid in negotiates)
+    for rank, oid in enumerate(negotiates, 1):
+        text += ENTRY % (*MECHANISMS[oid], rank, os.environ["QXNEGO_VERIFIERS"], oid)
+    return write(folder, name, text + policy)
 
 
 class Server:

@@ -32,26 +32,6 @@ bool is_empty(const qxgss_buffer_desc &buffer) {
     return buffer.value == nullptr && buffer.length == 0;
 }
 
-// A registry of one mechanism.
-class Registry : public testing::Test {
-  protected:
-    Registry() {
-        mechanism_.pszMechName = name_;
-        mechanism_.pszMechOid = dotted_;
-        mechanism_.pMechOid = &oid_;
-        pMechInfo = &mechanism_;
-        MechCount = 1;
-    }
-    ~Registry() override {
-        pMechInfo = nullptr;
-        MechCount = 0;
-    }
-    char name_[6] = "SCRAM", dotted_[6] = "1.2.3", der_[3] = "\x2A\x03";
-    qxgss_OID_desc oid_{2, der_};
-    MechInfo_t mechanism_{};
-    const unsigned char yes_ = 1;
-};
-
 // ---- The mechanism's records and the log ---------------------------------------------------------------------------
 
 TEST(QxnegoInfo, PassesRecordsThroughAndMarksTheirAttributes) {
@@ -138,6 +118,7 @@ TEST(QxnegoInfo, RefusesOrHasNothingToReport) {
 // ---- The user's properties of a context ----------------------------------------------------------------------------
 
 using UserProperties = harness::NegotiationTest;
+using MechanismInfo = harness::NegotiationTest;
 
 TEST_F(UserProperties, AreBuiltOnceAfterCompletion) {
     std::string user(12, '\0');
@@ -316,8 +297,11 @@ TEST(Authorizations, RefuseWhatIsMissingOrTooLong) {
     EXPECT_EQ(refused(&whole, std::string(65526, 'x').c_str()), "000D0000/00000000");
 }
 
-TEST_F(Registry, MechinfoFollowsTheRecordsItIsGiven) {
-    const std::string kMade = "15:12[SCRAM] 16:12[1.2.3] 17:12[\x2A\x03]";
+const unsigned char kYes = 1;
+
+TEST_F(MechanismInfo, FollowsTheRecordsItIsGiven) {
+    qxgss_OID oid = registered("A").pMechOid;
+    const std::string kMade = "15:8[A] 16:28[1.3.6.1.4.1.32473.2.1] 17:20[" + bytes_of(*oid) + "]";
     std::string attributes = bytes("\x08\0\x10\0\x01\0\x01\0\x01\0\0\0\0\0\0\0");
     std::string hostile = bytes("\x08\0\x08\0\x01\0\x01\0"), none;
     const struct {
@@ -330,33 +314,31 @@ TEST_F(Registry, MechinfoFollowsTheRecordsItIsGiven) {
         {&hostile, "8:16(2 0 1 0) " + kMade, hostile},
     };
     for (const auto &[given, expected, marked] : cases) {
-        qxgss_buffer_desc props = view(given != nullptr ? *given : none), made{3, name_};
-        EXPECT_EQ(outcome(qxat_fill_mechinfo, given != nullptr ? &props : nullptr, &made, &yes_, &oid_), kFilled);
+        qxgss_buffer_desc props = view(given != nullptr ? *given : none), made{3, oid};
+        EXPECT_EQ(outcome(qxat_fill_mechinfo, given != nullptr ? &props : nullptr, &made, &kYes, oid), kFilled);
         EXPECT_EQ(described(taken(made)), expected);
         EXPECT_EQ(given != nullptr ? *given : "", marked);
     }
 }
 
-TEST_F(Registry, MechinfoRefusesWithoutLeavingABuffer) {
-    EXPECT_EQ(outcome(qxat_fill_mechinfo, nullptr, nullptr, &yes_, &oid_), "000D0000/E30003F6");
-    char other_der[] = "\x2A\x04", bad[] = "1.x";
-    qxgss_OID_desc other{2, other_der};
-    std::string long_name(65526, 'n');
+TEST_F(MechanismInfo, RefusesWithoutLeavingABuffer) {
+    MechInfo_t &mechanism = registered("A");
+    const MechInfo_t whole = mechanism;
     const auto refused = [&](const unsigned char *authenticated, qxgss_OID oid) {
-        qxgss_buffer_desc made{3, name_};
+        qxgss_buffer_desc made{3, &mechanism};
         const std::string got = outcome(qxat_fill_mechinfo, nullptr, &made, authenticated, oid);
         EXPECT_TRUE(is_empty(made)) << got;
+        mechanism = whole;
         return got;
     };
-    EXPECT_EQ(refused(nullptr, &oid_), "000D0000/E30003F6");
-    EXPECT_EQ(refused(&yes_, nullptr), "000D0000/E30003F6");
-    EXPECT_EQ(refused(&yes_, &other), "000D0000/E100007C");
-    mechanism_.pszMechName = long_name.data();
-    EXPECT_EQ(refused(&yes_, &oid_), "000D0000/00000000");
-    mechanism_.pszMechName = name_;
-    mechanism_.pszMechOid = bad;
-    EXPECT_EQ(refused(&yes_, &oid_), "000D0000/E1000081");
-    mechanism_.pszMechOid = dotted_;
+    expect_all("000D0000/E30003F6", {outcome(qxat_fill_mechinfo, nullptr, nullptr, &kYes, whole.pMechOid),
+                                     refused(nullptr, whole.pMechOid), refused(&kYes, nullptr)});
+    EXPECT_EQ(refused(&kYes, GSS_C_NT_QXAT_MECHDATA), "000D0000/E100007C");
+    std::string long_name(65526, 'n'), bad = "1.x";
+    mechanism.pszMechName = long_name.data();
+    EXPECT_EQ(refused(&kYes, whole.pMechOid), "000D0000/00000000");
+    mechanism.pszMechOid = bad.data();
+    EXPECT_EQ(refused(&kYes, whole.pMechOid), "000D0000/E1000081");
 }
 
 TEST(KerberosLogdata, CarriesNoIdentityOrPassword) {

@@ -12,268 +12,190 @@ using Table = qxgss_ftn_table_desc;
 constexpr const char *kAnna = "authcid=anna password=secret";
 constexpr const char *kThreeCalls = "C cont token, S done token, C done empty";
 constexpr const char *kFourCalls = "C cont token, S cont token, C done token, S done empty";
+constexpr const char *kFiveCalls = "C cont token, S cont token, C cont token, S done token, C done empty";
+constexpr const char *kServerRefuses = "C cont token, S 000D0000/E3000406 kept";
+constexpr const char *kClientRefuses = "C 000D0000/E3000406 kept";
 
-template <Side side, int legs> void fails_on_second_call(Script &s) {
+template <int legs> void legs_of_a(Script &s) {
     s.legs[0] = legs;
-    s.at('A', side).failing_call = 2;
 }
 
+template <Side side, int call = 1, int legs = 1> void a_fails(Script &s) {
+    s.legs[0] = legs;
+    s.at('A', side).failing_call = call;
+}
+
+// clang-format off
 constexpr Scenario kScenarios[] = {
     // ---- Number of inner tokens: with an odd number the client is complete first and still has a token to send.
-    {"one token", "AB", "AB", kAnna, nullptr, nullptr, kThreeCalls, "A26+ B36+", "A26+ B36+",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:A26 adopt:A26 peer:B36 adopt:B36 peer-state "
-     "[1p] policy-told complete:A26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-est:A11,B11 select:A26,B36"},
-    {"two tokens", "A", "A", kAnna, nullptr, [](Script &s) { s.legs[0] = 2; }, kThreeCalls, "A26+", "A26+",
-     "[0] have:A11 cred:A11 init-cont:A11 [1] peer:A26 adopt:A26 peer-state [1p] policy-told init-est:A26 complete:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-est:A11 select:A26"},
-    {"three tokens", "A", "A", kAnna, nullptr, [](Script &s) { s.legs[0] = 3; }, kFourCalls, "A26+", "A26+",
-     "[0] have:A11 cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-est:A11 select:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-cont:A11 "
-     "[1p] peer:A26 adopt:A26 peer-state acc-est:A26 complete:A26"},
-    {"four tokens", "A", "A", kAnna, nullptr, [](Script &s) { s.legs[0] = 4; },
-     "C cont token, S cont token, C cont token, S done token, C done empty", "A26+", "A26+",
-     "[0] have:A11 cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-cont:A11 "
-     "[2p] peer:A26 adopt:A26 peer-state init-est:A26 complete:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A11 acc-est:A11 select:A26"},
-    {"five tokens", "A", "A", kAnna, nullptr, [](Script &s) { s.legs[0] = 5; },
-     "C cont token, S cont token, C cont token, S cont token, C done token, S done empty", "A26+", "A26+",
-     "[0] have:A11 cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-cont:A11 "
-     "[2p] peer:A11 init-est:A11 select:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A11 acc-cont:A11 "
-     "[2p] peer:A26 adopt:A26 peer-state acc-est:A26 complete:A26"},
-    {"a later one that is established waits for the first", "AB", "AB", kAnna, nullptr,
-     [](Script &s) { s.legs[0] = 3; }, kFourCalls, "A26+ B36+", "A26+ B36+",
-     "[0] have:A11,B11 cred:A11,B11 init-cont:A11 init-est:B11 [1] peer:A11,B11 "
-     "[1p] policy-told init-est:A11 select:A26,B36",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11 "
-     "[1p] peer:A26 adopt:A26 peer:B36 adopt:B36 peer-state acc-est:A26 complete:A26"},
-    {"supplementary bits are no failure", "A", "A", kAnna, nullptr,
-     [](Script &s) {
-         s.legs[0] = 3;
-         s.at('A', kClient).supplementary = GSS_S_DUPLICATE_TOKEN;
-         s.at('A', kServer).supplementary = GSS_S_GAP_TOKEN;
-     },
-     kFourCalls, "A26+", "A26+",
-     "[0] have:A11 cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-est:A11 select:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-cont:A11 "
-     "[1p] peer:A26 adopt:A26 peer-state acc-est:A26 complete:A26"},
-
+    {"one token", "AB", "AB", kAnna, nullptr, kThreeCalls,
+     "cred:A11,B11 init-est:A11+,B11+ [1] peer:A26+=,B36+= peer-state [1p] policy-told complete:A26+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-est:A11+,B11+ select:A26+,B36+"},
+    {"two tokens", "A", "A", kAnna, legs_of_a<2>, kThreeCalls,
+     "cred:A11 init-cont:A11 [1] peer:A26= peer-state [1p] policy-told init-est:A26+ complete:A26+",
+     "peer:A11 cred-none [0p] policy-empty acc-est:A11+ select:A26+"},
+    {"three tokens", "A", "A", kAnna, legs_of_a<3>, kFourCalls,
+     "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-est:A11+ select:A26+",
+     "peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A26= peer-state acc-est:A26+ complete:A26+"},
+    {"four tokens", "A", "A", kAnna, legs_of_a<4>,
+     "C cont token, S cont token, C cont token, S done token, C done empty",
+     "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-cont:A11 [2p] peer:A26= peer-state init-est:A26+ "
+     "complete:A26+", "peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A11 acc-est:A11+ select:A26+"},
+    {"five tokens", "A", "A", kAnna, legs_of_a<5>,
+     "C cont token, S cont token, C cont token, S cont token, C done token, S done empty",
+     "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-cont:A11 [2p] peer:A11 init-est:A11+ select:A26+",
+     "peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A11 acc-cont:A11 [2p] peer:A26= peer-state "
+     "acc-est:A26+ complete:A26+"},
+    {"a later one that is established waits for the first", "AB", "AB", kAnna, legs_of_a<3>, kFourCalls,
+     "cred:A11,B11 init-cont:A11 init-est:B11+ [1] peer:A11,B11+ [1p] policy-told init-est:A11+ select:A26+,B36+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11+ [1p] peer:A26=,B36+= peer-state acc-est:A26+ "
+     "complete:A26+"},
+    {"supplementary bits are no failure", "A", "A", kAnna,
+     [](Script &s) { s.legs[0] = 3; s.at('A', kClient).supplementary = GSS_S_DUPLICATE_TOKEN;
+           s.at('A', kServer).supplementary = GSS_S_GAP_TOKEN; }, kFourCalls,
+     "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-est:A11+ select:A26+",
+     "peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A26= peer-state acc-est:A26+ complete:A26+"},
     // ---- Mechanisms that fail
-    {"the first fails at the client", "AB", "AB", kAnna, nullptr,
-     [](Script &s) { s.at('A', kClient).failing_call = 1; }, kThreeCalls, "A32(scripted) B26+", "A32(scripted) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-fail:A32 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A32 adopt:A32 peer:B11 cred-none [0p] policy-empty acc-est:B11 select:B26"},
-    {"the first fails at the server, with a token", "AB", "AB", kAnna, nullptr,
-     [](Script &s) {
-         s.at('A', kServer).failing_call = 1;
-         s.at('A', kServer).error_token = true;
-     },
-     kThreeCalls, "A32+(scripted) B26+", "A32(scripted) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:A32 adopt:A32 peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32 acc-est:B11 select:B26"},
-    {"the first fails on the client's second call", "AB", "AB", kAnna, nullptr, fails_on_second_call<kClient, 4>,
-     kFourCalls, "A32(scripted) B26+", "A32(scripted) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-cont:A11 init-est:B11 [1] peer:A11,B11 "
-     "[1p] policy-told init-fail:A32 select:B26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11 "
-     "[1p] peer:A32 adopt:A32 peer:B26 adopt:B26 peer-state complete:B26"},
-    {"the first fails on the server's second call", "AB", "AB", kAnna, nullptr, fails_on_second_call<kServer, 5>,
-     "C cont token, S cont token, C cont token, S done token, C done empty", "A32(scripted) B26+", "A32(scripted) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-cont:A11 init-est:B11 [1] peer:A11,B11 [1p] policy-told init-cont:A11 "
-     "[2p] peer:A32 adopt:A32 peer:B26 adopt:B26 peer-state complete:B26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11 "
-     "[1p] peer:A11,B11 acc-fail:A32 select:B26"},
-    {"the selected one fails at the client", "A", "A", kAnna, nullptr, fails_on_second_call<kClient, 2>,
-     "C cont token, S done token, C 000D0000/E30003F3 kept", "A32(scripted)", "A26+",
-     "[0] have:A11 cred:A11 init-cont:A11 [1] peer:A26 adopt:A26 peer-state [1p] policy-told init-fail:A32",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-est:A11 select:A26"},
-    {"all fail at the server", "AB", "AB", kAnna, nullptr,
-     [](Script &s) {
-         s.at('A', kServer).failing_call = 1;
-         s.at('B', kServer).failing_call = 1;
-         s.at('B', kServer).text = "B's own";
-     },
-     "C cont token, S 000D0000/E3000406 kept", "A11+ B11+", "A32(scripted) B32(00070000/C5000007 B's own)",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32,B32"},
-    {"all fail at the client", "A", "A", kAnna, nullptr, [](Script &s) { s.at('A', kClient).failing_call = 1; },
-     "C 000D0000/E3000406 kept", "A32(scripted)", nullptr, "[0] have:A11 cred:A11 init-fail:A32", nullptr},
-    {"a mechanism that fails and cannot be deleted ends the call", "AB", "AB", kAnna, nullptr,
-     [](Script &s) {
-         s.at('A', kClient).failing_call = 1;
-         s.at('A', kClient).delete_fails = true;
-     },
-     "C 00070000/C5000007 kept", "A11 B11", nullptr, "[0] have:A11,B11 cred:A11,B11", nullptr},
-    {"no init operation", "AB", "AB", kAnna, nullptr,
+    {"the first fails at the client", "AB", "AB", kAnna, a_fails<kClient>, kThreeCalls,
+     "cred:A11,B11 init-fail:A32! init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A32!=,B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
+    {"the first fails at the server, with a token", "AB", "AB", kAnna,
+     [](Script &s) { s.at('A', kServer).failing_call = 1; s.at('A', kServer).error_token = true; }, kThreeCalls,
+     "cred:A11,B11 init-est:A11+,B11+ [1] peer:A32+!=,B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32! acc-est:B11+ select:B26+"},
+    {"the first fails on the client's second call", "AB", "AB", kAnna, a_fails<kClient, 2, 4>, kFourCalls,
+     "cred:A11,B11 init-cont:A11 init-est:B11+ [1] peer:A11,B11+ [1p] policy-told init-fail:A32! select:B26+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11+ [1p] peer:A32!=,B26+= peer-state "
+     "complete:B26+"},
+    {"the first fails on the server's second call", "AB", "AB", kAnna, a_fails<kServer, 2, 5>,
+     "C cont token, S cont token, C cont token, S done token, C done empty",
+     "cred:A11,B11 init-cont:A11 init-est:B11+ [1] peer:A11,B11+ [1p] policy-told init-cont:A11 [2p] peer:A32!=,B26+= "
+     "peer-state complete:B26+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11+ [1p] peer:A11,B11+ acc-fail:A32! select:B26+"},
+    {"the selected one fails at the client", "A", "A", kAnna, a_fails<kClient, 2, 2>,
+     "C cont token, S done token, C 000D0000/E30003F3 kept",
+     "cred:A11 init-cont:A11 [1] peer:A26= peer-state [1p] policy-told init-fail:A32!",
+     "peer:A11 cred-none [0p] policy-empty acc-est:A11+ select:A26+"},
+    {"all fail at the server", "AB", "AB", kAnna,
+     [](Script &s) { s.at('A', kServer).failing_call = 1; s.at('B', kServer).failing_call = 1;
+           s.at('B', kServer).text = "B's own"; }, "C cont token, S 000D0000/E3000406 kept",
+     "cred:A11,B11 init-est:A11+,B11+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32!,B32(00070000/C5000007 B's own) end"},
+    {"all fail at the client", "A", "A", kAnna, a_fails<kClient>, "C 000D0000/E3000406 kept",
+     "cred:A11 init-fail:A32! end"},
+    {"a mechanism that fails and cannot be deleted ends the call", "AB", "AB", kAnna,
+     [](Script &s) { s.at('A', kClient).failing_call = 1; s.at('A', kClient).delete_fails = true; },
+     "C 00070000/C5000007 kept", "cred:A11,B11"},
+    {"no init operation", "AB", "AB", kAnna,
      [](Script &s) { s.at('A', kClient).alter = [](Table &t) { t.ftn_gssp_init_sec_context = nullptr; }; }, kThreeCalls,
-     "A32(00100000/E1000067 scripted failure) B26+", "A32(00100000/E1000067 scripted failure) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-fail:A32 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A32 adopt:A32 peer:B11 cred-none [0p] policy-empty acc-est:B11 select:B26"},
-    {"no accept, delete and display operation", "AB", "AB", kAnna, nullptr,
-     [](Script &s) {
-         s.at('A', kServer).alter = [](Table &t) {
-             t.ftn_gssp_accept_sec_context = nullptr;
-             t.ftn_gssp_delete_sec_context = nullptr;
-             t.ftn_gssp_display_status = nullptr;
-         };
-     },
-     kThreeCalls, "A32+(00100000/E1000067 (display_status function not available)) B26+",
-     "A32(00100000/E1000067 (display_status function not available)) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:A32 adopt:A32 peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32 acc-est:B11 select:B26"},
-    {"a mechanism without a text", "AB", "AB", kAnna, nullptr,
-     [](Script &s) {
-         s.at('A', kClient).failing_call = 1;
-         s.at('A', kClient).text = nullptr;
-     },
-     kThreeCalls, "A32(00070000/C5000007 (display_status function not available)) B26+",
-     "A32(00070000/C5000007 (display_status function not available)) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-fail:A32 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A32 adopt:A32 peer:B11 cred-none [0p] policy-empty acc-est:B11 select:B26"},
-
+     "cred:A11,B11 init-fail:A32(00100000/E1000067 !) init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told "
+     "complete:B26+", "peer:A32(00100000/E1000067 !)=,B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
+    {"no accept, delete and display operation", "AB", "AB", kAnna,
+     [](Script &s) { s.at('A', kServer).alter = [](Table &t) { t.ftn_gssp_accept_sec_context = nullptr;
+           t.ftn_gssp_delete_sec_context = nullptr; t.ftn_gssp_display_status = nullptr; }; }, kThreeCalls,
+     "cred:A11,B11 init-est:A11+,B11+ [1] peer:A32+(00100000/E1000067 -)=,B26+= peer-state [1p] policy-told "
+     "complete:B26+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32(00100000/E1000067 -) acc-est:B11+ select:B26+"},
+    {"a mechanism without a text", "AB", "AB", kAnna,
+     [](Script &s) { s.at('A', kClient).failing_call = 1; s.at('A', kClient).text = nullptr; }, kThreeCalls,
+     "cred:A11,B11 init-fail:A32(00070000/C5000007 -) init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told "
+     "complete:B26+", "peer:A32(00070000/C5000007 -)=,B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
     // ---- Mechanisms that only one side has
-    {"the server lacks the first", "AB", "B", kAnna, nullptr, nullptr, kThreeCalls, "A34+ B26+", "B26+ A34",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:B26 adopt:B26 peer:A34 adopt:A34 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:B11 unknown:A11 refuse:A34 peer:B11 cred-none [0p] policy-empty acc-est:B11 select:B26"},
-    {"the client lacks the first", "B", "AB", kAnna, nullptr, nullptr, kThreeCalls, "B26+ A33",
-     "A32(00090000/C5000009 scripted failure) B26+",
-     "[0] have:B11 cred:B11 init-est:B11 [1] unknown:A32 refuse:A33 peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:B11 cred-none [0p] policy-empty acc-fail:A32 acc-est:B11 select:B26"},
-    {"the server lacks three", "ABCD", "D", kAnna, nullptr, nullptr, kThreeCalls, "A34+ B34+ C34+ D26+",
-     "D26+ A34 B34 C34",
-     "[0] have:A11,B11,C11,D11 cred:A11,B11,C11,D11 init-est:A11,B11,C11,D11 "
-     "[1] peer:D26 adopt:D26 peer:A34 adopt:A34 peer:B34 adopt:B34 peer:C34 adopt:C34 peer-state "
-     "[1p] policy-told complete:D26",
-     "[0] have:D11 unknown:A11 refuse:A34 unknown:B11 refuse:B34 unknown:C11 refuse:C34 peer:D11 cred-none "
-     "[0p] policy-empty acc-est:D11 select:D26"},
-    {"each side has one that the other lacks", "AC", "BC", kAnna, nullptr, [](Script &s) { s.legs[2] = 4; },
-     "C cont token, S cont token, C cont token, S done token, C done empty", "A34+ C26+ B33",
-     "B32(00090000/C5000009 scripted failure) C26+ A34",
-     "[0] have:A11,C11 cred:A11,C11 init-est:A11 init-cont:C11 [1] unknown:B32 refuse:B33 peer:C11,A34 adopt:A34 "
-     "[1p] policy-told init-cont:C11 [2p] peer:C26 adopt:C26 peer-state init-est:C26 complete:C26",
-     "[0] have:B11,C11 unknown:A11 refuse:A34 peer:C11 cred-none [0p] policy-empty acc-fail:B32 acc-cont:C11 "
-     "[1p] peer:C11,B33 acc-est:C11 select:C26"},
-    {"nothing in common", "A", "B", kAnna, nullptr, nullptr, "C cont token, S 000D0000/E3000406 kept", "A11+",
-     "B32(00090000/C5000009 scripted failure) A34", "[0] have:A11 cred:A11 init-est:A11",
-     "[0] have:B11 unknown:A11 refuse:A34 cred-none [0p] policy-empty acc-fail:B32"},
-
+    {"the server lacks the first", "AB", "B", kAnna, nullptr, kThreeCalls,
+     "cred:A11,B11 init-est:A11+,B11+ [1] peer:B26+=,A34+= peer-state [1p] policy-told complete:B26+",
+     "unknown:A11 refuse:A34 peer:B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
+    {"the client lacks the first", "B", "AB", kAnna, nullptr, kThreeCalls,
+     "cred:B11 init-est:B11+ [1] unknown:A32(00090000/C5000009 !) refuse:A33 peer:B26+= peer-state [1p] policy-told "
+     "complete:B26+",
+     "peer:B11 cred-none [0p] policy-empty acc-fail:A32(00090000/C5000009 !) acc-est:B11+ select:B26+"},
+    {"the server lacks three", "ABCD", "D", kAnna, nullptr, kThreeCalls,
+     "cred:A11,B11,C11,D11 init-est:A11+,B11+,C11+,D11+ [1] peer:D26+=,A34+=,B34+=,C34+= peer-state [1p] policy-told "
+     "complete:D26+",
+     "unknown:A11 refuse:A34 unknown:B11 refuse:B34 unknown:C11 refuse:C34 peer:D11 cred-none [0p] policy-empty "
+     "acc-est:D11+ select:D26+"},
+    {"each side has one that the other lacks", "AC", "BC", kAnna, [](Script &s) { s.legs[2] = 4; },
+     "C cont token, S cont token, C cont token, S done token, C done empty",
+     "cred:A11,C11 init-est:A11+ init-cont:C11 [1] unknown:B32(00090000/C5000009 !) refuse:B33 peer:C11,A34+= [1p] "
+     "policy-told init-cont:C11 [2p] peer:C26= peer-state init-est:C26+ complete:C26+",
+     "unknown:A11 refuse:A34 peer:C11 cred-none [0p] policy-empty acc-fail:B32(00090000/C5000009 !) acc-cont:C11 [1p] "
+     "peer:C11,B33 acc-est:C11+ select:C26+"},
+    {"nothing in common", "A", "B", kAnna, nullptr, "C cont token, S 000D0000/E3000406 kept", "cred:A11 init-est:A11+",
+     "unknown:A11 refuse:A34 cred-none [0p] policy-empty acc-fail:B32(00090000/C5000009 !) end"},
     // ---- Policy and authorization. A mechanism that the policy rejects carries the status of the test for it.
-    {"policy allows the second", "AB", "AB", "authcid=onlyb", nullptr, nullptr, kThreeCalls, "A35+ B26+",
-     "A35(00000000/21000064) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:A35 adopt:A35 peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none policy-no:A35 [0p] policy-set acc-est:B11 select:B26"},
-    {"policy allows none", "AB", "AB", "authcid=onlyc", nullptr, nullptr, "C cont token, S 000D0000/E3000406 kept",
-     "A11+ B11+", "A35(00000000/21000064) B35(00000000/21000064)", "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11",
-     "[0] have:A11,B11 peer:A11,B11 cred-none policy-no:A35,B35 [0p] policy-set"},
-    {"an empty policy restricts nothing", "A", "A", "authcid=free", nullptr, nullptr, kThreeCalls, "A26+", "A26+",
-     "[0] have:A11 cred:A11 init-est:A11 [1] peer:A26 adopt:A26 peer-state [1p] policy-told complete:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-est:A11 select:A26"},
+    {"policy allows the second", "AB", "AB", "authcid=onlyb", nullptr, kThreeCalls,
+     "cred:A11,B11 init-est:A11+,B11+ [1] peer:A35+=,B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A11,B11 cred-none policy-no:A35(00000000/21000064) [0p] policy-set acc-est:B11+ select:B26+"},
+    {"policy allows none", "AB", "AB", "authcid=onlyc", nullptr, "C cont token, S 000D0000/E3000406 kept",
+     "cred:A11,B11 init-est:A11+,B11+",
+     "peer:A11,B11 cred-none policy-no:A35(00000000/21000064),B35(00000000/21000064) [0p] policy-set"},
+    {"an empty policy restricts nothing", "A", "A", "authcid=free", nullptr, kThreeCalls,
+     "cred:A11 init-est:A11+ [1] peer:A26+= peer-state [1p] policy-told complete:A26+",
+     "peer:A11 cred-none [0p] policy-empty acc-est:A11+ select:A26+"},
     {"policy of the requested user, which only some can authorize", "ABC", "ABC", "authcid=onlyb user=onlyc", nullptr,
-     nullptr, kThreeCalls, "A35+ B35+ C26+", "A35(00000000/21000064) B35(00000000/21000064) C26+",
-     "[0] have:A11,B11,C11 cred:A11,B11,C11 init-est:A11,B11,C11 "
-     "[1] peer:A35 adopt:A35 peer:B35 adopt:B35 peer:C26 adopt:C26 peer-state [1p] policy-told complete:C26",
-     "[0] have:A11,B11,C11 peer:A11,B11,C11 cred-none policy-no:A35,B35 [0p] policy-set acc-est:C11 select:C26"},
-    {"a requested user needs authorization", "BC", "BC", "authcid=anna user=boss", nullptr, nullptr, kThreeCalls,
-     "B39+ C26+", "B39 C26+",
-     "[0] have:B11,C11 cred:B11,C11 init-est:B11,C11 [1] peer:B39 adopt:B39 peer:C26 adopt:C26 peer-state "
-     "[1p] policy-told complete:C26",
-     "[0] have:B11,C11 peer:B11,C11 cred-none [0p] policy-empty authz:B39 acc-est:C11 select:C26"},
-    {"a requested profile too, except of what does not authenticate", "BD", "BD", "authcid=anna profile=night", nullptr,
-     [](Script &s) { s.legs[3] = 3; }, kFourCalls, "B39+ D26+", "B39 D26+",
-     "[0] have:B11,D11 cred:B11,D11 init-est:B11 init-cont:D11 [1] peer:B39 adopt:B39 peer:D11 "
-     "[1p] policy-told init-est:D11 select:D26",
-     "[0] have:B11,D11 peer:B11,D11 cred-none [0p] policy-empty authz:B39 acc-cont:D11 "
-     "[1p] peer:D26 adopt:D26 peer-state acc-est:D26 complete:D26"},
-
+     kThreeCalls,
+     "cred:A11,B11,C11 init-est:A11+,B11+,C11+ [1] peer:A35+=,B35+=,C26+= peer-state [1p] policy-told complete:C26+",
+     "peer:A11,B11,C11 cred-none policy-no:A35(00000000/21000064),B35(00000000/21000064) [0p] policy-set acc-est:C11+ "
+     "select:C26+"},
+    {"a requested user needs authorization", "BC", "BC", "authcid=anna user=boss", nullptr, kThreeCalls,
+     "cred:B11,C11 init-est:B11+,C11+ [1] peer:B39+=,C26+= peer-state [1p] policy-told complete:C26+",
+     "peer:B11,C11 cred-none [0p] policy-empty authz:B39 acc-est:C11+ select:C26+"},
+    {"a requested profile too, except of what does not authenticate", "BD", "BD", "authcid=anna profile=night",
+     [](Script &s) { s.legs[3] = 3; }, kFourCalls,
+     "cred:B11,D11 init-est:B11+ init-cont:D11 [1] peer:B39+=,D11 [1p] policy-told init-est:D11+ select:D26+",
+     "peer:B11,D11 cred-none [0p] policy-empty authz:B39 acc-cont:D11 [1p] peer:D26= peer-state acc-est:D26+ "
+     "complete:D26+"},
     // ---- Single sign-on
-    {"single sign-on", "AB", "AB", nullptr, nullptr, nullptr, kThreeCalls, "A26+ B36+", "A26+ B36+",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:A26 adopt:A26 peer:B36 adopt:B36 peer-state "
-     "[1p] policy-told complete:A26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none [0p] policy-empty acc-est:A11,B11 select:A26,B36"},
-    {"the first identity decides the policy", "AB", "AB", nullptr, nullptr,
-     [](Script &s) {
-         s.at('A', kClient).principal_text = "onlyb@REALM";
-         s.at('B', kClient).principal_text = "onlyc";
-     },
-     kThreeCalls, "A35+ B26+", "A35(00000000/21000064) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-est:A11,B11 [1] peer:A35 adopt:A35 peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A11,B11 cred-none policy-no:A35 [0p] policy-set acc-est:B11 select:B26"},
-    {"the identity of a rejected one does not", "AB", "AB", nullptr, nullptr,
-     [](Script &s) {
-         s.at('A', kClient).principal_text = "onlyc";
-         s.at('A', kClient).failing_call = 1;
-         s.at('B', kClient).principal_text = "onlyb";
-     },
-     kThreeCalls, "A32(scripted) B26+", "A32(scripted) B26+",
-     "[0] have:A11,B11 cred:A11,B11 init-fail:A32 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A32 adopt:A32 peer:B11 cred-none [0p] policy-set acc-est:B11 select:B26"},
-    {"one has no identity, one no single sign-on", "ABC", "ABC", nullptr, nullptr,
-     [](Script &s) { s.at('A', kClient).principal = Principal::kEmptyText; }, kThreeCalls, "A38 B26+ C37",
-     "A38 B26+ C37",
-     "[0] have:A11,B11,C11 cred:A11,B11,C11 sso-id:A38 sso-no:C37 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11,C11 peer:A38 adopt:A38 peer:B11,C37 adopt:C37 cred-none "
-     "[0p] policy-empty acc-est:B11 select:B26"},
-    {"none has an identity", "AB", "AB", nullptr, nullptr,
-     [](Script &s) {
-         s.at('A', kClient).principal = Principal::kNoName;
-         s.at('B', kClient).alter = [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; };
-     },
-     "C 000D0000/E3000406 kept", "A38 B38", nullptr, "[0] have:A11,B11 cred:A11,B11 sso-id:A38,B38", nullptr},
-    {"a failing inquiry and a name without elements", "AB", "AB", nullptr, nullptr,
-     [](Script &s) {
-         s.at('A', kClient).principal = Principal::kFailure;
-         s.at('B', kClient).principal = Principal::kNoElements;
-     },
-     "C 000D0000/E3000406 kept", "A38 B38", nullptr, "[0] have:A11,B11 cred:A11,B11 sso-id:A38,B38", nullptr},
-    {"two principals in one name are none", "AB", "AB", nullptr, nullptr,
-     [](Script &s) { s.at('A', kClient).principal_text = "anna,bert"; }, kThreeCalls, "A38 B26+", "A38 B26+",
-     "[0] have:A11,B11 cred:A11,B11 sso-id:A38 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A38 adopt:A38 peer:B11 cred-none [0p] policy-empty acc-est:B11 select:B26"},
-    {"a logon string with a user alone goes on with single sign-on", "AC", "AC", "user=boss", nullptr, nullptr,
-     kThreeCalls, "A26+ C37", "A26+ C37",
-     "[0] have:A11,C11 cred:A11,C11 sso-no:C37 init-est:A11 [1] peer:A26 adopt:A26 peer-state "
-     "[1p] policy-told complete:A26",
-     "[0] have:A11,C11 peer:A11,C37 adopt:C37 cred-none [0p] policy-empty acc-est:A11 select:A26"},
-    {"a faulty logon string ends the call", "A", "A", "authcid=anna authcid=bert", nullptr, nullptr,
-     "C 000D0000/E3000427 kept", "A11", nullptr, "[0] have:A11 cred:A11", nullptr},
-
+    {"single sign-on", "AB", "AB", nullptr, nullptr, kThreeCalls,
+     "cred:A11,B11 init-est:A11+,B11+ [1] peer:A26+=,B36+= peer-state [1p] policy-told complete:A26+",
+     "peer:A11,B11 cred-none [0p] policy-empty acc-est:A11+,B11+ select:A26+,B36+"},
+    {"the first identity decides the policy", "AB", "AB", nullptr,
+     [](Script &s) { s.at('A', kClient).principal_text = "onlyb@REALM"; s.at('B', kClient).principal_text = "onlyc"; },
+     kThreeCalls, "cred:A11,B11 init-est:A11+,B11+ [1] peer:A35+=,B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A11,B11 cred-none policy-no:A35(00000000/21000064) [0p] policy-set acc-est:B11+ select:B26+"},
+    {"the identity of a rejected one does not", "AB", "AB", nullptr,
+     [](Script &s) { s.at('A', kClient).principal_text = "onlyc"; s.at('A', kClient).failing_call = 1;
+           s.at('B', kClient).principal_text = "onlyb"; }, kThreeCalls,
+     "cred:A11,B11 init-fail:A32! init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A32!=,B11 cred-none [0p] policy-set acc-est:B11+ select:B26+"},
+    {"one has no identity, one no single sign-on", "ABC", "ABC", nullptr,
+     [](Script &s) { s.at('A', kClient).principal = Principal::kEmptyText; }, kThreeCalls,
+     "cred:A11,B11,C11 sso-id:A38 sso-no:C37 init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A38=,B11,C37= cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
+    {"none has an identity", "AB", "AB", nullptr,
+     [](Script &s) { s.at('A', kClient).principal = Principal::kNoName;
+           s.at('B', kClient).alter = [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; }; },
+     "C 000D0000/E3000406 kept", "cred:A11,B11 sso-id:A38,B38 end"},
+    {"a failing inquiry and a name without elements", "AB", "AB", nullptr,
+     [](Script &s) { s.at('A', kClient).principal = Principal::kFailure;
+           s.at('B', kClient).principal = Principal::kNoElements; }, "C 000D0000/E3000406 kept",
+     "cred:A11,B11 sso-id:A38,B38 end"},
+    {"two principals in one name are none", "AB", "AB", nullptr,
+     [](Script &s) { s.at('A', kClient).principal_text = "anna,bert"; }, kThreeCalls,
+     "cred:A11,B11 sso-id:A38 init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A38=,B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
+    {"a logon string with a user alone goes on with single sign-on", "AC", "AC", "user=boss", nullptr, kThreeCalls,
+     "cred:A11,C11 sso-no:C37 init-est:A11+ [1] peer:A26+= peer-state [1p] policy-told complete:A26+",
+     "peer:A11,C37= cred-none [0p] policy-empty acc-est:A11+ select:A26+"},
+    {"a faulty logon string ends the call", "A", "A", "authcid=anna authcid=bert", nullptr, "C 000D0000/E3000427 kept",
+     "cred:A11"},
     // ---- Credentials
-    {"no credential of the first at the client", "AB", "AB", kAnna, nullptr,
-     [](Script &s) { s.at('A', kClient).acquire_fails = true; }, kThreeCalls, "A32(scripted) B26+",
-     "A32(scripted) B26+",
-     "[0] have:A11,B11 cred-fail:A32 cred:B11 init-est:B11 [1] peer:B26 adopt:B26 peer-state "
-     "[1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A32 adopt:A32 peer:B11 cred-none [0p] policy-empty acc-est:B11 select:B26"},
-    {"no acquire operation at the client", "A", "A", kAnna, nullptr,
+    {"no credential of the first at the client", "AB", "AB", kAnna,
+     [](Script &s) { s.at('A', kClient).acquire_fails = true; }, kThreeCalls,
+     "cred-fail:A32! cred:B11 init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
+     "peer:A32!=,B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
+    {"no acquire operation at the client", "A", "A", kAnna,
      [](Script &s) { s.at('A', kClient).alter = [](Table &t) { t.ftn_gssp_acquire_cred = nullptr; }; }, kThreeCalls,
-     "A26+", "A26+",
-     "[0] have:A11 cred-skip:A11 init-est:A11 [1] peer:A26 adopt:A26 peer-state [1p] policy-told complete:A26",
-     "[0] have:A11 peer:A11 cred-none [0p] policy-empty acc-est:A11 select:A26"},
-    {"no credential of the first at the server, nor a text", "ABC", "AB", kAnna, "authcid=service",
-     [](Script &s) {
-         s.at('A', kServer).acquire_fails = true;
-         s.at('A', kServer).alter = [](Table &t) { t.ftn_gssp_display_status = nullptr; };
-     },
-     kThreeCalls, "A32+(00070000/C5000007 (display_status function not available)) B26+ C34+",
-     "A32(00070000/C5000007 (display_status function not available)) B26+ C34",
-     "[0] have:A11,B11,C11 cred:A11,B11,C11 init-est:A11,B11,C11 "
-     "[1] peer:A32 adopt:A32 peer:B26 adopt:B26 peer:C34 adopt:C34 peer-state [1p] policy-told complete:B26",
-     "[0] have:A11,B11 peer:A11,B11 unknown:C11 refuse:C34 cred-fail:A32 cred:B11 "
-     "[0p] policy-empty acc-est:B11 select:B26"},
+     "cred-skip:A11 init-est:A11+ [1] peer:A26+= peer-state [1p] policy-told complete:A26+",
+     "peer:A11 cred-none [0p] policy-empty acc-est:A11+ select:A26+"},
+    {"no credential of the first at the server, nor a text", "ABC", "AB", kAnna,
+     [](Script &s) { s.at('A', kServer).acquire_fails = true;
+           s.at('A', kServer).alter = [](Table &t) { t.ftn_gssp_display_status = nullptr; }; }, kThreeCalls,
+     "cred:A11,B11,C11 init-est:A11+,B11+,C11+ [1] peer:A32+(00070000/C5000007 -)=,B26+=,C34+= peer-state [1p] "
+     "policy-told complete:B26+",
+     "peer:A11,B11 unknown:C11 refuse:C34 cred-fail:A32(00070000/C5000007 -) cred:B11 [0p] policy-empty acc-est:B11+ "
+     "select:B26+", "authcid=service"},
 };
+// clang-format on
 
 } // namespace
 

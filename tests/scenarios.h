@@ -14,13 +14,11 @@ struct Scenario {
     const char *client; // letters of its mechanisms
     const char *server;
     const char *logon;                         // the client's; null: no credential
-    const char *server_logon;                  // null: no credential
     void (*prepare)(scripted::Script &script); // may be null
     const char *calls;
-    const char *client_entries;
-    const char *server_entries; // null, as the log, when the server is never called
-    const char *client_log;
-    const char *server_log;
+    const char *client_log;           // after the mechanisms that are available
+    const char *server_log = nullptr; // when the server is never called
+    const char *server_logon = nullptr;
 };
 
 std::span<const Scenario> scenarios();

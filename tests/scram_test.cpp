@@ -43,17 +43,6 @@ class Scram : public testing::TestWithParam<RealMechanism> {
 };
 INSTANTIATE_TEST_SUITE_P(Both, Scram, testing::Values(kScram, kScram1), [](const auto &r) { return r.param.prefix; });
 
-TEST_P(Scram, ExchangesTokensOfItsForm) {
-    Peer client(name(), GetParam().logon + " user=dbuser"), server(name());
-    const std::vector<std::string> patterns{"n,,n=alice,r=", "r=", "c=biws,r=", "v="};
-    exchange(client, server, [&](std::size_t number, const std::string &token) {
-        EXPECT_EQ(token.rfind(patterns.at(number - 1), 0), 0U) << token;
-        EXPECT_EQ((number % 2 == 1 ? client : server).said, number == 4 ? kComplete : kContinue);
-        EXPECT_TRUE(number != 2 || token.ends_with(",i=4096")) << token;
-    });
-    EXPECT_EQ(client.said + server.source, kComplete + "alice");
-}
-
 TEST_P(Scram, NeedsACredentialOfItsRoleAndTokensInOrder) {
     Peer lone(name()), acceptor(name()), initiator(name(), GetParam().logon);
     EXPECT_EQ(lone.init(""), kNoCredential);
@@ -82,7 +71,7 @@ TEST_P(Scram, UnknownUserLooksLikeAWrongPassword) {
             if (number != 2)
                 return;
             salts.push_back(salt_of(token));
-            EXPECT_TRUE(salts.back().size() == 16 && token.ends_with(",i=4096")) << token;
+            EXPECT_TRUE(salts.back().size() == 16 && token.starts_with("r=") && token.ends_with(",i=4096")) << token;
         });
         EXPECT_EQ(server.said + server.token + server.source, kNotProved + "(none)") << logon;
     }
@@ -111,9 +100,9 @@ TEST_P(Scram, RefusesAnotherAuthorizationIdentity) {
     for (const std::string other : {"bob", "alice"}) {
         Gsasl_session *session = nullptr;
         ASSERT_EQ(gsasl_client_start(library, name().c_str(), &session), GSASL_OK);
-        gsasl_property_set(session, GSASL_AUTHID, "alice");
-        gsasl_property_set(session, GSASL_PASSWORD, "wonderland");
-        gsasl_property_set(session, GSASL_AUTHZID, other.c_str());
+        for (const auto &[property, value] :
+             {std::pair{GSASL_AUTHID, "alice"}, {GSASL_PASSWORD, "wonderland"}, {GSASL_AUTHZID, other.c_str()}})
+            gsasl_property_set(session, property, value);
         Peer server(name());
         for (int leg = 0; leg < 2; ++leg) {
             char *token = nullptr;

@@ -2,6 +2,7 @@
 // heap, so that a failing allocation is an ordinary failure of the mechanism.
 #include "tests/scripted_mechanism.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,18 +27,9 @@ thread_local Object *objects = nullptr;
 thread_local std::array<Call, 512> call_log;
 thread_local std::size_t call_count = 0;
 
-std::array<std::array<unsigned char, 10>, kMechanisms> oid_bytes{{
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x01},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x02},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x03},
-    {0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x04},
-}};
-std::array<qxgss_OID_desc, kMechanisms> oids{{
-    {10, oid_bytes[0].data()},
-    {10, oid_bytes[1].data()},
-    {10, oid_bytes[2].data()},
-    {10, oid_bytes[3].data()},
-}};
+char oid_bytes[kMechanisms][11] = {"\x2B\6\1\4\1\x81\xFD\x59\2\1", "\x2B\6\1\4\1\x81\xFD\x59\2\2",
+                                   "\x2B\6\1\4\1\x81\xFD\x59\2\3", "\x2B\6\1\4\1\x81\xFD\x59\2\4"};
+qxgss_OID_desc oids[kMechanisms] = {{10, oid_bytes[0]}, {10, oid_bytes[1]}, {10, oid_bytes[2]}, {10, oid_bytes[3]}};
 
 qxgss_OID own_oid(char mechanism) {
     return &oids[static_cast<std::size_t>(mechanism - 'A')];
@@ -58,16 +50,18 @@ OM_uint32 succeed(OM_uint32 *pMinor, const Behaviour &how) {
     return answer(pMinor, how.supplementary, kSuccess);
 }
 
-Call &note(const char *operation, char mechanism, const qxgss_buffer_desc *text = nullptr) {
+void note(const Call &call, const qxgss_buffer_desc *text = nullptr) {
     if (call_count == call_log.size())
         std::abort();
-    Call &call = call_log[call_count++];
-    call = {};
-    call.operation = operation;
-    call.mechanism = mechanism;
+    call_log[call_count] = call;
     if (text != nullptr && text->value != nullptr)
-        std::memcpy(call.text.data(), text->value, std::min(text->length, call.text.size() - 1));
-    return call;
+        std::memcpy(call_log[call_count].text.data(), text->value, std::min(text->length, call.text.size() - 1));
+    ++call_count;
+}
+
+// How many results are asked for.
+template <typename... Places> OM_uint32 asked(Places *...places) {
+    return (OM_uint32{places != nullptr} + ... + 0U);
 }
 
 Object *make(char mechanism, Side side, bool is_context) {
@@ -88,14 +82,14 @@ Object &object_of(void *handle, char mechanism, bool is_context) {
     std::abort();
 }
 
-// The context of a message or an inquiry; null for one that is not established, or when the caller has none.
-const Object *open_context(void *handle, char mechanism) {
+// Does what a message or an inquiry is for, on an established context of a mechanism that does not fail at it:
+// `use(context)` gives whether it could.
+template <typename Use> OM_uint32 on_context(OM_uint32 *pMinor, void *handle, char mechanism, Use use) {
     const Object *context = handle == nullptr ? nullptr : &object_of(handle, mechanism, true);
-    return context != nullptr && context->established ? context : nullptr;
-}
-
-OM_uint32 refuse_context(OM_uint32 *pMinor) {
-    return answer(pMinor, GSS_S_NO_CONTEXT, kNoContext);
+    if (context == nullptr || !context->established)
+        return answer(pMinor, GSS_S_NO_CONTEXT, kNoContext);
+    const Behaviour &how = current.at(mechanism, context->side);
+    return !how.messages_fail && use(*context) ? succeed(pMinor, how) : fail(pMinor, how);
 }
 
 void destroy(void **pHandle) {
@@ -173,41 +167,30 @@ OM_uint32 name_of_credential(OM_uint32 *pMinor, const Behaviour &how, qxgss_name
 }
 
 // A message's protection: the mechanism's letter, the quality of protection, then the bytes xored with `key`.
-OM_uint32 protect(OM_uint32 *pMinor, const Object *context, qxgss_qop_t qop, unsigned char key,
-                  const qxgss_buffer_desc *pInput, qxgss_buffer_t pOutput) {
-    if (context == nullptr)
-        return refuse_context(pMinor);
-    const Behaviour &how = current.at(context->mechanism, context->side);
-    auto *bytes = how.messages_fail ? nullptr : static_cast<unsigned char *>(std::malloc(pInput->length + 2));
+bool protect(char mechanism, qxgss_qop_t qop, unsigned char key, const qxgss_buffer_desc &input,
+             qxgss_buffer_t pOutput) {
+    const auto *in = static_cast<const char *>(input.value);
+    auto *bytes = static_cast<char *>(std::malloc(input.length + 2));
     if (bytes == nullptr)
-        return fail(pMinor, how);
-    bytes[0] = static_cast<unsigned char>(context->mechanism);
-    bytes[1] = static_cast<unsigned char>(qop);
-    for (std::size_t i = 0; i < pInput->length; ++i)
-        bytes[i + 2] = static_cast<unsigned char>(static_cast<const unsigned char *>(pInput->value)[i] ^ key);
-    *pOutput = {pInput->length + 2, bytes};
-    return succeed(pMinor, how);
+        return false;
+    bytes[0] = mechanism;
+    bytes[1] = static_cast<char>(qop);
+    std::transform(in, in + input.length, bytes + 2, [key](char byte) { return static_cast<char>(byte ^ key); });
+    *pOutput = {input.length + 2, bytes};
+    return true;
 }
 
 // The message behind a protection, or what gets its check bytes compared.
-OM_uint32 unprotect(OM_uint32 *pMinor, const Object *context, unsigned char key, const qxgss_buffer_desc *pInput,
-                    qxgss_buffer_t pOutput, qxgss_qop_t *pQop) {
-    if (context == nullptr)
-        return refuse_context(pMinor);
-    const Behaviour &how = current.at(context->mechanism, context->side);
-    const auto *in = static_cast<const unsigned char *>(pInput->value);
-    if (how.messages_fail)
-        return fail(pMinor, how);
-    if (pInput->length < 2 || in[0] != context->mechanism)
-        return answer(pMinor, GSS_S_BAD_MIC, kBadToken);
-    auto *bytes = static_cast<unsigned char *>(std::malloc(pInput->length));
+bool unprotect(char mechanism, unsigned char key, const qxgss_buffer_desc &input, qxgss_buffer_t pOutput,
+               qxgss_qop_t *pQop) {
+    const auto *in = static_cast<const char *>(input.value);
+    auto *bytes = input.length < 2 || in[0] != mechanism ? nullptr : static_cast<char *>(std::malloc(input.length));
     if (bytes == nullptr)
-        return fail(pMinor, how);
-    for (std::size_t i = 2; i < pInput->length; ++i)
-        bytes[i - 2] = static_cast<unsigned char>(in[i] ^ key);
-    *pOutput = {pInput->length - 2, bytes};
-    give(pQop, in[1]);
-    return succeed(pMinor, how);
+        return false;
+    std::transform(in + 2, in + input.length, bytes, [key](char byte) { return static_cast<char>(byte ^ key); });
+    *pOutput = {input.length - 2, bytes};
+    give(pQop, static_cast<unsigned char>(in[1]));
+    return true;
 }
 
 constexpr unsigned char kWrapKey = 0x5A;
@@ -252,18 +235,12 @@ void reset() {
 #define MECHANISM 'A'
 #define OPERATION(name) MECH_A_##name
 #include "tests/scripted_operations.inc"
-#undef MECHANISM
-#undef OPERATION
 #define MECHANISM 'B'
 #define OPERATION(name) MECH_B_##name
 #include "tests/scripted_operations.inc"
-#undef MECHANISM
-#undef OPERATION
 #define MECHANISM 'C'
 #define OPERATION(name) MECH_C_##name
 #include "tests/scripted_operations.inc"
-#undef MECHANISM
-#undef OPERATION
 #define MECHANISM 'D'
 #define OPERATION(name) MECH_D_##name
 #include "tests/scripted_operations.inc"

@@ -56,14 +56,12 @@ Script &script();
 struct Call {
     const char *operation;
     char mechanism;
-    std::array<char, 24> text; // input token, or text of the desired name
-    const void *credential;
-    const void *name; // target or desired name
-    const void *bindings;
-    qxgss_OID mech_type;
-    OM_uint32 flags; // requested flags, credential usage, or the message context
-    OM_uint32 time;
-    OM_uint32 wanted; // number of results asked for
+    std::array<char, 24> text{}; // input token, or text of the desired name
+    const void *credential = nullptr, *name = nullptr /* target or desired name */, *bindings = nullptr;
+    qxgss_OID mech_type = nullptr;
+    OM_uint32 flags = 0; // requested flags, credential usage, or the message context
+    OM_uint32 time = 0;
+    OM_uint32 wanted = 0; // number of results asked for
 };
 
 // The last call of that operation of that mechanism, or null; how many there were.

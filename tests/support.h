@@ -3,6 +3,7 @@
 #ifndef QXNEGO_SUPPORT_H
 #define QXNEGO_SUPPORT_H
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -73,6 +75,26 @@ std::string outcome(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_ide
     return text;
 }
 
+// The outcomes of the call with each of its pointers null in turn; one, when all are the same.
+template <typename... Parameters>
+std::string without_each(OM_uint32 (*call)(OM_uint32 *, Parameters...), std::type_identity_t<Parameters>... arguments) {
+    std::vector<std::string> outcomes;
+    const auto without = [&]<typename T>(T &argument) {
+        if constexpr (std::is_pointer_v<T>) {
+            const T given = std::exchange(argument, nullptr);
+            outcomes.push_back(outcome(call, arguments...));
+            argument = given;
+        }
+    };
+    (without(arguments), ...);
+    if (std::ranges::count(outcomes, outcomes[0]) == std::ssize(outcomes))
+        return outcomes[0];
+    std::string all;
+    for (const std::string &each : outcomes)
+        all += (all.empty() ? "" : " ") + each;
+    return all;
+}
+
 inline void expect_all(const std::string &expected, const std::vector<std::string> &outcomes) {
     for (std::size_t i = 0; i < outcomes.size(); ++i)
         EXPECT_EQ(outcomes[i], expected) << "number " << i;
@@ -98,13 +120,6 @@ inline std::string described(const std::string &buffer) {
             text += bytes[at + i] == 0 ? "" : " not filled up with zeros";
     }
     return text + buffer.substr(at);
-}
-
-// A mechanism's table in a configuration; without a library it is in the program itself. Its last lines are `more`.
-inline std::string mechanism(const std::string &name, const std::string &oid, const std::string &prefix,
-                             const std::string &library = "", const std::string &more = "") {
-    return "[[mechanism]]\nname = \"" + name + "\"\noid = \"" + oid + "\"\nprefix = \"" + prefix + "\"\n" +
-           (library.empty() ? "" : "library = \"" + library + "\"\n") + more;
 }
 
 inline MechInfo_t &registered(std::string_view name) {

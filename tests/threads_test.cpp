@@ -17,7 +17,6 @@ constexpr int kRounds = 20;
 // change the registry.
 std::string run(const Scenario &scenario) {
     prepare(scenario);
-    const std::string text = "message";
     std::string seen;
     {
         Session session;
@@ -25,16 +24,13 @@ std::string run(const Scenario &scenario) {
         seen = session.run();
         for (const std::string &token : session.tokens)
             seen += " " + hex(token);
-        for (Peer *peer : {&session.client, &session.server}) {
-            if (peer->context == nullptr)
-                continue;
-            qxgss_buffer_desc message = support::view(text), wrapped{}, properties{};
-            seen += " " + outcome(QXNEGO_wrap, peer->context, 1, 0, &message, nullptr, &wrapped);
-            seen += " " + outcome(QXNEGO_inquire_properties_for_user, peer->context, &properties);
-            gssp_release_buffer(nullptr, &wrapped);
-            gssp_release_buffer(nullptr, &properties);
-            seen += " " + peer->end().statuses();
-        }
+        for (Peer *peer : {&session.client, &session.server})
+            if (peer->context != nullptr) {
+                peer->act();
+                for (const std::string &said : use(peer->context))
+                    seen += " " + said;
+                seen += " " + peer->end().statuses();
+            }
     }
     qxgss_OID oid = nullptr;
     const char *name = nullptr;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <set>
 
+#include "testkit/ber.h"
 #include "tests/scenarios.h"
 
 namespace {
@@ -44,16 +45,8 @@ std::vector<Element> parse(std::string_view token, std::size_t at, std::size_t e
 
 std::string encode(const std::vector<Element> &elements) {
     std::string out;
-    for (const Element &element : elements) {
-        const std::string content = (element.tag & 0x20) != 0 ? encode(element.children) : element.content;
-        out += static_cast<char>(element.tag);
-        if (content.size() > 255)
-            out += {'\x82', static_cast<char>(content.size() >> 8)};
-        else if (content.size() > 127)
-            out += '\x81';
-        out += static_cast<char>(content.size());
-        out += content;
-    }
+    for (const Element &element : elements)
+        out += testkit::tlv(element.tag, (element.tag & 0x20) != 0 ? encode(element.children) : element.content);
     return out;
 }
 

@@ -23,10 +23,7 @@ using namespace std::chrono_literals;
 using namespace tools;
 
 TEST(Text, IsValidUtf8AndSafe) {
-    struct Row {
-        std::string_view text, shown;
-    };
-    const Row rows[] = {
+    const std::pair<std::string_view, std::string_view> rows[] = {
         {"plain, \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "plain, \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"},
         {std::string_view("a\0b\n\x1B\x7F", 6), R"(a\x00b\x0a\x1b\x7f)"},
         {"\xED\xA0\x80", R"(\xed\xa0\x80)"},                 // half of a surrogate pair
@@ -38,8 +35,8 @@ TEST(Text, IsValidUtf8AndSafe) {
         {"\xE2\x82", R"(\xe2\x82)"},
         {"\xFF\x80", R"(\xff\x80)"},
     };
-    for (const Row &row : rows)
-        EXPECT_EQ(common::printable(row.text), row.shown);
+    for (const auto &[text, shown] : rows)
+        EXPECT_EQ(common::printable(text), shown);
     EXPECT_EQ(common::quoted("say \"\\n\"\n"), R"("say \"\\n\"\x0a")");
     EXPECT_EQ(common::printable("abc\xC3\xA9\x01", 5), "abc\xC3\xA9...");
     EXPECT_EQ(common::printable("abc\xC3\xA9\x01", 4), "abc...");
@@ -59,20 +56,27 @@ TEST(Table, IsNoLargerThanItsLimits) {
     EXPECT_TRUE(text.ends_with("and 5 more\n")) << text.substr(text.size() - 100);
 }
 
+struct Terminal {
+    explicit Terminal(const winsize *size = nullptr) {
+        EXPECT_EQ(openpty(&reader, &writer, nullptr, nullptr, size), 0);
+    }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+    ~Terminal() { close(reader), close(writer); }
+    int reader = -1, writer = -1;
+};
+
 TEST(Table, IsAsWideAsTheTerminal) {
-    int reader = -1, terminal = -1;
     const winsize size = {24, 60, 0, 0};
-    ASSERT_EQ(openpty(&reader, &terminal, nullptr, nullptr, &size), 0);
+    const Terminal terminal(&size);
     const int before = dup(STDOUT_FILENO);
-    dup2(terminal, STDOUT_FILENO);
+    dup2(terminal.writer, STDOUT_FILENO);
     Table table({"mechanism", "text"});
     table.add({"x", "a text that is too long for a line of this terminal, and has to be broken"});
-    std::ostringstream out;
-    table.print(out);
+    std::stringstream lines;
+    table.print(lines);
     dup2(before, STDOUT_FILENO);
-    for (const int descriptor : {before, reader, terminal})
-        close(descriptor);
-    std::istringstream lines(out.str());
+    close(before);
     for (std::string line; std::getline(lines, line);)
         EXPECT_LE(line.size(), 60U) << line;
 }
@@ -100,27 +104,21 @@ TEST(Admission, PlacesAreLimitedAndFailuresSlow) {
     EXPECT_EQ(admission.admit("a", start + 8s), 2'000ms);
 }
 
-// Whoever shares an address with a stranger who failed without end is as slow as can be, and no longer than that.
-TEST(Admission, FailuresAreForgiven) {
+// Whoever shares an address with a stranger who failed without end is as slow as can be, and no longer than that; and
+// however many addresses the stranger has, they are forgotten.
+TEST(Admission, FailuresAreForgivenAndAddressesForgotten) {
     Admission admission({64, 64, 20});
     const Clock::time_point start = Clock::now();
-    for (int i = 0; i != 10'000; ++i) {
-        ASSERT_TRUE(admission.admit("a", start));
-        admission.leave("a", true, start);
-    }
-    EXPECT_EQ(admission.admit("a", start), 10'000ms);
-    EXPECT_EQ(admission.admit("a", start + 10s), 0ms);
-}
-
-// However many addresses a stranger has.
-TEST(Admission, ForgetsAddresses) {
-    Admission admission({64, 64, 20});
-    const Clock::time_point start = Clock::now();
-    for (int i = 0; i != 100'000; ++i) {
-        const std::string address = std::to_string(i);
+    const auto fail = [&](const std::string &address) {
         ASSERT_TRUE(admission.admit(address, start));
         admission.leave(address, true, start);
-    }
+    };
+    for (int i = 0; i != 10'000; ++i)
+        fail("a");
+    EXPECT_EQ(admission.admit("a", start), 10'000ms);
+    EXPECT_EQ(admission.admit("a", start + 10s), 0ms);
+    for (int i = 0; i != 100'000; ++i)
+        fail(std::to_string(i));
     EXPECT_LT(admission.size(), 5000U);
 }
 
@@ -159,18 +157,15 @@ TEST(Worker, IsEndedWhateverItDoes) {
 
 // It says that it can be written to, and takes less than is there to write.
 TEST(Output, ATerminalThatNobodyReadsHoldsNothingUp) {
-    int reader = -1, terminal = -1;
-    ASSERT_EQ(openpty(&reader, &terminal, nullptr, nullptr, nullptr), 0);
-    Output output(terminal);
+    const Terminal terminal;
+    Output output(terminal.writer);
     output.add(std::string(100'000, 'x'));
     alarm(10);
     for (int i = 0; i != 1000; ++i)
         output.write_some();
     alarm(0);
     EXPECT_TRUE(output.is_waiting());
-    EXPECT_EQ(fcntl(terminal, F_GETFL) & O_NONBLOCK, 0); // that of others
-    close(reader);
-    close(terminal);
+    EXPECT_EQ(fcntl(terminal.writer, F_GETFL) & O_NONBLOCK, 0); // that of others
 }
 
 TEST(Output, HoldsNothingUpAndCountsWhatItDrops) {

@@ -31,7 +31,9 @@ class Trace(unittest.TestCase):
         return os.path.join(self.folder, name)
 
     def check_lines(self, text, saved):
-        roles = [LINE.fullmatch(line).group(2) for line in text.splitlines()]
+        lines = [LINE.fullmatch(line) for line in text.splitlines()]
+        self.assertRegex(text, r'role=client call=3 event="the call is complete" major=00000000 minor=230003E8 status="')
+        roles = [line.group(2) for line in lines if 'event="the call ' not in line.group()]
         for role in "client", "server":
             with open(os.path.join(saved, "policy", role + ".log"), errors="replace") as log:
                 self.assertEqual(roles.count(role), len(re.findall("^Record ", log.read(), re.M)), role)

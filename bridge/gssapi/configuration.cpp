@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <span>
+#include <system_error>
 
 #include <dlfcn.h>
 
@@ -31,13 +34,15 @@ std::atomic<const Configured *> configured{nullptr};
     throw Failure(QXGSS_SESSION_FAILURE_RESOURCES, line, GSS_S_FAILURE, minor);
 }
 
-// Seen from the module, so that an installed tree can be moved.
+// Seen from the module, so that an installed tree can be moved; that of one under /usr is in /etc.
 std::string installed_file() {
     Dl_info module{};
     if (dladdr(reinterpret_cast<const void *>(&installed_file), &module) == 0 || module.dli_fname == nullptr)
         fail("the module's own file is not known", GSSP_E_NO_PROPERTY);
-    const std::string path = module.dli_fname;
-    return path.substr(0, path.rfind('/') + 1) + QXNEGO_INSTALLED_CONFIGURATION;
+    const auto folder = std::filesystem::path(module.dli_fname).parent_path();
+    std::error_code unresolved;
+    const std::string file = std::filesystem::weakly_canonical(folder / QXNEGO_INSTALLED_CONFIGURATION, unresolved);
+    return file.starts_with("/usr/etc/") ? file.substr(std::strlen("/usr")) : file;
 }
 
 std::string chosen(std::string_view file) {

@@ -25,6 +25,7 @@ constexpr EventText kNoInformation = "QXNEGO_INT_NegLogEntry: ***WARNING*** No i
 
 // ---- Texts ---------------------------------------------------------------------------------------------------------
 
+// The last block has that much room.
 [[gnu::noinline]] bool add_block(NegLog_desc &log, std::size_t size) {
     const std::size_t room = std::max(size, kUsualTexts);
     auto *block = static_cast<NegLogTexts *>(std::malloc(sizeof(NegLogTexts) + room));
@@ -35,15 +36,15 @@ constexpr EventText kNoInformation = "QXNEGO_INT_NegLogEntry: ***WARNING*** No i
     return true;
 }
 
-// The log's own copy of a text with its NUL; null when memory is lacking.
-char *keep(NegLog_desc &log, std::string_view text) {
-    if (log.pTexts == nullptr || log.pTexts->Size - log.pTexts->Used < text.size())
-        if (!add_block(log, text.size()))
-            return nullptr;
-    char *copy = reinterpret_cast<char *>(log.pTexts + 1) + log.pTexts->Used;
-    log.pTexts->Used += text.size();
-    text.copy(copy, text.size());
-    return copy;
+bool reserve(NegLog_desc &log, std::size_t size) {
+    return (log.pTexts != nullptr && log.pTexts->Size - log.pTexts->Used >= size) || add_block(log, size);
+}
+
+// Takes what was reserved.
+char *take(NegLogTexts &block, std::size_t size) {
+    char *place = reinterpret_cast<char *>(&block + 1) + block.Used;
+    block.Used += size;
+    return place;
 }
 
 // ---- Records -------------------------------------------------------------------------------------------------------
@@ -64,45 +65,45 @@ void snapshot_negotiation(const NegContext_desc &negotiation, NegLogRecord &reco
     record.IsPolicyApplied = negotiation.IsPolicyApplied;
     record.NegState = negotiation.NegState;
     record.NegStateFromPeer = negotiation.NegStateFromPeer;
-    record.ElapsedTime = QXNEGO_INT_GetElapsedTime(negotiation.NegLog.BaseTime);
 }
 
-// A copy of the status text of an entry that can be recorded.
-Status copy_status_text(const NegMechEntry_desc &entry, qxgss_buffer_desc &text) {
-    if (!usable(entry.pMechOid))
-        return common::failure(QXNEGO_E_BAD_MECH_OID);
-    if (!present(entry.GssMinorStatusText))
-        return kSuccess;
+// Not inline, as few entries have one.
+[[gnu::noinline]] Status copy_status_text(const NegMechEntry_desc &entry, qxgss_buffer_desc &text) {
     qxgss_buffer_desc source = entry.GssMinorStatusText;
     return ask(gssp_duplicate_buffer, &source, &text);
 }
 
-// Appends a record. What can fail comes first, so that an entry that fails leaves its slot clean. `text` may have no
-// pointer.
+[[gnu::noinline]] bool make_room(NegLog_desc &log) {
+    QXNEGO_INT_GrowNegLog(&log, kMoreRecords);
+    return log.Count < log.MaxCount;
+}
+
+// Appends a record. What can fail comes first, so that an entry that fails leaves its slot clean; the bytes of the text
+// come last, as nothing needs to be kept over that call. `text` has its NUL, or is empty when there is none.
 Status append(std::string_view text, const NegMechEntry_desc *entry, NegContext_desc &negotiation) {
     NegLog_desc &log = negotiation.NegLog;
-    if (log.Count >= log.MaxCount)
-        QXNEGO_INT_GrowNegLog(&log, kMoreRecords);
-    if (log.Count >= log.MaxCount)
+    if (log.Count >= log.MaxCount && !make_room(log))
         return common::failure(QXNEGO_E_CALLOC);
-    char *kept = nullptr;
-    if (text.data() != nullptr) {
-        kept = keep(log, text);
-        if (kept == nullptr)
-            return common::failure(QXNEGO_E_MALLOC);
-    }
-    qxgss_buffer_desc status_text{};
+    if (!text.empty() && !reserve(log, text.size()))
+        return common::failure(QXNEGO_E_MALLOC);
     if (entry != nullptr) {
-        const Status status = copy_status_text(*entry, status_text);
-        if (status.failed())
-            return status;
+        if (!usable(entry->pMechOid))
+            return common::failure(QXNEGO_E_BAD_MECH_OID);
+        if (present(entry->GssMinorStatusText))
+            if (const Status copied = copy_status_text(*entry, log.pRecords[log.Count].GssMinorStatusText);
+                copied.failed())
+                return copied;
     }
+    const OM_uint64 now = QXNEGO_INT_GetElapsedTime(0);
     NegLogRecord &record = log.pRecords[log.Count++];
     if (entry != nullptr)
         snapshot_entry(*entry, record);
-    record.GssMinorStatusText = status_text;
-    record.pszLogString = kept;
     snapshot_negotiation(negotiation, record);
+    record.ElapsedTime = now - log.BaseTime;
+    if (!text.empty()) {
+        record.pszLogString = take(*log.pTexts, text.size());
+        std::memcpy(record.pszLogString, text.data(), text.size());
+    }
     if (is_tracing) [[unlikely]]
         trace(record, negotiation);
     return kSuccess;

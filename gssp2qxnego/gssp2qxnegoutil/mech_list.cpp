@@ -44,7 +44,7 @@ OM_uint32 QXNEGO_INT_NegMechStateChange(OM_uint32 *pMinorStatus, NegMechState_et
 
     pNegMechEntry->MechState = MechState;
     pNegMechEntry->MechReason = MechReason;
-    pNegMechEntry->IsStateFromPeer = 0;
+    pNegMechEntry->IsStateFromPeer = false;
     pNegMechEntry->GssMajorStatus = GssMajorStatus;
     pNegMechEntry->GssMinorStatus = GssMinorStatus;
     if (pGssMinorStatusText != nullptr) {

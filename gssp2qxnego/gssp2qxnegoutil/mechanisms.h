@@ -46,8 +46,10 @@ struct SelectedMechanism {
 
 inline SelectedMechanism selected_mechanism(const NegContext_desc &negotiation) {
     const NegMechEntry_t entry = selected_entry(negotiation);
+    if (entry == nullptr)
+        return {nullptr, nullptr};
     const MechInfo_t *mechanism = registered(negotiation.SelectedMechInfoIndex);
-    if (mechanism == nullptr || entry == nullptr)
+    if (mechanism == nullptr)
         return {nullptr, nullptr};
     return {&mechanism->MechFtnTable, entry->pMechContext};
 }

@@ -32,7 +32,7 @@ Status adopt_peer_state(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegCo
     if (status.failed())
         return status;
     local.IsMechStateChanged = 0;
-    local.IsStateFromPeer = 1;
+    local.IsStateFromPeer = true;
     log_event("QXNEGO_INT_ProcessNegMech: Local Mech state changing due to Peer Mech state", &local, negotiation);
     return kSuccess;
 }
@@ -51,7 +51,7 @@ Status merge_known(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegContext
     if (!status.failed())
         status = release_if_any(peer.GssMinorStatusText);
     if (!status.failed() && peer.InputToken.length != 0) {
-        status = ask_framework(gssp_release_buffer, &local.InputToken);
+        status = release_if_any(local.InputToken);
         if (!status.failed())
             local.InputToken = moved(peer.InputToken);
     }
@@ -112,9 +112,15 @@ bool complete_order(NegContext_desc &negotiation) {
     return true;
 }
 
-// The entry with that OID.
+// The first entry with that OID. Most peers name the mechanisms in the order of this side, so that the entry behind the
+// last one found is it.
 Found find_entry(NegContext_desc &negotiation, qxgss_OID_desc &oid) {
     const std::span<NegMechEntry_desc> all = entries(negotiation.NegMechList);
+    if (const OM_uint32 next = negotiation.NextFromPeer; next < all.size() && all[next].IsFirstOfOid) {
+        const Found found = find_mechanism(all.subspan(next, 1), oid, GSSP_E_SUCCESS);
+        if (found.number == 0)
+            return {static_cast<OM_sint32>(next), found.status};
+    }
     const std::size_t usual = std::min<std::size_t>(all.size(), kUsualLength);
     Found found = find_mechanism(all.first(usual), oid, GSSP_E_SUCCESS);
     if (found.status.failed() || found.number >= 0 || all.size() == usual)
@@ -155,6 +161,7 @@ Status append_unknown(NegMechEntry_desc &peer, NegContext_desc &negotiation) {
     peer.SsoAuthenticationIdBuf = {};
     added.pMechOid = &added.MechOidFromPeer;
     added.MechIndex = -1;
+    added.IsFirstOfOid = true;
     log_event("QXNEGO_INT_ProcessNegMech: Peer reports a mechanism not known locally", &added, negotiation);
 
     for (qxgss_buffer_desc *buffer : {&added.GssMinorStatusText, &added.InputToken, &added.SsoAuthenticationIdBuf})
@@ -182,6 +189,7 @@ OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNeg
 
     const Found found = find_entry(*pNegContext, *pNegMech->pMechOid);
     Status status = found.status;
+    pNegContext->NextFromPeer = static_cast<OM_uint32>(found.number) + 1; // none found: back to the first
     if (!status.failed())
         status = found.number >= 0 ? merge_known(all[static_cast<std::size_t>(found.number)], *pNegMech, *pNegContext)
                                    : append_unknown(*pNegMech, *pNegContext);

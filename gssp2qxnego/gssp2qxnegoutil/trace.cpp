@@ -86,7 +86,8 @@ void write_to_file(const char *line, std::size_t length) {
 }
 
 // A pipe or terminal that nobody reads blocks its writer. Its mode is the program's, so that it is opened once more to
-// be written to without waiting; a socket has a call for that, and a file never waits.
+// be written to without waiting; a socket has a call for that, and a file never waits. A network connection gets no
+// line: the error output of a program that inetd has started is its client.
 void write_to_stderr(const char *line, std::size_t length) {
     struct stat status {};
     if (fstat(STDERR_FILENO, &status) != 0)
@@ -94,7 +95,10 @@ void write_to_stderr(const char *line, std::size_t length) {
     if (S_ISREG(status.st_mode))
         return write_once(STDERR_FILENO, line, length);
     if (S_ISSOCK(status.st_mode)) {
-        send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+        int domain = 0;
+        socklen_t size = sizeof domain;
+        if (getsockopt(STDERR_FILENO, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX)
+            send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL);
         return;
     }
     const int again = open("/proc/self/fd/2", O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
@@ -193,7 +197,39 @@ void put_mechanism(Line &line, const NegLogRecord &record) {
     line.print(" established=%s", record.IsCtxEstablished != 0 ? "yes" : "no");
 }
 
-std::atomic<OM_uint32> last_number{0};
+void put_beginning(Line &line, OM_uint64 elapsed, bool is_client, OM_uint32 calls, const NegContext_desc &negotiation) {
+    put_time(line, negotiation.NegLog.BaseTime + elapsed);
+    line.print(" pid=%ld context=%u role=%s call=%u event=", static_cast<long>(getpid()), negotiation.TraceNumber,
+               is_client ? "client" : "server", calls + 1);
+}
+
+std::string_view event_of(Status outcome) {
+    if (outcome.failed())
+        return "the call fails";
+    return (outcome.major & GSS_S_CONTINUE_NEEDED) != 0 ? "the call goes on" : "the call is complete";
+}
+
+std::size_t write_outcome_line(char *area, Status outcome, const NegContext_desc &negotiation) {
+    Line line(area);
+    put_beginning(line, QXNEGO_INT_GetElapsedTime(negotiation.NegLog.BaseTime), negotiation.IsInitiator != 0,
+                  negotiation.TokenNum, negotiation);
+    line.quote(event_of(outcome));
+    line.print(" major=%08X minor=%08X status=", outcome.major, outcome.minor);
+    const std::string_view own = qxnegoerrtostr(outcome.minor);
+    line.quote(own != "?" ? own : qxgsserrtostr(outcome.minor));
+    return line.end();
+}
+
+void number(NegContext_desc &negotiation) {
+    static std::atomic<OM_uint32> last{0};
+    if (negotiation.TraceNumber == 0)
+        negotiation.TraceNumber = ++last;
+}
+
+void send_out(const char *line, std::size_t length) {
+    const Unnoticed unnoticed;
+    std::strcmp(target, "stderr") == 0 ? write_to_stderr(line, length) : write_to_file(line, length);
+}
 
 } // namespace
 
@@ -201,10 +237,7 @@ const bool is_tracing = read_environment();
 
 std::size_t write_trace_line(char *area, const NegLogRecord &record, const NegContext_desc &negotiation) {
     Line line(area);
-    put_time(line, negotiation.NegLog.BaseTime + record.ElapsedTime);
-    line.print(" pid=%ld context=%u role=%s call=%u", static_cast<long>(getpid()), negotiation.TraceNumber,
-               record.IsInitiator != 0 ? "client" : "server", record.TokenNum + 1);
-    line.put(" event=");
+    put_beginning(line, record.ElapsedTime, record.IsInitiator != 0, record.TokenNum, negotiation);
     line.quote(record.pszLogString != nullptr ? record.pszLogString : "");
     if (record.MechOid.elements != nullptr)
         put_mechanism(line, record);
@@ -215,12 +248,15 @@ std::size_t write_trace_line(char *area, const NegLogRecord &record, const NegCo
 }
 
 [[gnu::cold]] void trace(const NegLogRecord &record, NegContext_desc &negotiation) {
-    if (negotiation.TraceNumber == 0)
-        negotiation.TraceNumber = ++last_number;
+    number(negotiation);
     char line[kTraceLine];
-    const std::size_t length = write_trace_line(line, record, negotiation);
-    const Unnoticed unnoticed;
-    std::strcmp(target, "stderr") == 0 ? write_to_stderr(line, length) : write_to_file(line, length);
+    send_out(line, write_trace_line(line, record, negotiation));
+}
+
+[[gnu::cold]] void trace(Status outcome, NegContext_desc &negotiation) {
+    number(negotiation);
+    char line[kTraceLine];
+    send_out(line, write_outcome_line(line, outcome, negotiation));
 }
 
 } // namespace qxnego

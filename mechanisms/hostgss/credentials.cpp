@@ -206,7 +206,7 @@ OM_uint32 HOSTGSS_inquire_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t pCredHan
     const auto *const credential = static_cast<const Credential *>(pCredHandle);
     const bool known = credential != nullptr && credential->named && pLifetimeRec == nullptr;
     CredentialFacts asked;
-    Status status = known ? Status{} : inquire_credential(host_of(credential), asked);
+    Status status = known ? Status{} : inquire_credential(credential, asked);
     const CredentialFacts &facts = known ? credential->facts : asked;
     set_if_given(pLifetimeRec, facts.lifetime);
     set_if_given(pCredUsage, facts.usage);

@@ -64,11 +64,12 @@ class OidSet {
     OidSet() = default;
     OidSet(const OidSet &) = delete;
     OidSet &operator=(const OidSet &) = delete;
-    ~OidSet();
+    ~OidSet() { take(nullptr); }
 
+    // Owns that one from now on, and no other.
+    void take(void *set);
     std::size_t count() const;
     Bytes operator[](std::size_t index) const;
-    void **address() { return &set_; }
 
   private:
     void *set_ = nullptr;
@@ -120,7 +121,7 @@ struct Credential {
     Status release();
 
     void *host = nullptr;
-    bool named = false; // whether the facts are all there: acceptors' names are asked for when they are wanted
+    bool named = false; // whether the name is among the facts; otherwise it is asked for when it is wanted
     CredentialFacts facts;
 };
 
@@ -163,8 +164,8 @@ Status mechanisms(OidSet &set);
 // not by the first context. kNoCredential when the mechanism makes one of another usage.
 Status acquire(const CredentialRequest &request, Credential &credential);
 
-// Asks the host. A null handle is the default credential. The name is empty for a credential without one.
-Status inquire_credential(void *host, CredentialFacts &facts);
+// Asks the host. A null pointer is the default credential. The name is empty for a credential without one.
+Status inquire_credential(const Credential *credential, CredentialFacts &facts);
 
 // ---- host_contexts.cpp
 

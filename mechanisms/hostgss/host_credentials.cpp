@@ -5,10 +5,11 @@
 
 namespace hostgss {
 
-OidSet::~OidSet() {
+void OidSet::take(void *set) {
     OM_uint32 minor;
-    gss_OID_set set = static_cast<gss_OID_set>(set_);
-    gss_release_oid_set(&minor, &set);
+    gss_OID_set held = static_cast<gss_OID_set>(set_);
+    gss_release_oid_set(&minor, &held);
+    set_ = set;
 }
 
 std::size_t OidSet::count() const {
@@ -49,7 +50,7 @@ Status mechanisms(OidSet &set) {
     gss_OID_set found = GSS_C_NO_OID_SET;
     Status status;
     status.major = gss_indicate_mechs(&status.minor, &found);
-    *set.address() = found;
+    set.take(found);
     return status;
 }
 
@@ -90,20 +91,25 @@ Status copy(gss_cred_id_t given, gss_cred_id_t *credential) {
     return status;
 }
 
-Status call_acquire(const CredentialRequest &request, gss_name_t name, gss_cred_id_t *credential) {
+// What the host says of a credential that it makes goes into the facts.
+Status call_acquire(const CredentialRequest &request, gss_name_t name, gss_cred_id_t *credential,
+                    CredentialFacts &facts) {
     gss_OID_desc oid = to_oid(request.mech);
     gss_OID_set_desc mechs = {1, &oid};
+    gss_OID_set actual = GSS_C_NO_OID_SET;
     if (request.given != nullptr)
         return copy(static_cast<gss_cred_id_t>(request.given), credential);
     Status status;
     if (request.password == nullptr) {
         status.major = gss_acquire_cred_from(&status.minor, name, request.lifetime, &mechs, request.usage,
-                                             Store(request).get(), credential, nullptr, nullptr);
+                                             Store(request).get(), credential, &actual, &facts.lifetime);
     } else {
         gss_buffer_desc password = to_buffer(request.password);
         status.major = gss_acquire_cred_with_password(&status.minor, name, &password, request.lifetime, &mechs,
-                                                      request.usage, credential, nullptr, nullptr);
+                                                      request.usage, credential, &actual, &facts.lifetime);
     }
+    facts.mechs.take(actual);
+    facts.usage = request.usage;
     return status;
 }
 
@@ -112,28 +118,38 @@ Status inquire(gss_cred_id_t handle, CredentialFacts &facts, gss_name_t *name) {
     gss_OID_set mechs = GSS_C_NO_OID_SET;
     Status status;
     status.major = gss_inquire_cred(&status.minor, handle, name, &facts.lifetime, &facts.usage, &mechs);
-    *facts.mechs.address() = mechs;
+    facts.mechs.take(mechs);
     return status;
+}
+
+Status inquire_with_name(gss_cred_id_t handle, CredentialFacts &facts) {
+    HostName owner;
+    const Status status = inquire(handle, facts, owner.address());
+    return status.failed() ? status : owner.display(facts.name);
+}
+
+bool has_name(const CredentialFacts &facts) {
+    return facts.usage == GSS_C_INITIATE || (facts.mechs.count() != 0 && names_acceptors(facts.mechs[0]));
 }
 
 } // namespace
 
-// An initiator's name is asked for with the rest: what is wrong with it is told here, too.
+// A credential is asked for all it has, an initiator's name with it: what is wrong with any of that is told here, too.
+// Not so with Kerberos (1.20): it reads the tickets to say their lifetime while it acquires, only an expired one is
+// told by a question, its names have a text always, and a question costs 70,000 instructions or more.
 Status acquire(const CredentialRequest &request, Credential &credential) {
     HostName name;
     Status status = name.import(request.name);
     if (status.failed())
         return status;
     gss_cred_id_t made = GSS_C_NO_CREDENTIAL;
-    status = call_acquire(request, name.get(), &made);
-    credential.host = made;
-    credential.named = request.usage == GSS_C_INITIATE;
     CredentialFacts &facts = credential.facts;
-    HostName owner;
-    if (!status.failed())
-        status = inquire(made, facts, credential.named ? owner.address() : nullptr);
-    if (!status.failed())
-        status = owner.display(facts.name);
+    status = call_acquire(request, name.get(), &made, facts);
+    credential.host = made;
+    if (status.failed() || (request.mech == kKerberos && facts.lifetime != 0))
+        return status;
+    credential.named = request.usage == GSS_C_INITIATE;
+    status = credential.named ? inquire_with_name(made, facts) : inquire(made, facts, nullptr);
     if (!status.failed() && facts.usage != GSS_C_BOTH && facts.usage != request.usage)
         status = kNoCredential;
     return status;
@@ -148,15 +164,12 @@ Status Credential::release() {
     return status;
 }
 
-Status inquire_credential(void *host, CredentialFacts &facts) {
-    const gss_cred_id_t handle = static_cast<gss_cred_id_t>(host);
-    Status status = inquire(handle, facts, nullptr);
-    const bool named = facts.usage == GSS_C_INITIATE || (facts.mechs.count() != 0 && names_acceptors(facts.mechs[0]));
-    if (status.failed() || !named)
-        return status;
-    HostName name;
-    status.major = gss_inquire_cred(&status.minor, handle, name.address(), nullptr, nullptr, nullptr);
-    return status.failed() ? status : name.display(facts.name);
+Status inquire_credential(const Credential *credential, CredentialFacts &facts) {
+    const gss_cred_id_t handle = static_cast<gss_cred_id_t>(host_of(credential));
+    if (credential != nullptr && has_name(credential->facts))
+        return inquire_with_name(handle, facts);
+    const Status status = inquire(handle, facts, nullptr);
+    return status.failed() || !has_name(facts) ? status : inquire_with_name(handle, facts);
 }
 
 } // namespace hostgss
