@@ -3,15 +3,13 @@ import json
 import os
 import re
 import signal
-import stat
 import subprocess
 import tempfile
 import unittest
 
 from network_harness import QXNEGO, SCRAM, SCRAM_1, Server, configuration
 
-SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-DOCS = os.path.join(SOURCE, "docs")
+DOCS = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "docs")
 WORDS = {"true", "false", "null", "serve", "connect", "log", "properties"}  # values and subcommands
 LOGON = "authcid=alice password=wonderland"
 
@@ -25,6 +23,14 @@ def keys(value):
     if isinstance(value, list):
         return set().union(*map(keys, value))
     return set(value).union(*map(keys, value.values())) if isinstance(value, dict) else set()
+
+
+def rows(kind):
+    """Of remedies.def, field by field."""
+    with open(os.path.join(os.path.dirname(DOCS), "tools", "show", "remedies.def")) as file:
+        lines = re.findall(r"^%s\((.*)\)$" % kind, file.read(), re.M)
+    return [[(text or number).replace('\\"', '"') for text, number in re.findall(r'"((?:[^"\\]|\\.)*)"|(\w+)', line)]
+            for line in lines]
 
 
 def documented(section):
@@ -61,11 +67,23 @@ class Docs(unittest.TestCase):
                    self.run_json("status", "1", "--mechanism", "SCRAM-SHA-1", "--config", self.config))
         self.check("try", self.run_json("try", "--user", "bob", "--offer", SCRAM, "--config", self.config))
 
+    def test_remedies(self):
+        """The page has the rows that the command has, in their order, and the command finds each."""
+        reasons = [row[1:] for row in rows("REASON")]
+        remedies = [(whose, ["%08X" % int(code, 16) for code in dict.fromkeys(codes)], texts)
+                    for whose, *codes, meaning, cause, remedy in rows("REMEDY") for texts in [[meaning, cause, remedy]]]
+        with open(os.path.join(DOCS, "reading-a-log.md")) as file:
+            page = [line.strip("| \n").split(" | ") for line in file if line.startswith("| ")]
+        self.assertEqual([row for row in page if len(row) == 4 and row[0] not in ("reason", "status")],
+                         reasons + [[whose + " " + " to ".join(codes), *texts] for whose, codes, texts in remedies])
+        known = [row for row in remedies if row[0] in ("major", "minor")]
+        for (_, _, texts), told in zip(known, self.run_json("status", *(codes[-1] for _, codes, _ in known))):
+            self.assertEqual([told["meaning"], told["cause"], told["remedy"]], texts)
+        told = self.run_json("status", "0x1F", "--mechanism", "SCRAM-SHA-1", "--config", self.config)[0]
+        self.assertEqual(told["meaning"], "the password is not this user's")
+
     def test_connections(self):
-        pages = os.path.join(self.folder, "pages")
-        os.mkdir(pages)
-        os.symlink(os.path.join(self.folder, "elsewhere"), os.path.join(pages, "connection-0000.html"))
-        server = Server(self.config, "--max-address", "1", "--story", pages)
+        server = Server(self.config, "--max-address", "1")
         options = "--config", self.config, "--logon", LOGON, "--no-messages"
         client = self.run_json("connect", server.address, *options)
         lines = [server.next()]  # and its place is free again
@@ -75,39 +93,9 @@ class Docs(unittest.TestCase):
         lines.append(server.next())
         self.assertEqual(server.stop(signal.SIGTERM), (0, ""))
         lines.append(server.next())
-        page = os.lstat(os.path.join(pages, lines[0]["story"]))
-        self.assertTrue(stat.S_ISREG(page.st_mode) and stat.S_IMODE(page.st_mode) == 0o600 and page.st_size > 1000)
-        self.assertEqual(os.listdir(pages), ["connection-0000.html"])
-        self.assertFalse(os.path.exists(os.path.join(self.folder, "elsewhere")))
         self.assertIn("refused", [line["event"] for line in lines])
         seldom = {"event": "notice", "text": "", "address": "", "connections": 0, "verdicts_left_out": 0}
         self.check("serve, connect", client, seldom, *lines)
-
-    def test_remedies(self):
-        with open(os.path.join(SOURCE, "tools", "show", "remedies.def")) as file:
-            rows = re.findall(r'^REMEDY\((.*), 0x(\w+), 0x(\w+), "(.*)", "(.*)", "(.*)"\)$', file.read(), re.M)
-        with open(os.path.join(DOCS, "reading-a-log.md")) as file:
-            table = re.findall(r"^\| (?:(SCRAM) )?((?:0x)?[0-9A-F]+)(?: to (\S+))? \| (.*) \| (.*) \| (.*) \|$", file.read(), re.M)
-        self.assertEqual([("SCRAM" * (owner == "SCRAM"), int(first, 16), int(last, 16), *texts)
-                          for owner, first, last, *texts in rows],
-                         [(owner, int(first, 16), int(last or first, 16), *texts) for owner, first, last, *texts in table])
-        for status in self.run_json("status", *sorted(self.codes_in_use())):
-            self.assertTrue(status["remedy"], status)
-
-    @staticmethod
-    def codes_in_use():
-        """Those that the framework and the mechanism name in their sources, but for successes."""
-        rows, used = {}, set()
-        for folder, _, names in os.walk(SOURCE):
-            if not re.match(r"(qxgss|qxat|gssp2qxnego)(/|$)", os.path.relpath(folder, SOURCE)):
-                continue
-            for name in names:
-                with open(os.path.join(folder, name)) as file:
-                    text = file.read()
-                rows.update((prefix + "_E_" + code, value) for prefix, value, code
-                            in re.findall(r"^(QX\w+)_CODE\((0x[EA]\w+)U, (\w+)", text, re.M))
-                used.update(re.findall(r"\bQX(?:NEGO|GSS)_E_\w+" if name.endswith(".cpp") else r"$^", text))
-        return {rows[name] for name in used if name in rows}
 
     def test_options(self):
         with open(os.path.join(DOCS, "man", "qxnego.1")) as file:

@@ -231,6 +231,7 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
     EXPECT_EQ(good.MechFtnTable.ftn_gssp_configure, &GOOD_configure);
     EXPECT_NE(good.MechFtnTable.ftn_gssp_release_name, nullptr);
     EXPECT_EQ(good.MechFtnTable.ftn_gssp_wrap, nullptr);
+    EXPECT_EQ(registered("DATA").MechFtnTable.ftn_gssp_release_name, nullptr); // nothing of what cannot be used
     EXPECT_EQ(good.pszLibrary, nullptr);
     EXPECT_EQ(registered("GONE").pszLibrary, folder_.path + "/./none.so");
     ASSERT_EQ(nego.NegotiatedMechCount, 2U);
@@ -313,17 +314,20 @@ TEST_F(Loader, LookUpsAnswerFromTheRegistry) {
     EXPECT_EQ(index, -1);
 
     qxgss_OID_desc none{0, nullptr};
+    index = 7;
     expect_all("000D0000/E100007B",
                {without_each(gssp_mechstr_to_oid, "GOOD", &oid), outcome(gssp_mechstr_to_oid, "good", &oid),
                 without_each(gssp_mechoidstr_to_oid, "1.2.3", &oid),
                 without_each(gssp_oid_to_mechindex, same, &index)});
     EXPECT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.", &oid), "000D0000/E1000081");
     EXPECT_EQ(outcome(gssp_oid_to_mechindex, &none, &index), "000D0000/E10000CD");
+    oid = same;
+    EXPECT_EQ(outcome(gssp_mechstr_to_oid, "NEGO", &oid), "000D0000/E100007B");
     expect_all("000D0000/E100007C", {without_each(gssp_oid_to_mechstr, registered("GOOD").pMechOid, &text),
                                      outcome(gssp_oid_to_mechstr, unknown, &text)});
     expect_all("000D0000/E10000DB",
                {without_each(gssp_mechstr_to_oidstr, "GOOD", &text), outcome(gssp_mechstr_to_oidstr, "NEGO", &text)});
-    EXPECT_TRUE(oid == nullptr && text == nullptr);
+    EXPECT_TRUE(oid == nullptr && text == nullptr && index == -1); // whatever was there before
 }
 
 TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {

@@ -1,7 +1,6 @@
 // The reader of saved logs gives back what was recorded, whatever stands in its texts, and no byte breaks it. Its rules
 // for any bytes are the fuzz target's.
 #include <cstdint>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +8,6 @@
 #include "gssp2qxnego/gssp2qxnegoint.h"
 #include "session/qxgss_log.h"
 #include "tests/support.h"
-#include "tools/show/page.h"
 
 // Ends the program where a rule is broken.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
@@ -107,7 +105,7 @@ TEST_F(Log, EveryChangedLogKeepsTheRules) {
     const auto check = [](const std::string &changed) {
         LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t *>(changed.data()), changed.size());
     };
-    for (std::size_t at = 0; at < text.size(); at += 11) {
+    for (std::size_t at = 0; at < text.size(); at += 3) {
         check(text.substr(0, at));
         for (const char c : {'\n', '<', '\xff'}) {
             std::string changed = text;
@@ -115,39 +113,6 @@ TEST_F(Log, EveryChangedLogKeepsTheRules) {
             check(changed);
         }
     }
-}
-
-// What a browser would run, load or leave the page for, and more of it than anybody reads.
-TEST_F(Log, AHostileLogIsTextOnThePage) {
-    const std::string huge(1 << 20, '<');
-    for (const std::string &status_text :
-         {std::string("</span><script>alert(1)</script><img src=//x onerror=\"x()\">\1\2 &lt; & '\xe2\x80\xae\xff"),
-          huge}) {
-        const std::string text = rendered(status_text);
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t *>(text.data()), text.size());
-    }
-    std::string many = rendered("");
-    for (int i = 4; i != 5000; ++i)
-        many += "Record " + std::to_string(i) + ": x\n   Text: <\n   Mechanism:        <" + std::to_string(i) + ">\n";
-    std::ostringstream out;
-    tools::print_page(out, *tools::SavedLog::read(tools::as_bytes(many)), {{{"user", huge}}, {}});
-    EXPECT_TRUE(out.str().size() < 1'000'000 && out.str().find("<p>and 3000 more</p>") != std::string::npos);
-    EXPECT_EQ(out.str().find("<<"), std::string::npos);
-}
-
-TEST_F(Log, TellsWhatThePeerHadSettledOn) {
-    const auto record = [](int number, const char *text, const char *state) {
-        return "Record " + std::to_string(number) + ": QXNEGO_accept_sec_context call 2\n   Text:             " + text +
-               "\n   Mechanism:        NTLMSSP\n   MechState:        " + state +
-               "\n   MechReason:       GSSAPI Error\n   GSS MajorStatus:  00070000\n   NegStateFromPeer: Completed\n";
-    };
-    const std::string text = rendered("").substr(0, 24) +
-                             record(0, "QXNEGO_INT_ProcessNegMech: Peer reporting", "Selected") +
-                             record(1, "accept_sec_context failed", "Rejected");
-    const std::vector<std::string> advice = tools::advice_of(*tools::SavedLog::read(tools::as_bytes(text)));
-    ASSERT_EQ(advice.size(), 2U);
-    EXPECT_EQ(advice[0], "The client had already settled on NTLMSSP, which failed here. Rank such a mechanism last.");
-    EXPECT_TRUE(advice[1].starts_with("NTLMSSP: There is no credential to do this with. Usually: "));
 }
 
 TEST_F(Log, RefusesWhatItCannotRead) {

@@ -8,14 +8,26 @@ import subprocess
 import tempfile
 import time
 import unittest
+from html.parser import HTMLParser
 
 from network_harness import *
 
 ALICE, BOB = "authcid=alice password=wonderland", "authcid=bob password=builder"
+MARKUP = "html head meta style title body h1 h2 h3 p div span b small br table tr th td".split()
+MOST_STORIES = 40
+
+
+class Markup(HTMLParser):
+    """Of a page: elements that do nothing, without addresses."""
+
+    def handle_starttag(self, tag, attributes):
+        assert tag in MARKUP and {name for name, _ in attributes} <= {"class", "style", "lang", "name", "charset",
+                                                                      "content", "http-equiv"}, (tag, attributes)
 
 
 class Case(unittest.TestCase):
-    """One server for all tests of a class; it must still serve after them, and end cleanly."""
+    """One server for all tests of a class; it must still serve after them, and end cleanly, and whatever peers said, its pages
+    have only markup of its own."""
 
     mechanisms, offer, policy, server_options, options = (), (), "", (), ()
 
@@ -26,12 +38,20 @@ class Case(unittest.TestCase):
         cls.folder = folder.name
         cls.config = configuration(cls.folder, "server", *cls.mechanisms, policy=cls.policy)
         cls.client = configuration(cls.folder, "client", *cls.offer)
-        cls.server = Server(cls.config, *cls.server_options, address="localhost")
+        cls.stories = os.path.join(cls.folder, "stories")
+        os.mkdir(cls.stories)
+        stories = "--story", cls.stories, "--story-files", str(MOST_STORIES)
+        cls.server = Server(cls.config, *cls.server_options, *stories, address="localhost")
 
     @classmethod
     def tearDownClass(cls):
         ended = cls.server.stop(signal.SIGTERM)
         assert ended == (0, ""), ended
+        pages = [os.path.join(cls.stories, name) for name in os.listdir(cls.stories)]
+        assert 0 < len(pages) <= MOST_STORIES, len(pages)
+        for page in pages:
+            with open(page, encoding="utf-8") as file:
+                Markup().feed(file.read())
 
     def start(self, address, logon, *options, config=None):
         logon = ["--logon", logon] if logon else []
@@ -128,7 +148,8 @@ class Scram(Case):
                 (init_token((SCRAM_OID, {1: b"\3", 2: b"\5"})), "negotiation"),
                 (claim(b"bob"), "network", "claimed"), (claim(b"eve"), "network")]
         rows += [(init_token((SCRAM_OID, {**FAILED, 5: text}), claim=text), "negotiation")
-                 for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", FORGED, b'"; success: "', b"\0" * 1500)]
+                 for text in (b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x80\xae", b"a\0b", FORGED, b'"; success: "', b"\0" * 1500,
+                              b"</div><script>alert(1)</script><img src='https://x.invalid/'>")]
         with contextlib.ExitStack() as stack:
             peers = [stack.enter_context(self.server.connection()) for _ in rows]
             for peer, (sent, *_) in zip(peers, rows):
@@ -273,8 +294,10 @@ class Realm(Case):
         config = configuration(self.folder, "ntlm_first", NTLM, SCRAM)
         self.talk(self.server.address, "authcid=alice realm=QXTEST password=wonderland", "--no-messages", expect=6,
                   config=config)
-        self.assertIn("; the client had already settled on NTLMSSP, which failed here",
-                      self.told("negotiation")["failure"])
+        settled = "he client had already settled on NTLMSSP, which failed here"
+        self.assertIn("; t" + settled, self.told("negotiation")["failure"])
+        pages = [open(os.path.join(self.stories, name)).read() for name in os.listdir(self.stories)]
+        self.assertTrue(any("T" + settled in page for page in pages))
 
     def test_twenty_at_once(self):
         wrong = self.password + "x"

@@ -83,8 +83,13 @@ void add_serve(CLI::App &program, ServeOptions &options) {
     add_limit("--max-address", options.limits.clients_of_address, "Most clients of one address at a time");
     add_limit("--max-failures", options.limits.failures_a_minute,
               "Failed logons a minute after which an address is served more slowly");
+    command
+        .add_option("--story", options.story, "Leave the story of each connection in this folder, as a page of HTML")
+        ->type_name("DIR");
+    command.add_option("--story-files", options.story_files, "Most files in that folder; what comes after leaves none")
+        ->check(CLI::Range(1U, 1'000'000U))
+        ->capture_default_str();
     add_connection(command, options);
-    command.add_option("--story", options.story, "Leave a page for each negotiation in this folder")->type_name("DIR");
     command
         .add_option("--refusal-time", options.session.RefusalTime,
                     "How long after a client's last token a refusal is sent")
@@ -149,9 +154,12 @@ void add_dump(CLI::App &program, DumpOptions &options) {
     command.add_option("FILE", options.file,
                        "The token, the log or the user properties: binary, hexadecimal or base64; without it, or as -, "
                        "standard input");
-    command.add_flag("--inner", options.inner, "Show the contents of inner tokens too, which may be secret");
+    auto *inner =
+        command.add_flag("--inner", options.inner, "Show the contents of inner tokens too, which may be secret");
     auto *json = command.add_flag("--json", options.json, "As JSON");
-    command.add_flag("--html", options.html, "A log or user properties as a page for a browser")->excludes(json);
+    command.add_flag("--html", options.html, "A log or user properties as a page of HTML")
+        ->excludes(inner)
+        ->excludes(json);
 }
 
 // Not in the help: what dump shows, or a part of it.

@@ -64,7 +64,8 @@ void run_mechs(const MechsOptions &options);
 struct ServeOptions : ConnectionOptions {
     std::vector<std::string> addresses{"localhost:10442"};
     AdmissionLimits limits;
-    std::string story; // folder of the pages
+    std::string story; // folder for a page of each connection; empty: none
+    unsigned story_files = 1000;
 };
 void run_serve(const ServeOptions &options);
 

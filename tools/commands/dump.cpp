@@ -193,6 +193,7 @@ Json json_of_log(const SavedLog &log) {
     return {{"host", printable(common::bytes_of(&log.facts().Host))},
             {"written", printable(common::bytes_of(&log.facts().Time))},
             {"mechanisms", mechanisms},
+            {"note", settled_note(log)},
             {"events", events},
             {"log", lines_of(log.text())}};
 }
@@ -217,6 +218,8 @@ Json json_of(const SavedLog &log) {
 void print_text(const SavedLog &log) {
     print_log(std::cout, log.text());
     print_last_records(std::cout, log);
+    if (const std::string note = settled_note(log); !note.empty())
+        std::cout << '\n' << note << '\n';
 }
 
 void require_whole(const SavedLog &log, ByteView content, const std::string &file) {
@@ -225,10 +228,14 @@ void require_whole(const SavedLog &log, ByteView content, const std::string &fil
                       kExitUsage);
 }
 
+void show_page(const std::optional<SavedLog> &log, const std::string &file) {
+    if (!log || log->text().empty())
+        throw Failure(shown_name(file) + ": holds no negotiation log", kExitUsage);
+    std::cout << page_of(&*log, {"Negotiation in " + shown_name(file)});
+}
+
 void show_saved(const SavedLog &log, ByteView content, const DumpOptions &options) {
-    if (options.html) {
-        print_page(std::cout, log, {});
-    } else if (options.json) {
+    if (options.json) {
         std::cout << json_of(log).dump(2) << '\n';
     } else {
         if (!log.properties().empty())
@@ -243,10 +250,11 @@ void show_saved(const SavedLog &log, ByteView content, const DumpOptions &option
 
 void run_dump(const DumpOptions &options) {
     const Bytes content = read_dumped_file(options.file);
-    if (const std::optional<SavedLog> log = SavedLog::read(content))
-        return show_saved(*log, content, options);
+    const std::optional<SavedLog> log = SavedLog::read(content);
     if (options.html)
-        throw Failure(shown_name(options.file) + ": holds neither a log nor user properties", kExitUsage);
+        return show_page(log, options.file);
+    if (log)
+        return show_saved(*log, content, options);
     if (const std::optional<Foreign> foreign = read_foreign(content))
         return show_foreign(*foreign, content, options);
     show_token(content, options);

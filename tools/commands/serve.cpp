@@ -44,8 +44,7 @@ void echo(Conversation &conversation, Story &story) {
     }
 }
 
-// The connection is closed when it returns: nobody sees how long the story takes to write.
-Story talk(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
+Story hold(Descriptor socket, const ServeOptions &options, const std::vector<std::string> &required,
            Clock::duration pause, const Worker::Lift &lift_limit) {
     Story story;
     story.peer = peer_address(socket);
@@ -68,9 +67,7 @@ Story talk(Descriptor socket, const ServeOptions &options, const std::vector<std
 }
 
 // Its result begins with an octet that says whether somebody has tried to log on; then comes what is to be printed.
-std::string told(Story story, const ServeOptions &options, const StoryFolder &folder, const std::string &page) {
-    if (folder.write(page, story))
-        story.page = page;
+std::string result_of(const Story &story, const ServeOptions &options) {
     std::ostringstream out;
     print(out, story, options);
     return (story.is_attempt ? '1' : '0') + out.str();
@@ -81,8 +78,10 @@ std::string told(Story story, const ServeOptions &options, const StoryFolder &fo
 class Server {
   public:
     Server(const ServeOptions &options, std::vector<std::string> required, std::vector<Descriptor> sockets)
-        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits),
-          folder_(options.story) {}
+        : options_(options), required_(std::move(required)), sockets_(std::move(sockets)), admission_(options.limits) {
+        if (!options.story.empty())
+            stories_.emplace(options.story, options.story_files);
+    }
 
     // What the framework had to say.
     void announce(const std::vector<std::string> &notices);
@@ -99,6 +98,7 @@ class Server {
     void announce_addresses();
     void wait(Clock::time_point deadline);
     void poll_all(Clock::time_point deadline);
+    void leave_page(const std::string &name, const Story &story) const;
     Worker start(Descriptor &socket, Clock::duration pause);
     void accept_from(const Descriptor &listener);
     void add_client(Descriptor socket);
@@ -116,7 +116,7 @@ class Server {
     std::vector<Descriptor> sockets_;
     std::list<Client> clients_;
     Admission admission_;
-    StoryFolder folder_;
+    std::optional<StoryFolder> stories_;
     Output output_{STDOUT_FILENO};
     Clock::time_point counted_ = Clock::now();
     bool is_ending_ = false;
@@ -143,16 +143,28 @@ void Server::announce_addresses() {
     }
 }
 
+// A page that cannot be made is missing, and nothing else; it is made when the client has gone, whom its time tells
+// nothing.
+void Server::leave_page(const std::string &name, const Story &story) const {
+    try {
+        stories_->write(name, page_of(story));
+    } catch (const std::exception &) {
+    }
+}
+
 Worker Server::start(Descriptor &socket, Clock::duration pause) {
     const auto logon = std::chrono::milliseconds(options_.session.LogonTime + options_.session.RefusalTime);
-    const std::string page = folder_.next_name();
+    const std::optional<std::string> page = stories_ ? stories_->next_name() : std::nullopt;
     return Worker(
         [&](const Worker::Lift &lift_limit) {
             for (Descriptor &listener : sockets_)
                 listener.close();
             for (Client &other : clients_)
                 other.worker.forget();
-            return told(talk(std::move(socket), options_, required_, pause, lift_limit), options_, folder_, page);
+            const Story story = hold(std::move(socket), options_, required_, pause, lift_limit);
+            if (page)
+                leave_page(*page, story);
+            return result_of(story, options_);
         },
         std::chrono::ceil<std::chrono::seconds>(pause + logon + kToHang));
 }
@@ -324,7 +336,6 @@ void run_serve(const ServeOptions &options) {
         for (Descriptor &socket : listen_at(parse_address(address)))
             sockets.push_back(std::move(socket));
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); // costs a page only
     Server server(options, std::move(required), std::move(sockets));
     server.announce(registry->messages());
     server.run();

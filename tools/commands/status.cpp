@@ -1,21 +1,17 @@
-// qxnego status CODE...: what a major or minor status is called, what it is made of, and its text. A mechanism's own
-// statuses follow no common layout, so that only the mechanism can tell them.
+// qxnego status CODE...: what a major or minor status is called, what it is made of, its text, and what it means to
+// whoever meets it. A mechanism's own statuses follow no common layout, so that only the mechanism has their texts.
 #include <charconv>
-#include <cstring>
 #include <iostream>
 
 #include <nlohmann/json.hpp>
 
-#include "common/bytes.h"
 #include "tools/commands/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/registry.h"
 #include "tools/show/codes.h"
-#include "tools/show/oids.h"
 #include "tools/show/remedies.h"
 #include "tools/show/story.h"
-#include "tools/show/table.h"
 
 namespace tools {
 
@@ -37,17 +33,17 @@ OM_uint32 parse_code(const std::string &text) {
     return code;
 }
 
-void add(Json &status, const Remedy *remedy) {
-    for (const auto &[name, text] : {std::pair("meaning", &Remedy::meaning), std::pair("cause", &Remedy::cause),
-                                     std::pair("remedy", &Remedy::remedy)})
-        status[name] = remedy == nullptr ? Json() : Json(remedy->*text);
+void add_remedy(Json &status, const Remedy *row) {
+    status["meaning"] = row == nullptr ? Json() : Json(row->meaning);
+    status["cause"] = row == nullptr ? Json() : Json(row->cause);
+    status["remedy"] = row == nullptr ? Json() : Json(row->remedy);
 }
 
 Json describe_major(OM_uint32 code) {
     Json out = {{"code", code_text(code)}, {"kind", "major"}, {"name", major_name(code)}, {"parts", Json::array()}};
     for (const StatusPart &part : major_parts(code))
         out["parts"].push_back({{"field", part.field}, {"name", part.name}, {"text", part.text}});
-    add(out, remedy_of_major(code));
+    add_remedy(out, find_major_remedy(code));
     return out;
 }
 
@@ -61,7 +57,7 @@ Json describe_minor(OM_uint32 code) {
     out["owner"] = known == nullptr ? Json() : Json(known->owner);
     out["name"] = known == nullptr || *known->name == '\0' ? Json() : Json(known->name);
     out["text"] = known == nullptr ? Json() : Json(known->text);
-    add(out, find_remedy(Owner::MINOR, code));
+    add_remedy(out, find_minor_remedy(code));
     return out;
 }
 
@@ -71,7 +67,7 @@ Json describe_own(const MechInfo_t &mechanism, OM_uint32 code) {
                 {"kind", "mechanism"},
                 {"owner", printable(mechanism.pszMechName)},
                 {"text", printable(minor_text(code, &mechanism))}};
-    add(out, remedy_of_minor(mechanism_name(as_bytes(common::bytes_of(mechanism.pMechOid))), code));
+    add_remedy(out, find_minor_remedy(code, mechanism.pszMechName));
     return out;
 }
 
@@ -91,12 +87,12 @@ void print_major(const Json &status) {
         std::cout << "  (a minor status of a mechanism's own? --mechanism explains those)\n";
 }
 
-void print_own(const Json &status) {
-    std::cout << "minor status of " << status["owner"].get<std::string>() << '\n'
-              << "  " << status["text"].get<std::string>() << '\n';
-}
-
 void print_minor(const Json &status) {
+    if (status["kind"] == "mechanism") {
+        std::cout << "minor status of " << status["owner"].get<std::string>() << '\n'
+                  << "  " << status["text"].get<std::string>() << '\n';
+        return;
+    }
     std::cout << "minor status of " << text_or(status["owner"], "another mechanism, or of nobody");
     std::cout << (status["name"].is_null() ? "" : ", " + status["name"].get<std::string>()) << '\n'
               << "  severity " << status["severity"].get<std::string>() << ", component " << status["component"]
@@ -104,24 +100,13 @@ void print_minor(const Json &status) {
               << "  " << text_or(status["text"], "(no text)") << '\n';
 }
 
-void print_remedy(const Json &status) {
-    constexpr const char *kNames[] = {"meaning", "cause", "remedy"};
-    for (const char *name : kNames) {
-        std::string label = std::string("  ") + name + std::string(9 - std::strlen(name), ' ');
-        for (const std::string &line : wrap(text_or(status[name], ""), page_width(std::cout) - label.size())) {
-            if (!line.empty())
-                std::cout << label << line << '\n';
-            label.assign(label.size(), ' ');
-        }
-    }
-}
-
 void print_text(const Json &status) {
     std::cout << status["code"].get<std::string>() << "  ";
-    status["kind"] == "major"   ? print_major(status)
-    : status["kind"] == "minor" ? print_minor(status)
-                                : print_own(status);
-    print_remedy(status);
+    status["kind"] == "major" ? print_major(status) : print_minor(status);
+    if (!status["meaning"].is_null())
+        std::cout << "  meaning:     " << status["meaning"].get<std::string>() << '\n'
+                  << "  usual cause: " << status["cause"].get<std::string>() << '\n'
+                  << "  what to do:  " << status["remedy"].get<std::string>() << '\n';
 }
 
 Json describe(const std::vector<OM_uint32> &codes) {

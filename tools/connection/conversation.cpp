@@ -13,6 +13,7 @@ namespace {
 
 using common::bytes_of;
 
+constexpr std::size_t kMostCalls = 100; // that are kept
 constexpr char kPeerClosed[] = "the peer closed the connection";
 
 ExitStatus status_of(qxgss_session_failure_et failure) {
@@ -76,8 +77,9 @@ Conversation::Conversation(Stream stream, std::chrono::milliseconds silence, boo
 void Conversation::observe(void *conversation, const char *call, OM_uint32 major, OM_uint32 minor,
                            const qxgss_buffer_desc *token) {
     const std::string_view bytes = bytes_of(token);
-    static_cast<Conversation *>(conversation)
-        ->calls_.push_back({now(), call, major, minor, minor_text(minor), Bytes(bytes.begin(), bytes.end())});
+    std::vector<Call> &calls = static_cast<Conversation *>(conversation)->calls_;
+    if (calls.size() < kMostCalls)
+        calls.push_back({now(), call, major, minor, minor_text(minor), Bytes(bytes.begin(), bytes.end())});
 }
 
 // Nothing is sent without protection here: who has none has logged on, and that is all.

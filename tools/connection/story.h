@@ -46,7 +46,6 @@ struct Story {
 
     std::vector<Call> calls; // when they are asked for
     Bytes properties;        // likewise: the user properties, with the rendered log in them
-    std::string page;        // the file that tells all of it; empty without one
 };
 
 } // namespace tools

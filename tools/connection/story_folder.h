@@ -1,35 +1,29 @@
-// Where a server leaves a page for each negotiation. Names are its own, and so many pages and bytes are the most: a
-// stranger can fill no disk with them, but can have them replaced sooner by coming often.
+// A folder in which each connection leaves its story as a page: in new files of names of our own, and in so many only.
 #ifndef QXNEGO_TOOLS_CONNECTION_STORY_FOLDER_H
 #define QXNEGO_TOOLS_CONNECTION_STORY_FOLDER_H
 
+#include <optional>
 #include <string>
 
-#include "tools/connection/story.h"
 #include "tools/descriptor.h"
 
 namespace tools {
 
-inline constexpr unsigned kMostPages = 1000;
-inline constexpr std::size_t kLargestPage = std::size_t{2} << 20; // bytes; a larger one is not written
-
 class StoryFolder {
   public:
-    // The folder, which must be there; none for an empty path. Throws Failure (usage).
-    explicit StoryFolder(const std::string &path);
+    // Files that are there already count too. Throws Failure (usage) when it is no folder that can be read.
+    StoryFolder(const std::string &path, unsigned most_files);
 
-    bool is_open() const { return folder_.get() >= 0; }
+    // Nothing once there are enough.
+    std::optional<std::string> next_name();
 
-    // The name of the next page: that of the oldest again after kMostPages.
-    std::string next_name();
-
-    // Writes the story's page as a new file that only this user can read, in the place of one of that name. Whether it
-    // was written: a story without a log has none, and a failure costs the page and nothing else.
-    bool write(const std::string &name, const Story &story) const;
+    // Makes the file, which only this user can read; whatever fails leaves none behind.
+    void write(const std::string &name, std::string_view page) const;
 
   private:
     Descriptor folder_;
-    unsigned count_ = 0;
+    unsigned left_ = 0;
+    unsigned number_ = 0;
 };
 
 } // namespace tools

@@ -3,18 +3,14 @@
 #include <algorithm>
 #include <map>
 #include <new>
-#include <set>
 
 #include "gssp2qxnego/words.h"
 #include "tools/show/oids.h"
-#include "tools/show/remedies.h"
 #include "tools/show/table.h"
 
 namespace tools {
 
 namespace {
-
-constexpr OM_uint32 kCompleted = 1; // of qxgss_log_record_desc's negotiation states
 
 std::string_view take_line(std::string_view &text) {
     const std::string_view line = text.substr(0, text.find('\n'));
@@ -29,18 +25,6 @@ std::vector<Description> all(OM_uint32 count, qxgss_log_t log, Inquire inquire) 
         if (inquire(nullptr, log, i, &out[i]) != GSS_S_COMPLETE)
             throw std::bad_alloc();
     return out;
-}
-
-// Mechanisms whose other end finishes first settle the negotiation before this side has judged them.
-std::set<std::string> settled_by_peer(const SavedLog &log) {
-    std::set<std::string> selected;
-    bool is_done = false;
-    for (const LogRecord &record : log.records()) {
-        is_done = is_done || record.NegStateFromPeer == kCompleted;
-        if (record.IsPeerView != 0 && record.MechState == QXGSS_MECH_STATE_SELECTED)
-            selected.insert(mechanism_of(record));
-    }
-    return is_done ? selected : std::set<std::string>();
 }
 
 std::string word_or_dash(std::string_view word) {
@@ -95,25 +79,25 @@ std::vector<const LogRecord *> last_records(const SavedLog &log) {
     return last;
 }
 
-std::vector<std::string> advice_of(const SavedLog &log) {
-    constexpr std::size_t kMost = 100;
-    const std::set<std::string> settled = settled_by_peer(log);
-    std::vector<std::string> out;
-    for (const LogRecord *last : last_records(log)) {
-        const std::string mechanism = mechanism_of(*last), name = shortened(mechanism);
-        if (last->MechState != QXGSS_MECH_STATE_REJECTED || last->MechReason != QXGSS_MECH_REASON_GSSAPI_ERROR ||
-            out.size() > kMost)
-            continue;
-        if (settled.contains(mechanism))
-            out.push_back(std::string("The ") + (last->IsInitiator != 0 ? "server" : "client") +
-                          " had already settled on " + name + ", which failed here. Rank such a mechanism last.");
-        const Remedy *remedy = remedy_of_minor(mechanism, last->MinorStatus);
-        if (remedy == nullptr && (last->MajorStatus & 0x00FF0000U) != GSS_S_FAILURE) // which says nothing by itself
-            remedy = remedy_of_major(last->MajorStatus);
-        if (remedy != nullptr)
-            out.push_back(name + ": " + remedy->meaning + " Usually: " + remedy->cause + ' ' + remedy->remedy);
-    }
-    return out;
+std::string settled_note(const SavedLog &log) {
+    const std::vector<LogRecord> &records = log.records();
+    constexpr OM_uint32 kCompleted = 1;
+    if (records.empty() || records.back().NegStateFromPeer != kCompleted || records.back().NegState == kCompleted)
+        return "";
+    const auto is_settled = [](const LogRecord &record) {
+        return record.IsPeerView != 0 && record.MechState == QXGSS_MECH_STATE_SELECTED;
+    };
+    const auto settled = std::ranges::find_if(records.rbegin(), records.rend(), is_settled);
+    if (settled == records.rend())
+        return "";
+    const std::string mechanism = mechanism_of(*settled);
+    const auto has_failed = [&](const LogRecord *record) {
+        return mechanism_of(*record) == mechanism && record->MechState == QXGSS_MECH_STATE_REJECTED;
+    };
+    if (std::ranges::none_of(last_records(log), has_failed))
+        return "";
+    return std::string("The ") + (settled->IsInitiator != 0 ? "server" : "client") + " had already settled on " +
+           printable(mechanism) + ", which failed here.";
 }
 
 std::vector<std::string> lines_of(std::string_view log) {
@@ -134,9 +118,6 @@ void print_last_records(std::ostream &out, const SavedLog &log) {
         table.add({mechanism_of(*record), state_word(*record), reason_word(*record),
                    std::string(common::bytes_of(&record->StatusText))});
     table.print(out);
-    for (const std::string &sentence : advice_of(log))
-        for (const std::string &line : wrap(sentence, page_width(out) - 2))
-            out << "  " << line << '\n';
 }
 
 } // namespace tools

@@ -52,14 +52,14 @@ std::string reason_word(const LogRecord &record);
 // The last record of each mechanism in which this side sees it, in the order in which the log first names them.
 std::vector<const LogRecord *> last_records(const SavedLog &log);
 
-// What else it says to the reader: a mechanism on which the other side had settled, and for each that failed what that
-// means and what to do. Sentences that are safe to print.
-std::vector<std::string> advice_of(const SavedLog &log);
+// When the peer had settled on a mechanism that then failed here, after which no other gets its turn, a line that says
+// so; otherwise empty.
+std::string settled_note(const SavedLog &log);
 
 // The log's lines, each safe to print.
 std::vector<std::string> lines_of(std::string_view log);
 
-// The log indented, line by line, and the table of its last records, with the advice below it.
+// The log indented, line by line, and the table of its last records.
 void print_log(std::ostream &out, std::string_view log);
 void print_last_records(std::ostream &out, const SavedLog &log);
 

@@ -1,270 +1,312 @@
+// Markup is constants alone; everything else goes through Page::text, which escapes it, or is a number.
 #include "tools/show/page.h"
 
 #include <algorithm>
-#include <map>
 #include <span>
+#include <utility>
 
-#include <openssl/evp.h>
-
-#include "gssp2qxnego/words.h"
 #include "tools/show/codes.h"
+#include "tools/show/log.h"
 #include "tools/show/remedies.h"
-#include "tools/show/user_properties.h"
 
 namespace tools {
 
 namespace {
 
-// ---- Markup --------------------------------------------------------------------------------------------------------
+using common::bytes_of;
+using Record = LogRecord;
 
-// Of this file alone: everything else that is written is text.
-struct Markup {
-    std::string_view text;
-};
-consteval Markup operator""_html(const char *text, std::size_t length) {
-    return {{text, length}};
-}
+constexpr std::size_t kMostRecords = 5'000; // that are looked at
+constexpr std::size_t kMostMechanisms = 32; // with these three a page stays within its size
+constexpr std::size_t kMostSegments = 16;   // of a band
+constexpr std::size_t kRoomForEnd = 4096;   // what stands behind the records, and the rest of one
 
-class Html {
+class Markup {
   public:
-    explicit Html(std::ostream &out) : out_(out) {}
-
-    template <typename... Parts> void write(const Parts &...parts) { (put(parts), ...); }
+    template <std::size_t Size> consteval Markup(const char (&text)[Size]) : text_(text, Size - 1) {}
+    std::string_view get() const { return text_; }
 
   private:
-    void put(Markup markup) { out_ << markup.text; }
-    void put(std::size_t number) { out_ << number; }
-    void put(std::string_view text) {
-        for (const char c : printable(text, common::kMostOfLine)) {
-            const std::size_t at = std::string_view("&<>\"'").find(c);
-            constexpr const char *kEntities[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&#39;"};
-            at == std::string_view::npos ? out_ << c : out_ << kEntities[at];
-        }
-    }
-
-    std::ostream &out_;
+    std::string_view text_;
 };
 
-constexpr Markup kStyle = R"(
-:root{color-scheme:light dark;--line:#8886;--soft:#8882;--bad:#c33;--good:#284;--quiet:#777}
-body{font:15px/1.45 system-ui,sans-serif;max-width:70rem;margin:0 auto;padding:1rem;overflow-wrap:anywhere}
-h1{font-size:1.4rem;margin:.2rem 0}h2{font-size:1.1rem;margin:1.6rem 0 .5rem}p{margin:.4rem 0}
-dl{display:grid;grid-template-columns:max-content 1fr;gap:.1rem .8rem;margin:.5rem 0}dd{margin:0}
-.quiet,dt,.at{color:var(--quiet)}.at{font-variant-numeric:tabular-nums;white-space:nowrap}
-.band{margin:.5rem 0}.band div{display:flex;flex-wrap:wrap;gap:2px}
-.band span{flex:1 1 9rem;padding:.2rem .5rem;background:var(--soft);border-top:4px solid var(--line)}
-.band .selected{border-color:var(--good)}.band .rejected{border-color:var(--bad)}
-.note{border-left:4px solid var(--bad);background:var(--soft);padding:.4rem .7rem;margin:.5rem 0}
-.flow{display:grid;grid-template-columns:1fr 1fr;gap:.4rem 1.2rem}
-.flow h3{margin:0;font-size:1rem;border-bottom:2px solid var(--line)}
-.flow ul{list-style:none;margin:0;padding:.4rem .6rem;border:1px solid var(--line);border-radius:6px;align-self:start}
-.flow li{padding:.15rem 0}.client{grid-column:1}.server{grid-column:2}
-.arrow{grid-column:1/3;display:flex;align-items:center;gap:.5rem}.arrow:before,.arrow:after{content:"";flex:1;border-top:2px solid}
-.right b:after{content:"\a0\25B6\FE0E"}.left b:before{content:"\25C0\FE0E\a0"}
-.state{font-style:normal;font-weight:600}.state.selected{color:var(--good)}.state.rejected{color:var(--bad)}
-.scroll{overflow-x:auto}table{border-collapse:collapse}td,th{text-align:left;vertical-align:top;padding:.2rem .7rem .2rem 0;border-bottom:1px solid var(--line)}
-th{white-space:nowrap}.flow .arrow{margin:.2rem 0}
-@media(max-width:42rem){.flow{display:block}.flow h3{display:none}.flow ul{margin:.4rem 0}.flow ul:before{font-weight:600}
-.flow .client{margin-right:12%}.flow .server{margin-left:12%}.flow .client:before{content:"Client"}.flow .server:before{content:"Server"}}
-)"_html;
+class Page {
+  public:
+    Page &operator<<(Markup markup) {
+        out_ += markup.get();
+        return *this;
+    }
+    Page &operator<<(std::uint64_t number) {
+        out_ += std::to_string(number);
+        return *this;
+    }
+    Page &text(std::string_view text, std::size_t most = common::kMostOfText) {
+        for (const char c : printable(text, most)) {
+            const std::size_t at = kSpecial.find(c);
+            at == kSpecial.npos ? out_ += c : out_ += kEntities[at];
+        }
+        return *this;
+    }
+    std::size_t size() const { return out_.size(); }
+    std::string take() { return std::move(out_); }
 
-// For the policy that lets no other style in.
-std::string hash_of(std::string_view text) {
-    unsigned char hash[EVP_MAX_MD_SIZE], base64[2 * EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    if (EVP_Digest(text.data(), text.size(), hash, &length, EVP_sha256(), nullptr) != 1)
-        return "";
-    const int written = EVP_EncodeBlock(base64, hash, static_cast<int>(length));
-    return {reinterpret_cast<const char *>(base64), static_cast<std::size_t>(written)};
+  private:
+    static constexpr std::string_view kSpecial = "&<>\"'";
+    static constexpr std::string_view kEntities[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&#39;"};
+    std::string out_;
+};
+
+constexpr Markup kHead = R"(<!DOCTYPE html>
+<html lang="en"><head><meta charset="utf-8">
+<meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'">
+<meta name="referrer" content="no-referrer"><meta name="viewport" content="width=device-width, initial-scale=1">
+<style>
+body{font:15px/1.4 system-ui,sans-serif;color:#1b1f24;background:#fff;max-width:1100px;margin:0 auto;padding:12px}
+h1{font-size:1.5em;margin:.3em 0}h2{font-size:1.15em;margin:1.6em 0 .5em}h3{font-size:1em;margin:0 0 .2em}p{margin:.3em 0}
+h1,h3,p,td,th,.e,.s{overflow-wrap:anywhere}small{color:#57606a}
+.note{background:#fff1e5;border-left:4px solid #bc4c00;padding:6px 10px}
+table{border-collapse:collapse}th,td{text-align:left;vertical-align:top;padding:2px 12px 2px 0}th{font-weight:600}
+.band{display:flex;margin:2px 0 6px}.s{flex-basis:0;min-width:0;padding:3px 6px;border:1px solid #fff;background:#eaeef2}
+.sel{background:#cdf1d3}.rej{background:#ffd8d3}
+.card{border-left:4px solid #cf222e;padding:2px 10px;margin:0 0 12px}
+.g{display:grid;grid-template-columns:1fr 1fr;gap:4px 24px;align-items:start}.g>h3{border-bottom:2px solid #57606a}
+.c{grid-column:1}.v{grid-column:2}.e{background:#f6f8fa;border-left:3px solid #8c959f;padding:3px 8px}
+.e.sel{border-color:#1a7f37;background:#eafbee}.e.rej{border-color:#cf222e;background:#fff0ee}.told{border-left-style:dashed}
+.a{grid-column:1/3;display:flex;align-items:center;gap:8px;color:#0550ae;margin:8px 0}
+.l{flex:1;border-top:2px solid #0550ae}
+@media(max-width:600px){body{font-size:13px}.g{gap:4px 8px}.band{flex-direction:column}.s{flex:none}td,th{display:block}}
+</style>
+)";
+
+Markup side_word(bool is_client) {
+    return is_client ? Markup("client") : Markup("server");
 }
 
 Markup class_of(OM_uint32 state) {
-    constexpr Markup kClasses[] = {""_html, ""_html, "selected"_html, "rejected"_html};
-    return kClasses[state < std::size(kClasses) ? state : 0];
+    return state == QXGSS_MECH_STATE_SELECTED   ? Markup(" sel")
+           : state == QXGSS_MECH_STATE_REJECTED ? Markup(" rej")
+                                                : Markup("");
 }
 
-// ---- Parts of the page ---------------------------------------------------------------------------------------------
-
-std::string state_and_reason(const LogRecord &record) {
-    const bool has_reason = record.MechReason > QXGSS_MECH_REASON_AVAILABLE;
-    return state_word(record) + (has_reason ? ", " + reason_word(record) : "");
+// "Rejected, Due to Policy"; of an available one only what it has come to.
+void put_state(Page &page, const Record &record) {
+    page.text(state_word(record));
+    if (record.MechState != QXGSS_MECH_STATE_AVAILABLE && record.MechReason != 0)
+        page << ", ";
+    if (record.MechState != QXGSS_MECH_STATE_AVAILABLE)
+        page.text(reason_word(record));
+    if (record.IsCtxEstablished != 0)
+        page << ", established";
 }
 
-std::string milliseconds(OM_uint64 time) {
-    return std::to_string(time) + " ms";
-}
+// ---- Bands ---------------------------------------------------------------------------------------------------------
 
-void write_head(Html &html, const SavedLog &log, const PageFacts &facts) {
-    html.write(
-        "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n"
-        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src &#39;none&#39;; style-src &#39;sha256-"_html,
-        hash_of(kStyle.text),
-        "&#39;; base-uri &#39;none&#39;; form-action &#39;none&#39;\">\n"
-        "<meta name=\"viewport\" content=\"width=device-width\"><meta name=\"referrer\" content=\"no-referrer\">\n"
-        "<title>A negotiation of QXNEGO</title><style>"_html,
-        kStyle, "</style></head>\n<body><h1>A negotiation, as the "_html,
-        !log.records().empty() && log.records().front().IsInitiator != 0 ? "client" : "server",
-        " tells it</h1>\n<dl>"_html);
-    const auto row = [&](std::string_view label, std::string_view value) {
-        if (!value.empty())
-            html.write("<dt>"_html, label, "</dt><dd>"_html, value, "</dd>\n"_html);
-    };
-    for (const auto &[label, value] : facts.rows)
-        row(label, value);
-    row("written at", common::bytes_of(&log.facts().Host));
-    row("written", common::bytes_of(&log.facts().Time));
-    html.write(
-        "</dl>\n<p class=\"quiet\">Texts of the other side stand in the log as they came, and it can have written "
-        "whole records with them. What is certain is in the program that negotiated, not here.</p>\n"_html);
-}
-
-// A band for each mechanism: what it was in this side's eyes, from when on, and why.
-void write_bands(Html &html, const SavedLog &log) {
-    std::map<std::string, std::vector<const LogRecord *>> bands;
-    for (const LogRecord &record : std::span(log.records()).first(std::min(log.records().size(), kMostOnPage))) {
-        const std::string mechanism = record.IsPeerView != 0 ? "" : mechanism_of(record);
-        std::vector<const LogRecord *> &band = bands[mechanism];
-        if (!mechanism.empty() && (band.empty() || band.back()->MechState != record.MechState ||
-                                   band.back()->MechReason != record.MechReason))
-            band.push_back(&record);
-    }
-    html.write("<h2>What became of each mechanism</h2>\n"_html);
-    for (const LogRecord *last : last_records(log)) {
-        const std::string mechanism = mechanism_of(*last);
-        if (bands[mechanism].empty())
-            continue;
-        html.write("<section class=\"band\"><b>"_html, mechanism, "</b><div>"_html);
-        for (const LogRecord *record : bands[mechanism])
-            html.write("<span class=\""_html, class_of(record->MechState), "\"><small class=\"at\">"_html,
-                       milliseconds(record->ElapsedTime), "</small> "_html, state_and_reason(*record), "</span>"_html);
-        html.write("</div></section>\n"_html);
-    }
-    for (const std::string &sentence : advice_of(log))
-        html.write("<p class=\"note\">"_html, sentence, "</p>\n"_html);
-}
-
-// What the operation that wrote it is called stands before the first colon.
-std::string_view event_of(const LogRecord &record) {
-    const std::string_view event = common::bytes_of(&record.Event);
-    const std::size_t colon = event.find(": ");
-    return event.starts_with("QXNEGO_INT_") && colon != event.npos ? event.substr(colon + 2) : event;
-}
-
-void write_event(Html &html, const LogRecord &record) {
-    html.write("<li><small class=\"at\">"_html, milliseconds(record.ElapsedTime), "</small> "_html);
-    const std::string mechanism = mechanism_of(record);
-    if (!mechanism.empty())
-        html.write("<b>"_html, mechanism, "</b> "_html);
-    html.write(event_of(record));
-    if (!mechanism.empty())
-        html.write(" <em class=\"state "_html, class_of(record.MechState), "\">"_html, state_and_reason(record),
-                   "</em>"_html);
-    if (record.MechReason == QXGSS_MECH_REASON_GSSAPI_ERROR)
-        html.write(" <span class=\"quiet\">"_html, major_name(record.MajorStatus), ", ", code_text(record.MinorStatus),
-                   " ", common::bytes_of(&record.StatusText), "</span>"_html);
-    html.write("</li>\n"_html);
-}
-
-using Records = std::span<const LogRecord>;
-
-// Records of one call and of one point of view: the first of those that are left.
-Records take_card(Records &left) {
-    const LogRecord &first = left.front();
-    const auto is_other = [&](const LogRecord &record) {
-        return record.Call != first.Call || record.IsInitiator != first.IsInitiator ||
-               record.IsPeerView != first.IsPeerView;
-    };
-    const auto end = std::ranges::find_if(left, is_other);
-    const Records card = left.first(static_cast<std::size_t>(end - left.begin()));
-    left = left.subspan(card.size());
-    return card;
-}
-
-void write_arrow(Html &html, bool is_from_client, OM_uint64 time, std::size_t size) {
-    html.write("<div class=\"arrow "_html, is_from_client ? "right"_html : "left"_html, "\"><span><b>"_html,
-               is_from_client ? "client's" : "server's", " token</b> <small class=\"at\">"_html, milliseconds(time));
-    if (size != 0)
-        html.write(", ", size, " bytes");
-    html.write("</small></span></div>\n"_html);
-}
-
-class Flow {
-  public:
-    Flow(Html &html, const PageFacts &facts, OM_uint32 last_call)
-        : html_(html), sizes_(facts.token_sizes.size() == last_call ? Sizes(facts.token_sizes) : Sizes()) {}
-
-    // The other side's answer lies between two calls.
-    void write(Records left) {
-        const LogRecord *before = nullptr;
-        while (!left.empty()) {
-            const LogRecord &first = left.front();
-            if (before == nullptr ? first.IsInitiator == 0 : before->Call != first.Call)
-                write_exchange(before, first);
-            const Records card = take_card(left);
-            write_card(card);
-            before = &card.back();
-        }
-        if (before != nullptr && size_of(*before) != 0)
-            write_arrow(html_, before->IsInitiator != 0, before->ElapsedTime, size_of(*before));
-    }
-
-  private:
-    using Sizes = std::span<const std::size_t>;
-
-    std::size_t size_of(const LogRecord &record) const {
-        return record.Call - 1U < sizes_.size() ? sizes_[record.Call - 1] : 0;
-    }
-
-    void write_exchange(const LogRecord *before, const LogRecord &first) {
-        if (before != nullptr)
-            write_arrow(html_, before->IsInitiator != 0, before->ElapsedTime, size_of(*before));
-        write_arrow(html_, first.IsInitiator == 0, first.ElapsedTime, 0);
-    }
-
-    void write_card(Records card) {
-        const bool is_of_client = (card.front().IsInitiator != 0) != (card.front().IsPeerView != 0);
-        html_.write("<ul class=\""_html, is_of_client ? "client"_html : "server"_html, "\">\n"_html);
-        for (const LogRecord &record : card)
-            write_event(html_, record);
-        html_.write("</ul>\n"_html);
-    }
-
-    Html &html_;
-    Sizes sizes_;
+struct Segment {
+    const Record *record;
+    std::uint64_t end; // milliseconds
 };
 
-void write_rest(Html &html, std::size_t count) {
-    if (count > kMostOnPage)
-        html.write("<p>and "_html, count - kMostOnPage, " more</p>\n"_html);
+bool is_same(const Record &a, const Record &b) {
+    return a.MechState == b.MechState && a.MechReason == b.MechReason && a.IsCtxEstablished == b.IsCtxEstablished;
 }
 
-void write_flow(Html &html, const SavedLog &log, const PageFacts &facts) {
-    const Records records = std::span(log.records()).first(std::min(log.records().size(), kMostOnPage));
-    html.write("<h2>Step by step</h2>\n<div class=\"flow\"><h3>Client</h3><h3>Server</h3>\n"_html);
-    Flow(html, facts, records.empty() ? 0 : records.back().Call).write(records);
-    html.write("</div>\n"_html);
-    write_rest(html, log.records().size());
+// What a side says of a mechanism, from each change to the next.
+std::vector<Segment> segments_of(const std::vector<Record> &records, const std::string &mechanism, bool is_peer_view) {
+    std::vector<Segment> segments;
+    for (const Record &record : records) {
+        if ((record.IsPeerView != 0) != is_peer_view || record.MechState == 0 || mechanism_of(record) != mechanism)
+            continue;
+        if (segments.empty() || !is_same(*segments.back().record, record))
+            segments.push_back({&record, record.ElapsedTime});
+    }
+    for (std::size_t i = 0; i != segments.size(); ++i)
+        segments[i].end = i + 1 == segments.size() ? records.back().ElapsedTime : segments[i + 1].record->ElapsedTime;
+    return segments;
 }
 
-void write_properties(Html &html, const SavedLog &log) {
-    if (log.properties().empty())
+// The width grows with the time, and the shortest can still be seen.
+std::uint64_t width_of(const Segment &segment, std::uint64_t whole) {
+    const std::uint64_t begin = segment.record->ElapsedTime;
+    const std::uint64_t length = segment.end > begin ? segment.end - begin : 0;
+    return 25 + (whole == 0 ? 0 : std::min<std::uint64_t>(100, length / (whole / 100 + 1)));
+}
+
+void put_band(Page &page, const std::vector<Record> &records, const std::string &mechanism, bool is_peer_view) {
+    const std::vector<Segment> segments = segments_of(records, mechanism, is_peer_view);
+    if (segments.empty())
         return;
-    html.write("<h2>The user's properties</h2>\n<div class=\"scroll\"><table>\n"_html);
-    for (const Property &property : std::span(log.properties()).first(std::min(log.properties().size(), kMostOnPage)))
-        html.write("<tr><th>"_html, name_of(property), "</th><td>"_html, value_of(property), "</td></tr>\n"_html);
-    html.write("</table></div>\n"_html);
-    write_rest(html, log.properties().size());
+    const bool is_client = (records.front().IsInitiator != 0) != is_peer_view;
+    page << "<p><small>" << (is_peer_view ? Markup("as told by the ") : Markup("at the ")) << side_word(is_client)
+         << "</small></p><div class=\"band\">";
+    for (const Segment &segment : std::span(segments).first(std::min(segments.size(), kMostSegments))) {
+        page << "<div class=\"s" << class_of(segment.record->MechState)
+             << "\" style=\"flex-grow:" << width_of(segment, records.back().ElapsedTime) << "\">";
+        put_state(page, *segment.record);
+        page << "<br><small>from " << segment.record->ElapsedTime << " ms</small></div>";
+    }
+    page << "</div>";
+}
+
+std::vector<std::string> mechanisms_of(const std::vector<Record> &records) {
+    std::vector<std::string> names;
+    for (const Record &record : records)
+        if (const std::string name = mechanism_of(record);
+            !name.empty() && names.size() < kMostMechanisms && std::ranges::find(names, name) == names.end())
+            names.push_back(name);
+    return names;
+}
+
+void put_bands(Page &page, const std::vector<Record> &records) {
+    page << "<h2>What became of each mechanism</h2>";
+    for (const std::string &mechanism : mechanisms_of(records)) {
+        page << "<h3>";
+        page.text(mechanism) << "</h3>";
+        put_band(page, records, mechanism, false);
+        put_band(page, records, mechanism, true);
+    }
+}
+
+// ---- Remedies ------------------------------------------------------------------------------------------------------
+
+void put_remedy(Page &page, const char *what, OM_uint32 status, const Remedy *row) {
+    page << "<p>";
+    page.text(what) << " ";
+    page.text(code_text(status));
+    if (row != nullptr) {
+        page << ": ";
+        page.text(row->meaning) << "<br>Usual cause: ";
+        page.text(row->cause) << "<br>What to do: ";
+        page.text(row->remedy);
+    }
+    page << "</p>";
+}
+
+void put_card(Page &page, const Record &record) {
+    const std::string mechanism = mechanism_of(record);
+    page << "<div class=\"card\"><h3>";
+    page.text(mechanism) << ": ";
+    page.text(reason_word(record)) << "</h3>";
+    if (const ReasonRemedy *reason = find_reason(record.MechReason); reason != nullptr) {
+        page << "<p>";
+        page.text(reason->meaning) << "<br>What to do: ";
+        page.text(reason->remedy) << "</p>";
+    }
+    if (record.MechReason == QXGSS_MECH_REASON_GSSAPI_ERROR) {
+        page << "<p>It says: &quot;";
+        page.text(bytes_of(&record.StatusText), common::kMostOfLine) << "&quot;</p>";
+        put_remedy(page, "Major status", record.MajorStatus, find_major_remedy(record.MajorStatus));
+        put_remedy(page, "Minor status", record.MinorStatus, find_minor_remedy(record.MinorStatus, mechanism));
+    }
+    page << "</div>";
+}
+
+void put_remedies(Page &page, const std::vector<Record> &records) {
+    bool is_first = true;
+    for (const std::string &mechanism : mechanisms_of(records)) {
+        const auto last = std::ranges::find_if(records.rbegin(), records.rend(), [&](const Record &record) {
+            return record.IsPeerView == 0 && record.MechState != 0 && mechanism_of(record) == mechanism;
+        });
+        if (last == records.rend() || last->MechState != QXGSS_MECH_STATE_REJECTED)
+            continue;
+        if (std::exchange(is_first, false))
+            page << "<h2>Why, and what to do</h2>";
+        put_card(page, *last);
+    }
+}
+
+// ---- How it went ---------------------------------------------------------------------------------------------------
+
+void put_arrow(Page &page, bool is_from_client, std::uint64_t time, std::size_t size) {
+    page << "<div class=\"a\">" << (is_from_client ? Markup("") : Markup("&#9664;"))
+         << "<span class=\"l\"></span>token";
+    if (size != 0)
+        page << ", " << size << " bytes";
+    page << ", " << time << " ms<span class=\"l\"></span>" << (is_from_client ? Markup("&#9654;") : Markup(""))
+         << "</div>";
+}
+
+void put_event(Page &page, const Record &record) {
+    const bool is_client = (record.IsInitiator != 0) != (record.IsPeerView != 0);
+    page << "<div class=\"e" << (is_client ? Markup(" c") : Markup(" v"))
+         << (record.IsPeerView != 0 ? Markup(" told") : Markup("")) << class_of(record.MechState) << "\">";
+    if (record.MechState != 0) {
+        page << "<b>";
+        page.text(mechanism_of(record)) << "</b> ";
+        put_state(page, record);
+        page << "<br>";
+    }
+    page.text(bytes_of(&record.Event)) << " <small>" << record.ElapsedTime << " ms</small>";
+    if (record.StatusText.length != 0) {
+        page << "<br>&quot;";
+        page.text(bytes_of(&record.StatusText)) << "&quot;";
+    }
+    page << "</div>\n";
+}
+
+// Bytes of this side's token of a call; 0 for one that is not known. A log may name any call.
+std::size_t token_size(const PageFacts &facts, OM_uint32 call) {
+    return call != 0 && call <= facts.tokens.size() ? facts.tokens[call - 1] : 0;
+}
+
+// `count` are all records, of which some may not be given.
+void put_events(Page &page, std::span<const Record> records, std::size_t count, const PageFacts &facts) {
+    const bool is_client = records.front().IsInitiator != 0;
+    page << "<h2>How it went</h2><div class=\"g\"><h3 class=\"c\">Client</h3><h3 class=\"v\">Server</h3>";
+    std::size_t i = 0;
+    for (; i != records.size() && page.size() + kRoomForEnd < kMostOfPage; ++i) {
+        const Record &record = records[i];
+        const Record *const next = i + 1 == records.size() ? nullptr : &records[i + 1];
+        const bool is_new_call = i == 0 || records[i - 1].Call != record.Call;
+        if (is_new_call && !(is_client && record.Call == 1)) // which nothing precedes
+            put_arrow(page, !is_client, record.ElapsedTime, 0);
+        put_event(page, record);
+        const std::size_t size = token_size(facts, record.Call);
+        const bool is_last_of_call = next == nullptr || next->Call != record.Call;
+        if (is_last_of_call && (size != 0 || next != nullptr)) // it has left, or another call would not have followed
+            put_arrow(page, is_client, record.ElapsedTime, size);
+    }
+    page << "</div>";
+    if (i != count)
+        page << "<p>and " << count - i << " more records</p>";
+}
+
+void put_lines(Page &page, const PageFacts &facts) {
+    if (facts.lines.empty())
+        return;
+    page << "<table>";
+    for (const auto &[name, value] : facts.lines) {
+        page << "<tr><th>";
+        page.text(name) << "</th><td>";
+        page.text(value, common::kMostOfLine) << "</td></tr>";
+    }
+    page << "</table>";
 }
 
 } // namespace
 
-void print_page(std::ostream &out, const SavedLog &log, const PageFacts &facts) {
-    Html html(out);
-    write_head(html, log, facts);
-    write_bands(html, log);
-    write_flow(html, log, facts);
-    write_properties(html, log);
-    html.write("</body></html>\n"_html);
+std::string page_of(const SavedLog *log, const PageFacts &facts) {
+    std::vector<Record> records = log == nullptr ? std::vector<Record>() : log->records();
+    const std::size_t count = records.size();
+    records.resize(std::min(count, kMostRecords));
+    Page page;
+    page << kHead << "<title>";
+    page.text(facts.title) << "</title></head><body><h1>";
+    page.text(facts.title) << "</h1>";
+    put_lines(page, facts);
+    if (const std::string note = log == nullptr ? "" : settled_note(*log); !note.empty()) {
+        page << "<p class=\"note\">";
+        page.text(note, common::kMostOfLine) << "</p>";
+    }
+    if (records.empty()) {
+        page << "<p>There is no negotiation log.</p>";
+    } else {
+        put_bands(page, records);
+        put_remedies(page, records);
+        put_events(page, records, count, facts);
+    }
+    page << "<p><small>Status texts come from the mechanisms, and perhaps from the other side, which can write whole "
+            "records that look like those of this side.</small></p></body></html>\n";
+    return page.take();
 }
 
 } // namespace tools

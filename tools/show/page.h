@@ -1,27 +1,24 @@
-// A saved log as a picture: one page of HTML that needs nothing else, runs no script and loads nothing. Whatever a peer
-// wrote is in it as text, in printable form and of bounded length.
+// A saved log as one page of HTML that needs nothing else: no scripts, nothing loaded, and of what a peer or a
+// mechanism wrote only text, of limited length.
 #ifndef QXNEGO_TOOLS_SHOW_PAGE_H
 #define QXNEGO_TOOLS_SHOW_PAGE_H
 
-#include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/show/log.h"
 
 namespace tools {
 
-// What is known beside the log.
+// What is known beside the log; all of it may be missing.
 struct PageFacts {
-    std::vector<std::pair<const char *, std::string>> rows; // of a connection: a label and any text
-    std::vector<std::size_t> token_sizes;                   // of each call's token for the peer; empty: not known
+    std::string title;
+    std::vector<std::pair<std::string, std::string>> lines{}; // what it is, and its value
+    std::vector<std::size_t> tokens{}; // bytes of this side's token of each call of the establishment, 0 for none
 };
 
-// At most so many records and properties; how many more there are is said.
-inline constexpr std::size_t kMostOnPage = 2000;
-
-void print_page(std::ostream &out, const SavedLog &log, const PageFacts &facts);
+inline constexpr std::size_t kMostOfPage = std::size_t{1} << 20;  // bytes; beyond, records are left out and counted
+std::string page_of(const SavedLog *log, const PageFacts &facts); // null: there is no log
 
 } // namespace tools
 

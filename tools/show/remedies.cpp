@@ -7,27 +7,42 @@ namespace tools {
 
 namespace {
 
+#define REASON(...)
 constexpr Remedy kRemedies[] = {
-#define REMEDY(owner, first, last, meaning, cause, remedy) {Owner::owner, first, last, meaning, cause, remedy},
+#define REMEDY(whose, first, last, meaning, cause, remedy) {whose, first, last, meaning, cause, remedy},
 #include "tools/show/remedies.def"
 #undef REMEDY
 };
+#undef REASON
 
-} // namespace
+#define REMEDY(...)
+constexpr ReasonRemedy kReasons[] = {
+#define REASON(number, word, found_by, meaning, remedy) {number, found_by, meaning, remedy},
+#include "tools/show/remedies.def"
+#undef REASON
+};
+#undef REMEDY
 
-const Remedy *find_remedy(Owner owner, OM_uint32 code) {
-    const auto row = std::ranges::find_if(
-        kRemedies, [&](const Remedy &at) { return at.owner == owner && at.first <= code && code <= at.last; });
+template <typename Holds> const Remedy *find(OM_uint32 status, Holds is_its_owner) {
+    const auto row = std::ranges::find_if(kRemedies, [&](const Remedy &candidate) {
+        return candidate.first <= status && status <= candidate.last && is_its_owner(candidate.whose);
+    });
     return row == std::end(kRemedies) ? nullptr : row;
 }
 
-const Remedy *remedy_of_major(OM_uint32 major) {
-    return find_remedy(Owner::MAJOR, major & 0x00FF0000U);
+} // namespace
+
+const Remedy *find_major_remedy(OM_uint32 major) {
+    return find(major & 0x00FF0000, [](std::string_view whose) { return whose == "major"; });
 }
 
-const Remedy *remedy_of_minor(std::string_view mechanism, OM_uint32 minor) {
-    const Remedy *const own = mechanism.starts_with("SCRAM") ? find_remedy(Owner::SCRAM, minor) : nullptr;
-    return own != nullptr ? own : find_remedy(Owner::MINOR, minor);
+const Remedy *find_minor_remedy(OM_uint32 minor, std::string_view mechanism) {
+    return find(minor, [&](std::string_view whose) { return whose == "minor" || mechanism.starts_with(whose); });
+}
+
+const ReasonRemedy *find_reason(OM_uint32 reason) {
+    const auto row = std::ranges::find(kReasons, reason, &ReasonRemedy::reason);
+    return row == std::end(kReasons) ? nullptr : row;
 }
 
 } // namespace tools

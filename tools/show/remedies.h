@@ -1,4 +1,4 @@
-// What a status means to the one who meets it, its usual cause, and what to do.
+// Meaning, usual cause and remedy of what users meet: the rows of remedies.def.
 #ifndef QXNEGO_TOOLS_SHOW_REMEDIES_H
 #define QXNEGO_TOOLS_SHOW_REMEDIES_H
 
@@ -8,23 +8,23 @@
 
 namespace tools {
 
-// Whose a status is.
-enum class Owner { MAJOR, MINOR, SCRAM };
-
 struct Remedy {
-    Owner owner;
-    OM_uint32 first, last; // codes
+    const char *whose;
+    OM_uint32 first, last;
     const char *meaning, *cause, *remedy;
 };
 
-// Null for a status that has no row. Of a major status MAJOR finds one field, its others being zero.
-const Remedy *find_remedy(Owner owner, OM_uint32 code);
+// Of a routine error; of a minor status, which may be a mechanism's own. Null when there is no row.
+const Remedy *find_major_remedy(OM_uint32 major);
+const Remedy *find_minor_remedy(OM_uint32 minor, std::string_view mechanism = "");
 
-// Of a whole major status: that of its routine error.
-const Remedy *remedy_of_major(OM_uint32 major);
+struct ReasonRemedy {
+    OM_uint32 reason; // QXGSS_MECH_REASON_*
+    const char *found_by, *meaning, *remedy;
+};
 
-// Of a minor status of the mechanism called so: its own, if it is one that is known here, or the framework's.
-const Remedy *remedy_of_minor(std::string_view mechanism, OM_uint32 minor);
+// Null for a reason that is none for a rejection.
+const ReasonRemedy *find_reason(OM_uint32 reason);
 
 } // namespace tools
 

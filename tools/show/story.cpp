@@ -56,8 +56,6 @@ void print_line(std::ostream &out, const Story &story) {
         out << "  messages " << story.messages;
     if (!story.failure.empty())
         out << "  " << class_of(story.status) << ": " << printable(story.failure, common::kMostOfLine);
-    if (!story.page.empty())
-        out << "  " << story.page;
     out << '\n';
 }
 
@@ -113,11 +111,31 @@ void print_json(std::ostream &out, const Story &story) {
                  {"message_bytes", story.bytes},
                  {"message_seconds", story.message_seconds},
                  {"verdicts", verdicts}};
-    if (!story.page.empty())
-        line["story"] = story.page;
     if (story.verdicts.size() > kMostVerdicts)
         line["verdicts_left_out"] = story.verdicts.size() - kMostVerdicts;
     out << line_of(line);
+}
+
+std::string page_of(const Story &story) {
+    PageFacts facts{"Negotiation with " + story.peer};
+    const auto add = [&](const char *name, const std::string &value) {
+        if (!value.empty())
+            facts.lines.emplace_back(name, value);
+    };
+    add("Ended", time_text());
+    add("Outcome", class_of(story.status));
+    add("Why", story.failure);
+    add("Mechanism", story.mechanism);
+    add("User", story.user);
+    add("Claimed", story.claimed);
+    add("Policy refused", story.refused);
+    add("Confirmation", story.confirmation);
+    add("Duration", milliseconds(story.seconds));
+    for (const Call &call : story.calls)
+        if (call.name == (story.is_client ? "init_sec_context" : "accept_sec_context"))
+            facts.tokens.push_back(call.token.size());
+    const std::optional<SavedLog> log = SavedLog::read(story.properties);
+    return page_of(log ? &*log : nullptr, facts);
 }
 
 Bytes encode(const Story &story) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "tools/connection/conversation.h"
+#include "tools/show/page.h"
 
 namespace tools {
 
@@ -23,6 +24,9 @@ void print_json(std::ostream &out, const Story &story);
 
 // As it is wanted: JSON, or a line, with the table of verdicts below it if that is wanted too.
 void print(std::ostream &out, const Story &story, const ConnectionOptions &options);
+
+// The connection's story as a page, with the log of its properties.
+std::string page_of(const Story &story);
 
 // CBOR (RFC 8949), whose strings are bytes here: texts are whatever a peer sent. Reading throws Failure.
 Bytes encode(const Story &story);
