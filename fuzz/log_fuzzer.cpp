@@ -1,6 +1,5 @@
 // A saved log or user properties, any bytes: every field lies in what was given, what is shown of it is safe, and the
 // markup of its page is the page's own.
-#include <cstring>
 #include <functional>
 #include <sstream>
 
@@ -53,15 +52,17 @@ std::string page_of(const std::string &log) {
     return tools::page_of(read ? &*read : nullptr, {log});
 }
 
-// The page's markup is the same as without any character of the log that could be markup.
+// The page's markup is the same when characters of markup and control characters stand in each other's place in the
+// log, which keeps its texts as different as they were.
 void make_page(std::string log) {
     const std::string made = page_of(log);
     require(made.size() <= tools::kMostOfPage, "a page has a limit");
     for (const char byte : made)
         require(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20, "a page has no control characters");
+    constexpr std::string_view kExchanged = "<>&\"'\5\4\3\2\1"; // each with the one as far from the other end
     for (char &byte : log)
-        if (byte != '\0' && std::strchr("<>&\"'", byte) != nullptr)
-            byte = '~'; // which no label has
+        if (const std::size_t at = kExchanged.find(byte); at != kExchanged.npos)
+            byte = kExchanged[kExchanged.size() - 1 - at];
     require(markup_of(made) == markup_of(page_of(log)), "markup is the page's own");
 }
 

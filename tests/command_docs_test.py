@@ -33,6 +33,19 @@ def rows(kind):
             for line in lines]
 
 
+def codes_in_use():
+    """Statuses that the framework and the mechanism name in their sources, but for successes."""
+    codes, names, root = {}, set(), os.path.dirname(DOCS)
+    for folder, _, files in (step for room in ("qxgss", "qxat", "gssp2qxnego") for step in os.walk(os.path.join(root, room))):
+        for name in files:
+            with open(os.path.join(folder, name)) as file:
+                text = file.read()
+            codes.update((prefix + "_E_" + code, value) for prefix, value, code
+                         in re.findall(r"^(QX\w+)_CODE\((0x[EA]\w+)U, (\w+)", text, re.M))
+            names.update(re.findall(r"\bQX(?:NEGO|GSS)_E_\w+", text) if name.endswith(".cpp") else ())
+    return {codes[name] for name in names if name in codes}
+
+
 def documented(section):
     with open(os.path.join(DOCS, "json.md")) as file:
         text = re.search(r"^## %s\n(.*?)(?=^##|\Z)" % section, file.read(), re.M | re.S).group(1)
@@ -79,6 +92,8 @@ class Docs(unittest.TestCase):
         known = [row for row in remedies if row[0] in ("major", "minor")]
         for (_, _, texts), told in zip(known, self.run_json("status", *(codes[-1] for _, codes, _ in known))):
             self.assertEqual([told["meaning"], told["cause"], told["remedy"]], texts)
+        for told in self.run_json("status", *codes_in_use()):
+            self.assertTrue(told["remedy"], told)
         told = self.run_json("status", "0x1F", "--mechanism", "SCRAM-SHA-1", "--config", self.config)[0]
         self.assertEqual(told["meaning"], "the password is not this user's")
 

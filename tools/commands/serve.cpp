@@ -336,6 +336,7 @@ void run_serve(const ServeOptions &options) {
         for (Descriptor &socket : listen_at(parse_address(address)))
             sockets.push_back(std::move(socket));
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // a limit on files costs a page, and not its connection's line
     Server server(options, std::move(required), std::move(sockets));
     server.announce(registry->messages());
     server.run();
