@@ -133,7 +133,8 @@ Status identify(qxgss_OID mechoid, Identity &mechanism) {
         status = common::ask<0>(gssp_mechstr_to_oidstr, mechanism.name, &mechanism.oid);
     unsigned char *der = nullptr;
     if (status.major == GSS_S_COMPLETE)
-        status = common::ask<0>(gssp_oidstr_to_oidder, 0, 0, mechanism.oid, &mechanism.der_length, &der);
+        status = common::ask<0>(gssp_oidstr_to_oidder, OM_uint32{0}, OM_uint32{0}, mechanism.oid, &mechanism.der_length,
+                                &der);
     mechanism.der.reset(der);
     return status;
 }
