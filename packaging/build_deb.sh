@@ -14,9 +14,10 @@ qxnego demo both | tail -n 12
 program=$(mktemp) examples=/usr/share/doc/qxnego/examples
 for name in session_client table_client; do
     for how in "" --static; do
-        # shellcheck disable=SC2046 # flags are words
-        cc -D_DEFAULT_SOURCE $examples/$name.c -o "$program" ${how:+-Wl,-Bstatic} \
-            $(pkg-config $how --cflags --libs qxgss-session) -Wl,-Bdynamic
+        flags=$(pkg-config $how --cflags --libs qxgss-session)
+        [[ $how ]] && flags=$(sed 's/-lqxgss[^ ]*/-Wl,-Bstatic & -Wl,-Bdynamic/g' <<<"$flags") # ours alone
+        # shellcheck disable=SC2086 # flags are words
+        cc -D_DEFAULT_SOURCE $examples/$name.c -o "$program" $flags
         said=$("$program" $examples/qxgss.conf 1 host@localhost x 2>&1) || [[ $? -eq 2 ]] # nobody listens there
         [[ -z $said ]] || fail "$name $how: $said" # nor is a mechanism out of use
     done
