@@ -224,9 +224,8 @@ TEST(Asn, IntegersAtTheEdges) {
         EXPECT_EQ(gsspasn_get_decode_item(d.top(), 1, GSSPASN_INTEGER, &back), kOk);
         EXPECT_EQ(back, value);
     }
-    for (const char *contents :
-         {"", "80", "ffffffff", "0000", "007f", "00000080", "0100000000", "000080000000", "0000000001", "ff80000000",
-          "00ffffffffff"}) {
+    for (const char *contents : {"", "80", "ffffffff", "0000", "007f", "00000080", "0100000000", "000080000000",
+                                 "0000000001", "ff80000000", "00ffffffffff"}) {
         Decoder d(tlv(0xA0, tlv(0x81, hex(contents)) + "\x82\x01\x07"));
         const gsspasn_decoding_t top = d.top();
         EXPECT_EQ(item(top, 1, GSSPASN_INTEGER), "!F3") << contents;
@@ -288,7 +287,7 @@ TEST(Asn, LimitsHoldToTheUnit) {
     EXPECT_EQ(full.start(0), kOk);
     Bytes children;
     for (OM_uint32 i = 1; i != GSSPASN_DECODE_MAX_ELEMENTS; ++i, children += Bytes("\x81\0", 2))
-        EXPECT_EQ(full.octets(1, ""), kOk);
+        EXPECT_EQ(full.octets(1, Bytes(i == 1 ? 5000 : 0, 'x')), kOk);
     expect(GSSPASN_E_STACK_FULL, {full.octets(1, ""), full.integer(1, 1), full.start(1)});
     EXPECT_EQ(full.stop(0), kOk);
     Decoder read(full.close());
