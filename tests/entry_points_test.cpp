@@ -175,6 +175,8 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheList) {
         NegMechList_desc list{};
         EXPECT_EQ(QXNEGO_INT_InitNegMechList(nullptr, &list), GSS_S_COMPLETE);
         const std::string out = letters(list);
+        for (OM_uint32 i = 0; i < list.Count; ++i)
+            EXPECT_EQ(list.pNegMech[i].IsFirstOfOid, out.find(out[i]) == i) << out << i;
         std::free(list.pNegMech);
         return out;
     };
@@ -198,6 +200,7 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheList) {
         EXPECT_EQ(why(registered("A")), "it is not listed in QXNEGO's negotiates");
         EXPECT_EQ(why(*self), "QXNEGO does not negotiate itself");
     }
+    EXPECT_EQ(rest([&] { self->pNegMechInfo[2].pNegotiatedMech = self->pNegMechInfo[0].pNegotiatedMech; }), "AAD");
     EXPECT_EQ(rest([&] { self->pNegMechInfo[0].fEnabled = 0; }), "CD");
     EXPECT_EQ(why(registered("A")), "it is disabled in QXNEGO's negotiates");
     EXPECT_EQ(rest([&] { registered("A").fUseMech = 0; }), "CD");
