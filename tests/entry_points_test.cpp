@@ -93,6 +93,8 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheListAndTheOthersAreToldWhy) {
         NegMechList_desc list{};
         EXPECT_EQ(QXNEGO_INT_InitNegMechList(nullptr, &list), GSS_S_COMPLETE);
         const std::string out = letters(list);
+        for (OM_uint32 i = 0; i < list.Count; ++i)
+            EXPECT_EQ(list.pNegMech[i].IsFirstOfOid, out.find(out[i]) == i) << out << i;
         std::free(list.pNegMech);
         return out;
     };
@@ -123,6 +125,8 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheListAndTheOthersAreToldWhy) {
         {[] { first().pNegotiatedMech = stranger; }, "BCD", "A", "it is not listed in QXNEGO's negotiates"},
         {[] { first().pNegotiatedMech = malformed; }, "BCD", "A", "it is not listed in QXNEGO's negotiates"},
         {[] { first().pNegotiatedMech = nullptr; }, "BCD", "A", "it is not listed in QXNEGO's negotiates"},
+        {[] { (&first())[2].pNegotiatedMech = first().pNegotiatedMech; }, "AABD", "C",
+         "it is not listed in QXNEGO's negotiates"},
         {[] { first().fEnabled = 0; }, "BCD", "A", "it is disabled in QXNEGO's negotiates"},
         {[] { registered("A").fUseMech = 0; }, "BCD", "A", "it is not loaded"},
         {[] { registered("A").pszMechName = proxy; }, "BCD", proxy, "PROXY is never negotiated"},
