@@ -48,19 +48,19 @@ class Trace(unittest.TestCase):
 
     def test_nobody_takes_them(self):
         def limit():
-            resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 16, 1 << 16))
+            resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 24, 1 << 24))
             signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
 
         os.mkfifo(self.path("fifo"))
         os.symlink(self.path("new"), self.path("link"))
         with open(self.path("large"), "wb") as file:
-            file.truncate(1 << 16)
+            file.truncate(1 << 24)
         for trace, options in ((self.path("fifo"), {}), (self.path("link"), {}), (self.folder, {}), ("/dev/full", {}),
                                (self.path("none/x"), {}), ("x" * 5000, {}), (self.path("large"), {"preexec_fn": limit}),
                                ("stderr", {"preexec_fn": lambda: os.close(2)})):
             self.assertTrue(json.loads(demo(trace, **options).stdout)["scenarios"][0]["as_expected"], trace[:99])
         self.assertFalse(os.path.exists(self.path("new")))
-        self.assertEqual(os.stat(self.path("large")).st_size, 1 << 16)
+        self.assertEqual(os.stat(self.path("large")).st_size, 1 << 24)
 
     def test_stderr_that_nobody_reads(self):
         reader, pipe = os.pipe()
