@@ -4,6 +4,7 @@
 #define COMMON_OWNED_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <string_view>
 #include <type_traits>
@@ -20,11 +21,14 @@ namespace common {
 inline bool append(qxgss_buffer_desc &buffer, std::string_view text) {
     if (text.empty())
         return true;
-    void *const grown = std::realloc(buffer.value, buffer.length + text.size());
+    if (buffer.length > SIZE_MAX - text.size())
+        return false;
+    const std::size_t length = buffer.length + text.size();
+    void *const grown = std::realloc(buffer.value, length);
     if (grown == nullptr)
         return false;
     text.copy(static_cast<char *>(grown) + buffer.length, text.size());
-    buffer = {buffer.length + text.size(), grown};
+    buffer = {length, grown};
     return true;
 }
 

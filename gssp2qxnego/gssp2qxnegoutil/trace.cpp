@@ -29,9 +29,10 @@ char target[PATH_MAX]; // a copy: the program may change its environment
 
 bool read_environment() {
     const char *const value = secure_getenv("QXNEGO_TRACE");
-    if (value == nullptr || *value == '\0' || std::strlen(value) >= sizeof target)
+    const std::string_view name = value != nullptr ? value : "";
+    if (name.empty() || name.size() >= sizeof target)
         return false;
-    std::strcpy(target, value);
+    name.copy(target, name.size());
     return true;
 }
 

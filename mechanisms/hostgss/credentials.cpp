@@ -119,8 +119,8 @@ class Sources {
     bool read(Bytes text) {
         const Bytes key = text.substr(0, text.find('='));
         const Bytes value = text.substr(std::min(text.size(), key.size() + 1));
-        if (key == "credential" && value.size() == sizeof given_)
-            std::memcpy(&given_, value.data(), sizeof given_);
+        if (key == "credential" && value.size() == sizeof(void *))
+            std::memcpy(&given_, value.data(), sizeof(void *));
         Block *const file = key == "keytab"          ? &keytab_
                             : key == "client_keytab" ? &client_keytab_
                             : key == "ccache"        ? &ccache_

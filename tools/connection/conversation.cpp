@@ -64,7 +64,7 @@ std::vector<std::string> required_mechanisms(const Registry &registry, const Con
         const MechInfo_t *const mechanism = registry.find(name);
         const std::string why_not =
             mechanism == nullptr ? "the configuration does not define it" : registry.why_not_negotiable(*mechanism);
-        if (!why_not.empty())
+        if (mechanism == nullptr || !why_not.empty())
             throw Failure("--require " + name + ": " + why_not, kExitUsage);
         oids.emplace_back(bytes_of(mechanism->pMechOid));
     }
