@@ -4,7 +4,6 @@
 #define COMMON_OWNED_H
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <string_view>
 #include <type_traits>
@@ -21,10 +20,10 @@ namespace common {
 inline bool append(qxgss_buffer_desc &buffer, std::string_view text) {
     if (text.empty())
         return true;
-    if (buffer.length > SIZE_MAX - text.size())
-        return false;
     const std::size_t length = buffer.length + text.size();
-    void *const grown = std::realloc(buffer.value, length);
+    if (length < text.size()) // which cannot be added
+        return false;
+    void *const grown = std::realloc(buffer.value, length); // NOLINT(clang-analyzer-unix.Malloc): never of 0 bytes
     if (grown == nullptr)
         return false;
     text.copy(static_cast<char *>(grown) + buffer.length, text.size());
