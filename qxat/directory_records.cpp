@@ -213,9 +213,11 @@ OM_uint32 qxat_validate_kerberos_logdata(OM_uint32 *pMinorStatus, const char *pL
 }
 
 size_t InsertItem(void *to, qxgss_data_id_t id, const void *from, size_t rem) {
+    if (!is_item(id))
+        return 0;
     const auto *text = static_cast<const char *>(from);
     const Record record{id, id == QXGSS_DATA_ID_ATTRIBUTES ? std::string_view(text, 1) : std::string_view(text)};
-    const std::size_t length = is_item(id) ? common::length_of(record) : 0;
+    const std::size_t length = common::length_of(record);
     return length != 0 && length <= rem ? common::put(static_cast<unsigned char *>(to), record) : 0;
 }
 

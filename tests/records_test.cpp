@@ -189,6 +189,7 @@ TEST(InsertItem, WritesExactBytesOrNothing) {
         EXPECT_EQ(InsertItem(room.data(), id, from, written.empty() ? 0 : written.size() - 1), 0U) << id;
     }
     std::vector<unsigned char> room(70000);
+    EXPECT_EQ(InsertItem(room.data(), 7, nullptr, room.size()), 0U); // nothing is read for what is no item
     for (const auto &[id, length] : {std::pair{9, 65525U}, {5, 65526U}})
         for (const unsigned more : {0U, 1U})
             EXPECT_EQ(InsertItem(room.data(), static_cast<qxgss_data_id_t>(id), std::string(length + more, 'x').c_str(),
