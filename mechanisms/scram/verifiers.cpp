@@ -19,7 +19,7 @@ namespace {
 // The mechanisms that a line may name, with the length of their keys.
 struct Family {
     std::string_view mechanism;
-    std::size_t keyLength;
+    std::size_t key_length;
 };
 constexpr Family kFamily[] = {{"SCRAM-SHA-1", GSASL_HASH_SHA1_SIZE}, {"SCRAM-SHA-256", GSASL_HASH_SHA256_SIZE}};
 
@@ -94,12 +94,12 @@ std::string check(const Line &line) {
         return "unknown mechanism " + std::string(line.mechanism);
     if (!valid_iterations(line.verifier.iterations))
         return "ITERATIONS must be a number from 4096 to 1000000";
-    if (line.verifier.saltLength == 0 || line.verifier.saltLength > kMaxSalt)
+    if (line.verifier.salt_length == 0 || line.verifier.salt_length > kMaxSalt)
         return "SALT must be 1 to 32 bytes in base64";
-    const std::string bytes = std::to_string(family->keyLength) + " bytes in base64";
-    if (decoded_length(line.verifier.stored_key) != family->keyLength)
+    const std::string bytes = std::to_string(family->key_length) + " bytes in base64";
+    if (decoded_length(line.verifier.stored_key) != family->key_length)
         return "STOREDKEY must be " + bytes;
-    if (decoded_length(line.verifier.server_key) != family->keyLength)
+    if (decoded_length(line.verifier.server_key) != family->key_length)
         return "SERVERKEY must be " + bytes;
     return {};
 }
@@ -161,19 +161,19 @@ int Verifiers::find(std::string_view user, Verifier &verifier) const {
 // One round of PBKDF2 is HMAC(secret, user); the keys that SCRAM derives from it serve as independent random values.
 int Verifiers::decoy(std::string_view user, Verifier &verifier) const {
     char salted[GSASL_HASH_MAX_SIZE];
-    char clientKey[GSASL_HASH_MAX_SIZE];
+    char client_key[GSASL_HASH_MAX_SIZE];
     char server_key[GSASL_HASH_MAX_SIZE];
     char stored_key[GSASL_HASH_MAX_SIZE];
     const int rc = gsasl_scram_secrets_from_password(GSASL_HASH_SHA256, secret_.c_str(), 1, user.data(), user.size(),
-                                                     salted, clientKey, server_key, stored_key);
+                                                     salted, client_key, server_key, stored_key);
     if (rc != GSASL_OK)
         return rc;
     std::size_t pick = 0;
-    std::memcpy(&pick, clientKey, sizeof pick);
+    std::memcpy(&pick, client_key, sizeof pick);
     const Verifier &model = *models_[pick % models_.size()];
-    const std::size_t keyLength = decoded_length(model.stored_key);
-    verifier = {model.iterations, to_base64(server_key, model.saltLength), to_base64(stored_key, keyLength),
-                to_base64(salted, keyLength), model.saltLength};
+    const std::size_t key_length = decoded_length(model.stored_key);
+    verifier = {model.iterations, to_base64(server_key, model.salt_length), to_base64(stored_key, key_length),
+                to_base64(salted, key_length), model.salt_length};
     return GSASL_OK;
 }
 

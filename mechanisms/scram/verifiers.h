@@ -26,7 +26,7 @@ struct Verifier {
     std::string salt;
     std::string stored_key;
     std::string server_key;
-    std::size_t saltLength = 0; // in bytes
+    std::size_t salt_length = 0; // in bytes
 };
 
 class Verifiers {
