@@ -65,13 +65,13 @@ class SessionEnd {
 // What someone in between does to the message with that number, the client's first being 1. An empty one is withheld.
 using Between = std::function<void(std::size_t number, std::string &message)>;
 
-// From the first token until both are open, or until one has nothing to say.
-inline void converse(SessionEnd &client, SessionEnd &server, const Between &between = {}) {
+// From the first token until both are open, or until one has nothing to say. An end steps as a session's does.
+template <typename End> void converse(End &client, End &server, const Between &between = {}) {
     std::string message = client.step({});
     for (std::size_t number = 1; !message.empty() && number < 50; ++number) {
         if (between)
             between(number, message);
-        SessionEnd &reader = number % 2 == 1 ? server : client;
+        End &reader = number % 2 == 1 ? server : client;
         message = message.empty() ? "" : reader.step(message);
     }
 }

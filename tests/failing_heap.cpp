@@ -71,11 +71,8 @@ bool From::happened() const {
     return failed;
 }
 
-Window::Window() {
-    window_open = true;
-}
-Window::~Window() {
-    window_open = false;
+void open_window(bool open) {
+    window_open = open;
 }
 
 long live_blocks() {
