@@ -85,11 +85,11 @@ TEST_P(Scram, UnknownUserLooksLikeAWrongPassword) {
 }
 
 TEST_P(Scram, RefusesServersThatAskForTooFewOrTooManyIterations) {
+    Peer client(name(), "alice@@wonderland");
     for (const std::string count : {"4095", "1000001", "4294971392", "99999999999999999999", "4096x", " 4096"}) {
-        Peer client(name(), "alice@@wonderland");
+        client.forget();
         client.init("");
-        const std::string nonce = client.token.substr(std::strlen("n,,n=alice,r="));
-        EXPECT_EQ(client.init("r=" + nonce + "abc,s=84W8Vq2rDQlfWHOD,i=" + count), kIterations) << count;
+        EXPECT_EQ(client.init(client.token.substr(11) + "abc,s=84W8Vq2rDQlfWHOD,i=" + count), kIterations) << count;
     }
 }
 
