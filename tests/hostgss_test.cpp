@@ -175,34 +175,23 @@ TEST(Ntlm, NamesAUserInOneWay) {
     std::ofstream(kUsers) << usual;
 }
 
-TEST(TicketCache, SignsOnAndDelegatesWhenItIsAsked) {
+TEST(TicketCache, SignsOnWithoutAName) {
     ASSERT_EQ(std::system("kinit -k -t $REALM/client.keytab alice"), 0);
-    Peer client{kKerberos.name}, server{kKerberos.name}, next(kKerberos.name), last(kKerberos.name);
+    Peer client{kKerberos.name}, server{kKerberos.name};
     EXPECT_EQ(client.owner(), kKerberos.user);
-    client.acquire(kKerberos.user);
-    client.request |= GSS_C_DELEG_FLAG;
-    ASSERT_TRUE(established(client, server)) << client.text() << server.text();
-    EXPECT_NE(server.flags & GSS_C_DELEG_FLAG, 0U);
-    std::swap(next.credential, server.delegated); // with it the server is alice to the next service
-    ASSERT_NE(next.credential, nullptr);
-    EXPECT_TRUE(established(next, last)) << next.text() << last.text();
-    EXPECT_EQ(last.source, kKerberos.user);
-
-    gssp_release_name(nullptr, &next.target);
-    next.target = imported("nobody/localhost");
-    next.forget();
-    next.init("");
-    EXPECT_NE(next.text().find(": Server nobody/localhost@QXNEGO.TEST not found"), std::string::npos) << next.text();
     client.request = 0;
-    client.forget();
     client.init("");
     EXPECT_TRUE(client.complete()); // one token, and the server is not asked to prove anything
-    server.forget();
     qxgss_buffer_desc in = view(client.token), out{};
     EXPECT_EQ(server.table.ftn_gssp_accept_sec_context(nullptr, &server.context, nullptr, &in, nullptr, nullptr,
                                                        nullptr, &out, nullptr, nullptr, nullptr),
               GSS_S_COMPLETE);
     EXPECT_EQ(taken(out), "");
+    client.forget();
+    gssp_release_name(nullptr, &client.target);
+    client.target = imported("nobody/localhost");
+    client.init("");
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, ": Server nobody/localhost@QXNEGO.TEST not found", client.text());
     EXPECT_EQ(std::system("kdestroy"), 0);
 }
 
