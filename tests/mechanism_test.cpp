@@ -9,29 +9,30 @@ using namespace std::string_literals;
 using namespace support;
 using namespace testkit;
 
-// A mechanism, and what is to be seen of it: `over` begins the statuses of a call on a context that is no longer open,
-// `no_context` are those of a call that needs an open one.
-struct Row {
-    const RealMechanism &of, &sibling; // of the same library
-    std::size_t tokens;                // an odd number: the client completes before the server does
-    std::string said, client, server, half_open, over, refusals;
+// What is to be seen of all mechanisms of a library: the statuses of success, how those of a call on a context that is
+// no longer open begin, those of calls that need an open one, and what is told of a half open one.
+struct Library {
+    std::string success, over;
     std::set<std::string> no_context;
+    std::string half_open;
 };
-const std::string kHostRefusals = "-rrrrrrrrrrrrrrr00rr0000";  // no ticket, hence no default credential to inquire
-const std::string kScramRefusals = "-rrrrrrrrr00000000rr0000"; // no messages, and no domains
-const std::string kNoContext = "00080000", kOfKerberos = "alice@QXNEGO.TEST>host/localhost@QXNEGO.TEST ";
+const Library kHost{"00000000/21000064", "00080000", {"00080000/E10000CD"}, "(none)>(none) 1 0 0"},
+    kGsasl{"00000000/00000000", "000D0000/00000003", {"", "00080000/00000104"}, "alice>host@localhost 1 0 1"};
+struct Row {
+    const RealMechanism &of, &sibling;
+    const Library &library;
+    std::size_t tokens; // an odd number: the client completes before the server does
+    std::string client, server;
+};
+const std::string kOfKerberos = "alice@QXNEGO.TEST>host/localhost@QXNEGO.TEST ",
+                  kFromScram = "alice>host@localhost 1 1 1 -,-", kToScram = "alice>(none) 0 1 1 -,-";
 // gss-ntlmssp does not say for how long, nor its acceptor as whom.
-const std::string kComplete = "00000000/00000000", kNothingMore = "000D0000/00000003";
-const std::string kFromScram = "alice>host@localhost 1 1 1 -,-", kToScram = "alice>(none) 0 1 1 -,-",
-                  kHalfOpen = "alice>host@localhost 1 0 1", kHalfOpenHost = "(none)>(none) 1 0 0";
-const std::set<std::string> kNoHost{"00080000/E10000CD"}, kNoScram{"", "00080000/00000104"};
 const Row kRows[] = {
-    {kKerberos, kNtlm, 2, "00000000/21000064", kOfKerberos + "1 1 1 alice,QXNEGO.TEST",
-     kOfKerberos + "0 1 1 alice,QXNEGO.TEST", kHalfOpenHost, kNoContext, kHostRefusals, kNoHost},
-    {kNtlm, kKerberos, 3, "00000000/21000064", kNtlm.user + ">host/localhost 1 1 0 alice,QXTEST",
-     kNtlm.user + ">(none) 0 1 0 alice,QXTEST", kHalfOpenHost, kNoContext, kHostRefusals, kNoHost},
-    {kScram, kScram1, 4, kComplete, kFromScram, kToScram, kHalfOpen, kNothingMore, kScramRefusals, kNoScram},
-    {kScram1, kScram, 4, kComplete, kFromScram, kToScram, kHalfOpen, kNothingMore, kScramRefusals, kNoScram}};
+    {kKerberos, kNtlm, kHost, 2, kOfKerberos + "1 1 1 alice,QXNEGO.TEST", kOfKerberos + "0 1 1 alice,QXNEGO.TEST"},
+    {kNtlm, kKerberos, kHost, 3, kNtlm.user + ">host/localhost 1 1 0 alice,QXTEST",
+     kNtlm.user + ">(none) 0 1 0 alice,QXTEST"},
+    {kScram, kScram1, kGsasl, 4, kFromScram, kToScram},
+    {kScram1, kScram, kGsasl, 4, kFromScram, kToScram}};
 
 // Tokens of every mechanism, for another one's context or for the same one's later.
 std::vector<std::string> tokens_of_all() {
@@ -43,9 +44,7 @@ std::vector<std::string> tokens_of_all() {
     for (const Row &row : kRows) {
         Pair pair(row.of);
         exchange(pair.client, pair.server, [&](std::size_t, const std::string &token) {
-            tokens.push_back(token);
-            tokens.push_back(framed(kNegotiator, token));
-            tokens.push_back(framed(kNtlmOctets, token));
+            tokens.insert(tokens.end(), {token, framed(kNegotiator, token), framed(kNtlmOctets, token)});
         });
     }
     return tokens;
@@ -57,6 +56,7 @@ class Mechanism : public testing::TestWithParam<Row> {
     static void TearDownTestSuite() { qxgss_shutdown(nullptr); }
     const Row &row = GetParam();
     const RealMechanism &of = row.of;
+    const Library &library = row.library;
     const bool is_ntlm = &of == &kNtlm;
     Pair pair{of};
     Peer &client = pair.client, &server = pair.server;
@@ -68,10 +68,10 @@ INSTANTIATE_TEST_SUITE_P(Each, Host, testing::ValuesIn(kRows, kRows + 2), prefix
 
 TEST_P(Mechanism, EstablishesAndTellsWhoAndHow) {
     exchange(client, server, [&](std::size_t, const std::string &) {
-        EXPECT_TRUE(server.context == nullptr || server.complete() || server.refusals() == row.no_context);
+        EXPECT_TRUE(server.context == nullptr || server.complete() || server.refusals() == library.no_context);
     });
     ASSERT_TRUE(client.complete() && server.complete()) << client.text() << server.text();
-    EXPECT_EQ(client.said, row.said);
+    EXPECT_EQ(client.said, library.success);
     constexpr OM_uint32 protection = GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
     for (Peer *peer : {&client, &server}) {
         EXPECT_EQ(bytes_of(*peer->actual), bytes_of(*server.info.pMechOid));
@@ -138,25 +138,25 @@ TEST_P(Mechanism, RefusesEveryPrefixAndAltersNoNameByAnyChange) {
 // Of each call that needs one: none, one that is not established, one that failed, one of the other role, of another
 // mechanism, one that is established already.
 TEST_P(Mechanism, NeedsAContext) {
-    EXPECT_EQ(client.refusals(), row.no_context);
-    EXPECT_TRUE(row.no_context.contains(client.inquired()));
+    EXPECT_EQ(client.refusals(), library.no_context);
+    EXPECT_TRUE(library.no_context.contains(client.inquired()));
     EXPECT_TRUE(
-        row.no_context.contains(client.call({}, &Table::ftn_gssp_delete_sec_context, &client.context, nullptr)));
+        library.no_context.contains(client.call({}, &Table::ftn_gssp_delete_sec_context, &client.context, nullptr)));
     client.init("");
-    EXPECT_EQ(client.refusals(), row.no_context);
-    EXPECT_EQ(client.inquired(), row.half_open);
-    EXPECT_TRUE(client.accept(client.token).starts_with(kNoContext));
+    EXPECT_EQ(client.refusals(), library.no_context);
+    EXPECT_EQ(client.inquired(), library.half_open);
+    EXPECT_TRUE(client.accept(client.token).starts_with("00080000"));
     Peer other(row.sibling.name);
     std::swap(other.context, client.context);
-    EXPECT_TRUE(other.init("rubbish").starts_with(of.has_mics ? "00010000" : kNoContext));
+    EXPECT_TRUE(other.init("rubbish").starts_with(of.has_mics ? "00010000" : "00080000"));
     std::swap(other.context, client.context);
     client.init("rubbish");
     EXPECT_TRUE(client.failed());
-    EXPECT_EQ(client.refusals(), row.no_context);
+    EXPECT_EQ(client.refusals(), library.no_context);
     for (int i = 0; i < 2; ++i) // and stays so
-        EXPECT_TRUE(client.init("rubbish").starts_with(row.over)) << client.said;
+        EXPECT_TRUE(client.init("rubbish").starts_with(library.over)) << client.said;
     ASSERT_TRUE(established(client, server));
-    EXPECT_TRUE(server.accept("rubbish").starts_with(row.over)) << server.said;
+    EXPECT_TRUE(server.accept("rubbish").starts_with(library.over)) << server.said;
     EXPECT_TRUE(server.inquired().starts_with(of.user)); // which it has survived
 }
 
@@ -293,19 +293,19 @@ TEST(Logons, GiveTheNameOrTheWholeReason) {
     }
 }
 
-// Null for every pointer, zero for every number: 'r' when that is refused, '0' when there is no such operation.
-template <typename... Arguments> char refuses_nothing(OM_uint32 (*operation)(Arguments...)) {
-    return operation == nullptr ? '0' : GSS_ERROR(operation(Arguments{}...)) != 0 ? 'r' : '-';
+// Whether an operation that there is takes null for every pointer and zero for every number.
+template <typename... Arguments> bool takes_nothing(OM_uint32 (*operation)(Arguments...)) {
+    return operation != nullptr && GSS_ERROR(operation(Arguments{}...)) == 0;
 }
 
 TEST(Nothing, IsRefusedByEveryOperation) {
     configured(entries_of(kAll));
     for (const Row &row : kRows) {
-        std::string said;
-#define REFUSES(TABLE, operation) said += refuses_nothing(TABLE.ftn_gssp_##operation);
-        QXGSS_OPERATIONS(REFUSES, registered(row.of.name).MechFtnTable)
-#undef REFUSES
-        EXPECT_EQ(said, row.refusals);
+        std::string taking;
+#define TAKES(TABLE, operation) taking += takes_nothing(TABLE.ftn_gssp_##operation) ? #operation " " : "";
+        QXGSS_OPERATIONS(TAKES, registered(row.of.name).MechFtnTable)
+#undef TAKES
+        EXPECT_EQ(taking, "configure ");
     }
 }
 
