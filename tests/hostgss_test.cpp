@@ -68,11 +68,6 @@ std::string octets(std::size_t value, int bytes) {
 constexpr std::size_t kUsual = 0x20008201, kSign = 0x10, kSeal = 0x20, kAnonymous = 0x800, kExtended = 0x80000,
                       kKeyExchange = 0x40000000; // usual: 128 bits, NTLM, always signed, Unicode
 
-// [MS-NLMP] 2.2.1.1
-std::string negotiate(std::size_t flags) {
-    return "NTLMSSP"s + '\0' + octets(1, 4) + octets(kUsual | flags, 4) + std::string(24, '\0');
-}
-
 // An answer of user alice's that was made without a password ([MS-NLMP] 2.2.1.3).
 std::string answer(std::size_t lm, std::size_t nt, bool with_domain, std::size_t flags) {
     const std::string domain = with_domain ? "Q\0X\0T\0E\0S\0T\0"s : "", user = "a\0l\0i\0c\0e\0"s;
@@ -90,9 +85,11 @@ TEST(Ntlm, LetsNobodyInWithoutAPassword) {
     Peer server(kNtlm.name), by_default(kNtlm.name);
     server.acquire("", GSS_C_ACCEPT);
     const auto attempt = [&](std::size_t flags, const std::string &message) {
+        const std::string negotiate = // [MS-NLMP] 2.2.1.1
+            "NTLMSSP"s + '\0' + octets(1, 4) + octets(kUsual | flags, 4) + std::string(24, '\0');
         for (Peer *acceptor : {&server, &by_default}) {
             acceptor->forget();
-            ASSERT_TRUE(acceptor->accept(negotiate(flags)).starts_with("00000001")) << acceptor->text();
+            ASSERT_TRUE(acceptor->accept(negotiate).starts_with("00000001")) << acceptor->text();
             acceptor->accept(message);
             EXPECT_TRUE(acceptor->failed()) << acceptor->source;
         }
@@ -186,15 +183,6 @@ TEST(TicketCache, SignsOnWithoutAName) {
     client.init("");
     EXPECT_PRED_FORMAT2(testing::IsSubstring, ": Server nobody/localhost@QXNEGO.TEST not found", client.text());
     EXPECT_EQ(std::system("kdestroy"), 0);
-}
-
-TEST(Acceptor, SaysWhichKeyTableIsMissing) {
-    const std::string keys = kRealm + "/service.keytab", kept = kRealm + "/kept";
-    std::filesystem::rename(keys, kept);
-    Peer server(kKerberos.name);
-    server.acquire("", GSS_C_ACCEPT);
-    EXPECT_TRUE(server.failed() && server.text().find("service.keytab") != std::string::npos) << server.text();
-    std::filesystem::rename(kept, keys);
 }
 
 TEST(Configure, PutsToUseWhatMayBeAndSaysWhy) {

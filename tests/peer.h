@@ -238,8 +238,7 @@ struct Pair {
 using Between = std::function<void(std::size_t, std::string &)>;
 
 // An exchange from its beginning, until an end fails or has nothing to send; that end.
-inline Peer *exchange(
-    Peer &client, Peer &server, Between between = [](std::size_t, std::string &) {}) {
+inline Peer *exchange(Peer &client, Peer &server, const Between &between = {}) {
     client.forget();
     server.forget();
     std::string token;
@@ -249,7 +248,8 @@ inline Peer *exchange(
         token = peer.token;
         if (peer.failed() || token.empty() || number == 9)
             return &peer;
-        between(number, token);
+        if (between)
+            between(number, token);
     }
 }
 
