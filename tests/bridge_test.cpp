@@ -83,9 +83,7 @@ struct End {
         scripted::script().acting = side;
         gss_buffer_desc input = view_of(token), service = view_of("host@server");
         Given target, given;
-        if (side == kClient &&
-            GSS_ERROR(called(bridge_gss_import_name, &service, GSS_C_NT_HOSTBASED_SERVICE, &target.name)) != 0)
-            return "";
+        called(bridge_gss_import_name, &service, GSS_C_NT_HOSTBASED_SERVICE, &target.name);
         major = side == kClient ? called(bridge_gss_init_sec_context, credential, &context, target.name, nullptr,
                                          GSS_C_INTEG_FLAG | GSS_C_DELEG_FLAG, 0U, nullptr, &input, nullptr, &given.text,
                                          &flags, nullptr)
