@@ -387,6 +387,7 @@ void live(const Row &row, bool with_credential) {
         exchange(client, server);
     EXPECT_TRUE(failed || (client.complete() && server.complete() && server.source == of.user));
     EXPECT_TRUE(failed || client.said == row.library.success);
+    EXPECT_TRUE(failed || (server.delegated != nullptr) == (of.name == kKerberos.name));
     inquire(client, row, row.client);
     inquire(server, row, row.server);
     protect(client, server, of);
