@@ -245,8 +245,7 @@ TEST_F(Host, SignsOnWithoutAName) {
               GSS_S_COMPLETE);
     EXPECT_EQ(taken(out), "");
     client.forget();
-    gssp_release_name(nullptr, &client.target);
-    client.target = imported("nobody/localhost");
+    client.target = common::Name(imported("nobody/localhost"));
     client.init("");
     EXPECT_PRED_FORMAT2(testing::IsSubstring, ": Server nobody/localhost@QXNEGO.TEST not found", client.text());
     EXPECT_EQ(std::system("kdestroy"), 0);
