@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "mechanisms/hostgss/ntlm.h"
 #include "tests/peer.h"
 
 namespace {
@@ -165,6 +166,88 @@ TEST(Ntlm, NamesAUserInOneWay) {
     std::ofstream(kUsers) << usual;
 }
 
+// Each field of each message, with every length up to the message's end and the largest, at every offset up to that end
+// and at those of the largest numbers.
+TEST(NtlmMessage, HasItsFieldsBehindItsHeaderAndInside) {
+    using enum hostgss::NtlmMessage;
+    struct Field {
+        std::size_t at, length, least = 0, most = 0xFFFF; // where its length stands, a good one, and what it may be
+    };
+    const struct {
+        hostgss::NtlmMessage type;
+        std::size_t header;
+        std::vector<Field> fields;
+    } cases[] = {{kNegotiate, 32, {{16, 3}, {24, 0}}},
+                 {kChallenge, 48, {{12, 2, 1}, {40, 9}}},
+                 {kAuthenticate, 64, {{12, 24}, {20, 44, 44}, {28, 0}, {36, 2}, {44, 4}, {52, 16, 16, 16}}}};
+    const auto put = [](std::string &in, std::size_t at, std::size_t length, std::size_t offset) {
+        in.replace(at, 2, octets(length, 2)).replace(at + 4, 4, octets(offset, 4));
+    };
+    for (const auto &[type, header, fields] : cases) {
+        std::string message = "NTLMSSP" + std::string(121, '\0');
+        message[8] = static_cast<char>(type);
+        for (const Field &field : fields)
+            put(message, field.at, field.length, header);
+        EXPECT_FALSE(check_ntlm_message(message, type).failed());
+        EXPECT_TRUE(check_ntlm_message(message.substr(0, header - 1), type).failed());
+        for (const auto &[at, usual, least, most] : fields)
+            for (std::size_t number = 0; number < 131 * 132; ++number) {
+                const std::size_t length = number % 131 == 130 ? 0xFFFF : number % 131, place = number / 131,
+                                  offset = place < 130 ? place : 0xFFFFFFFF - (place - 130) * length;
+                std::string changed = message;
+                put(changed, at, length, offset);
+                const bool inside = length == 0 || (offset >= header && offset + length <= message.size());
+                EXPECT_EQ(check_ntlm_message(changed, type).failed(), length < least || length > most || !inside)
+                    << header << " " << at << " " << length << " at " << offset;
+            }
+    }
+}
+
+// A user of the host's NTLM, as the client has written the name.
+TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
+    const std::string two = "A:alice:x\nb:Alice:y\n", hashes = ":1:h:h:u\n", none = "none", refused;
+    const struct {
+        std::string users, shown, name;
+    } cases[] = {
+        {two, "A\\ALICE", "A\\alice"},
+        {two, "B\\alice", "b\\Alice"},
+        {two, "alice", refused},
+        {two, "\\alice", refused},
+        {two, "C\\Alice", "C\\alice"}, // not in the file: the host has asked somebody else
+        {two + "a:ALICE:z\n", "A\\alice", refused},
+        {two + "A:alice:z\n", "a\\alice", "A\\alice"},
+        {"#A:bob:x\n\nA:bob\nA:bobby:x\nA:\xC3\xA9", "bob", refused},
+        {"A:bob:x:y\nB:bob:x\r\n", "bob", "B\\bob"}, // three colons are no line
+        {"C:B\\bob:x\nB:bob:y\n", "B\\bob", refused},
+        {"C:B\\bob:x\n", "B\\bob", "C\\B\\bob"},
+        {"bob" + hashes, "ANY\\BOB", "bob"},
+        {"A\\bob" + hashes, "BOB", "A\\bob"},
+        {"A\\bob" + hashes + "bob" + hashes, "a\\bob", refused},
+        {":bob:x\n", "BOB", "bob"},
+        {"A:" + std::string(1021, 'x') + "B:bob:y", "b\\bob", "B\\bob"}, // a long line is two
+        {"A:ma\xC3\x9F:x\nA:mass:y\n", "A\\mass", refused},
+        {"A:bob:x\n", "A\\b\xC3\xB6\x62", refused},
+        {none, "bob", refused},
+        {none, "dOm\\bOb", "DOM\\bob"},
+        {none, "dom.example\\bob", refused},
+        {none, "DOM\\bob@dom.example", refused},
+        {none, "DOM\\a\\bob", refused},
+        {none, "DOM\\", refused},
+        {".", "DOM\\bob", refused}, // a folder
+    };
+    const Folder folder;
+    for (const auto &[users, shown, name] : cases) {
+        const std::string file =
+            users == none || users == "." ? folder.path + "/" + users : folder.file("users", users);
+        hostgss::Block found;
+        const hostgss::Status status = hostgss::canonical_ntlm_name(shown, file.c_str(), found);
+        EXPECT_EQ(status.failed() ? refused : std::string(found.view()), name) << shown << " in\n" << users;
+    }
+    hostgss::Block found;
+    EXPECT_FALSE(hostgss::canonical_ntlm_name("dom\\Bob", nullptr, found).failed());
+    EXPECT_EQ(found.view(), "DOM\\bob");
+}
+
 TEST(TicketCache, SignsOnWithoutAName) {
     ASSERT_EQ(std::system("kinit -k -t $REALM/client.keytab alice"), 0);
     Peer client{kKerberos.name}, server{kKerberos.name};
@@ -229,10 +312,10 @@ TEST(Statuses, AndMechanismsAreTheHosts) {
     Outputs none, shown;
     OM_uint32 more = 7;
     const OM_uint32 status = GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT;
-    EXPECT_TRUE(peer.call(none, &Table::ftn_gssp_inquire_names_for_mech, registered("absent").pMechOid, &none.oids)
+    EXPECT_TRUE(peer.call(none, &Table::ftn_gssp_inquire_names_for_mech, registered("absent").pMechOid, none.oids.out())
                     .starts_with("00010000"));
-    peer.table.ftn_gssp_display_status(nullptr, status, GSS_C_GSS_CODE, nullptr, &more, &shown.buffer);
-    EXPECT_EQ(text_of(shown.buffer), "A required input parameter could not be read; No context has been established");
+    peer.table.ftn_gssp_display_status(nullptr, status, GSS_C_GSS_CODE, nullptr, &more, shown.buffer.out());
+    EXPECT_EQ(shown.text(), "A required input parameter could not be read; No context has been established");
     EXPECT_EQ(more, 0U);
 }
 

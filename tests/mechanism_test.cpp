@@ -1,6 +1,11 @@
 // What every real mechanism keeps, driven through its function table in a realm of its own: who is let in, what someone
-// in between can change, what a user is told when something is missing.
+// in between can change, what a user is told when something is missing, and what a lack of memory leaves.
+#include <gsasl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "qxgss/operations.h"
+#include "tests/failing_heap.h"
 #include "tests/peer.h"
 
 namespace {
@@ -23,16 +28,20 @@ struct Row {
     const Library &library;
     std::size_t tokens; // an odd number: the client completes before the server does
     std::string client, server;
+    std::string_view password;
+    std::string wrong, message; // a logon string that is refused, and what a lack of memory lets a configuration say
 };
 const std::string kOfKerberos = "alice@QXNEGO.TEST>host/localhost@QXNEGO.TEST ",
-                  kFromScram = "alice>host@localhost 1 1 1 -,-", kToScram = "alice>(none) 0 1 1 -,-";
+                  kFromScram = "alice>host/localhost 1 1 1 -,-", kToScram = "alice>(none) 0 1 1 -,-",
+                  kNoVerifiers = "verifiers: Cannot allocate memory";
 // gss-ntlmssp does not say for how long, nor its acceptor as whom.
 const Row kRows[] = {
-    {kKerberos, kNtlm, kHost, 2, kOfKerberos + "1 1 1 alice,QXNEGO.TEST", kOfKerberos + "0 1 1 alice,QXNEGO.TEST"},
+    {kKerberos, kNtlm, kHost, 2, kOfKerberos + "1 1 1 alice,QXNEGO.TEST", kOfKerberos + "0 1 1 alice,QXNEGO.TEST",
+     "Alice1", "authcid=alice realm=OTHER.TEST password=Alice1", ""},
     {kNtlm, kKerberos, kHost, 3, kNtlm.user + ">host/localhost 1 1 0 alice,QXTEST",
-     kNtlm.user + ">(none) 0 1 0 alice,QXTEST"},
-    {kScram, kScram1, kGsasl, 4, kFromScram, kToScram},
-    {kScram1, kScram, kGsasl, 4, kFromScram, kToScram}};
+     kNtlm.user + ">(none) 0 1 0 alice,QXTEST", "Alice1", "password=Alice1", "hashes instead of passwords"},
+    {kScram, kScram1, kGsasl, 4, kFromScram, kToScram, "wonderland", "password=wonderland", kNoVerifiers},
+    {kScram1, kScram, kGsasl, 4, kFromScram, kToScram, "wonderland", "password=wonderland", kNoVerifiers}};
 
 // Tokens of every mechanism, for another one's context or for the same one's later.
 std::vector<std::string> tokens_of_all() {
@@ -65,24 +74,6 @@ class Host : public Mechanism {};
 const auto prefix = [](const auto &row) { return row.param.of.prefix + std::to_string(row.index); };
 INSTANTIATE_TEST_SUITE_P(Each, Mechanism, testing::ValuesIn(kRows), prefix);
 INSTANTIATE_TEST_SUITE_P(Each, Host, testing::ValuesIn(kRows, kRows + 2), prefix);
-
-TEST_P(Mechanism, EstablishesAndTellsWhoAndHow) {
-    exchange(client, server, [&](std::size_t, const std::string &) {
-        EXPECT_TRUE(server.context == nullptr || server.complete() || server.refusals() == library.no_context);
-    });
-    ASSERT_TRUE(client.complete() && server.complete()) << client.text() << server.text();
-    EXPECT_EQ(client.said, library.success);
-    constexpr OM_uint32 protection = GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
-    for (Peer *peer : {&client, &server}) {
-        EXPECT_EQ(bytes_of(*peer->actual), bytes_of(*server.info.pMechOid));
-        EXPECT_TRUE(of.has_mics ? (peer->flags & protection) == protection : peer->flags == GSS_C_MUTUAL_FLAG);
-        EXPECT_TRUE(of.has_mics ? peer->lifetime > 3600 : peer->lifetime == GSS_C_INDEFINITE);
-        EXPECT_EQ(peer->delegated, nullptr);
-    }
-    EXPECT_EQ(server.source, of.user);
-    EXPECT_EQ(client.asked(), row.client + " " + records_of(of.user, of));
-    EXPECT_EQ(server.asked(), row.server + " " + records_of(of.user, of));
-}
 
 // Change number `number` of a token: it ends before one of its bytes (`cut`), or that is another one (in full with each
 // bit changed, too); it goes on behind its end; or it is another token. False: there are no more.
@@ -143,6 +134,8 @@ TEST_P(Mechanism, NeedsAContext) {
     EXPECT_TRUE(
         library.no_context.contains(client.call({}, &Table::ftn_gssp_delete_sec_context, &client.context, nullptr)));
     client.init("");
+    server.accept(client.token);
+    EXPECT_TRUE(server.complete() || server.refusals() == library.no_context);
     EXPECT_EQ(client.refusals(), library.no_context);
     EXPECT_EQ(client.inquired(), library.half_open);
     EXPECT_TRUE(client.accept(client.token).starts_with("00080000"));
@@ -161,23 +154,6 @@ TEST_P(Mechanism, NeedsAContext) {
 }
 
 // ---- Messages, and what else only the host's mechanisms have --------------------------------------------------------
-
-TEST_P(Host, ProtectsMessagesBothWays) {
-    ASSERT_TRUE(established(client, server));
-    for (const auto &[from, to] : {std::pair{&client, &server}, {&server, &client}})
-        for (const std::string &message : {"x"s, "a\0b"s, std::string(100000, 'm')})
-            for (const int kind : {1, 0, 2}) {
-                const std::string token = from->protect(kind, message);
-                EXPECT_TRUE(to->unprotect(kind, token, message) == message);
-                const int sealed = is_ntlm ? 1 : kind; // NTLM seals all or nothing
-                EXPECT_TRUE(kind == 2 || (from->sealed == sealed && to->sealed == sealed));
-                EXPECT_EQ(token.find("mmmmmm") != std::string::npos, sealed == 0 && message.size() > 5);
-            }
-    OM_uint32 limit = 0;
-    client.call({}, &Table::ftn_gssp_wrap_size_limit, client.context, 1, 0U, 1000U, &limit);
-    EXPECT_GT(limit, 500U);
-    EXPECT_LE(client.protect(1, std::string(limit, 'm')).size(), 1000U);
-}
 
 // In both directions, on a context of its own each.
 TEST_P(Host, RefusesEveryChangedMessage) {
@@ -327,4 +303,145 @@ TEST(Client, AcceptsNobody) {
     qxgss_shutdown(nullptr);
 }
 
+// ---- Without memory -------------------------------------------------------------------------------------------------
+
+bool failed = false; // a call of this life has
+long from_gsasl = 0; // blocks that GNU SASL made and our objects have to free
+
+bool lacks_memory(const std::string &said) { // GSS_S_FAILURE with a minor status of either adapter
+    return said == "000D0000/E1000065" || said == "000D0000/00000007";
+}
+
+// A failure comes with a text; the first one is lack of memory, later ones follow from it.
+void check_failure(const Peer &peer, const std::string &said) {
+    Outputs text;
+    OM_uint32 more = 0;
+    const auto minor = static_cast<OM_uint32>(std::stoul(said.substr(9), nullptr, 16));
+    const std::string shown = outcome(peer.table.ftn_gssp_display_status, minor, GSS_C_MECH_CODE, peer.info.pMechOid,
+                                      &more, text.buffer.out());
+    EXPECT_TRUE(text.any() ? shown.starts_with("0000") : lacks_memory(shown)) << said << ", " << shown;
+    EXPECT_TRUE(failed || lacks_memory(said)) << said << ", " << text.text();
+    failed = true;
+}
+
+// The message is whole or empty; that of a failure has said what failed.
+std::string configure(MechInfo_t &info, const std::string &expected) {
+    Outputs message;
+    const int use = std::exchange(info.fUseMech, GSSP_MECH_BEING_CONFIGURED);
+    const std::string said = outcome(info.MechFtnTable.ftn_gssp_configure, QXGSS_SERVER, nullptr, message.buffer.out());
+    info.fUseMech = use;
+    EXPECT_TRUE(!message.any() || message.text().ends_with(expected)) << message.text();
+    if (!said.starts_with("0000"))
+        failed = failed || message.any(), check_failure(Peer(info), said);
+    return said;
+}
+
+void inquire(const Peer &peer, const Row &row, const std::string &expected) {
+    Outputs mechs, types;
+    peer.call(mechs, &Table::ftn_gssp_indicate_mechs, mechs.oids.out());
+    peer.call(types, &Table::ftn_gssp_inquire_names_for_mech, peer.info.pMechOid, types.oids.out());
+    const std::string asked = peer.asked();
+    EXPECT_TRUE(peer.complete() || asked.find(" 1 1 ") == std::string::npos) << asked;
+    EXPECT_TRUE(!peer.failed() || (peer.token.empty() && peer.delegated == nullptr));
+    if (failed)
+        return;
+    int known = 0;
+    gssp_test_oid_set_member(nullptr, peer.info.pMechOid, mechs.oids.get(), &known);
+    EXPECT_TRUE(known == 1 && types.oids->count == (row.of.has_mics ? 5 : 4));
+    EXPECT_EQ(bytes_of(*peer.actual), bytes_of(*peer.info.pMechOid));
+    constexpr OM_uint32 protection = GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
+    EXPECT_TRUE(row.of.has_mics ? (peer.flags & protection) == protection : peer.flags == GSS_C_MUTUAL_FLAG);
+    EXPECT_TRUE(row.of.has_mics ? peer.lifetime > 3600 : peer.lifetime == GSS_C_INDEFINITE);
+    EXPECT_EQ(asked, expected + " " + records_of(row.of.user, row.of));
+}
+
+void protect(Peer &from, Peer &to, const RealMechanism &of) {
+    for (const int kind : {0, 1, 2}) {
+        const std::string token = from.protect(kind, kMessage), message = to.unprotect(kind, token, kMessage);
+        const int sealed = of.name == kNtlm.name ? 1 : kind; // NTLM seals all or nothing
+        EXPECT_TRUE(failed || message == (of.has_mics ? kMessage : ""));
+        EXPECT_TRUE(failed || kind == 2 || !of.has_mics || (from.sealed == sealed && to.sealed == sealed));
+        EXPECT_TRUE(failed || (token.find(kMessage) != std::string::npos) == (of.has_mics && sealed == 0));
+    }
+    OM_uint32 limit = 0;
+    from.call({}, &Table::ftn_gssp_wrap_size_limit, from.context, 1, 0U, 1000U, &limit);
+    EXPECT_TRUE(failed || !of.has_mics || (limit > 500 && from.protect(1, std::string(limit, 'm')).size() <= 1000));
+}
+
+void live(const Row &row, bool with_credential) {
+    const RealMechanism &of = row.of;
+    MechInfo_t &info = registered(of.name), &absent = registered("absent");
+    Peer client(info), server(info);
+    gssp_release_name(nullptr, &client.target);
+    client.target = imported("host/localhost");
+    client.request |= GSS_C_DELEG_FLAG;
+    failed = false;
+    configure(info, row.message);
+    if (with_credential)
+        server.acquire("host@localhost", GSS_C_ACCEPT, GSS_C_NT_HOSTBASED_SERVICE), server.owner();
+    client.acquire(of.logon);
+    const std::string owner = client.owner();
+    EXPECT_TRUE(client.failed() || owner == "(none)" || owner == of.user);
+    // A side that could not log on does not call: without a credential it would be another user.
+    if (client.credential != nullptr && (server.credential != nullptr) == with_credential)
+        exchange(client, server);
+    EXPECT_TRUE(failed || (client.complete() && server.complete() && server.source == of.user));
+    EXPECT_TRUE(failed || client.said == row.library.success);
+    EXPECT_TRUE(failed || (server.delegated != nullptr) == (of.name == kKerberos.name));
+    inquire(client, row, row.client);
+    inquire(server, row, row.server);
+    protect(client, server, of);
+    protect(server, client, of);
+    for (Peer *peer : {&client, &server})
+        EXPECT_TRUE(peer->context == nullptr ||
+                    peer->call({}, &Table::ftn_gssp_delete_sec_context, &peer->context, nullptr).starts_with("0000"));
+    EXPECT_TRUE(client.call({}, &Table::ftn_gssp_release_cred, &client.credential).starts_with("0000"));
+    failed = true; // as the next calls must
+    EXPECT_FALSE(client.acquire(row.wrong).starts_with("0000"));
+    EXPECT_FALSE(configure(absent, absent.pszMessage).starts_with("0000"));
+    info.MechFtnTable.ftn_gssp_configure(nullptr, QXGSS_CLIENT, nullptr, nullptr); // drops the verifiers
+}
+
+// Each mechanism goes through its whole life with each allocation failing, alone and with all later ones. A call is
+// then right, or says that memory is lacking and hands out nothing; a side that failed is not established, handles can
+// be asked and deleted, nothing is left, and no block that our objects give back holds the password. The libraries
+// behind keep what they allocate.
+TEST(Life, IsWholeOrRefused) {
+    const Folder folder;
+    const std::string verifiers = folder.file("verifiers", "");
+    std::filesystem::copy_file(SCRAM_VERIFIERS, verifiers, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(verifiers, std::filesystem::perms(0600));
+    RealMechanism all[] = {kScram, kScram1, kKerberos, kNtlm};
+    all[0].settings = all[1].settings = "verifiers_file = \"" + verifiers + "\"\n";
+    configured(entry_of("absent", "1.3.6.1.4.1.99999.1", "HOSTGSS", "") + entries_of(all), QXGSS_CLIENT);
+    for (const Row &row : kRows)
+        for (const auto &[all_later, with_credential] : {std::pair{false, true}, {true, true}, {false, false}}) {
+            // In processes of their own: the host's NTLM takes thread keys for each password, and never gives them
+            // back.
+            const pid_t child = fork();
+            if (child == 0) {
+                around_call = failing_heap::open_window;
+                Peer::on_failure = check_failure;
+                failing_heap::watch_for(row.password);
+                failing_heap::sweep(
+                    all_later, [&, with = with_credential] { live(row, with); },
+                    [] { return failing_heap::live_blocks() + from_gsasl; });
+                std::fflush(nullptr);
+                _exit(testing::Test::HasFailure() ? 1 : 0);
+            }
+            int status = -1;
+            waitpid(child, &status, 0);
+            EXPECT_EQ(status, 0);
+        }
+    qxgss_shutdown(nullptr);
+}
+
 } // namespace
+
+extern "C" int __real_gsasl_step(Gsasl_session *, const char *, std::size_t, char **, std::size_t *);
+extern "C" int __wrap_gsasl_step(Gsasl_session *pSession, const char *pInput, std::size_t length, char **ppOutput,
+                                 std::size_t *pLength) {
+    const int rc = __real_gsasl_step(pSession, pInput, length, ppOutput, pLength);
+    from_gsasl += (rc == GSASL_OK || rc == GSASL_NEEDS_MORE) && *ppOutput != nullptr;
+    return rc;
+}

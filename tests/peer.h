@@ -27,7 +27,7 @@ inline std::string configured(const std::string &text, OM_uint32 role = QXGSS_SE
 }
 
 inline const std::string kNegotiator = "\x2b\x06\x01\x05\x05\x02",
-                         kNtlmOctets = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a", kMessage = "message";
+                         kNtlmOctets = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a", kMessage{"mes\0sage", 8};
 
 // RFC 2743 3.1
 inline std::string framed(const std::string &oid, const std::string &token) {
@@ -43,28 +43,21 @@ inline std::string records_of(const std::string &user, const testkit::RealMechan
            record(17, bytes_of(*registered(of.name).pMechOid));
 }
 
+inline void release_text(OM_uint32 *, char **ppText) {
+    std::free(*ppText);
+}
 // What a call hands out.
 struct Outputs {
-    Outputs() = default;
-    Outputs(const Outputs &) = delete;
-    Outputs &operator=(const Outputs &) = delete;
-    ~Outputs() {
-        gssp_release_buffer(nullptr, &buffer);
-        gssp_release_name(nullptr, &source);
-        gssp_release_name(nullptr, &target);
-        gssp_release_oid_set(nullptr, &oids);
-        std::free(user);
-        std::free(domain);
-    }
     bool any() const {
-        return buffer.value != nullptr || buffer.length != 0 || source != nullptr || target != nullptr ||
-               oids != nullptr || user != nullptr || domain != nullptr;
+        return buffer.bytes().data() != nullptr || !(source == nullptr) || !(target == nullptr) || !(oids == nullptr) ||
+               !(user == nullptr) || !(domain == nullptr);
     }
+    std::string text() const { return std::string(buffer.bytes()); }
 
-    qxgss_buffer_desc buffer{};
-    qxgss_name_t source = nullptr, target = nullptr;
-    qxgss_OID_set oids = nullptr;
-    char *user = nullptr, *domain = nullptr;
+    common::Buffer buffer;
+    common::Name source, target;
+    common::OidSet oids;
+    common::Owned<char *, release_text> user, domain;
 };
 
 // One end; what it holds goes with it. Each call gives its statuses, and keeps them with all that it handed out.
@@ -103,7 +96,7 @@ struct Peer {
         qxgss_OID_set_desc mechs = {1, info.pMechOid};
         const common::Name name(imported(logon, type));
         said = call(out, &Table::ftn_gssp_acquire_cred, name.get(), GSS_C_INDEFINITE, &mechs, usage, &credential,
-                    &out.oids, &lifetime);
+                    out.oids.out(), &lifetime);
         EXPECT_TRUE((credential == nullptr) == failed() && (lifetime == 0) == failed());
         return said;
     }
@@ -117,10 +110,10 @@ struct Peer {
     std::string accept(const std::string &input) {
         Outputs peer;
         qxgss_buffer_desc in = view(input), out{};
-        said = call(peer, &Table::ftn_gssp_accept_sec_context, &context, credential, &in, bindings, &peer.source,
+        said = call(peer, &Table::ftn_gssp_accept_sec_context, &context, credential, &in, bindings, peer.source.out(),
                     &actual, &out, &flags, &lifetime, &delegated);
         token = taken(out);
-        source = text_of(peer.source);
+        source = text_of(peer.source.get());
         return said;
     }
     // Deletes the context, for another exchange.
@@ -135,9 +128,9 @@ struct Peer {
     std::string protect(int kind, const std::string &message) {
         Outputs out;
         qxgss_buffer_desc in = view(message);
-        said = kind == 2 ? call(out, &Table::ftn_gssp_get_mic, context, 0U, &in, &out.buffer)
-                         : call(out, &Table::ftn_gssp_wrap, context, kind, 0U, &in, &sealed, &out.buffer);
-        return text_of(out.buffer);
+        said = kind == 2 ? call(out, &Table::ftn_gssp_get_mic, context, 0U, &in, out.buffer.out())
+                         : call(out, &Table::ftn_gssp_wrap, context, kind, 0U, &in, &sealed, out.buffer.out());
+        return out.text();
     }
     // The message; "" after a failure.
     std::string unprotect(int kind, const std::string &sent, const std::string &message) {
@@ -145,11 +138,12 @@ struct Peer {
         const std::string before = sent; // which is the caller's
         qxgss_buffer_desc in = view(message), mac = view(sent);
         qxgss_qop_t qop = 0;
-        said = kind == 2 ? call(out, &Table::ftn_gssp_verify_mic, context, &in, &mac, &(qop = 9))
-                         : call(out, &Table::ftn_gssp_unwrap, context, &mac, &out.buffer, &(sealed = 9), &(qop = 9));
+        said = kind == 2
+                   ? call(out, &Table::ftn_gssp_verify_mic, context, &in, &mac, &(qop = 9))
+                   : call(out, &Table::ftn_gssp_unwrap, context, &mac, out.buffer.out(), &(sealed = 9), &(qop = 9));
         EXPECT_TRUE(said.empty() || (qop == 0 && (kind == 2 || !failed() || sealed == 0)));
         EXPECT_EQ(sent, before);
-        return failed() ? "" : kind == 2 ? message : text_of(out.buffer);
+        return failed() ? "" : kind == 2 ? message : out.text();
     }
 
     bool failed() const { return said.compare(0, 4, "0000") != 0; }
@@ -158,8 +152,8 @@ struct Peer {
         Outputs out;
         OM_uint32 more = 0;
         const auto minor = static_cast<OM_uint32>(std::stoul("0" + of.substr(of.find('/') + 1), nullptr, 16));
-        table.ftn_gssp_display_status(nullptr, minor, GSS_C_MECH_CODE, info.pMechOid, &more, &out.buffer);
-        return text_of(out.buffer);
+        table.ftn_gssp_display_status(nullptr, minor, GSS_C_MECH_CODE, info.pMechOid, &more, out.buffer.out());
+        return out.text();
     }
     std::string text() const { return text(said); }
     static void expect_text(const Peer &peer, const std::string &of) { EXPECT_NE(peer.text(of), "") << of; }
@@ -168,9 +162,9 @@ struct Peer {
     std::string owner(OM_uint32 *pLeft = nullptr) const {
         Outputs out;
         qxgss_cred_usage_t usage = -1;
-        call(out, &Table::ftn_gssp_inquire_cred, credential, &out.source, pLeft, &usage, &out.oids);
+        call(out, &Table::ftn_gssp_inquire_cred, credential, out.source.out(), pLeft, &usage, out.oids.out());
         EXPECT_TRUE(out.oids == nullptr || credential == nullptr || out.oids->count == 1);
-        return text_of(out.source);
+        return text_of(out.source.get());
     }
     // "source>target", whether this end has begun, whether the context is open, whether it lasts.
     std::string inquired() const {
@@ -178,22 +172,23 @@ struct Peer {
         int initiated = -1, open = -1;
         OM_uint32 left = 0, all = 0;
         qxgss_OID oid = nullptr;
-        const std::string answer = call(out, &Table::ftn_gssp_inquire_context, context, &out.source, &out.target, &left,
-                                        &oid, &all, &initiated, &open);
+        const std::string answer = call(out, &Table::ftn_gssp_inquire_context, context, out.source.out(),
+                                        out.target.out(), &left, &oid, &all, &initiated, &open);
         if (!answer.starts_with("0000"))
             return answer;
         EXPECT_EQ(bytes_of(*oid), bytes_of(*info.pMechOid));
         EXPECT_TRUE(failed() || ((all ^ flags) & kProtection) == 0);
-        return text_of(out.source) + ">" + text_of(out.target) + " " + std::to_string(initiated) + " " +
+        return text_of(out.source.get()) + ">" + text_of(out.target.get()) + " " + std::to_string(initiated) + " " +
                std::to_string(open) + " " + std::to_string(left > 3600);
     }
     // That, and every name that is told of the user: "user,domain" and the records.
     std::string asked() const {
         Outputs who, records;
-        call(who, &Table::ftn_gssp_get_client_domain_username, context, &who.user, &who.domain);
-        call(records, &Table::ftn_gssp_inquire_properties_for_user, context, &records.buffer);
+        call(who, &Table::ftn_gssp_get_client_domain_username, context, who.user.out(), who.domain.out());
+        call(records, &Table::ftn_gssp_inquire_properties_for_user, context, records.buffer.out());
         const auto shown = [](const char *text) { return std::string(text == nullptr ? "-" : text); };
-        return inquired() + " " + shown(who.user) + "," + shown(who.domain) + " " + described(text_of(records.buffer));
+        return inquired() + " " + shown(who.user.get()) + "," + shown(who.domain.get()) + " " +
+               described(records.text());
     }
     // What the operations say that need an established context.
     std::set<std::string> refusals() const {
@@ -201,12 +196,12 @@ struct Peer {
         OM_uint32 size = 0;
         qxgss_buffer_desc in = view(kMessage);
         return {call(out, &Table::ftn_gssp_wrap_size_limit, context, 1, 0U, 100U, &size),
-                call(out, &Table::ftn_gssp_wrap, context, 1, 0U, &in, nullptr, &out.buffer),
-                call(out, &Table::ftn_gssp_unwrap, context, &in, &out.buffer, nullptr, nullptr),
-                call(out, &Table::ftn_gssp_get_mic, context, 0U, &in, &out.buffer),
+                call(out, &Table::ftn_gssp_wrap, context, 1, 0U, &in, nullptr, out.buffer.out()),
+                call(out, &Table::ftn_gssp_unwrap, context, &in, out.buffer.out(), nullptr, nullptr),
+                call(out, &Table::ftn_gssp_get_mic, context, 0U, &in, out.buffer.out()),
                 call(out, &Table::ftn_gssp_verify_mic, context, &in, &in, nullptr),
-                call(out, &Table::ftn_gssp_get_client_domain_username, context, &out.user, &out.domain),
-                call(out, &Table::ftn_gssp_inquire_properties_for_user, context, &out.buffer)};
+                call(out, &Table::ftn_gssp_get_client_domain_username, context, out.user.out(), out.domain.out()),
+                call(out, &Table::ftn_gssp_inquire_properties_for_user, context, out.buffer.out())};
     }
 
     static constexpr OM_uint32 kProtection = GSS_C_MUTUAL_FLAG | GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;

@@ -153,8 +153,8 @@ TEST_P(Scram, DisplaysMechanismStatusesAlone) {
     const auto shown = [&](OM_uint32 code, qxgss_OID mechanism, int type = GSS_C_MECH_CODE, OM_uint32 context = 0) {
         Outputs out;
         const std::string said = outcome(registered(name()).MechFtnTable.ftn_gssp_display_status, code, type, mechanism,
-                                         &context, &out.buffer);
-        return said + " " + text_of(out.buffer);
+                                         &context, out.buffer.out());
+        return said + " " + out.text();
     };
     EXPECT_EQ(shown(0x10B, own), kComplete + " The peer sent no token.");
     EXPECT_EQ(shown(0x108, nullptr), kComplete + " The logon string holds no password.");
