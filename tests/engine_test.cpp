@@ -399,6 +399,7 @@ TEST_F(Engine, ARecordIsASnapshotAndLeavesNoTraceWhenItFails) {
     context->TokenNum = 3;
     context->IsPolicyApplied = 1;
     context.set("A11+");
+    entry.IsStateFromPeer = 1;
     qxgss_buffer_desc texts[] = {{4, const_cast<char *>("what")}, {3, const_cast<char *>("why")}};
     for (qxgss_buffer_desc &each : texts) // the second takes the first one's place
         EXPECT_EQ(outcome(QXNEGO_INT_NegMechStateChange, NEG_MECH_STATE_REJECTED, NEG_MECH_REASON_GSSAPI_ERROR, 5U, 0U,
@@ -406,6 +407,7 @@ TEST_F(Engine, ARecordIsASnapshotAndLeavesNoTraceWhenItFails) {
                   kDone);
     EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, nullptr, &entry, context.get()), kDone);
     EXPECT_EQ(context.log(), "[0] next [3p] (null):A32+(00000005/00000000 why)");
+    EXPECT_EQ(context.entries(), "A32+(00000005/00000000 why)"); // its own now, not the peer's
     EXPECT_NE(context->NegLog.pRecords[1].GssMinorStatusText.value, entry.GssMinorStatusText.value);
 }
 
