@@ -11,7 +11,7 @@ using scripted::script;
 
 using Negotiation = NegotiationTest;
 
-// What the caller of a completed side was given, and that messages pass between the two contexts.
+// What the caller of a completed side was given.
 void expect_agreement(Session &session) {
     const NegContext_desc &negotiation = session.server.negotiation();
     const NegMechEntry_desc &entry = negotiation.NegMechList.pNegMech[negotiation.SelectedMechListIndex];
@@ -29,12 +29,6 @@ void expect_agreement(Session &session) {
         EXPECT_EQ(outcome(QXNEGO_inquire_negotiated_mech, peer.context, number, &each), "00100000/E3000414");
         EXPECT_EQ(each.pMechOid, nullptr);
     }
-    const std::string text = "message";
-    qxgss_buffer_desc message = support::view(text), wrapped{}, opened{};
-    EXPECT_FALSE(GSS_ERROR(QXNEGO_wrap(nullptr, session.client.context, 1, 5, &message, nullptr, &wrapped)));
-    EXPECT_FALSE(GSS_ERROR(QXNEGO_unwrap(nullptr, session.server.context, &wrapped, &opened, nullptr, nullptr)));
-    EXPECT_EQ(support::taken(opened), "message");
-    gssp_release_buffer(nullptr, &wrapped);
 }
 
 // The log begins with the mechanisms that are available.

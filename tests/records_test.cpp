@@ -166,23 +166,21 @@ TEST(InsertItem, WritesExactBytesOrNothing) {
     }
 }
 
-// A null-terminated list of heap strings from "a,b,c", as a directory module gives it.
-struct List {
-    explicit List(const std::string &text) {
-        std::istringstream in(text);
-        for (std::string name; std::getline(in, name, ',');)
-            names.push_back(strdup(name.c_str()));
-        names.push_back(nullptr);
-    }
-    ~List() { std::ranges::for_each(names, std::free); }
-    std::string left() const {
-        std::string text;
-        for (std::size_t i = 0; names[i] != nullptr; ++i)
-            text += (text.empty() ? "" : ",") + std::string(names[i]);
-        return text;
-    }
+// A null-terminated list of heap strings from "a,b,c", as a directory module gives it, and back, which frees it.
+std::vector<char *> listed(const std::string &text) {
     std::vector<char *> names;
-};
+    std::istringstream in(text);
+    for (std::string name; std::getline(in, name, ',');)
+        names.push_back(strdup(name.c_str()));
+    names.push_back(nullptr);
+    return names;
+}
+std::string unlisted(const std::vector<char *> &names) {
+    std::string text;
+    for (char *const *name = names.data(); *name != nullptr; std::free(*name++))
+        text += (text.empty() ? "" : ",") + std::string(*name);
+    return text;
+}
 
 char address[] = "ldap://d", database[] = "db", service[] = "svc";
 
@@ -227,17 +225,18 @@ TEST(Authorizations, FollowTheDirectory) {
         authz.ta_service = service;
         authz.ta_ldapurl = address;
         authz.ta_databasename = database;
-        List roles(c.roles), profiles(c.profiles), users(c.users);
-        authz.ta_roles = roles.names.data();
-        authz.ta_profile = profiles.names.data();
-        authz.ta_user = users.names.data();
+        std::vector<char *> roles = listed(c.roles), profiles = listed(c.profiles), users = listed(c.users);
+        authz.ta_roles = roles.data();
+        authz.ta_profile = profiles.data();
+        authz.ta_user = users.data();
         qxgss_buffer_desc props{3, address};
         EXPECT_EQ(outcome(qxat_fill_authorizations, &props, "anna", c.domain, &authz, c.desired_user, c.desired_profile,
                           c.service),
                   c.records.empty() ? "000D0000/00000000" : kFilled);
         EXPECT_EQ(described(taken(props)),
                   c.records.empty() ? "" : c.records + kTail + (c.service != 0 ? " 19:12[svc]" : ""));
-        EXPECT_EQ(users.left(), c.users_left);
+        EXPECT_EQ(unlisted(users), c.users_left);
+        EXPECT_EQ(unlisted(roles) + " " + unlisted(profiles), c.roles + std::string(" ") + c.profiles);
     }
 }
 
