@@ -1,12 +1,13 @@
 // Establishing, inspecting and deleting a context. Each establishment call runs a fixed sequence of steps and ends with
 // the status of the first that fails; what earlier steps did stays, and the context stays with the caller.
 //
-//     client                                                    server
-//     init: credentials, identity, drive, select
-//           ── INIT: every mechanism, its inner token, who ──▶  accept: reconcile, credentials, policy, drive, select
-//                                                                       (selects the first available one established)
-//     init: reconcile, drive, select  ◀── RESP: changes, state, selected mechanism, policy applied ──
-//           ── RESP ──▶  ... until each side has returned GSS_S_COMPLETE
+//     client                                         server
+//     init: acquire, identity, drive, select, token_encode
+//        ── INIT: every mechanism, its inner token, who ──▶  accept: token_decode, reconcile, acquire, policy, drive,
+//                                                               select (the first available one established),
+//        ◀── RESP: changes, state, selected, policy applied ──  token_encode
+//     init: token_decode, reconcile, drive, select, token_encode
+//        ── RESP ──▶  ... until each side has returned GSS_S_COMPLETE, with what results hands out
 #include "gssp2qxnego/gssp2qxnegoutil/mechanisms.h"
 #include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 

@@ -242,9 +242,10 @@ OM_uint32 QXNEGO_INT_DecodeNegMech(OM_uint32 *pMinorStatus, gsspasn_decoding_t p
 // ---- Reconciliation (reconcile.cpp) --------------------------------------------------------------------------------
 
 // Merges the peer's entry into the context's list: passes its token and identity over to the local entry and adopts a
-// rejection or selection, or appends the mechanism as rejected when it is not known here. Whatever is taken from the
-// peer's entry or released is cleared in it. 0x010D0000 / 0x020D0000 with INVALID_INPUT (null entry / context);
-// GSS_S_FAILURE with EMPTY_LIST, BAD_NEG_MECH (no OID), BAD_MECH_STATE, BAD_MECH_REASON, CALLOC or the framework's.
+// rejection or selection, or appends the mechanism as rejected when it is not known here, with a copy of the OID unless
+// it is the peer's entry's own. Whatever is taken from the peer's entry or released is cleared in it. 0x010D0000 /
+// 0x020D0000 with INVALID_INPUT (null entry / context); GSS_S_FAILURE with EMPTY_LIST, BAD_NEG_MECH (no OID),
+// BAD_MECH_STATE, BAD_MECH_REASON, CALLOC or the framework's.
 OM_uint32 QXNEGO_INT_ProcessNegMech(OM_uint32 *pMinorStatus, NegMechEntry_t pNegMech, NegContext_t pNegContext);
 
 // ---- Acquiring credentials (acquire.cpp) ---------------------------------------------------------------------------

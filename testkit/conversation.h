@@ -11,7 +11,7 @@
 
 namespace testkit {
 
-// One end. `said` is the outcome of its last call, as "MAJOR/MINOR".
+// One end. `major` is the status of its last call.
 class SessionEnd {
   public:
     SessionEnd() = default;
@@ -21,10 +21,10 @@ class SessionEnd {
 
     void initiate(const std::string &logon, const qxgss_session_options_desc *options = nullptr) {
         const qxgss_buffer_desc text = common::view(logon);
-        note(qxgss_session_initiate(&minor_, &text, "host@localhost", 0, options, &handle));
+        major = qxgss_session_initiate(&minor_, &text, "host@localhost", 0, options, &handle);
     }
     void accept(const qxgss_session_options_desc *options = nullptr) {
-        note(qxgss_session_accept(&minor_, options, &handle));
+        major = qxgss_session_accept(&minor_, options, &handle);
     }
 
     std::string step(std::string_view input) { return filled(qxgss_session_step, input); }
@@ -32,7 +32,7 @@ class SessionEnd {
     std::string unwrap(std::string_view message) { return filled(qxgss_session_unwrap, message); }
     std::string end() {
         common::Buffer output;
-        note(qxgss_session_end(&minor_, handle, output.out()));
+        major = qxgss_session_end(&minor_, handle, output.out());
         return std::string(output.bytes());
     }
 
@@ -54,10 +54,9 @@ class SessionEnd {
     template <typename Call> std::string filled(Call call, std::string_view input) {
         common::Buffer output;
         const qxgss_buffer_desc bytes = common::view(input);
-        note(call(&minor_, handle, &bytes, output.out()));
+        major = call(&minor_, handle, &bytes, output.out());
         return std::string(output.bytes());
     }
-    void note(OM_uint32 status) { major = status; }
 
     OM_uint32 minor_ = 0;
 };
@@ -65,13 +64,13 @@ class SessionEnd {
 // What someone in between does to the message with that number, the client's first being 1. An empty one is withheld.
 using Between = std::function<void(std::size_t number, std::string &message)>;
 
-// From the first token until both are open, or until one has nothing to say.
-inline void converse(SessionEnd &client, SessionEnd &server, const Between &between = {}) {
+// From the first token until both are open, or until one has nothing to say. An end steps as a session's does.
+template <typename End> void converse(End &client, End &server, const Between &between = {}) {
     std::string message = client.step({});
     for (std::size_t number = 1; !message.empty() && number < 50; ++number) {
         if (between)
             between(number, message);
-        SessionEnd &reader = number % 2 == 1 ? server : client;
+        End &reader = number % 2 == 1 ? server : client;
         message = message.empty() ? "" : reader.step(message);
     }
 }

@@ -7,17 +7,18 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 namespace {
 
-int left = INT_MAX; // until one fails
-bool failed = false;
-bool later_too = true;
-bool with_new = false;
-bool window_open = true;
+struct Plan {
+    int left = INT_MAX; // until one fails
+    bool all_later = true, with_new = false, window_open = true, happened = false;
+};
+Plan plan;
 
 std::atomic<long> blocks{0};
 // What is watched for in UTF-8, UTF-16 and UTF-32; not on the heap itself.
@@ -27,14 +28,12 @@ char secrets[3][4 * kMaxSecret];
 int given_back = 0;
 
 bool fails() {
-    if (left == INT_MAX || !window_open)
+    if (plan.left == INT_MAX || !plan.window_open)
         return false;
-    if (left > 0) {
-        --left;
-        return false;
-    }
-    left = later_too ? 0 : INT_MAX;
-    failed = true;
+    if (plan.left > 0)
+        return --plan.left, false;
+    plan.left = plan.all_later ? 0 : INT_MAX;
+    plan.happened = true;
     errno = ENOMEM; // as the real ones do
     return true;
 }
@@ -58,24 +57,17 @@ void given(void *block) {
 namespace failing_heap {
 
 From::From(int failing, bool all_later, bool in_windows) {
-    left = failing;
-    failed = false;
-    later_too = all_later;
-    with_new = in_windows;
-    window_open = !in_windows;
+    plan = {failing, all_later, in_windows, !in_windows};
 }
 From::~From() {
-    left = INT_MAX;
+    plan.left = INT_MAX;
 }
 bool From::happened() const {
-    return failed;
+    return plan.happened;
 }
 
-Window::Window() {
-    window_open = true;
-}
-Window::~Window() {
-    window_open = false;
+void open_window(bool open) {
+    plan.window_open = open;
 }
 
 long live_blocks() {
@@ -104,7 +96,6 @@ int secrets_given_back() {
 extern "C" {
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
-char *__real_strdup(const char *text);
 char *__real_strndup(const char *text, std::size_t size);
 void __real_free(void *block);
 
@@ -128,16 +119,16 @@ void *__wrap_realloc(void *block, std::size_t size) {
     __wrap_free(block);
     return moved;
 }
-char *__wrap_strdup(const char *text) {
-    return fails() ? nullptr : static_cast<char *>(counted(__real_strdup(text)));
-}
 char *__wrap_strndup(const char *text, std::size_t size) {
     return fails() ? nullptr : static_cast<char *>(counted(__real_strndup(text, size)));
+}
+char *__wrap_strdup(const char *text) {
+    return __wrap_strndup(text, SIZE_MAX);
 }
 }
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-    return with_new && fails() ? nullptr : counted(__real_malloc(size));
+    return plan.with_new && fails() ? nullptr : counted(__real_malloc(size));
 }
 void *operator new(std::size_t size) {
     void *block = operator new(size, std::nothrow);

@@ -4,7 +4,10 @@
 #ifndef QXNEGO_FAILING_HEAP_H
 #define QXNEGO_FAILING_HEAP_H
 
+#include <cstdio>
 #include <string_view>
+
+#include <gtest/gtest.h>
 
 namespace failing_heap {
 
@@ -29,11 +32,12 @@ struct InWindows : From {
     InWindows(int failing, bool all_later) : From(failing, all_later, true) {}
 };
 
+void open_window(bool open);
 struct Window {
-    Window();
+    Window() { open_window(true); }
     Window(const Window &) = delete;
     Window &operator=(const Window &) = delete;
-    ~Window();
+    ~Window() { open_window(false); }
 };
 
 // Blocks that are allocated, by whomever.
@@ -43,6 +47,25 @@ long live_blocks();
 // the UTF encodings; an empty one ends it. A block that realloc replaces is given back as well.
 void watch_for(std::string_view secret);
 int secrets_given_back();
+
+// Lives with allocation number 0, 1, 2 ... of its windows failing, until a life sees no failure: nothing is left
+// behind, and no secret is given back.
+template <typename Live, typename Blocks = long (*)()>
+void sweep(bool all_later, const Live &live, const Blocks &blocks = live_blocks) {
+    int points = 0;
+    for (bool happened = true; happened && !testing::Test::HasFailure(); points += happened) {
+        SCOPED_TRACE("allocation " + std::to_string(points) + (all_later ? " and all later" : ""));
+        const long before = blocks();
+        {
+            const InWindows failing(points, all_later);
+            live();
+            happened = failing.happened();
+        }
+        EXPECT_EQ(blocks(), before);
+        EXPECT_EQ(secrets_given_back(), 0);
+    }
+    std::printf("%d allocations failed\n", points);
+}
 
 } // namespace failing_heap
 

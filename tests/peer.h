@@ -1,18 +1,20 @@
-// The two ends of an exchange with one mechanism, through its function table, and what someone in between can do: the
-// contract that every mechanism keeps.
+// The two ends of an exchange with one mechanism, through its function table: the contract that every mechanism keeps.
 #ifndef QXNEGO_PEER_H
 #define QXNEGO_PEER_H
 
-#include <algorithm>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 
-#include "qxgss/operations.h"
+#include "common/owned.h"
+#include "testkit/ber.h"
 #include "testkit/real_mechanisms.h"
 #include "tests/support.h"
 
 namespace support {
+
+using Table = qxgss_ftn_table_desc;
 
 // Configures anew; the message. Only a setting leads to the keys of Kerberos.
 inline std::string configured(const std::string &text, OM_uint32 role = QXGSS_SERVER) {
@@ -25,22 +27,43 @@ inline std::string configured(const std::string &text, OM_uint32 role = QXGSS_SE
 }
 
 inline const std::string kNegotiator = "\x2b\x06\x01\x05\x05\x02",
-                         kNtlmOctets = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a";
+                         kNtlmOctets = "\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a", kMessage{"mes\0sage", 8};
 
 // RFC 2743 3.1
 inline std::string framed(const std::string &oid, const std::string &token) {
-    const std::size_t size = 2 + oid.size() + token.size();
-    return "\x60\x82" + std::string{static_cast<char>(size >> 8), static_cast<char>(size)} + '\x06' +
-           static_cast<char>(oid.size()) + oid + token;
+    return testkit::tlv(0x60, testkit::tlv(6, oid) + token);
 }
+
+// The records of a user, as `described` has them: each has 7 octets about it.
+inline std::string records_of(const std::string &user, const testkit::RealMechanism &of) {
+    const auto record = [](int id, const std::string &data) {
+        return std::to_string(id) + ":" + std::to_string((7 + data.size() + 3) / 4 * 4) + "[" + data + "]";
+    };
+    return record(9, user) + " 8:16(2 0 1 0) " + record(15, of.name) + " " + record(16, of.oid) + " " +
+           record(17, bytes_of(*registered(of.name).pMechOid));
+}
+
+inline void release_text(OM_uint32 *, char **ppText) {
+    std::free(*ppText);
+}
+// What a call hands out.
+struct Outputs {
+    bool any() const {
+        return buffer.bytes().data() != nullptr || !(source == nullptr) || !(target == nullptr) || !(oids == nullptr) ||
+               !(user == nullptr) || !(domain == nullptr);
+    }
+    std::string text() const { return std::string(buffer.bytes()); }
+
+    common::Buffer buffer;
+    common::Name source, target;
+    common::OidSet oids;
+    common::Owned<char *, release_text> user, domain;
+};
 
 // One end; what it holds goes with it. Each call gives its statuses, and keeps them with all that it handed out.
 struct Peer {
     explicit Peer(const MechInfo_t &used, const std::string &logon = "") : info(used) {
-        if (logon.empty())
-            return;
-        acquire(logon);
-        EXPECT_FALSE(failed()) << logon << ": " << text();
+        EXPECT_TRUE(logon.empty() || acquire(logon).starts_with("0000")) << logon << ": " << text();
     }
     explicit Peer(const std::string &mechanism, const std::string &logon = "") : Peer(registered(mechanism), logon) {}
     Peer(const Peer &) = delete;
@@ -52,29 +75,45 @@ struct Peer {
         gssp_release_name(nullptr, &target);
     }
 
-    // No name for an empty logon string.
-    std::string acquire(const std::string &logon, qxgss_cred_usage_t usage = GSS_C_INITIATE) {
+    // The statuses of a call, "" when the mechanism does not have it. A failure hands nothing out.
+    template <typename... Parameters>
+    std::string call(const Outputs &out, OM_uint32 (*Table::*slot)(OM_uint32 *, Parameters...),
+                     std::type_identity_t<Parameters>... arguments) const {
+        if (table.*slot == nullptr)
+            return "";
+        const std::string answer = outcome(table.*slot, arguments...);
+        if (!answer.starts_with("0000")) {
+            EXPECT_FALSE(out.any()) << answer;
+            on_failure(*this, answer);
+        }
+        return answer;
+    }
+
+    // No name for an empty text.
+    std::string acquire(const std::string &logon, qxgss_cred_usage_t usage = GSS_C_INITIATE,
+                        qxgss_OID type = GSS_C_NT_QXAT_MECHDATA_UTF8) {
+        Outputs out;
         qxgss_OID_set_desc mechs = {1, info.pMechOid};
-        qxgss_name_t name = imported(logon);
-        said = outcome(table.ftn_gssp_acquire_cred, name, GSS_C_INDEFINITE, &mechs, usage, &credential, nullptr,
-                       &lifetime);
-        gssp_release_name(nullptr, &name);
+        const common::Name name(imported(logon, type));
+        said = call(out, &Table::ftn_gssp_acquire_cred, name.get(), GSS_C_INDEFINITE, &mechs, usage, &credential,
+                    out.oids.out(), &lifetime);
+        EXPECT_TRUE((credential == nullptr) == failed() && (lifetime == 0) == failed());
         return said;
     }
     std::string init(const std::string &input) {
         qxgss_buffer_desc in = view(input), out{};
-        said = outcome(table.ftn_gssp_init_sec_context, credential, &context, target, info.pMechOid, request, 0U,
-                       bindings, &in, &actual, &out, &flags, &lifetime);
+        said = call({}, &Table::ftn_gssp_init_sec_context, credential, &context, target, info.pMechOid, request, 0U,
+                    bindings, &in, &actual, &out, &flags, &lifetime);
         token = taken(out);
         return said;
     }
     std::string accept(const std::string &input) {
+        Outputs peer;
         qxgss_buffer_desc in = view(input), out{};
-        qxgss_name_t name = nullptr;
-        said = outcome(table.ftn_gssp_accept_sec_context, &context, credential, &in, bindings, &name, &actual, &out,
-                       &flags, &lifetime, &delegated);
+        said = call(peer, &Table::ftn_gssp_accept_sec_context, &context, credential, &in, bindings, peer.source.out(),
+                    &actual, &out, &flags, &lifetime, &delegated);
         token = taken(out);
-        source = taken(name);
+        source = text_of(peer.source.get());
         return said;
     }
     // Deletes the context, for another exchange.
@@ -85,77 +124,91 @@ struct Peer {
         said.clear();
     }
 
+    // Of kind 0 a message as it is, of kind 1 a sealed one, of kind 2 a message's MIC.
+    std::string protect(int kind, const std::string &message) {
+        Outputs out;
+        qxgss_buffer_desc in = view(message);
+        said = kind == 2 ? call(out, &Table::ftn_gssp_get_mic, context, 0U, &in, out.buffer.out())
+                         : call(out, &Table::ftn_gssp_wrap, context, kind, 0U, &in, &sealed, out.buffer.out());
+        return out.text();
+    }
+    // The message; "" after a failure.
+    std::string unprotect(int kind, const std::string &sent, const std::string &message) {
+        Outputs out;
+        const std::string before = sent; // which is the caller's
+        qxgss_buffer_desc in = view(message), mac = view(sent);
+        qxgss_qop_t qop = 0;
+        said = kind == 2
+                   ? call(out, &Table::ftn_gssp_verify_mic, context, &in, &mac, &(qop = 9))
+                   : call(out, &Table::ftn_gssp_unwrap, context, &mac, out.buffer.out(), &(sealed = 9), &(qop = 9));
+        EXPECT_TRUE(said.empty() || (qop == 0 && (kind == 2 || !failed() || sealed == 0)));
+        EXPECT_EQ(sent, before);
+        return failed() ? "" : kind == 2 ? message : out.text();
+    }
+
     bool failed() const { return said.compare(0, 4, "0000") != 0; }
     bool complete() const { return said.compare(0, 8, "00000000") == 0; }
-    std::string text() const {
-        qxgss_buffer_desc out{};
+    std::string text(const std::string &of) const {
+        Outputs out;
         OM_uint32 more = 0;
-        const auto minor = static_cast<OM_uint32>(std::stoul("0" + said.substr(said.find('/') + 1), nullptr, 16));
-        table.ftn_gssp_display_status(nullptr, minor, GSS_C_MECH_CODE, info.pMechOid, &more, &out);
-        return taken(out);
+        const auto minor = static_cast<OM_uint32>(std::stoul("0" + of.substr(of.find('/') + 1), nullptr, 16));
+        table.ftn_gssp_display_status(nullptr, minor, GSS_C_MECH_CODE, info.pMechOid, &more, out.buffer.out());
+        return out.text();
+    }
+    std::string text() const { return text(said); }
+    static void expect_text(const Peer &peer, const std::string &of) { EXPECT_NE(peer.text(of), "") << of; }
+
+    // Whose credential it is.
+    std::string owner(OM_uint32 *pLeft = nullptr) const {
+        Outputs out;
+        qxgss_cred_usage_t usage = -1;
+        call(out, &Table::ftn_gssp_inquire_cred, credential, out.source.out(), pLeft, &usage, out.oids.out());
+        EXPECT_TRUE(out.oids == nullptr || credential == nullptr || out.oids->count == 1);
+        return text_of(out.source.get());
     }
     // "source>target", whether this end has begun, whether the context is open, whether it lasts.
-    std::string inquired() {
-        qxgss_name_t from = nullptr, to = nullptr;
+    std::string inquired() const {
+        Outputs out;
         int initiated = -1, open = -1;
         OM_uint32 left = 0, all = 0;
         qxgss_OID oid = nullptr;
-        EXPECT_EQ(table.ftn_gssp_inquire_context(nullptr, context, &from, &to, &left, &oid, &all, &initiated, &open),
-                  GSS_S_COMPLETE);
+        const std::string answer = call(out, &Table::ftn_gssp_inquire_context, context, out.source.out(),
+                                        out.target.out(), &left, &oid, &all, &initiated, &open);
+        if (!answer.starts_with("0000"))
+            return answer;
         EXPECT_EQ(bytes_of(*oid), bytes_of(*info.pMechOid));
-        EXPECT_EQ(all & kProtection, flags & kProtection);
-        const std::string names = taken(from) + ">" + taken(to);
-        return names + " " + std::to_string(initiated) + " " + std::to_string(open) + " " + std::to_string(left > 3600);
+        EXPECT_TRUE(failed() || ((all ^ flags) & kProtection) == 0);
+        return text_of(out.source.get()) + ">" + text_of(out.target.get()) + " " + std::to_string(initiated) + " " +
+               std::to_string(open) + " " + std::to_string(left > 3600);
     }
-
-    // Every name that is told of the peer of this end; they must be one.
-    std::string named() {
-        const std::string inquired_name = inquired();
-        EXPECT_EQ(inquired_name.substr(0, inquired_name.find('>')), source);
-        qxgss_buffer_desc out{};
-        EXPECT_EQ(table.ftn_gssp_inquire_properties_for_user(nullptr, context, &out), GSS_S_COMPLETE);
-        EXPECT_NE(described(taken(out)).find("[" + source + "]"), std::string::npos);
-        char *user = nullptr, *domain = nullptr;
-        if (table.ftn_gssp_get_client_domain_username != nullptr) {
-            EXPECT_EQ(table.ftn_gssp_get_client_domain_username(nullptr, context, &user, &domain), GSS_S_COMPLETE);
-        }
-        if (user != nullptr && domain != nullptr) {
-            const bool windows = source.find('\\') != std::string::npos;
-            EXPECT_EQ(windows ? std::string(domain) + "\\" + user : std::string(user) + "@" + domain, source);
-        }
-        std::free(user);
-        std::free(domain);
-        return source;
+    // That, and every name that is told of the user: "user,domain" and the records.
+    std::string asked() const {
+        Outputs who, records;
+        call(who, &Table::ftn_gssp_get_client_domain_username, context, who.user.out(), who.domain.out());
+        call(records, &Table::ftn_gssp_inquire_properties_for_user, context, records.buffer.out());
+        const auto shown = [](const char *text) { return std::string(text == nullptr ? "-" : text); };
+        return inquired() + " " + shown(who.user.get()) + "," + shown(who.domain.get()) + " " +
+               described(records.text());
     }
-    // What every operation that needs an established context says, and hands out, of the one that there is.
-    void expect_no_context(const std::string &state) const {
-        qxgss_buffer_desc in = view(state), out{};
-        char *user = nullptr, *domain = nullptr;
+    // What the operations say that need an established context.
+    std::set<std::string> refusals() const {
+        Outputs out;
         OM_uint32 size = 0;
-        const auto refused = [&](auto *operation, auto... arguments) {
-            if (operation != nullptr) {
-                EXPECT_EQ(outcome(operation, context, arguments...).substr(0, 8), "00080000") << state;
-            }
-        };
-        refused(table.ftn_gssp_wrap_size_limit, 1, 0U, 100U, &size);
-        refused(table.ftn_gssp_wrap, 1, 0U, &in, nullptr, &out);
-        refused(table.ftn_gssp_unwrap, &in, &out, nullptr, nullptr);
-        refused(table.ftn_gssp_get_mic, 0U, &in, &out);
-        refused(table.ftn_gssp_verify_mic, &in, &in, nullptr);
-        refused(table.ftn_gssp_get_client_domain_username, &user, &domain);
-        refused(table.ftn_gssp_inquire_properties_for_user, &out);
-        EXPECT_TRUE(out.value == nullptr && user == nullptr && domain == nullptr && size == 0) << state;
-        if (context != nullptr)
-            return;
-        qxgss_ctx_id_t none = nullptr;
-        EXPECT_EQ(outcome(table.ftn_gssp_delete_sec_context, &none, nullptr).substr(0, 8), "00080000");
-        refused(table.ftn_gssp_inquire_context, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        qxgss_buffer_desc in = view(kMessage);
+        return {call(out, &Table::ftn_gssp_wrap_size_limit, context, 1, 0U, 100U, &size),
+                call(out, &Table::ftn_gssp_wrap, context, 1, 0U, &in, nullptr, out.buffer.out()),
+                call(out, &Table::ftn_gssp_unwrap, context, &in, out.buffer.out(), nullptr, nullptr),
+                call(out, &Table::ftn_gssp_get_mic, context, 0U, &in, out.buffer.out()),
+                call(out, &Table::ftn_gssp_verify_mic, context, &in, &in, nullptr),
+                call(out, &Table::ftn_gssp_get_client_domain_username, context, out.user.out(), out.domain.out()),
+                call(out, &Table::ftn_gssp_inquire_properties_for_user, context, out.buffer.out())};
     }
 
     static constexpr OM_uint32 kProtection = GSS_C_MUTUAL_FLAG | GSS_C_CONF_FLAG | GSS_C_INTEG_FLAG;
+    static inline void (*on_failure)(const Peer &, const std::string &said) = expect_text;
 
     const MechInfo_t &info;
-    const qxgss_ftn_table_desc &table = info.MechFtnTable;
+    const Table &table = info.MechFtnTable;
     qxgss_name_t target = imported("host@localhost", GSS_C_NT_HOSTBASED_SERVICE);
     OM_uint32 request = kProtection | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG;
     qxgss_channel_bindings_t bindings = nullptr;
@@ -163,6 +216,7 @@ struct Peer {
     qxgss_ctx_id_t context = nullptr;
     qxgss_OID actual = nullptr;
     OM_uint32 flags = 0, lifetime = 0;
+    int sealed = 0; // the last message
     std::string said, token, source;
 };
 
@@ -179,8 +233,7 @@ struct Pair {
 using Between = std::function<void(std::size_t, std::string &)>;
 
 // An exchange from its beginning, until an end fails or has nothing to send; that end.
-inline Peer *exchange(
-    Peer &client, Peer &server, Between between = [](std::size_t, std::string &) {}) {
+inline Peer *exchange(Peer &client, Peer &server, const Between &between = {}) {
     client.forget();
     server.forget();
     std::string token;
@@ -190,135 +243,14 @@ inline Peer *exchange(
         token = peer.token;
         if (peer.failed() || token.empty() || number == 9)
             return &peer;
-        between(number, token);
+        if (between)
+            between(number, token);
     }
 }
 
 inline bool established(Peer &client, Peer &server) {
     exchange(client, server);
     return client.complete() && server.complete();
-}
-
-// Whether sweeps are to leave nothing out, however long that takes: QXNEGO_SWEEP=full.
-inline bool in_full() {
-    const char *how = std::getenv("QXNEGO_SWEEP");
-    return how != nullptr && std::string(how) == "full";
-}
-
-// What is done to a token: it ends before each of its bytes in turn (`cut`), or has its bits changed there (all of
-// them; in full, each one, too), or other values; it goes on behind its end; or it is another one.
-struct Change {
-    bool cut;
-    std::function<void(std::string &)> make;
-};
-inline std::vector<Change> changes(std::size_t size, const std::vector<std::string> &others) {
-    std::vector<Change> all;
-    for (std::size_t at = 0; at < size; ++at) { // lengths differ between exchanges
-        const auto place = [at](const std::string &token) { return std::min(at, token.size() - 1); };
-        all.push_back({true, [=](std::string &token) { token.resize(place(token)); }});
-        for (const char value : {'\0', '!'})
-            all.push_back({false, [=](std::string &token) { token[place(token)] = value; }});
-        for (int mask = 0xFF; mask != 0; mask = mask == 0xFF ? (in_full() ? 0x80 : 0) : mask >> 1)
-            all.push_back({false, [=](std::string &token) {
-                               char &byte = token[place(token)];
-                               byte = static_cast<char>(byte ^ mask);
-                           }});
-    }
-    for (const std::size_t more : {1, 1000})
-        all.push_back({false, [=](std::string &token) { token.append(more, '\0'); }});
-    for (const std::string &other : others)
-        all.push_back({false, [=](std::string &token) { token = other; }});
-    return all;
-}
-
-// An exchange in which a token was changed: what it was, which end came to read it, and at which the exchange ended.
-struct Spoilt {
-    bool cut;
-    std::string whole, sent;
-    const Peer &reader, &last;
-};
-
-// Exchanges in which one token is changed in every way; the number of tokens. `check` is told of each.
-template <typename Check>
-std::size_t spoil_every_token(Peer &client, Peer &server, const std::vector<std::string> &others, const Check &check) {
-    for (std::size_t spoilt = 1, tried = 0;; ++spoilt) {
-        std::size_t size = 0;
-        exchange(client, server,
-                 [&](std::size_t number, const std::string &token) { size = number == spoilt ? token.size() : size; });
-        if (size == 0) {
-            std::printf("%zu exchanges with a spoilt token\n", tried);
-            return spoilt - 1;
-        }
-        const Peer &reader = spoilt % 2 == 1 ? server : client;
-        for (const Change &change : changes(size, others)) {
-            SCOPED_TRACE("token " + std::to_string(spoilt) + ", exchange " + std::to_string(++tried));
-            std::string whole, sent;
-            const Peer &last = *exchange(client, server, [&](std::size_t number, std::string &token) {
-                if (number == spoilt)
-                    whole = token, change.make(token), sent = token;
-            });
-            EXPECT_TRUE(!sent.empty() || (last.failed() && &last == &reader));
-            check(Spoilt{change.cut, whole, sent, reader, last});
-        }
-    }
-}
-
-// Messages and MICs that are changed in every way, in both directions, on a context of their own each: refused, and
-// nothing is handed out.
-inline void spoil_every_message(Peer &client, Peer &server) {
-    std::size_t tried = 0;
-    for (const auto &[from, to] : {std::pair{&client, &server}, {&server, &client}})
-        for (const int kind : {0, 1, 2}) { // a message as it is, a sealed one, a MIC
-            const auto token = [&, from = from] {
-                const std::string message = "message";
-                qxgss_buffer_desc in = view(message), out{};
-                EXPECT_TRUE(established(client, server));
-                const auto &table = from->table;
-                EXPECT_EQ(kind == 2 ? table.ftn_gssp_get_mic(nullptr, from->context, 0, &in, &out)
-                                    : table.ftn_gssp_wrap(nullptr, from->context, kind, 0, &in, nullptr, &out),
-                          GSS_S_COMPLETE);
-                return taken(out);
-            };
-            const auto read = [&, to = to](const std::string &sent, std::string &message) {
-                const std::string before(sent.data(), sent.size());
-                qxgss_buffer_desc in = view(message), mac = view(sent), out{};
-                int state = 9;
-                qxgss_qop_t qop = 9;
-                to->said = kind == 2 ? outcome(to->table.ftn_gssp_verify_mic, to->context, &in, &mac, &qop)
-                                     : outcome(to->table.ftn_gssp_unwrap, to->context, &mac, &out, &state, &qop);
-                EXPECT_TRUE(!to->failed() ||
-                            (out.value == nullptr && out.length == 0 && qop == 0 && (kind == 2 || state == 0)));
-                message = kind == 2 ? message : taken(out);
-                EXPECT_EQ(sent, before); // which is the caller's
-            };
-            std::string message = "message";
-            read(token(), message);
-            EXPECT_TRUE(!to->failed() && message == "message");
-            for (const Change &change : changes(token().size(), {})) {
-                SCOPED_TRACE("kind " + std::to_string(kind) + ", message " + std::to_string(++tried));
-                std::string sent = token();
-                const std::string whole = sent;
-                change.make(sent);
-                read(sent, message = "message");
-                // Kerberos leaves the count by which a message was rotated unprotected (RFC 4121 4.2.5).
-                EXPECT_TRUE(to->failed() ? !to->text().empty() : sent == whole || (kind != 2 && message == "message"));
-            }
-        }
-    std::printf("%zu spoilt messages\n", tried);
-}
-
-// Null for every pointer, zero for every number: 'r' when that is refused, '0' when there is no such operation.
-template <typename... Arguments> char refuses_nothing(OM_uint32 (*operation)(Arguments...)) {
-    return operation == nullptr ? '0' : GSS_ERROR(operation(Arguments{}...)) != 0 ? 'r' : '-';
-}
-
-// Of every operation.
-inline std::string refusals(const qxgss_ftn_table_desc &table) {
-    std::string said;
-#define REFUSES(TABLE, operation) said += refuses_nothing(TABLE.ftn_gssp_##operation);
-    QXGSS_OPERATIONS(REFUSES, table)
-#undef REFUSES
-    return said;
 }
 
 } // namespace support

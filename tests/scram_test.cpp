@@ -12,10 +12,9 @@ namespace {
 using namespace support;
 using namespace testkit;
 
-const std::string kComplete = "00000000/00000000", kContinue = "00000001/00000000";
-const std::string kNoCredential = "00070000/00000109", kNoContext = "00080000/00000104";
-const std::string kNoToken = "00090000/0000010B", kEarlyToken = "00090000/0000010C", kIterations = "00090000/0000010D";
-const std::string kAuthzid = "000F0000/0000010E", kNotProved = "000F0000/0000001F";
+using Lines = std::vector<std::string>;
+const std::string kComplete = "00000000/00000000", kNoCredential = "00070000/00000109",
+                  kNotProved = "000F0000/0000001F", kAuthzid = "000F0000/0000010E", kIterations = "00090000/0000010D";
 
 class Scram : public testing::TestWithParam<RealMechanism> {
   protected:
@@ -32,7 +31,6 @@ class Scram : public testing::TestWithParam<RealMechanism> {
     }
     std::string configure_file(const std::string &path) { return configure("verifiers_file = \"" + path + "\"\n"); }
     static std::string name() { return GetParam().name; }
-    const qxgss_ftn_table_desc &table() const { return registered(name()).MechFtnTable; }
 
     // Of a key: one in base64, how long it must be.
     const bool is_1_ = name() == kScram1.name;
@@ -45,17 +43,12 @@ INSTANTIATE_TEST_SUITE_P(Both, Scram, testing::Values(kScram, kScram1), [](const
 
 TEST_P(Scram, NeedsACredentialOfItsRoleAndTokensInOrder) {
     Peer lone(name()), acceptor(name()), initiator(name(), GetParam().logon);
-    EXPECT_EQ(lone.init(""), kNoCredential);
-    EXPECT_EQ(acceptor.acquire("", GSS_C_ACCEPT), kComplete);
-    EXPECT_EQ(acceptor.init(""), kNoCredential);
-    EXPECT_EQ(acceptor.accept("n,,n=alice,r=x"), kContinue);
-    EXPECT_EQ(initiator.accept("n,,n=alice,r=x"), kNoCredential);
-    EXPECT_EQ(initiator.context, nullptr);
-    EXPECT_EQ(initiator.init("n,,"), kEarlyToken);
-    EXPECT_EQ(outcome(table().ftn_gssp_delete_sec_context, &initiator.context, nullptr), kNoContext);
-    EXPECT_EQ(Peer(name()).accept(""), kNoToken);
-    initiator.init("");
-    EXPECT_EQ(initiator.init(""), kNoToken);
+    const std::string first = "n,,n=alice,r=x", no_token = "00090000/0000010B", early_token = "00090000/0000010C";
+    EXPECT_EQ((Lines{lone.init(""), acceptor.acquire("", GSS_C_ACCEPT), acceptor.init(""), acceptor.accept(first),
+                     initiator.accept(first), initiator.init(first), lone.accept(""), initiator.init(""),
+                     initiator.init("")}),
+              (Lines{kNoCredential, kComplete, kNoCredential, "00000001/00000000", kNoCredential, early_token, no_token,
+                     "00000001/00000000", no_token}));
 }
 
 std::string salt_of(const std::string &server_first) {
@@ -85,11 +78,11 @@ TEST_P(Scram, UnknownUserLooksLikeAWrongPassword) {
 }
 
 TEST_P(Scram, RefusesServersThatAskForTooFewOrTooManyIterations) {
+    Peer client(name(), "alice@@wonderland");
     for (const std::string count : {"4095", "1000001", "4294971392", "99999999999999999999", "4096x", " 4096"}) {
-        Peer client(name(), "alice@@wonderland");
+        client.forget();
         client.init("");
-        const std::string nonce = client.token.substr(std::strlen("n,,n=alice,r="));
-        EXPECT_EQ(client.init("r=" + nonce + "abc,s=84W8Vq2rDQlfWHOD,i=" + count), kIterations) << count;
+        EXPECT_EQ(client.init(client.token.substr(11) + "abc,s=84W8Vq2rDQlfWHOD,i=" + count), kIterations) << count;
     }
 }
 
@@ -100,9 +93,9 @@ TEST_P(Scram, RefusesAnotherAuthorizationIdentity) {
     for (const std::string other : {"bob", "alice"}) {
         Gsasl_session *session = nullptr;
         ASSERT_EQ(gsasl_client_start(library, name().c_str(), &session), GSASL_OK);
-        for (const auto &[property, value] :
-             {std::pair{GSASL_AUTHID, "alice"}, {GSASL_PASSWORD, "wonderland"}, {GSASL_AUTHZID, other.c_str()}})
-            gsasl_property_set(session, property, value);
+        gsasl_property_set(session, GSASL_AUTHID, "alice");
+        gsasl_property_set(session, GSASL_PASSWORD, "wonderland");
+        gsasl_property_set(session, GSASL_AUTHZID, other.c_str());
         Peer server(name());
         for (int leg = 0; leg < 2; ++leg) {
             char *token = nullptr;
@@ -112,8 +105,7 @@ TEST_P(Scram, RefusesAnotherAuthorizationIdentity) {
             gsasl_free(token);
         }
         gsasl_finish(session);
-        EXPECT_EQ(server.said, other == "bob" ? kAuthzid : kComplete);
-        EXPECT_EQ(server.token.empty(), other == "bob");
+        EXPECT_TRUE(server.said == (other == "bob" ? kAuthzid : kComplete) && server.token.empty() == (other == "bob"));
     }
     gsasl_done(library);
 }
@@ -144,12 +136,11 @@ TEST_P(Scram, SaysWhatIsWrongWithTheVerifiersFile) {
         EXPECT_EQ(configure_file(file), wrong.empty() ? "" : file + wrong) << content;
     }
     for (const auto &[mode, warning] :
-         {std::pair{0640, ""}, {0604, " can be read by everybody"}, {0620, " can be written by"}}) {
+         {std::pair{0640, " can be"}, {0604, " can be read by everybody"}, {0620, " can be written by"}}) {
         const std::string file = folder_.file("verifiers", good);
         std::filesystem::permissions(file, std::filesystem::perms(mode));
         EXPECT_EQ(configure_file(file), "");
-        const bool warned = said_.find(name() + ": " + file + " can be") != std::string::npos;
-        EXPECT_TRUE(warned == (mode != 0640) && said_.find(warning) != std::string::npos) << said_;
+        EXPECT_EQ(said_.find(name() + ": " + file + warning) != std::string::npos, mode != 0640) << said_;
     }
     EXPECT_EQ(configure_file(folder_.path + "/missing"), folder_.path + "/missing: No such file or directory");
     EXPECT_EQ(configure_file(folder_.path), folder_.path + ": Is a directory");
@@ -160,9 +151,10 @@ TEST_P(Scram, DisplaysMechanismStatusesAlone) {
     const qxgss_OID own = registered(name()).pMechOid;
     qxgss_OID_desc other{1, const_cast<char *>("\x2B")};
     const auto shown = [&](OM_uint32 code, qxgss_OID mechanism, int type = GSS_C_MECH_CODE, OM_uint32 context = 0) {
-        qxgss_buffer_desc text{};
-        const std::string said = outcome(table().ftn_gssp_display_status, code, type, mechanism, &context, &text);
-        return said + " " + taken(text);
+        Outputs out;
+        const std::string said = outcome(registered(name()).MechFtnTable.ftn_gssp_display_status, code, type, mechanism,
+                                         &context, out.buffer.out());
+        return said + " " + out.text();
     };
     EXPECT_EQ(shown(0x10B, own), kComplete + " The peer sent no token.");
     EXPECT_EQ(shown(0x108, nullptr), kComplete + " The logon string holds no password.");

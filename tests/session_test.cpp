@@ -1,6 +1,7 @@
 // Sessions over the real mechanisms, in a realm of their own: what honest sides get, what someone in between and a
 // hostile peer can do, and every call in every state.
 #include "tests/failing_heap.h"
+#include "tests/scripted_mechanism.h"
 #include "tests/session_pair.h"
 
 namespace {
@@ -9,73 +10,18 @@ using namespace session_pair;
 
 constexpr char kConfirmation = 2, kEnd = 4; // types of messages
 
-// ---- A mechanism that keeps no rule, in the program itself ---------------------------------------------------------
+// A mechanism that protects nothing by itself, in the program itself, and what its accept operation says instead.
+const RealMechanism kScripted{"A", "1.3.6.1.4.1.32473.2.1", "MECH_A", "", "authcid=alice password=x", "alice", "",
+                              true};
+decltype(qxgss_ftn_table_desc::ftn_gssp_accept_sec_context) truth;
+void (*lie)(qxgss_name_t &, qxgss_OID &);
 
-struct Hostile {
-    bool has_other_type = false, has_no_element = false;
-    OM_uint32 flags = 0;
-    int delegated = 0; // credentials that nobody has released
-};
-Hostile hostile;
-constexpr char kHostileOid[] = "1.3.6.1.4.1.32473.9.1";
-
-OM_uint32 done(OM_uint32 *pMinorStatus) {
-    return *pMinorStatus = GSSP_E_SUCCESS, GSS_S_COMPLETE;
+void configure_scripted() {
+    Configured::configure(kScripted);
+    scripted::reset();
+    scripted::script().at('A', scripted::kServer).source = "alice";
+    scripted::script().at('A', scripted::kServer).delegates = true;
 }
-OM_uint32 made(void **ppHandle, OM_uint32 *pMinorStatus) {
-    *ppHandle = *ppHandle == nullptr ? std::malloc(1) : *ppHandle;
-    return done(pMinorStatus);
-}
-OM_uint32 gone(void **ppHandle, OM_uint32 *pMinorStatus) {
-    std::free(std::exchange(*ppHandle, nullptr));
-    return done(pMinorStatus);
-}
-
-} // namespace
-
-extern "C" {
-QXGSS_API OM_uint32 HOSTILE_acquire_cred(OM_uint32 *pMinorStatus, qxgss_name_t, OM_uint32, qxgss_OID_set,
-                                         qxgss_cred_usage_t, qxgss_cred_id_t *ppCred, qxgss_OID_set *, OM_uint32 *) {
-    return ++hostile.delegated, made(ppCred, pMinorStatus);
-}
-QXGSS_API OM_uint32 HOSTILE_release_cred(OM_uint32 *pMinorStatus, qxgss_cred_id_t *ppCred) {
-    return --hostile.delegated, gone(ppCred, pMinorStatus);
-}
-QXGSS_API OM_uint32 HOSTILE_init_sec_context(OM_uint32 *pMinorStatus, qxgss_cred_id_t, qxgss_ctx_id_t *ppContext,
-                                             qxgss_name_t, qxgss_OID pMech, OM_uint32, OM_uint32,
-                                             qxgss_channel_bindings_t, qxgss_buffer_t, qxgss_OID *ppMech,
-                                             qxgss_buffer_t pOutput, OM_uint32 *pFlags, OM_uint32 *) {
-    *ppMech = pMech, *pFlags = hostile.flags, *pOutput = {2, std::memcpy(std::malloc(2), "hi", 2)};
-    return made(ppContext, pMinorStatus);
-}
-QXGSS_API OM_uint32 HOSTILE_accept_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_cred_id_t,
-                                               qxgss_buffer_t, qxgss_channel_bindings_t, qxgss_name_t *ppName,
-                                               qxgss_OID *ppMech, qxgss_buffer_t, OM_uint32 *pFlags, OM_uint32 *,
-                                               qxgss_cred_id_t *ppDelegated) {
-    static qxgss_OID_desc other{1, const_cast<char *>("*")};
-    *ppName = hostile.has_no_element ? static_cast<qxgss_name_t>(std::calloc(1, sizeof **ppName)) : imported("alice");
-    *ppMech = hostile.has_other_type ? &other : registered("HOSTILE").pMechOid;
-    *pFlags = hostile.flags;
-    ++hostile.delegated;
-    return made(ppDelegated, pMinorStatus), made(ppContext, pMinorStatus);
-}
-// Changes nothing, and notices nothing.
-QXGSS_API OM_uint32 HOSTILE_wrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t, int, qxgss_qop_t, qxgss_buffer_t pText, int *,
-                                 qxgss_buffer_t pMessage) {
-    return gssp_duplicate_buffer(nullptr, pText, pMessage), done(pMinorStatus);
-}
-QXGSS_API OM_uint32 HOSTILE_unwrap(OM_uint32 *pMinorStatus, qxgss_ctx_id_t, qxgss_buffer_t pMessage,
-                                   qxgss_buffer_t pText, int *, qxgss_qop_t *) {
-    return gssp_duplicate_buffer(nullptr, pMessage, pText), done(pMinorStatus);
-}
-QXGSS_API OM_uint32 HOSTILE_delete_sec_context(OM_uint32 *pMinorStatus, qxgss_ctx_id_t *ppContext, qxgss_buffer_t) {
-    return gone(ppContext, pMinorStatus);
-}
-}
-
-namespace {
-
-const RealMechanism kHostile{"HOSTILE", kHostileOid, "HOSTILE", "", "authcid=alice password=x", "alice", "", false};
 
 class Sessions : public Configured, public testing::WithParamInterface<RealMechanism> {
   protected:
@@ -193,12 +139,11 @@ TEST_F(Configured, ReplaysReorderingAndBareEndsAreRefused) {
             pair.server.unwrap({"\4\0", 2});
         },
     };
-    hostile = {.flags = GSS_C_INTEG_FLAG};
-    for (const RealMechanism *of : {&kKerberos, &kNtlm, &kHostile}) {
-        configure(*of);
+    for (const RealMechanism *of : {&kKerberos, &kNtlm, &kScripted}) {
+        of == &kScripted ? configure_scripted() : configure(*of);
         for (const auto &play : plays) {
             SCOPED_TRACE(of->name + " " + std::to_string(&play - plays));
-            if (of == &kHostile && &play == &plays[2])
+            if (of == &kScripted && &play == &plays[2])
                 continue; // the direction is the mechanism's
             Pair pair(of->logon);
             pair.open();
@@ -354,22 +299,33 @@ TEST_F(Configured, WhatIsNotThereIsRefused) {
 
 // A server whose mechanism keeps no rule refuses it, and leaves nothing behind.
 TEST_F(Configured, AMechanismThatKeepsNoRule) {
-    const std::pair<const char *, Hostile> cases[] = {
-        {"", {}},
-        {"not the one that was selected", {.has_other_type = true}},
-        {"has proved no name", {.has_no_element = true}},
+    const std::pair<const char *, void (*)(qxgss_name_t &, qxgss_OID &)> cases[] = {
+        {"", [](qxgss_name_t &, qxgss_OID &) {}},
+        {"not the one that was selected", [](qxgss_name_t &, qxgss_OID &type) { type = GSS_C_NT_QXAT_MECHDATA; }},
+        {"has proved no name",
+         [](qxgss_name_t &name, qxgss_OID &) {
+             gssp_release_name(nullptr, &name);
+             name = static_cast<qxgss_name_t>(std::calloc(1, sizeof *name));
+         }},
     };
-    for (const auto &[failure, mechanism] : cases) {
-        configure(kHostile);
-        hostile = mechanism;
+    for (const auto &[failure, of_mechanism] : cases) {
+        configure_scripted();
+        auto &accept = registered("A").MechFtnTable.ftn_gssp_accept_sec_context;
+        truth = std::exchange(accept, [](auto... given) {
+            const OM_uint32 major = truth(given...);
+            const std::tuple all(given...);
+            lie(*std::get<5>(all), *std::get<6>(all));
+            return major;
+        });
+        lie = of_mechanism;
         {
-            Pair pair(kHostile.logon);
+            Pair pair(kScripted.logon);
             pair.open();
             EXPECT_EQ(pair.server.is_open(), *failure == 0) << failure;
             EXPECT_NE(pair.failure().find(failure), std::string::npos) << pair.failure();
         }
         qxgss_shutdown(nullptr);
-        EXPECT_EQ(hostile.delegated, 0) << failure;
+        EXPECT_EQ(scripted::live_objects(), 0) << failure;
     }
 }
 

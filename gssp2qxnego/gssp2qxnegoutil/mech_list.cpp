@@ -63,9 +63,12 @@ namespace {
 // What an entry holds of its mechanism. A slot that the mechanism lacks leaves the object where it is.
 void release_mechanism_objects(NegMechEntry_desc &entry, LastFailure &result) {
     const qxgss_ftn_table_desc &table = table_of(entry);
-    for (qxgss_cred_id_t *credential : {&entry.pMechCredential, &entry.pDelegatedCredHandle})
-        if (*credential != nullptr && table.ftn_gssp_release_cred != nullptr)
-            result.note(ask(table.ftn_gssp_release_cred, credential));
+    const auto give_back = [&](qxgss_cred_id_t &credential) {
+        if (credential != nullptr && table.ftn_gssp_release_cred != nullptr)
+            result.note(ask(table.ftn_gssp_release_cred, &credential));
+    };
+    give_back(entry.pMechCredential);
+    give_back(entry.pDelegatedCredHandle);
     if (entry.pMechContext != nullptr && table.ftn_gssp_delete_sec_context != nullptr)
         result.note(ask(table.ftn_gssp_delete_sec_context, &entry.pMechContext, nullptr));
     if (entry.pSrcName != nullptr) {

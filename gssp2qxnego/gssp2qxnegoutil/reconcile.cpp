@@ -116,11 +116,9 @@ bool complete_order(NegContext_desc &negotiation) {
 // last one found is it.
 Found find_entry(NegContext_desc &negotiation, qxgss_OID_desc &oid) {
     const std::span<NegMechEntry_desc> all = entries(negotiation.NegMechList);
-    if (const OM_uint32 next = negotiation.NextFromPeer; next < all.size() && all[next].IsFirstOfOid) {
-        const Found found = find_mechanism(all.subspan(next, 1), oid, GSSP_E_SUCCESS);
-        if (found.number == 0)
-            return {static_cast<OM_sint32>(next), found.status};
-    }
+    if (const OM_uint32 next = negotiation.NextFromPeer;
+        next < all.size() && all[next].IsFirstOfOid && octets(all[next].pMechOid) == octets(&oid))
+        return {static_cast<OM_sint32>(next), {GSS_S_COMPLETE, GSSP_E_SUCCESS}};
     const std::size_t usual = std::min<std::size_t>(all.size(), kUsualLength);
     Found found = find_mechanism(all.first(usual), oid, GSSP_E_SUCCESS);
     if (found.status.failed() || found.number >= 0 || all.size() == usual)
@@ -149,9 +147,17 @@ bool reserve_one(NegMechList_desc &list) {
     return true;
 }
 
+// An OID that is not the entry's own becomes it.
+bool own_oid(NegMechEntry_desc &peer) {
+    if (peer.MechOidFromPeer.elements == nullptr)
+        peer.MechOidFromPeer = {peer.pMechOid->length,
+                                common::copy_bytes(peer.pMechOid->elements, peer.pMechOid->length).release()};
+    return peer.MechOidFromPeer.elements != nullptr;
+}
+
 Status append_unknown(NegMechEntry_desc &peer, NegContext_desc &negotiation) {
     NegMechList_desc &list = negotiation.NegMechList;
-    if (!reserve_one(list))
+    if (!reserve_one(list) || !own_oid(peer))
         return common::failure(QXNEGO_E_CALLOC);
     NegMechEntry_desc &added = list.pNegMech[list.Count++];
     added = peer;

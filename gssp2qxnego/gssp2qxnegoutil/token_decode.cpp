@@ -22,6 +22,14 @@ class ElementReader {
         return read(element, &value, true);
     }
 
+    // Its bytes are the token's.
+    qxgss_OID_desc required_oid(const token::Element &element) {
+        qxgss_buffer_desc oid{};
+        if (ok())
+            status_ = gsspasn_get_decode_contents(handle_, element.tag, &oid);
+        return {static_cast<OM_uint32>(oid.length), oid.value};
+    }
+
     bool ok() const { return status_ == GSSPASN_E_SUCCESS; }
     Status failure() const { return common::failure(status_); }
 
@@ -46,8 +54,6 @@ struct PeerEntry : NegMechEntry_desc {
     PeerEntry(const PeerEntry &) = delete;
     PeerEntry &operator=(const PeerEntry &) = delete;
     ~PeerEntry() {
-        if (pMechOid == &MechOidFromPeer)
-            std::free(MechOidFromPeer.elements);
         discard(GssMinorStatusText);
         discard(InputToken);
         discard(SsoAuthenticationIdBuf);
@@ -82,9 +88,7 @@ Status enter(gsspasn_decoding_t parent, const token::Element &element, OM_uint32
 
 // Finds the entry that the peer has selected and notes it in the context, whatever the context's own state.
 Status read_selected_mechanism(ElementReader &items, NegContext_desc &negotiation) {
-    qxgss_OID_desc oid{};
-    items.required(token::resp::kSelected, oid);
-    const Heap<void> oid_bytes(oid.elements);
+    qxgss_OID_desc oid = items.required_oid(token::resp::kSelected);
     if (!items.ok())
         return items.failure();
     if (!usable(&oid))
@@ -226,9 +230,9 @@ OM_uint32 QXNEGO_INT_DecodeNegMech(OM_uint32 *pMinorStatus, gsspasn_decoding_t p
         return report(pMinorStatus, status);
 
     PeerEntry entry;
-    entry.pMechOid = &entry.MechOidFromPeer;
     ElementReader items(children);
-    items.required(token::mech::kOid, entry.MechOidFromPeer);
+    qxgss_OID_desc oid = items.required_oid(token::mech::kOid);
+    entry.pMechOid = &oid;
     items.required(token::mech::kState, entry.MechState);
     items.optional(token::mech::kReason, entry.MechReason);
     if (entry.MechReason == NEG_MECH_REASON_GSSAPI_ERROR) {
