@@ -56,7 +56,7 @@ Script &script();
 struct Call {
     const char *operation;
     char mechanism;
-    int number = 0; // of that operation of that mechanism, from 1
+    int number = 0;              // of that operation of that mechanism, from 1
     std::array<char, 24> text{}; // input token, or text of the desired name
     const void *credential = nullptr, *name = nullptr /* target or desired name */, *bindings = nullptr;
     qxgss_OID mech_type = nullptr;
