@@ -143,26 +143,11 @@ Bytes sample(Form form = Form::kShortest) {
 
 TEST(AsnEncode, WritesDer) {
     Encoder e;
-    expect(kOk, {gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT),
-                 e.start(1),
-                 e.start(0),
-                 e.start(0),
-                 e.oid(0, hex("2a8648")),
-                 e.integer(1, 1),
-                 e.octets(6, Bytes(200, 'x')),
-                 e.stop(0),
-                 e.start(0),
-                 e.oid(0, hex("2b06")),
-                 e.integer(3, 0xE3000408),
-                 e.octets(5, ""),
-                 e.stop(0),
-                 e.stop(0),
-                 e.integer(1, 2),
-                 e.integer(3, 1),
-                 e.start(4),
-                 e.stop(4),
-                 e.octets(30, "\xff"),
-                 e.stop(1)});
+    EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT), kOk);
+    expect(kOk, {e.start(1), e.start(0), e.start(0), e.oid(0, hex("2a8648")), e.integer(1, 1),
+                 e.octets(6, Bytes(200, 'x')), e.stop(0), e.start(0), e.oid(0, hex("2b06")), e.integer(3, 0xE3000408),
+                 e.octets(5, ""), e.stop(0), e.stop(0)});
+    expect(kOk, {e.integer(1, 2), e.integer(3, 1), e.start(4), e.stop(4), e.octets(30, "\xff"), e.stop(1)});
     EXPECT_EQ(e.close(), sample());
 }
 
