@@ -299,21 +299,19 @@ TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {
         EXPECT_EQ(got, value == 7 ? "000D0000/E1000074" : "00000000/21000064") << property;
         return std::to_string(value);
     };
-    for (const auto &[property, expected] :
-         {std::pair{2U, "1777"}, {3U, "0777"}, {8U, "7177"}, {17U, "77-57"}, {4U, "7777"}}) {
-        std::string answers;
-        for (const char *name : {"GOOD", "PLAIN"})
-            answers += answer(gssp_inquire_one_mech_property_boolean, name, property, OM_uint32{7});
-        for (const char *name : {"GOOD", "PLAIN"})
-            answers += answer(gssp_inquire_one_mech_property_int, name, property, OM_sint32{7});
-        EXPECT_EQ(answers, expected) << property;
-    }
+    constexpr auto boolean = gssp_inquire_one_mech_property_boolean;
+    constexpr auto integer = gssp_inquire_one_mech_property_int;
+    for (const auto &[number, expected] :
+         {std::pair{2U, "1777"}, {3U, "0777"}, {8U, "7177"}, {17U, "77-57"}, {4U, "7777"}})
+        EXPECT_EQ(answer(boolean, "GOOD", number, OM_uint32{7}) + answer(boolean, "PLAIN", number, OM_uint32{7}) +
+                      answer(integer, "GOOD", number, OM_sint32{7}) + answer(integer, "PLAIN", number, OM_sint32{7}),
+                  expected)
+            << number;
     OM_sint32 rank = -5;
     const char *text = nullptr;
-    expect_all("000D0000/E1000074",
-               {outcome(gssp_inquire_one_mech_property_int, GSS_C_NT_QXAT_MECHDATA, 17, &rank),
-                without_each(gssp_inquire_one_mech_property_int, registered("GOOD").pMechOid, 17, &rank),
-                without_each(gssp_inquire_mech_setting, "GOOD", "realm", &text)});
+    expect_all("000D0000/E1000074", {outcome(integer, GSS_C_NT_QXAT_MECHDATA, 17, &rank),
+                                     without_each(integer, registered("GOOD").pMechOid, 17, &rank),
+                                     without_each(gssp_inquire_mech_setting, "GOOD", "realm", &text)});
     EXPECT_EQ(rank, -5);
 
     const auto setting = [](const char *mech, const char *key) -> std::string {
