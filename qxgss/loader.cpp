@@ -58,6 +58,11 @@ class Symbols {
     bool found_ = false;
 };
 
+#define ONE_MORE(SIZE, operation) +SIZE
+static_assert(QXGSS_OPERATIONS(ONE_MORE, sizeof(void (*)())) == sizeof(qxgss_ftn_table_desc),
+              "an operation has no row");
+#undef ONE_MORE
+
 void fill_table(Symbols &symbols, qxgss_ftn_table_desc &table) {
 #define FILL(TABLE, operation) symbols.fill(#operation, TABLE.ftn_gssp_##operation);
     QXGSS_OPERATIONS(FILL, table)

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "common/owned.h"
-#include "qxgss/operations.h"
 #include "testkit/real_mechanisms.h"
 #include "tests/support.h"
 
@@ -64,15 +63,7 @@ QXGSS_API int DATA_configure = 1;
 QXGSS_API thread_local int TLS_configure = 1;
 }
 
-// ALL has every operation.
-#define DEFINE(PREFIX, operation) ANSWERS(PREFIX##_##operation, GSS_S_COMPLETE)
-QXGSS_OPERATIONS(DEFINE, ALL)
-
 namespace {
-
-using Operation = OM_uint32 (*)();
-#define LISTED(PREFIX, operation) &PREFIX##_##operation,
-const Operation all_operations[] = {QXGSS_OPERATIONS(LISTED, ALL)};
 
 std::string in_program(const std::string &name, const std::string &oid, const std::string &more = "") {
     return testkit::entry_of(name, oid, name, "") + more;
@@ -134,7 +125,6 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {"[mechanism.settings]\n\"\" = 'x'", ":6: mechanism.settings.: must not be empty"},
         {"negotiates = [{oid = '1.2.3'},\n{oid = '1.2.3'}]", ":6: mechanism.negotiates.oid: '1.2.3' is listed twice"},
         {"[policy]\ndefault = 'GOOD'", ":6: policy.default: must be \"any\", \"none\" or an array of strings"},
-        {"[policy]\ndefault = ['GOOD', 1]", ":6: policy.default: must be \"any\", \"none\" or an array of strings"},
         {"[policy.users]\nalice = 1", ":6: policy.users.alice: must be \"any\", \"none\", an array of strings or a table"},
         {"[policy.users]\nalice = [\n'GOOD',\n'OTHER']", ":8: policy.users.alice: 'OTHER' is no mechanism of this file"},
         {"[policy.users.alice]\nnames = ['x']", ":5: policy.users.alice.mechanisms: is missing"},
@@ -182,47 +172,41 @@ TEST_F(Loader, ArgumentsAndUnreadableFilesAreRefusedInOrder) {
 }
 
 TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
-    const std::string content =
-        in_program("NEGO", "1.2.1", "negotiates = [{oid = '1.2.2'}, {oid = '2.100.3', enabled = false}]\n") +
-        in_program("GOOD", "1.2.2") + in_program("FAILS", "1.2.3") + in_program("MUTE", "1.2.4") +
-        in_program("PLAIN", "1.2.5") + in_program("OFF", "1.2.6", "enabled = false\nlibrary = 'none.so'\n") +
-        in_program("GONE", "1.2.7", "library = 'none.so'\n") + in_program("EMPTY", "1.2.8") +
-        in_program("TALKS", "1.2.9") + in_program("TEXT", "1.2.10", "library = '" + file_ + "'\n") +
-        in_program("OLD", "1.2.11") + in_program("DATA", "1.2.12") + in_program("THROWS", "1.2.13") +
-        in_program("RAISES", "1.2.14") + in_program("TLS", "1.2.15");
-    ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
-
     const struct {
-        const char *name, *message;
+        const char *name;
+        std::string more;
+        const char *message = nullptr;
     } rows[] = {
-        {"NEGO", nullptr},
-        {"GOOD", nullptr},
-        {"FAILS", "no key"},
-        {"MUTE", "its configure operation failed with major status 0x000D0000, minor status 0xA100012B"},
-        {"PLAIN", nullptr},
-        {"OFF", "it is disabled in the configuration file"},
-        {"GONE", "none.so: cannot open shared object file"},
-        {"EMPTY", "no operation of it has the prefix EMPTY_"},
-        {"TALKS", nullptr},
-        {"TEXT", "qxgss.conf: "},
-        {"OLD", "it is made for version 2 of the framework's interface, which is 1"},
-        {"DATA", "DATA_configure is data, not a function"},
-        {"THROWS", "its configure operation threw an exception: no card"},
-        {"RAISES", "its configure operation threw an exception"},
-        {"TLS", "TLS_configure is data, not a function"},
+        {"NEGO", "negotiates = [{oid = '1.2.1'}, {oid = '2.100.3', enabled = false}]\n"},
+        {"GOOD", ""},
+        {"FAILS", "", "no key"},
+        {"MUTE", "", "its configure operation failed with major status 0x000D0000, minor status 0xA100012B"},
+        {"PLAIN", ""},
+        {"OFF", "enabled = false\nlibrary = 'none.so'\n", "it is disabled in the configuration file"},
+        {"GONE", "library = 'none.so'\n", "none.so: cannot open shared object file"},
+        {"EMPTY", "", "no operation of it has the prefix EMPTY_"},
+        {"TALKS", ""},
+        {"TEXT", "library = '" + file_ + "'\n", "qxgss.conf: "},
+        {"OLD", "", "it is made for version 2 of the framework's interface, which is 1"},
+        {"DATA", "", "DATA_configure is data, not a function"},
+        {"THROWS", "", "its configure operation threw an exception: no card"},
+        {"RAISES", "", "its configure operation threw an exception"},
+        {"TLS", "", "TLS_configure is data, not a function"},
     };
+    std::string content;
+    for (const auto &row : rows)
+        content += in_program(row.name, "1.2." + std::to_string(&row - rows), row.more);
+    ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
     ASSERT_EQ(MechCount, std::size(rows));
-    for (OM_uint32 i = 0; i < MechCount; ++i) {
-        SCOPED_TRACE(rows[i].name);
-        const MechInfo_t &mech = pMechInfo[i];
-        EXPECT_STREQ(mech.pszMechName, rows[i].name);
-        EXPECT_EQ(mech.fUseMech != 0, rows[i].message == nullptr);
-        ASSERT_EQ(mech.pszMessage == nullptr, rows[i].message == nullptr);
-        if (rows[i].message == nullptr)
+    for (const auto &[name, more, message] : rows) {
+        SCOPED_TRACE(name);
+        const MechInfo_t &mech = registered(name);
+        const std::string told = mech.pszMessage == nullptr ? "" : mech.pszMessage;
+        EXPECT_TRUE((mech.fUseMech != 0) == (message == nullptr) && told.empty() == (message == nullptr));
+        if (message == nullptr)
             continue;
-        EXPECT_NE(std::string(mech.pszMessage).find(rows[i].message), std::string::npos) << mech.pszMessage;
-        const bool reported = message_.find(std::string(rows[i].name) + ": " + mech.pszMessage) != std::string::npos;
-        EXPECT_EQ(reported, std::string(rows[i].name) != "OFF") << message_;
+        EXPECT_NE(told.find(message), told.npos) << told;
+        EXPECT_EQ(message_.find(name + (": " + told)) != message_.npos, name != std::string("OFF")) << message_;
     }
     EXPECT_EQ(message_.rfind("FAILS: no key\nMUTE: its", 0), 0U) << message_;
     EXPECT_NE(message_.find("\nTALKS: ready\n"), std::string::npos) << message_;
@@ -238,26 +222,6 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
     ASSERT_EQ(nego.NegotiatedMechCount, 2U);
     EXPECT_STREQ(nego.pNegMechInfo[1].pNegotiatedMech, "2.100.3");
     EXPECT_TRUE(nego.pNegMechInfo[0].fEnabled == 1 && nego.pNegMechInfo[1].fEnabled == 0);
-}
-
-// What one configuration leaves in a library the next one replaces; the leak checker looks at the end of the process.
-TEST_F(Loader, ConfiguredAnewNothingIsLost) {
-    const testkit::RealMechanism scram[] = {testkit::kScram, testkit::kScram1};
-    const std::string content = testkit::configuration_of(scram);
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(configure_with(content, QXGSS_SERVER), GSSP_E_SUCCESS);
-        for (OM_uint32 mechanism = 0; mechanism < MechCount; ++mechanism)
-            EXPECT_NE(pMechInfo[mechanism].fUseMech, 0) << message_;
-        qxgss_shutdown(nullptr);
-    }
-}
-
-TEST_F(Loader, EverySlotIsTheSymbolOfItsName) {
-    ASSERT_EQ(configure_with(in_program("ALL", "1.2.1")), GSSP_E_SUCCESS);
-    ASSERT_EQ(std::size(all_operations) * sizeof(Operation), sizeof(qxgss_ftn_table_desc));
-    const Operation *slots = reinterpret_cast<const Operation *>(&pMechInfo[0].MechFtnTable);
-    for (std::size_t i = 0; i < std::size(all_operations); ++i)
-        EXPECT_EQ(slots[i], all_operations[i]) << i;
 }
 
 TEST_F(Loader, WhatOthersCanWriteIsToldOf) {
@@ -293,26 +257,17 @@ TEST_F(Loader, WhatOthersCanWriteIsToldOf) {
 TEST_F(Loader, LookUpsAnswerFromTheRegistry) {
     ASSERT_EQ(configure_with(in_program("GOOD", "1.3.6.1.5.5.18") + in_program("PLAIN", "1.3.6.1.5.5.14")),
               GSSP_E_SUCCESS);
-    constexpr const char *kDone = "00000000/21000064";
-    qxgss_OID oid = nullptr, same = nullptr, unknown = nullptr;
-    OM_sint32 index = 7;
-    const char *text = nullptr;
-    ASSERT_EQ(outcome(gssp_mechstr_to_oid, "PLAIN", &oid), kDone);
-    EXPECT_EQ(bytes_of(*oid), "\x2b\x06\x01\x05\x05\x0e");
-    EXPECT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.14", &same), kDone);
-    EXPECT_EQ(same, oid);
-    EXPECT_EQ(outcome(gssp_oid_to_mechindex, oid, &index), kDone);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(outcome(gssp_oid_to_mechstr, oid, &text), kDone);
-    EXPECT_STREQ(text, "PLAIN");
-    EXPECT_EQ(outcome(gssp_mechstr_to_oidstr, "GOOD", &text), kDone);
-    EXPECT_STREQ(text, "1.3.6.1.5.5.18");
-
-    for (qxgss_OID *asked : {&unknown, &same})
-        ASSERT_EQ(outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.2", asked), kDone);
-    EXPECT_EQ(same, unknown);
-    EXPECT_EQ(outcome(gssp_oid_to_mechindex, unknown, &index), kDone);
-    EXPECT_EQ(index, -1);
+    qxgss_OID oid = nullptr, same = nullptr, unknown = nullptr, again = nullptr;
+    OM_sint32 index = 7, no_index = 7;
+    const char *name = nullptr, *text = nullptr;
+    expect_all("00000000/21000064",
+               {outcome(gssp_mechstr_to_oid, "PLAIN", &oid), outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.14", &same),
+                outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.2", &unknown),
+                outcome(gssp_mechoidstr_to_oid, "1.3.6.1.5.5.2", &again), outcome(gssp_oid_to_mechindex, oid, &index),
+                outcome(gssp_oid_to_mechindex, unknown, &no_index), outcome(gssp_oid_to_mechstr, oid, &name),
+                outcome(gssp_mechstr_to_oidstr, "GOOD", &text)});
+    EXPECT_EQ(bytes_of(*oid) + " " + name + " " + text, "\x2b\x06\x01\x05\x05\x0e PLAIN 1.3.6.1.5.5.18");
+    EXPECT_TRUE(same == oid && again == unknown && index == 1 && no_index == -1);
 
     qxgss_OID_desc none{0, nullptr};
     index = 7;
@@ -339,23 +294,23 @@ TEST_F(Loader, PropertiesAndSettingsAreThoseThatAreGiven) {
                              in_program("PLAIN", "1.2.4", "[mechanism.properties]\nsingle_sign_on = true\n")),
               GSSP_E_SUCCESS);
     // "7" for an answer that was left alone.
-    const auto boolean = [](const char *name, OM_uint32 property) {
-        OM_uint32 value = 7;
-        const std::string got =
-            outcome(gssp_inquire_one_mech_property_boolean, registered(name).pMechOid, property, &value);
+    const auto answer = []<typename T>(auto call, const char *name, OM_uint32 property, T value) {
+        const std::string got = outcome(call, registered(name).pMechOid, property, &value);
         EXPECT_EQ(got, value == 7 ? "000D0000/E1000074" : "00000000/21000064") << property;
         return std::to_string(value);
     };
-    for (const auto &[property, expected] : {std::pair{2U, "17"}, {3U, "07"}, {8U, "71"}, {17U, "77"}, {4U, "77"}})
-        EXPECT_EQ(boolean("GOOD", property) + boolean("PLAIN", property), expected) << property;
-    qxgss_OID good = registered("GOOD").pMechOid, plain = registered("PLAIN").pMechOid;
-    OM_sint32 rank = 0;
+    constexpr auto boolean = gssp_inquire_one_mech_property_boolean;
+    constexpr auto integer = gssp_inquire_one_mech_property_int;
+    for (const auto &[number, expected] :
+         {std::pair{2U, "1777"}, {3U, "0777"}, {8U, "7177"}, {17U, "77-57"}, {4U, "7777"}})
+        EXPECT_EQ(answer(boolean, "GOOD", number, OM_uint32{7}) + answer(boolean, "PLAIN", number, OM_uint32{7}) +
+                      answer(integer, "GOOD", number, OM_sint32{7}) + answer(integer, "PLAIN", number, OM_sint32{7}),
+                  expected)
+            << number;
+    OM_sint32 rank = -5;
     const char *text = nullptr;
-    EXPECT_EQ(outcome(gssp_inquire_one_mech_property_int, good, 17, &rank), "00000000/21000064");
-    expect_all("000D0000/E1000074", {outcome(gssp_inquire_one_mech_property_int, good, 2, &rank),
-                                     outcome(gssp_inquire_one_mech_property_int, plain, 17, &rank),
-                                     outcome(gssp_inquire_one_mech_property_int, GSS_C_NT_QXAT_MECHDATA, 17, &rank),
-                                     without_each(gssp_inquire_one_mech_property_int, good, 17, &rank),
+    expect_all("000D0000/E1000074", {outcome(integer, GSS_C_NT_QXAT_MECHDATA, 17, &rank),
+                                     without_each(integer, registered("GOOD").pMechOid, 17, &rank),
                                      without_each(gssp_inquire_mech_setting, "GOOD", "realm", &text)});
     EXPECT_EQ(rank, -5);
 

@@ -16,8 +16,9 @@ inline constexpr qxgss_session_options_desc kAtOnce = {
     sizeof kAtOnce, QXGSS_SESSION_MAX_MESSAGE, 16, 30'000, 0, 0, QXGSS_SESSION_UNPROTECTED, nullptr, nullptr, nullptr};
 
 struct Pair {
-    explicit Pair(const std::string &logon, const qxgss_session_options_desc &of_server = kAtOnce) {
-        client.initiate(logon, &kAtOnce);
+    explicit Pair(const std::string &logon, const qxgss_session_options_desc &of_server = kAtOnce,
+                  const qxgss_session_options_desc &of_client = kAtOnce) {
+        client.initiate(logon, &of_client);
         server.accept(&of_server);
     }
     void open(const Between &between = {}) { converse(client, server, between); }
