@@ -1,7 +1,10 @@
 // Runs a fuzz target over files, or all files of folders, without a fuzzer: for every compiler, and for one input that
-// failed.
+// failed. `--places=N` as the first argument: each input also cut, and with other octets, at so many of its places.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,27 +14,46 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 namespace {
 
-int replay(const std::filesystem::path &path) {
+std::size_t places = 0;
+int inputs = 0;
+
+void run(const std::string &input) {
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t *>(input.data()), input.size());
+    ++inputs;
+}
+
+void replay(const std::filesystem::path &path) {
     std::ifstream file(path, std::ios::binary);
     const std::string input{std::istreambuf_iterator<char>(file), {}};
-    if (!file) {
-        std::fprintf(stderr, "%s: cannot be read\n", path.c_str());
+    std::printf("%s\n", path.c_str()); // the last one is the one that fails
+    std::fflush(stdout);
+    if (!file)
         std::exit(1);
+    run(input);
+    const std::size_t count = std::min(places, input.size());
+    for (std::size_t i = 0; i != count; ++i) {
+        const std::size_t at = input.size() * i / count;
+        run(input.substr(0, at));
+        for (const char octet : {'\0', '\n', '<', '\x80', '\xff'}) {
+            std::string changed = input;
+            changed[at] = octet;
+            run(changed);
+        }
     }
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t *>(input.data()), input.size());
-    return 1;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    int inputs = 0;
+    constexpr char kPlaces[] = "--places=";
     for (int i = 1; i < argc; ++i)
-        if (std::filesystem::is_directory(argv[i]))
+        if (std::strncmp(argv[i], kPlaces, sizeof kPlaces - 1) == 0)
+            places = std::strtoul(argv[i] + sizeof kPlaces - 1, nullptr, 10);
+        else if (std::filesystem::is_directory(argv[i]))
             for (const auto &entry : std::filesystem::directory_iterator(argv[i]))
-                inputs += replay(entry.path());
+                replay(entry.path());
         else
-            inputs += replay(argv[i]);
+            replay(argv[i]);
     std::printf("%d inputs\n", inputs);
     return inputs != 0 ? 0 : 1;
 }
