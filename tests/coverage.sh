@@ -15,6 +15,6 @@ quietly ctest --test-dir "$build" --output-on-failure --exclude-regex '^(install
 measure() { gcovr --root . "$build" --exclude-throw-branches --exclude-unreachable-branches "$@"; }
 measure "${rooms[@]/#/--filter=}" --json -o "$build/coverage.json"
 for room in "${rooms[@]}"; do
-    echo "$room: $(measure --add-tracefile "$build/coverage.json" --filter="$room/" --print-summary -o "$build/$(basename "$room").txt" | xargs)"
+    echo "$room: $(measure -a "$build/coverage.json" --filter="$room/" --print-summary -o "$build/room.txt" | xargs)"
 done
-measure --add-tracefile "$build/coverage.json"
+measure -a "$build/coverage.json"
