@@ -90,16 +90,12 @@ class Command(unittest.TestCase):
             seen = set().union(*(cls.printed[name] for name in commands.split(", ")))
             assert seen <= known <= seen | WORDS, (commands, seen - known, known - seen - WORDS)
 
-    def run_command(self, command, text=""):
+    def expect(self, status, command, *patterns, text=""):
+        """The exit status, and patterns that the output and the error lines must contain. An error is one line."""
         words = shlex.split(command)
         done = subprocess.run([QXNEGO, *words], input=text, capture_output=True, text=True, errors="replace")
         if "--json" in words and done.stdout:
             self.printed[words[0]] |= keys(json.loads(done.stdout))
-        return done
-
-    def expect(self, status, command, *patterns, text=""):
-        """The exit status, and patterns that the output and the error lines must contain. An error is one line."""
-        done = self.run_command(command, text)
         with self.subTest(command=command):
             self.assertEqual((done.returncode, done.stderr.count("\n")), (status, int(status != 0)), done)
             for pattern in patterns:
