@@ -198,22 +198,19 @@ class Python(unittest.TestCase):
 
 
 class Samples(unittest.TestCase):
-    def converse(self, *options, config=ALL, server_config=None):
+    def converse(self, *options, config=ALL):
         """One gss-client against one gss-server; what each has printed."""
         with socket.create_server(("127.0.0.1", 0)) as listener:
             port = str(listener.getsockname()[1])
-
-        def start(config, *arguments):
-            return subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                    env=dict(os.environ, QXGSS_CONF=config))
-
-        with start(server_config or config, "gss-server", "-port", port, "-once", "host@localhost") as server:
+        printed = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True}
+        with subprocess.Popen(["gss-server", "-port", port, "-once", "host@localhost"], **printed) as server:
             try:
                 self.assertEqual(server.stdout.readline(), "starting...\n")
                 mech = "{ %s }" % QXNEGO.replace(".", " ")
-                with start(config, "gss-client", "-port", port, "-mech", mech, *options, "localhost", "host@localhost",
-                           "hello there") as client:
-                    return client.communicate(timeout=60)[0], server.communicate(timeout=60)[0]
+                client = subprocess.run(["gss-client", "-port", port, "-mech", mech, *options, "localhost",
+                                         "host@localhost", "hello there"], timeout=60,
+                                        env=dict(os.environ, QXGSS_CONF=config), **printed)
+                return client.stdout, server.communicate(timeout=60)[0]
             finally:
                 server.kill()
 
@@ -232,7 +229,7 @@ class Samples(unittest.TestCase):
         client, server = self.converse("-user", "alice", "-pass", "wrong")
         self.assertIn("the server refuses the logon", client)
         self.assertRegex(server, 'error accepting context: Kerberos: .*; SCRAM-SHA-256: "Error authenticating user"; ')
-        client, _ = self.converse(config=REALM + "/none.conf", server_config=ALL)
+        client, _ = self.converse(config=REALM + "/none.conf")
         self.assertIn("none.conf: cannot be read: No such file or directory", client)
 
 

@@ -248,6 +248,7 @@ void ask(const End &end) {
     int is_open = 0;
     called(bridge_gss_inquire_context, end.context, &source.name, &target.name, nullptr, nullptr, nullptr, nullptr,
            &is_open);
+    EXPECT_TRUE(is_open == 0 || end.is_open());
     is_whole = is_whole && !told(end.context, QXNEGO_GSS_LOG).empty();
     const std::string story = told(end.context, QXNEGO_GSS_STORY);
     EXPECT_TRUE(failed || (is_open == 1 && told(end.context, QXNEGO_GSS_SELECTED) == "A" &&

@@ -11,23 +11,19 @@
 
 namespace failing_heap {
 
-// While one lives, allocation number `failing` (from 0) and every later one of the C heap fail.
+// While one lives, allocation number `failing` (from 0) of the C heap fails, and with `all_later` every one after it;
+// `in_windows` counts only those that are made inside windows, and what new allocates there.
 class From {
   public:
-    explicit From(int failing) : From(failing, true, false) {}
+    explicit From(int failing, bool all_later = true, bool in_windows = false);
     From(const From &) = delete;
     From &operator=(const From &) = delete;
     ~From();
 
     // Whether one has failed.
     bool happened() const;
-
-  protected:
-    From(int failing, bool all_later, bool in_windows);
 };
 
-// While one lives, of the allocations made inside windows, by malloc or by new, number `failing` fails, and with
-// `all_later` every one after it.
 struct InWindows : From {
     InWindows(int failing, bool all_later) : From(failing, all_later, true) {}
 };

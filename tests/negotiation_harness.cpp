@@ -319,25 +319,6 @@ std::string Peer::log() const {
     return out;
 }
 
-std::string Peer::verdicts() const {
-    std::vector<std::string> last; // in the order in which they came into the list
-    for (const NegLogRecord &record : std::span(negotiation().NegLog.pRecords, negotiation().NegLog.Count)) {
-        const std::string now = verdict(record.MechOid, record);
-        const auto place = std::ranges::find(last, now[0], [](const std::string &each) { return each[0]; });
-        const std::string word = word_of(record.pszLogString);
-        if (record.MechOid.length != 0 && place == last.end())
-            last.push_back(now);
-        else if (record.MechOid.length != 0 && word != "peer" && word != "unknown") {
-            const bool same_state = place->compare(1, 2, now, 1, 2) == 0;
-            *place = now + (word == "adopt" || (same_state && place->back() == '<') ? "<" : "");
-        }
-    }
-    std::string out;
-    for (const std::string &each : last)
-        out += (out.empty() ? "" : " ") + each;
-    return out;
-}
-
 std::string Session::run() {
     std::string out, token = "not looked at by the first call";
     bool done[2] = {false, false};

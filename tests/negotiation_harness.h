@@ -109,9 +109,6 @@ class Peer {
     // "end" when the negotiation's state is now Reject.
     std::string log() const;
 
-    // What the log says last of each entry, other than the peer's view of it.
-    std::string verdicts() const;
-
     qxgss_ctx_id_t context = nullptr;
     qxgss_cred_id_t credential = nullptr;
     bool ask = true; // for every result

@@ -1,4 +1,4 @@
-// Negotiations from end to end: every scenario with its calls, verdicts and logs; the exact tokens; what passes between
+// Negotiations from end to end: every scenario with its calls and logs; the exact tokens; what passes between
 // the caller and the mechanisms; what the server's application is told.
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ using scripted::script;
 
 using Negotiation = NegotiationTest;
 
-// What the caller of a completed side was given, and that messages pass between the two contexts.
+// What the caller of a completed side was given.
 void expect_agreement(Session &session) {
     const NegContext_desc &negotiation = session.server.negotiation();
     const NegMechEntry_desc &entry = negotiation.NegMechList.pNegMech[negotiation.SelectedMechListIndex];
@@ -29,21 +29,14 @@ void expect_agreement(Session &session) {
         EXPECT_EQ(outcome(QXNEGO_inquire_negotiated_mech, peer.context, number, &each), "00100000/E3000414");
         EXPECT_EQ(each.pMechOid, nullptr);
     }
-    const std::string text = "message";
-    qxgss_buffer_desc message = support::view(text), wrapped{}, opened{};
-    EXPECT_FALSE(GSS_ERROR(QXNEGO_wrap(nullptr, session.client.context, 1, 5, &message, nullptr, &wrapped)));
-    EXPECT_FALSE(GSS_ERROR(QXNEGO_unwrap(nullptr, session.server.context, &wrapped, &opened, nullptr, nullptr)));
-    EXPECT_EQ(support::taken(opened), "message");
-    gssp_release_buffer(nullptr, &wrapped);
 }
 
-// The log begins with the mechanisms that are available, and says last of each what it is.
+// The log begins with the mechanisms that are available.
 void expect_story(const Peer &peer, const std::string &mechanisms, const std::string &log) {
     std::string available;
     for (const char letter : mechanisms)
         available += (available.empty() ? "[0] have:" : ",") + std::string(1, letter) + "11";
     EXPECT_EQ(peer.log(), available + " " + log);
-    EXPECT_EQ(peer.entries(), peer.verdicts());
 }
 
 void expect_end(const Scenario &scenario) {
@@ -155,14 +148,12 @@ TEST_F(Negotiation, ResultsReachTheCaller) {
     Session session("A", "A", "authcid=anna");
     Peer &server = session.server;
     const Outcome first = server.call(session.client.call("").token);
-    EXPECT_EQ(session.client.mech_type, pQxnegoMechOid);
-    EXPECT_EQ(server.mech_type, pQxnegoMechOid);
+    EXPECT_TRUE(session.client.mech_type == pQxnegoMechOid && server.mech_type == pQxnegoMechOid);
     EXPECT_TRUE(server.source == nullptr && server.delegated == nullptr && server.flags == 0);
     server.call(session.client.call(first.token).token);
-    EXPECT_EQ(text_of(server.source), "anna@REALM");
     const NegMechEntry_desc &entry = server.negotiation().NegMechList.pNegMech[0];
-    EXPECT_NE(server.source, entry.pSrcName);
-    EXPECT_EQ(entry.pDelegatedCredHandle, nullptr);
+    EXPECT_EQ(text_of(server.source), "anna@REALM");
+    EXPECT_TRUE(server.source != entry.pSrcName && entry.pDelegatedCredHandle == nullptr);
     qxgss_cred_id_t mine = server.delegated;
     ASSERT_NE(mine, nullptr);
     EXPECT_EQ(
@@ -170,7 +161,7 @@ TEST_F(Negotiation, ResultsReachTheCaller) {
         kDone);
     EXPECT_EQ(server.delegated, nullptr);
     server.end();
-    EXPECT_EQ(scripted::calls("release_name", 'A'), 1);
+    EXPECT_EQ(scripted::last_call("release_name", 'A').number, 1);
     registered("A").MechFtnTable.ftn_gssp_release_cred(nullptr, &mine);
 }
 
@@ -186,9 +177,9 @@ TEST_F(Negotiation, ArgumentsReachTheMechanisms) {
         session.client.bindings = session.server.bindings = &bindings;
         session.run();
         const NegMechEntry_desc &entry = session.client.negotiation().NegMechList.pNegMech[0];
-        const scripted::Call &init = *scripted::last_call("init_sec_context", 'A');
-        const scripted::Call &accept = *scripted::last_call("accept_sec_context", 'A');
-        const scripted::Call &acquire = *scripted::last_call("acquire_cred", 'A');
+        const scripted::Call &init = scripted::last_call("init_sec_context", 'A');
+        const scripted::Call &accept = scripted::last_call("accept_sec_context", 'A');
+        const scripted::Call &acquire = scripted::last_call("acquire_cred", 'A');
         EXPECT_TRUE(init.name == &target && init.flags == GSS_C_MUTUAL_FLAG && init.time == 300);
         EXPECT_TRUE(init.bindings == &bindings && accept.bindings == &bindings);
         EXPECT_TRUE(init.mech_type == entry.pMechOid && init.credential == entry.pMechCredential);
@@ -201,20 +192,20 @@ TEST_F(Negotiation, ArgumentsReachTheMechanisms) {
         EXPECT_EQ(accept.wanted, ask ? 5U : 0U);
     }
     scripted::reset();
-    Session session("A", "A"); // without a credential the client acquires its default
+    Session session("A", "A"); // without a credential the client acquires its default, and the server none
     session.run();
-    const scripted::Call &acquire = *scripted::last_call("acquire_cred", 'A');
+    const scripted::Call &acquire = scripted::last_call("acquire_cred", 'A');
     EXPECT_TRUE(acquire.name == nullptr && acquire.flags == GSS_C_INITIATE && acquire.time == GSS_C_INDEFINITE);
-    EXPECT_EQ(scripted::calls("acquire_cred", 'A'), 1);
-    EXPECT_EQ(scripted::last_call("accept_sec_context", 'A')->credential, nullptr);
+    EXPECT_EQ(acquire.number, 1);
+    EXPECT_EQ(scripted::last_call("accept_sec_context", 'A').credential, nullptr);
 }
 
 TEST_F(Negotiation, TextsOfOnePassShareTheMessageContext) {
     script().at('A', kServer).failing_call = script().at('B', kServer).failing_call = 1;
     Session session("AB", "AB", "authcid=anna");
     session.run();
-    EXPECT_EQ(scripted::last_call("display_status", 'A')->flags, 0U);
-    const scripted::Call &second = *scripted::last_call("display_status", 'B');
+    EXPECT_EQ(scripted::last_call("display_status", 'A').flags, 0U);
+    const scripted::Call &second = scripted::last_call("display_status", 'B');
     EXPECT_TRUE(second.flags == 1 && second.time == 0xC5000007U && second.wanted == GSS_C_MECH_CODE);
 }
 
@@ -227,36 +218,29 @@ TEST_F(Negotiation, TheEndReleasesEverythingAndReportsTheLastFailure) {
     session.run();
     EXPECT_EQ(session.client.end().statuses(), "00100000/C5000007");
     EXPECT_EQ(session.client.context, nullptr);
-    EXPECT_EQ(scripted::calls("delete_sec_context", 'C'), 1);
+    EXPECT_EQ(scripted::last_call("delete_sec_context", 'C').number, 1);
 }
 
-TEST_F(Negotiation, WithoutReleaseOperationsObjectsAreLeftAlone) {
-    script().at('A', kClient).failing_call = 1;
-    script().at('A', kClient).alter = [](qxgss_ftn_table_desc &table) {
+// Without the operations that release them, and when the deletion leaves its handle.
+TEST_F(Negotiation, ObjectsThatCannotBeReleasedAreLeftAlone) {
+    scripted::Behaviour &how = script().at('A', kClient);
+    how.failing_call = 1;
+    how.alter = [](qxgss_ftn_table_desc &table) {
         table.ftn_gssp_release_cred = nullptr;
-        table.ftn_gssp_delete_sec_context = nullptr;
         table.ftn_gssp_release_name = nullptr;
+        table.ftn_gssp_delete_sec_context = nullptr;
     };
-    Session session("A", "A"); // single sign-on: a name is released, too
-    EXPECT_EQ(session.run(), "C 000D0000/E3000406 kept");
-    EXPECT_NE(session.client.negotiation().NegMechList.pNegMech[0].pMechContext, nullptr);
-    EXPECT_EQ(session.client.end().major, GSS_S_COMPLETE);
-    EXPECT_EQ(scripted::live_objects(), 2);
-    scripted::reset();
-}
-
-TEST_F(Negotiation, AHandleThatADeletionLeavesIsForgotten) {
-    static auto remove = registered("A").MechFtnTable.ftn_gssp_delete_sec_context;
-    script().at('A', kClient).failing_call = 1;
-    script().at('A', kClient).alter = [](qxgss_ftn_table_desc &table) {
-        table.ftn_gssp_delete_sec_context = [](OM_uint32 *minor, qxgss_ctx_id_t *handle, qxgss_buffer_t output) {
-            qxgss_ctx_id_t copy = *handle;
-            return remove(minor, &copy, output);
+    for (const bool is_left : {true, false}) {
+        Session session("A", "A"); // single sign-on: a name is released, too
+        EXPECT_EQ(session.run(), "C 000D0000/E3000406 kept");
+        EXPECT_EQ(session.client.negotiation().NegMechList.pNegMech[0].pMechContext != nullptr, is_left);
+        EXPECT_EQ(session.client.end().major, GSS_S_COMPLETE);
+        EXPECT_EQ(scripted::live_objects(), is_left ? 2 : 3);
+        how.alter = [](qxgss_ftn_table_desc &table) {
+            table.ftn_gssp_delete_sec_context = [](OM_uint32 *, qxgss_ctx_id_t *, qxgss_buffer_t) { return 0U; };
         };
-    };
-    Session session("A", "A");
-    EXPECT_EQ(session.run(), "C 000D0000/E3000406 kept");
-    EXPECT_EQ(session.client.negotiation().NegMechList.pNegMech[0].pMechContext, nullptr);
+    }
+    scripted::reset();
 }
 
 // ---- What the server's application is told -------------------------------------------------------------------------
@@ -271,21 +255,12 @@ TEST_F(Negotiation, AFailedOneTellsItsStory) {
         const std::string story = support::described(support::taken(properties));
         EXPECT_EQ(story.substr(0, 17), "8:16(2 0 0 0) 20:") << story;
         EXPECT_EQ(story.substr(story.rfind(" ms")), " ms\n\n]");
-        const std::size_t last = story.find("Record 4: ");
-        EXPECT_EQ(story.substr(last, story.rfind("Elapsed Time") - last),
-                  R"(Record 4: QXNEGO_accept_sec_context call 1
-   Text:             QXNEGO_INT_Mechs_Accept_Contexts: accept_sec_context failed for mechanism
-   Mechanism:        A
-   MechState:        Rejected
-   MechReason:       GSSAPI Error
-   GSS MajorStatus:  00070000
-   GSS MinorStatus:  C5000007
-   GSS MinorStatusText:  scripted failure
-   IsCtxEstablished: FALSE
-   IsPolicyApplied:  TRUE
-   NegState:         Incomplete
-   NegStateFromPeer: Incomplete
-   )");
+        const std::size_t last = story.rfind("Record 4: QXNEGO_accept_sec_context call 1\n"),
+                          end = story.rfind("Elapsed");
+        ASSERT_NE(last, std::string::npos);
+        EXPECT_EQ(story.substr(story.find("   IsCtxEstablished", last), end - story.find("   IsCtxEstablished", last)),
+                  "   IsCtxEstablished: FALSE\n   IsPolicyApplied:  TRUE\n   NegState:         Incomplete\n"
+                  "   NegStateFromPeer: Incomplete\n   ");
     }
 }
 

@@ -72,7 +72,6 @@ struct Peer {
         forget();
         EXPECT_EQ(table.ftn_gssp_release_cred(nullptr, &credential), GSS_S_COMPLETE);
         EXPECT_EQ(table.ftn_gssp_release_cred(nullptr, &delegated), GSS_S_COMPLETE);
-        gssp_release_name(nullptr, &target);
     }
 
     // The statuses of a call, "" when the mechanism does not have it. A failure hands nothing out.
@@ -102,8 +101,8 @@ struct Peer {
     }
     std::string init(const std::string &input) {
         qxgss_buffer_desc in = view(input), out{};
-        said = call({}, &Table::ftn_gssp_init_sec_context, credential, &context, target, info.pMechOid, request, 0U,
-                    bindings, &in, &actual, &out, &flags, &lifetime);
+        said = call({}, &Table::ftn_gssp_init_sec_context, credential, &context, target.get(), info.pMechOid, request,
+                    0U, bindings, &in, &actual, &out, &flags, &lifetime);
         token = taken(out);
         return said;
     }
@@ -137,10 +136,10 @@ struct Peer {
         Outputs out;
         const std::string before = sent; // which is the caller's
         qxgss_buffer_desc in = view(message), mac = view(sent);
-        qxgss_qop_t qop = 0;
-        said = kind == 2
-                   ? call(out, &Table::ftn_gssp_verify_mic, context, &in, &mac, &(qop = 9))
-                   : call(out, &Table::ftn_gssp_unwrap, context, &mac, out.buffer.out(), &(sealed = 9), &(qop = 9));
+        qxgss_qop_t qop = 9;
+        sealed = 9;
+        said = kind == 2 ? call(out, &Table::ftn_gssp_verify_mic, context, &in, &mac, &qop)
+                         : call(out, &Table::ftn_gssp_unwrap, context, &mac, out.buffer.out(), &sealed, &qop);
         EXPECT_TRUE(said.empty() || (qop == 0 && (kind == 2 || !failed() || sealed == 0)));
         EXPECT_EQ(sent, before);
         return failed() ? "" : kind == 2 ? message : out.text();
@@ -209,7 +208,7 @@ struct Peer {
 
     const MechInfo_t &info;
     const Table &table = info.MechFtnTable;
-    qxgss_name_t target = imported("host@localhost", GSS_C_NT_HOSTBASED_SERVICE);
+    common::Name target{imported("host@localhost", GSS_C_NT_HOSTBASED_SERVICE)};
     OM_uint32 request = kProtection | GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG;
     qxgss_channel_bindings_t bindings = nullptr;
     qxgss_cred_id_t credential = nullptr, delegated = nullptr;
@@ -223,8 +222,7 @@ struct Peer {
 // A client with its user's password and a server with its default credential.
 struct Pair {
     explicit Pair(const testkit::RealMechanism &of) : client(of.name, of.logon), server(of.name) {
-        server.acquire("", GSS_C_ACCEPT);
-        EXPECT_FALSE(server.failed()) << server.text();
+        EXPECT_TRUE(server.acquire("", GSS_C_ACCEPT).starts_with("0000")) << server.text();
     }
     Peer client, server;
 };

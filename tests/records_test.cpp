@@ -36,83 +36,53 @@ bool is_empty(const qxgss_buffer_desc &buffer) {
 
 TEST(QxnegoInfo, PassesRecordsThroughAndMarksTheirAttributes) {
     const std::string user = bytes("\x09\0\x0c\0\x02\0jo\0\0\0\0"), odd = bytes("c\0\x05\0\x07");
-    const std::string attributes = bytes("\x08\0\x10\0\x01\0\x01\x01\0\0\0\0\0\0\0\0");
-    const std::string shortest = bytes("\x08\0\x09\0\x01\0\x01\x01\0");
-    // Ends of a buffer at which the walk stops: cut, beyond the end, too short, standing still, below a header.
-    const std::string cut = bytes("\x08\0\x10"), too_short = bytes("\x08\0\x08\0\x01\0\x01\x01");
-    const std::string beyond = bytes("\x08\0\x11\0\x01\0\x01\x01\0\0\0\0\0\0\0\0");
-    const std::string still = bytes("\x09\0\0\0"), below = bytes("\x09\0\x03\0\0\0");
-    const struct {
-        std::string before; // whose attributes records are marked
-        std::string after;  // not touched
-        bool attributes;    // whether none is added
-    } cases[] = {
-        {"", "", false},
-        {user, "", false},
-        {user + odd + attributes + user + attributes, "", true},
-        {shortest, "", true},
-        {attributes, cut, true},
-        {attributes, beyond, true},
-        {user, beyond, false},
-        {attributes, too_short + attributes, true},
-        {"", too_short + attributes, false},
-        {attributes, still + attributes, true},
-        {"", below + attributes, false},
+    const std::string sent = bytes("\x08\0\x10\0\x01\0\x01\x01\0\0\0\0\0\0\0\0");
+    const std::string marked = bytes("\x08\0\x10\0\x02\0\x01\x01\x03\0\0\0\0\0\0\0");
+    const std::string added = bytes("\x08\0\x10\0\x02\0\0\0\x03\0\0\0\0\0\0\0");
+    std::vector<std::pair<std::string, std::string>> cases{
+        {"", added},
+        {user, user + added},
+        {user + odd + sent + user + sent, user + odd + marked + user + marked},
+        {bytes("\x08\0\x09\0\x01\0\x01\x01\0"), bytes("\x08\0\x09\0\x02\0\x01\x01\x03")},
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.before + "|" + c.after);
-        std::string expected = c.before;
-        const std::string id = bytes("\x08\0");
-        for (std::size_t at = 0; c.attributes && (at = expected.find(id, at)) != std::string::npos; at += 9) {
-            expected[at + 4] = 2;
-            expected[at + 8] = 3;
-        }
-        expected += c.after;
-        if (!c.attributes)
-            expected += bytes("\x08\0\x10\0\x02\0\0\0\x03\0\0\0\0\0\0\0");
-        std::string sent = c.before + c.after, log = "log";
-        qxgss_buffer_desc props = view(sent), text = view(log), made{};
+    // Where the walk stops: cut, beyond the end, too short, standing still, below a header.
+    for (const std::string &end :
+         {bytes("\x08\0\x10"), bytes("\x08\0\x11\0\x01\0\x01\x01\0\0\0\0\0\0\0\0"),
+          bytes("\x08\0\x08\0\x01\0\x01\x01") + sent, bytes("\x09\0\0\0") + sent, bytes("\x09\0\x03\0\0\0") + sent}) {
+        cases.emplace_back(user + end, user + end + added);
+        cases.emplace_back(sent + end, marked + end);
+    }
+    for (auto &[given, expected] : cases) {
+        std::string log = "log";
+        qxgss_buffer_desc props = view(given), text = view(log), made{};
         ASSERT_EQ(outcome(QXNEGO_INT_FillQxnegoInfo, &props, 0x103, &text, &made), kDone);
         EXPECT_EQ(taken(made), expected + bytes("\x14\0\x0c\0\x03\0log\0\0\0"));
     }
-}
-
-TEST(QxnegoInfo, SizesTheLogRecord) {
-    std::string long_log = "banner\n\n";
-    while (long_log.size() < 65525 + 4096)
-        long_log += "Record 1\n" + std::string(4000, 'r') + "\n";
-    std::size_t whole = long_log.rfind("\nRecord", 65525 - 1) + 1;
-    const std::string fitting = long_log.substr(0, whole) + std::string(65525 - whole - 1, 'r') + "\nRecord 2\n";
-    const std::string not_fitting = std::string(fitting).insert(whole, "r"); // the last record begins one byte later
-    const std::size_t before = long_log.rfind("\nRecord", whole - 2) + 1;
-    const struct {
-        std::string log;
-        std::size_t length, kept;
-    } cases[] = {
-        {"", 8, 0},
-        {std::string(1001, 'x'), 1008, 1001},
-        {std::string(1002, 'x'), 1012, 1002},
-        {std::string(65525, 'x'), 65532, 65525},
-        {std::string(65526, 'x'), 65532, 65525},
-        {long_log.substr(0, 65525), 65532, 65525},
-        {long_log, (whole + 10) & ~std::size_t{3}, whole},
-        {fitting, 65532, 65525},
-        {not_fitting, (before + 10) & ~std::size_t{3}, before},
-    };
-    for (const auto &[log, length, kept] : cases) {
-        qxgss_buffer_desc text = view(log), made{};
-        ASSERT_EQ(QXNEGO_INT_FillQxnegoInfo(nullptr, nullptr, 1, &text, &made), GSS_S_COMPLETE);
-        EXPECT_EQ(made.length, 16 + length);
-        const std::string record = "8:16(2 0 0 1) 20:" + std::to_string(length) + "[" + log.substr(0, kept) + "]";
-        EXPECT_TRUE(described(taken(made)) == record) << log.size();
-    }
-}
-
-TEST(QxnegoInfo, RefusesOrHasNothingToReport) {
     EXPECT_EQ(outcome(QXNEGO_INT_FillQxnegoInfo, nullptr, 1, nullptr, nullptr), "000D0000/E30003F6");
     qxgss_buffer_desc made{7, &made}, empty{};
-    EXPECT_EQ(outcome(QXNEGO_INT_FillQxnegoInfo, &empty, 0, &empty, &made), kDone);
+    EXPECT_EQ(outcome(QXNEGO_INT_FillQxnegoInfo, &empty, 0, &empty, &made), kDone); // nothing to report
     EXPECT_TRUE(made.length == 7 && made.value == &made);
+}
+
+TEST(QxnegoInfo, ALogThatIsTooLongEndsWithAWholeRecord) {
+    std::string records = "banner\n\n";
+    while (records.size() < 65525 + 4096)
+        records += "Record 1\n" + std::string(4000, 'r') + "\n";
+    const std::size_t last = records.rfind("\nRecord", 65524) + 1, before = records.rfind("\nRecord", last - 2) + 1;
+    const std::string fitting = records.substr(0, last) + std::string(65525 - last - 1, 'r') + "\nRecord 2\n";
+    const std::pair<std::string, std::size_t> cases[] = {
+        {std::string(65526, 'x'), 65525},
+        {records.substr(0, 65525), 65525},
+        {records, last},
+        {fitting, 65525},
+        {std::string(fitting).insert(last, "r"), before}, // the last record begins one byte later
+    };
+    for (const auto &[log, kept] : cases) {
+        qxgss_buffer_desc text = view(log), made{};
+        ASSERT_EQ(QXNEGO_INT_FillQxnegoInfo(nullptr, nullptr, 1, &text, &made), GSS_S_COMPLETE);
+        const std::string length = std::to_string((kept + 10) & ~std::size_t{3});
+        EXPECT_TRUE(described(taken(made)) == "8:16(2 0 0 1) 20:" + length + "[" + log.substr(0, kept) + "]") << kept;
+    }
 }
 
 // ---- The user's properties of a context ----------------------------------------------------------------------------
@@ -121,42 +91,35 @@ using UserProperties = harness::NegotiationTest;
 using MechanismInfo = harness::NegotiationTest;
 
 TEST_F(UserProperties, AreBuiltOnceAfterCompletion) {
-    std::string user(12, '\0');
-    InsertItem(user.data(), QXGSS_DATA_ID_USERNAME, "joe", user.size());
     auto &acceptor = scripted::script().at('A', scripted::kServer);
-    acceptor.properties = user;
+    acceptor.properties = {"\x09\0\x0c\0\x03\0joe\0\0\0", 12};
     scripted::script().legs[0] = 3;
     harness::Session session("A", "A", "authcid=anna");
-    qxgss_ctx_id_t &context = session.server.context;
     // What is handed out before the log, or the statuses.
-    const auto told = [&] {
+    const auto told = [&](bool mechanism_fails) {
+        acceptor.messages_fail = mechanism_fails;
         qxgss_buffer_desc buffer{3, &session};
-        const std::string got = outcome(QXNEGO_inquire_properties_for_user, context, &buffer);
+        const std::string got = outcome(QXNEGO_inquire_properties_for_user, session.server.context, &buffer);
         EXPECT_EQ(is_empty(buffer), got != kDone);
         const std::string text = described(taken(buffer));
         return got == kDone ? text.substr(0, text.find(" 20:")) : got;
     };
     const std::string first = session.server.call(session.client.call("").token).token;
-    acceptor.messages_fail = true;
-    EXPECT_EQ(told(), "8:16(2 0 0 0)"); // nobody is asked
+    EXPECT_EQ(told(true), "8:16(2 0 0 0)"); // nobody is asked
+    acceptor.messages_fail = false;
     session.server.call(session.client.call(first).token);
+    NegContext_desc &negotiation = session.server.negotiation();
     for (const OM_sint32 nobody : {-1, 99}) {
-        const OM_sint32 index = std::exchange(session.server.negotiation().SelectedMechInfoIndex, nobody);
-        EXPECT_EQ(told(), "000D0000/E3000400");
-        session.server.negotiation().SelectedMechInfoIndex = index;
+        const OM_sint32 index = std::exchange(negotiation.SelectedMechInfoIndex, nobody);
+        EXPECT_EQ(told(false), "000D0000/E3000400");
+        negotiation.SelectedMechInfoIndex = index;
     }
-    EXPECT_EQ(told(), "00070000/C5000007");
-    acceptor.messages_fail = false;
-    EXPECT_EQ(told(), "9:12[joe] 8:16(2 0 0 1)");
-    acceptor.messages_fail = true; // the kept buffer answers from now on, with copies of its own
-    EXPECT_EQ(told(), "9:12[joe] 8:16(2 0 0 1)");
-    acceptor.messages_fail = false;
-    harness::Session without("A", "A", "authcid=anna");
-    without.run();
+    EXPECT_EQ(told(true), "00070000/C5000007");
+    for (const bool mechanism_fails : {false, true}) // what was given once answers from then on, with copies of its own
+        EXPECT_EQ(told(mechanism_fails), "9:12[joe] 8:16(2 0 0 1)");
     registered("A").MechFtnTable.ftn_gssp_inquire_properties_for_user = nullptr; // it need not have any
-    qxgss_buffer_desc buffer{};
-    EXPECT_EQ(outcome(QXNEGO_inquire_properties_for_user, without.server.context, &buffer), kDone);
-    EXPECT_EQ(described(taken(buffer)).substr(0, 14), "8:16(2 0 0 1) ");
+    gssp_release_buffer(nullptr, &static_cast<QxnegoSecCtx_int_t>(session.server.context)->UserProperties);
+    EXPECT_EQ(told(false), "8:16(2 0 0 1)");
     EXPECT_EQ(outcome(QXNEGO_INT_FillUserProperties, nullptr, nullptr), "01080000/E30003F6");
 }
 
@@ -203,23 +166,21 @@ TEST(InsertItem, WritesExactBytesOrNothing) {
     }
 }
 
-// A null-terminated list of heap strings from "a,b,c", as a directory module gives it.
-struct List {
-    explicit List(const std::string &text) {
-        std::istringstream in(text);
-        for (std::string name; std::getline(in, name, ',');)
-            names.push_back(strdup(name.c_str()));
-        names.push_back(nullptr);
-    }
-    ~List() { std::for_each(names.begin(), names.end(), std::free); }
-    std::string left() const {
-        std::string text;
-        for (char *const *name = names.data(); *name != nullptr; ++name)
-            text += (text.empty() ? "" : ",") + std::string(*name);
-        return text;
-    }
+// A null-terminated list of heap strings from "a,b,c", as a directory module gives it, and back, which frees it.
+std::vector<char *> listed(const std::string &text) {
     std::vector<char *> names;
-};
+    std::istringstream in(text);
+    for (std::string name; std::getline(in, name, ',');)
+        names.push_back(strdup(name.c_str()));
+    names.push_back(nullptr);
+    return names;
+}
+std::string unlisted(const std::vector<char *> &names) {
+    std::string text;
+    for (char *const *name = names.data(); *name != nullptr; std::free(*name++))
+        text += (text.empty() ? "" : ",") + std::string(*name);
+    return text;
+}
 
 char address[] = "ldap://d", database[] = "db", service[] = "svc";
 
@@ -264,17 +225,18 @@ TEST(Authorizations, FollowTheDirectory) {
         authz.ta_service = service;
         authz.ta_ldapurl = address;
         authz.ta_databasename = database;
-        List roles(c.roles), profiles(c.profiles), users(c.users);
-        authz.ta_roles = roles.names.data();
-        authz.ta_profile = profiles.names.data();
-        authz.ta_user = users.names.data();
+        std::vector<char *> roles = listed(c.roles), profiles = listed(c.profiles), users = listed(c.users);
+        authz.ta_roles = roles.data();
+        authz.ta_profile = profiles.data();
+        authz.ta_user = users.data();
         qxgss_buffer_desc props{3, address};
         EXPECT_EQ(outcome(qxat_fill_authorizations, &props, "anna", c.domain, &authz, c.desired_user, c.desired_profile,
                           c.service),
                   c.records.empty() ? "000D0000/00000000" : kFilled);
         EXPECT_EQ(described(taken(props)),
                   c.records.empty() ? "" : c.records + kTail + (c.service != 0 ? " 19:12[svc]" : ""));
-        EXPECT_EQ(users.left(), c.users_left);
+        EXPECT_EQ(unlisted(users), c.users_left);
+        EXPECT_EQ(unlisted(roles) + " " + unlisted(profiles), c.roles + std::string(" ") + c.profiles);
     }
 }
 
@@ -284,17 +246,20 @@ TEST(Authorizations, RefuseWhatIsMissingOrTooLong) {
     whole.ta_databasename = database;
     qxs_authorizations_t no_url = whole, no_database = whole;
     no_url.ta_ldapurl = no_database.ta_databasename = nullptr;
-    const auto refused = [](qxs_authorizations_t *authz, const char *authcid) {
-        qxgss_buffer_desc props{3, address};
-        const std::string got =
-            outcome(qxat_fill_authorizations, &props, authcid, nullptr, authz, nullptr, nullptr, 1U);
-        EXPECT_TRUE(is_empty(props)) << got;
-        return got;
+    const std::string missing = "000D0000/E10000CD", longest(65526, 'x');
+    const std::tuple<qxs_authorizations_t *, const char *, std::string> cases[] = {
+        {nullptr, "anna", missing},
+        {&no_url, "anna", missing},
+        {&no_database, "anna", missing},
+        {&whole, nullptr, missing},
+        {&whole, longest.c_str(), "000D0000/00000000"},
     };
-    expect_all("000D0000/E10000CD", {refused(nullptr, "anna"), refused(&no_url, "anna"), refused(&no_database, "anna"),
-                                     refused(&whole, nullptr)});
+    for (const auto &[authz, authcid, expected] : cases) {
+        qxgss_buffer_desc props{3, address};
+        EXPECT_EQ(outcome(qxat_fill_authorizations, &props, authcid, nullptr, authz, nullptr, nullptr, 1), expected);
+        EXPECT_TRUE(is_empty(props));
+    }
     EXPECT_EQ(qxat_fill_authorizations(nullptr, nullptr, "anna", nullptr, &whole, nullptr, nullptr, 1), GSS_S_FAILURE);
-    EXPECT_EQ(refused(&whole, std::string(65526, 'x').c_str()), "000D0000/00000000");
 }
 
 const unsigned char kYes = 1;
@@ -328,17 +293,19 @@ TEST_F(MechanismInfo, RefusesWithoutLeavingABuffer) {
         qxgss_buffer_desc made{3, &mechanism};
         const std::string got = outcome(qxat_fill_mechinfo, nullptr, &made, authenticated, oid);
         EXPECT_TRUE(is_empty(made)) << got;
-        mechanism = whole;
         return got;
     };
-    expect_all("000D0000/E30003F6", {outcome(qxat_fill_mechinfo, nullptr, nullptr, &kYes, whole.pMechOid),
-                                     refused(nullptr, whole.pMechOid), refused(&kYes, nullptr)});
-    EXPECT_EQ(refused(&kYes, GSS_C_NT_QXAT_MECHDATA), "000D0000/E100007C");
     std::string long_name(65526, 'n'), bad = "1.x";
-    mechanism.pszMechName = long_name.data();
-    EXPECT_EQ(refused(&kYes, whole.pMechOid), "000D0000/00000000");
+    EXPECT_EQ(outcome(qxat_fill_mechinfo, nullptr, nullptr, &kYes, whole.pMechOid), "000D0000/E30003F6");
+    EXPECT_EQ(refused(nullptr, whole.pMechOid), "000D0000/E30003F6");
+    EXPECT_EQ(refused(&kYes, nullptr), "000D0000/E30003F6");
+    EXPECT_EQ(refused(&kYes, GSS_C_NT_QXAT_MECHDATA), "000D0000/E100007C");
     mechanism.pszMechOid = bad.data();
     EXPECT_EQ(refused(&kYes, whole.pMechOid), "000D0000/E1000081");
+    mechanism = whole;
+    mechanism.pszMechName = long_name.data();
+    EXPECT_EQ(refused(&kYes, whole.pMechOid), "000D0000/00000000");
+    mechanism = whole;
 }
 
 TEST(KerberosLogdata, CarriesNoIdentityOrPassword) {

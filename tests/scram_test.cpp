@@ -1,6 +1,5 @@
 // What the SCRAM mechanisms add to what every mechanism keeps: the form of the tokens, what a wrong password and an
 // unknown user look like, hostile peers, and wrong verifiers files. Every test runs for both mechanisms.
-#include <cstring>
 #include <utility>
 
 #include <gsasl.h>

@@ -24,8 +24,7 @@ struct Object {
 // Each thread has a script and objects of its own.
 thread_local Script current;
 thread_local Object *objects = nullptr;
-thread_local std::array<Call, 512> call_log;
-thread_local std::size_t call_count = 0;
+thread_local std::array<Call, 32> last_calls; // those without an operation are free
 
 char oid_bytes[kMechanisms][11] = {"\x2B\6\1\4\1\x81\xFD\x59\2\1", "\x2B\6\1\4\1\x81\xFD\x59\2\2",
                                    "\x2B\6\1\4\1\x81\xFD\x59\2\3", "\x2B\6\1\4\1\x81\xFD\x59\2\4"};
@@ -51,12 +50,12 @@ OM_uint32 succeed(OM_uint32 *pMinor, const Behaviour &how) {
 }
 
 void note(const Call &call, const qxgss_buffer_desc *text = nullptr) {
-    if (call_count == call_log.size())
-        std::abort();
-    call_log[call_count] = call;
+    Call &last = last_call(call.operation, call.mechanism);
+    const int number = last.number + 1;
+    last = call;
+    last.number = number;
     if (text != nullptr && text->value != nullptr)
-        std::memcpy(call_log[call_count].text.data(), text->value, std::min(text->length, call.text.size() - 1));
-    ++call_count;
+        std::memcpy(last.text.data(), text->value, std::min(text->length, call.text.size() - 1));
 }
 
 // How many results are asked for.
@@ -202,18 +201,14 @@ Script &script() {
     return current;
 }
 
-const Call *last_call(std::string_view operation, char mechanism) {
-    for (std::size_t i = call_count; i-- > 0;)
-        if (operation == call_log[i].operation && mechanism == call_log[i].mechanism)
-            return &call_log[i];
-    return nullptr;
-}
-
-int calls(std::string_view operation, char mechanism) {
-    int count = 0;
-    for (std::size_t i = 0; i < call_count; ++i)
-        count += operation == call_log[i].operation && mechanism == call_log[i].mechanism;
-    return count;
+Call &last_call(std::string_view operation, char mechanism) {
+    for (Call &call : last_calls)
+        if (call.operation == nullptr || (operation == call.operation && mechanism == call.mechanism)) {
+            call.operation = operation.data();
+            call.mechanism = mechanism;
+            return call;
+        }
+    std::abort();
 }
 
 int live_objects() {
@@ -229,7 +224,7 @@ void reset() {
         destroy(&handle);
     }
     current = {};
-    call_count = 0;
+    last_calls = {};
 }
 
 #define MECHANISM 'A'

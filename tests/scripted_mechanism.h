@@ -56,6 +56,7 @@ Script &script();
 struct Call {
     const char *operation;
     char mechanism;
+    int number = 0;              // of that operation of that mechanism, from 1
     std::array<char, 24> text{}; // input token, or text of the desired name
     const void *credential = nullptr, *name = nullptr /* target or desired name */, *bindings = nullptr;
     qxgss_OID mech_type = nullptr;
@@ -64,9 +65,8 @@ struct Call {
     OM_uint32 wanted = 0; // number of results asked for
 };
 
-// The last call of that operation of that mechanism, or null; how many there were.
-const Call *last_call(std::string_view operation, char mechanism);
-int calls(std::string_view operation, char mechanism);
+// The last call of that operation of that mechanism; number 0 when there was none.
+Call &last_call(std::string_view operation, char mechanism);
 
 // Credentials and contexts of all mechanisms that have not been released.
 int live_objects();

@@ -24,7 +24,7 @@ const Lines kAnswers[] = {
     {"000D0000/E3000414 empty 0", "000D0000/E3000414 empty 00", "000D0000/E3000414 empty ", "000D0000/E3000414 0",
      "00080000/E3000401 7", "00000000/230003E8 FFFFFFFF 00000030 0 own", "00000000/230003E8 [...]",
      "00000000/230003E8 first", "00000000/230003E8 2"},
-    {"00000000/25000001 [4103] 6", "00000000/25000001 [98] 13", "00000000/25000001 [4103C2] ", "00000000/25000001 3",
+    {"00000004/25000001 [4103] 6", "00000004/25000001 [98] 13", "00000004/25000001 [4103C2] ", "00000004/25000001 3",
      "00000000/230003E8 98", "00000000/230003E8 000010E1 00000022 1 its", "00000000/230003E8 [...]",
      "00000000/230003E8 first", "00000000/230003E8 2"},
     {"00080000/C500000B empty 6", "00080000/C500000B empty 10", "00080000/C500000B empty ", "00080000/C500000B 0",
@@ -125,7 +125,10 @@ TEST_F(StateTable, WithoutAContext) {
 // A negotiation over A and B, of four tokens each; a state is reached by feeding it.
 struct Negotiation : Session {
     explicit Negotiation(const char *logon = "authcid=anna")
-        : Session((script().legs[0] = script().legs[1] = 4, "AB"), "AB", logon) {}
+        : Session((script().legs = {4, 4, 1, 1}, "AB"), "AB", logon) {
+        for (const Side each : {kClient, kServer}) // what the selected mechanism adds to its success is passed on
+            script().at('A', each).supplementary = GSS_S_OLD_TOKEN;
+    }
 };
 
 // The statuses of an establishment call of that role, which keeps its output token when it fails.
@@ -256,18 +259,14 @@ TEST_F(StateTable, TheMechanismAnswersForACompleteContext) {
     Session session("A", "A", "authcid=anna");
     session.run();
     session.client.act();
-    const qxgss_ctx_id_t context = session.client.context;
-    const auto of_the_mechanism = [context] {
-        Lines lines = use(context);
+    const auto of_the_mechanism = [&] {
+        Lines lines = use(session.client.context);
         lines.resize(6); // the others are QXNEGO's own
         return lines;
     };
-    script().at('A', kClient).supplementary = GSS_S_OLD_TOKEN;
-    EXPECT_EQ(of_the_mechanism(),
-              (Lines{"00000004/25000001 [4103] 6", "00000004/25000001 [98] 13", "00000004/25000001 [4103C2] ",
-                     "00000004/25000001 3", "00000000/230003E8 98", "00000000/230003E8 000010E1 00000022 1 its"}));
-    EXPECT_EQ(scripted::last_call("wrap_size_limit", 'A')->flags, 0x103U);
-    EXPECT_EQ(scripted::last_call("inquire_context", 'A')->wanted, 7U);
+    of_the_mechanism();
+    EXPECT_EQ(scripted::last_call("wrap_size_limit", 'A').flags, 0x103U);
+    EXPECT_EQ(scripted::last_call("inquire_context", 'A').wanted, 7U);
     script().at('A', kClient).messages_fail = true;
     EXPECT_EQ(of_the_mechanism(),
               (Lines{"00070000/C5000007 empty 6", "00070000/C5000007 empty 10", "00070000/C5000007 empty ",
