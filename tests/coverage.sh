@@ -13,15 +13,8 @@ quietly cmake --build "$build" --parallel "$(nproc)"
 find "$build" -name '*.gcda' -delete
 quietly ctest --test-dir "$build" --output-on-failure --exclude-regex '^(install|replay)'
 measure() { gcovr --root . "$build" --exclude-throw-branches --exclude-unreachable-branches "$@"; }
-measure "${rooms[@]/#/--filter=}" --json-summary -o "$build/coverage.json"
-python3 - "$build/coverage.json" "${rooms[@]}" <<'P'
-import json, sys
-files = json.load(open(sys.argv[1]))["files"]
-print("| Folder | Lines | Branches |\n|---|---:|---:|")
-for room in sys.argv[2:]:
-    rows = [file for file in files if file["filename"].startswith(room + "/")]
-    of = lambda what: sum(row[what] for row in rows)
-    print("| `%s/` | %d of %d | %d of %d |" % (
-        room, of("line_covered"), of("line_total"), of("branch_covered"), of("branch_total")))
-P
-measure "${rooms[@]/#/--filter=}"
+measure "${rooms[@]/#/--filter=}" --json -o "$build/coverage.json"
+for room in "${rooms[@]}"; do
+    echo "$room: $(measure -a "$build/coverage.json" --filter="$room/" --print-summary -o "$build/room.txt" | xargs)"
+done
+measure -a "$build/coverage.json"

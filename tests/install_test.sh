@@ -12,54 +12,67 @@ libraries=$(dirname "$(find "$prefix" -name libqxgss.so)")
 examples="$prefix/share/doc/qxnego/examples"
 test -s "$prefix/share/man/man1/qxnego.1" -a -s "$prefix/share/man/man5/qxgss.conf.5"
 
-# The program configures the framework with the installed sample and reaches QXNEGO, and reads a logon string.
+# The framework's headers and the host's live together, in either order and language, and each name is what it says; the
+# program configures the framework with the installed sample, reaches QXNEGO and reads a logon string.
 mkdir "$folder/program"
-cat >"$folder/program/main.c" <<'END'
-#include <gssp2qxnego/gssp2qxnego.h>
-#include <qxat/qxatldapauthorize.h>
+cd "$folder/program"
+cat >both.h <<'END'
 #include <stdlib.h>
 #include <string.h>
 int main(int argc, char **argv) {
+    gss_OID hosts = GSS_C_NT_HOSTBASED_SERVICE;
+    qxgss_OID ours = QXGSS_C_NT_HOSTBASED_SERVICE;
     qxgss_OID_set names = NULL;
     char *user = NULL;
-    if (argc != 2 || qxgss_configure(NULL, QXGSS_SERVER, argv[1], NULL) != GSS_S_COMPLETE || MechCount != 2)
+    switch (GSS_ERROR(GSS_S_BAD_MECH)) {
+    case GSS_S_COMPLETE:
+    case GSS_S_CONTINUE_NEEDED:
         return 1;
-    if (pMechInfo[0].MechFtnTable.ftn_gssp_indicate_mechs(NULL, &names) != GSS_S_COMPLETE || names->count != 1)
+    }
+    if ((void *)hosts == (void *)ours || hosts->length != ours->length)
         return 2;
+    if (argc != 2 || qxgss_configure(NULL, QXGSS_SERVER, argv[1], NULL) != GSS_S_COMPLETE || MechCount != 2)
+        return 3;
+    if (pMechInfo[0].MechFtnTable.ftn_gssp_indicate_mechs(NULL, &names) != GSS_S_COMPLETE || names->count != 1)
+        return 4;
     gssp_release_oid_set(NULL, &names);
     if (qxat_parse_logon(NULL, "authcid='a b' password=c", NULL, &user, NULL, NULL, NULL, NULL, NULL, NULL, NULL,
                          QXAT_FLAG_UNESCAPE_ALL) != GSS_S_COMPLETE || strcmp(user, "a b") != 0)
-        return 3;
+        return 5;
     free(user);
     return qxgss_shutdown(NULL) != GSS_S_COMPLETE;
 }
 END
-cat >"$folder/program/CMakeLists.txt" <<'END'
-cmake_minimum_required(VERSION 3.25)
-project(program LANGUAGES C)
-find_package(qxnego 1.0 REQUIRED COMPONENTS qxgss qxgss-session)
-add_executable(program main.c)
-target_link_libraries(program PRIVATE qxnego::qxgss)
-END
-cd "$folder/program"
+ours="gssp2qxnego/gssp2qxnego.h qxat/qxatldapauthorize.h"
+# shellcheck disable=SC2086 # names, and flags below, are words
+{
+    printf '#include <%s>\n' qxgss/gssp.h $ours gssapi/gssapi.h gssapi/gssapi_ext.h both.h >ours-first
+    printf '#include <%s>\n' gssapi/gssapi_ext.h qxgss/qxgss.h $ours gssapi/gssapi.h both.h >hosts-first
+}
 found=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs qxnego)
-# shellcheck disable=SC2086 # flags are words
-"$compiler" -Wall -Wextra -Werror $flags main.c -o with-pkg-config $found
-LD_LIBRARY_PATH="$libraries" ./with-pkg-config "$examples/qxgss.conf"
-cmake -S . -B out -G Ninja -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix" \
-    >>"$folder/log"
-cmake --build out >>"$folder/log"
-out/program "$examples/qxgss.conf"
+hosts=$(pkg-config --cflags --libs krb5-gssapi)
+for language in c c++; do
+    for order in ours-first hosts-first; do
+        # shellcheck disable=SC2086
+        "$compiler" -x $language -Wall -Wextra -Wpedantic -Wconversion -Werror -I. $flags $order -o both -x none $found $hosts
+        LD_LIBRARY_PATH="$libraries" ./both "$examples/qxgss.conf"
+    done
+done
 
 # The programs with sessions, as they are installed: no client of the sample's mechanism is let in, which protects nothing.
 cp "$examples"/*.[ch] .
-cat >>CMakeLists.txt <<'END'
+cat >CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(program LANGUAGES C)
+find_package(qxnego 1.0 REQUIRED COMPONENTS qxgss qxgss-session)
 foreach(name session_server table_server table_client)
   add_executable(${name} ${name}.c)
   target_compile_definitions(${name} PRIVATE _DEFAULT_SOURCE)
   target_link_libraries(${name} PRIVATE qxnego::qxgss-session)
 endforeach()
 END
+cmake -S . -B out -G Ninja -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix" \
+    >>"$folder/log"
 cmake --build out >>"$folder/log"
 sessions=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --static --cflags --libs qxgss-session |
     sed 's/-lqxgss[^ ]*/-Wl,-Bstatic & -Wl,-Bdynamic/g') # ours alone
@@ -68,42 +81,13 @@ sessions=$(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --static --cflags -
     $sessions
 port=$((20000 + $$ % 20000))
 out/session_server "$examples/qxgss.conf" $port >server &
-status=2
-for _ in 1 2 3 4 5 6 7 8 9 10; do
-    status=0
-    echo "authcid=alice password=wonderland" |
-        ./session_client "$examples/qxgss.conf" $port test@localhost x 2>client || status=$?
-    test $status -ne 2 && break
+until echo "authcid=alice password=wonderland" |
+    ./session_client "$examples/qxgss.conf" $port test@localhost x 2>client || test $? -eq 1; do
+    kill -0 $! # it will listen soon
     sleep 0.2
 done
 wait $! || true
-test $status -eq 1
 grep -q 'SCRAM-SHA-256 protects no messages' server client
-
-# The framework's header and the host's live together, in either order and language, and each name is what it says.
-cat >both.h <<'END'
-int main(void) {
-    gss_OID hosts = GSS_C_NT_HOSTBASED_SERVICE;
-    qxgss_OID ours = QXGSS_C_NT_HOSTBASED_SERVICE;
-    switch (GSS_ERROR(GSS_S_BAD_MECH)) {
-    case GSS_S_COMPLETE:
-    case GSS_S_CONTINUE_NEEDED:
-        return 1;
-    default:
-        return (void *)hosts == (void *)ours || hosts->length != ours->length;
-    }
-}
-END
-printf '#include <%s>\n' qxgss/gssp.h gssapi/gssapi.h gssapi/gssapi_ext.h both.h >ours-first
-printf '#include <%s>\n' gssapi/gssapi_ext.h qxgss/qxgss.h gssapi/gssapi.h both.h >hosts-first
-hosts=$(pkg-config --cflags --libs krb5-gssapi)
-for language in c c++; do
-    for order in ours-first hosts-first; do
-        # shellcheck disable=SC2086
-        "$compiler" -x $language -Wall -Wextra -Wpedantic -Wconversion -Werror -I. $flags $order -o both -x none $found $hosts
-        LD_LIBRARY_PATH="$libraries" ./both
-    done
-done
 
 # The command: its libraries by themselves, its configuration where an administrator puts it.
 "$prefix/bin/qxnego" demo both --brief | grep -q 'both: as expected'

@@ -192,17 +192,15 @@ class Scram(Case):
                 with self.subTest(answer=answer):
                     self.assertEqual(self.finish(client, expected).count("\n"), 1)
 
-    def test_a_connection_whose_process_is_ended(self):
-        with self.server.connection():
-            time.sleep(0.3)
-            os.kill(self.server.children()[0], signal.SIGKILL)
-            self.assertIn("ended by a signal", self.told("failure")["failure"])
-
-    def test_processes_end_with_the_server(self):
+    def test_processes(self):
+        """What ends one is told of its connection, and all end with the server."""
         server = Server(self.config)
-        with server.connection():
+        with server.connection(), server.connection():
             time.sleep(0.3)
-            child = os.pidfd_open(server.children()[0])
+            ended, child = server.children()
+            os.kill(ended, signal.SIGKILL)
+            self.assertIn("ended by a signal", self.told("failure", server)["failure"])
+            child = os.pidfd_open(child)
             server.stop(signal.SIGKILL)
             self.assertTrue(select.select([child], [], [], 5)[0])
         os.close(child)
