@@ -111,7 +111,8 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {good + other + "name = 'x'", ":9: syntax: Error while parsing key-value pair: cannot redefine existing string 'name'"},
     };
     const std::pair<const char *, const char *> after_a_good_one[] = {
-        {"\n[polcy]\n", ":6: polcy: unknown key"}, {"Library = 'x'", ":5: mechanism.Library: unknown key"},
+        {"\n[polcy]\n", ":6: polcy: unknown key"}, {"[policy]\nuser = 1", ":6: policy.user: unknown key"},
+        {"Library = 'x'", ":5: mechanism.Library: unknown key"},
         {"\"a\\nb\\u007F\" = 'x'", ":5: mechanism.a?b?: unknown key"},
         {"[mechanism.properties]\nlevel = 1", ":6: mechanism.properties.level: unknown key"},
         {"negotiates = [{oid = '1.2.3', rank = 1}]", ":5: mechanism.negotiates.rank: unknown key"},
