@@ -348,10 +348,13 @@ TEST_F(Engine, ARecordIsASnapshotAndLeavesNoTraceWhenItFails) {
                           &each, &entry),
                   kDone);
     EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, nullptr, &entry, context.get()), kDone);
+    EXPECT_LT(context->NegLog.pRecords[1].ElapsedTime, 10'000U);
     EXPECT_EQ(context.log(), "[0] QXNEGO_INT_NegLogEntry: ***WARNING*** No information provided for logging. [3p] "
                              "(null):A32+(00000005/00000000 why)");
     EXPECT_EQ(context.entries(), "A32+(00000005/00000000 why)"); // its own now, not the peer's
     EXPECT_NE(context->NegLog.pRecords[1].GssMinorStatusText.value, entry.GssMinorStatusText.value);
+    EXPECT_EQ(outcome(QXNEGO_INT_ReleaseNegLog, context.get()), kDone);
+    EXPECT_EQ(outcome(QXNEGO_INT_NegLogEntry, nullptr, &entry, context.get()), "020D0000/E300040A");
 }
 
 } // namespace
