@@ -85,7 +85,9 @@ TEST(Log, GivesBackWhatWasRecorded) {
         EXPECT_EQ(told(log, 2), "flags 1110 call 42 states 2224" + event + "] [SCRAM] [" + end);
         EXPECT_EQ(told(log, 3), "flags 1110 call 42 states 3234" + event + "] [] [+\6\1\x7f" + end);
         qxgss_log_record_desc record{};
+        record.Call = 7;
         EXPECT_EQ(outcome(qxgss_log_inquire_record, log, 4, &record), "00100000/E10000FE");
+        EXPECT_EQ(record.Call, 0U);
         qxgss_log_property_desc property{};
         EXPECT_EQ(outcome(qxgss_log_inquire_property, log, 0, &property), "00100000/E10000FE");
         EXPECT_EQ(without_each(qxgss_log_inquire_record, log, 0, &record), "010D0000/E10000CD 020D0000/E10000CD");

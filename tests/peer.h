@@ -161,8 +161,10 @@ struct Peer {
     std::string owner(OM_uint32 *pLeft = nullptr) const {
         Outputs out;
         qxgss_cred_usage_t usage = -1;
-        call(out, &Table::ftn_gssp_inquire_cred, credential, out.source.out(), pLeft, &usage, out.oids.out());
+        const std::string answer =
+            call(out, &Table::ftn_gssp_inquire_cred, credential, out.source.out(), pLeft, &usage, out.oids.out());
         EXPECT_TRUE(out.oids == nullptr || credential == nullptr || out.oids->count == 1);
+        EXPECT_TRUE(usage != -1 || !answer.starts_with("0000"));
         return text_of(out.source.get());
     }
     // "source>target", whether this end has begun, whether the context is open, whether it lasts.
