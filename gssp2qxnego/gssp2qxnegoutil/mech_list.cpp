@@ -90,8 +90,7 @@ OM_uint32 QXNEGO_INT_ReleaseNegMechList(OM_uint32 *pMinorStatus, NegMechList_t p
         discard(entry.OutputToken);
         discard(entry.SsoAuthenticationIdBuf);
         release_mechanism_objects(entry, result);
-        std::free(entry.MechOidFromPeer.elements);
-        entry.MechOidFromPeer.elements = nullptr;
+        discard(entry.MechOidFromPeer);
     }
     std::free(pNegMechList->pNegMech);
     pNegMechList->pNegMech = nullptr;

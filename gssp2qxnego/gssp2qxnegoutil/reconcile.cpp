@@ -38,8 +38,7 @@ Status adopt_peer_state(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegCo
 }
 
 Status merge_known(NegMechEntry_desc &local, NegMechEntry_desc &peer, NegContext_desc &negotiation) {
-    std::free(peer.MechOidFromPeer.elements);
-    peer.MechOidFromPeer = {};
+    discard(peer.MechOidFromPeer);
     peer.pMechOid = local.pMechOid;
     peer.MechIndex = local.MechIndex;
     peer.IsCtxEstablished = local.IsCtxEstablished;

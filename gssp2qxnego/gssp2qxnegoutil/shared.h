@@ -47,11 +47,16 @@ inline NegContext_desc &negotiation_of(qxgss_ctx_id_t handle) {
     return static_cast<QxnegoSecCtx_int_t>(handle)->NegCtx;
 }
 
-// Releases a field's contents. Most fields are empty most of the time: the framework is not called for those.
+// Releases a field's contents. Most fields are empty most of the time: nobody is called for those.
 inline void discard(qxgss_buffer_desc &buffer) {
     if (buffer.value != nullptr)
         gssp_release_buffer(nullptr, &buffer);
     buffer = {};
+}
+inline void discard(qxgss_OID_desc &oid) {
+    if (oid.elements != nullptr)
+        std::free(oid.elements);
+    oid = {};
 }
 
 inline qxgss_buffer_desc moved(qxgss_buffer_desc &from) {
