@@ -14,11 +14,12 @@ REALM=$(mktemp -d)
 trap '[ ! -s "$REALM/kdc.pid" ] || kill "$(<"$REALM/kdc.pid")"; rm -rf "$REALM"' EXIT
 export REALM
 export LSAN_OPTIONS=suppressions=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/lsan.supp:print_suppressions=0
-export KRB5_CONFIG=$REALM/krb5.conf KRB5_KDC_PROFILE=$REALM/krb5.conf
+export KRB5_CONFIG=$REALM/krb5.conf KRB5_KDC_PROFILE=$REALM/kdc.conf
 export KRB5_KTNAME=FILE:$REALM/service.keytab KRB5_CLIENT_KTNAME=FILE:$REALM/none.keytab
 export KRB5CCNAME=FILE:$REALM/ccache KRB5RCACHENAME=file2:$REALM/replays
 export NTLM_USER_FILE=$REALM/ntlm_users NETBIOS_COMPUTER_NAME=QXHOST NETBIOS_DOMAIN_NAME=QXTEST
 
+# The clients' file is as short as a host's: their library reads it again for each context, which is measured, too.
 configure() { # PORT
     cat > "$KRB5_CONFIG" <<C
 [libdefaults]
@@ -29,14 +30,19 @@ configure() { # PORT
  rdns = false
  udp_preference_limit = 1
  forwardable = true
+[realms]
+ QXNEGO.TEST = {
+  kdc = 127.0.0.1:$1
+ }
 [domain_realm]
  localhost = QXNEGO.TEST
+C
+    cat > "$KRB5_KDC_PROFILE" <<C
 [kdcdefaults]
  kdc_listen = ""
  kdc_tcp_listen = 127.0.0.1:$1
 [realms]
  QXNEGO.TEST = {
-  kdc = 127.0.0.1:$1
   database_name = $REALM/principal
   key_stash_file = $REALM/stash
   supported_enctypes = aes256-cts-hmac-sha1-96:normal
