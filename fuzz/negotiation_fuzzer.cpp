@@ -92,12 +92,6 @@ bool all_release() {
     return true;
 }
 
-bool is_known(OM_uint32 minor) {
-    using namespace std::string_view_literals;
-    return qxnegoerrtostr(minor) != "?"sv || qxgsserrtostr(minor) != "?"sv || minor == 0xC5000007U ||
-           minor == scripted::kBadToken;
-}
-
 class Conversation {
   public:
     explicit Conversation(const harness::Scenario &scenario) : session_(scenario.client, scenario.server) {
@@ -171,7 +165,7 @@ class Conversation {
         }();
         const bool failed = GSS_ERROR(outcome.major) != 0;
         const bool complete = !failed && (outcome.major & GSS_S_CONTINUE_NEEDED) == 0;
-        require(is_known(outcome.minor), "every minor status is one of the table or the mechanism's");
+        require(harness::is_known(outcome.minor), "every minor status is one of the tables or the mechanism's");
         require(!failed || outcome.output != Output::kToken, "a failure brings no token");
         require(complete || (peer.source == nullptr && peer.delegated == nullptr), "results come with completion");
         if (complete) {

@@ -136,6 +136,11 @@ qxgss_OID_desc oid_of(char mechanism) {
     return *registered(std::string(1, mechanism)).pMechOid;
 }
 
+bool is_known(OM_uint32 minor) {
+    return std::strcmp(qxnegoerrtostr(minor), "?") != 0 || std::strcmp(qxgsserrtostr(minor), "?") != 0 ||
+           minor == scripted::Behaviour().minor || minor == scripted::kBadToken;
+}
+
 std::string hex(OM_uint32 value) {
     char text[9];
     std::snprintf(text, sizeof text, "%08X", value);

@@ -54,6 +54,9 @@ void release_module_state();
 qxgss_OID_desc oid_of(char mechanism);
 char letter_of(const qxgss_OID_desc &oid);
 
+// Whether a failure may have that minor status: one of the tables, or of the scripted mechanisms.
+bool is_known(OM_uint32 minor);
+
 std::string hex(OM_uint32 value);
 std::string hex(std::string_view bytes);
 
