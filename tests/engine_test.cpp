@@ -78,23 +78,29 @@ std::string process(Context &context, OM_uint32 type, const std::string &token) 
     return outcome(QXNEGO_INT_ProcessInputToken, type, &buffer, context.get());
 }
 
+// A token with a list that changes nothing, then these items.
+std::string told(OM_uint32 state, const std::string &items = "") {
+    return list(mech('A', 1, 1)) + number(1, state) + items;
+}
+
 TEST_F(Engine, TokensAreReadAndReconciled) {
+    constexpr const char *kAsBefore = "A11 B11 C11";
     const std::string goes_on = number(1, 2);
     // clang-format off
     const struct {
         int line;
         std::string items; // of a RESP
-        const char *minor, *log;
-        const char *after = "A11 B11 C11", *buffers_of_b = "old old"; // it holds an input token and an identity
+        const char *minor, *log, *after = kAsBefore, *buffers_of_b = "old old"; // an input token and an identity
+        OM_sint32 selected = -1;
         Side side = kServer;
-        const char *before = "A11 B11 C11";
+        const char *before = kAsBefore;
     } rows[] = {
         {__LINE__, list(mech('A', 3, 5) + mech('B', 1, 0, text(6, "new") + text(7, "id"))) + goes_on,
-         "", "[0] peer:A35=,B11", "A35< B11 C11", "new id", kClient},
+         "", "[0] peer:A35=,B11", "A35< B11 C11", "new id", -1, kClient},
         {__LINE__, list(mech('A', 2, 6) + mech('B', 1, 1, text(6, "new"))) + goes_on,
-         "", "[0] peer:A26,B11", "A32 B37 C11", "new old", kClient, "A32 B37 C11"},
+         "", "[0] peer:A26,B11", "A32 B37 C11", "new old", -1, kClient, "A32 B37 C11"},
         {__LINE__, list(mech('B', 2, 0, text(6, "") + text(7, ""))) + goes_on, "", "[0] peer:B25=",
-         "A11 B25< C11", "old old", kServer, "A11 B15 C11"},
+         "A11 B25< C11", "old old", -1, kServer, "A11 B15 C11"},
         // A status is read only with the reason that has one; then all three are needed.
         {__LINE__, list(mech('A', 3, 2, number(3, 0x80010000U) + number(4, 0xE3000408U) + text(5, "t")) +
                         mech('B', 3, 5, number(3, 0x80010000U) + text(6, "new"))) + goes_on,
@@ -108,7 +114,7 @@ TEST_F(Engine, TokensAreReadAndReconciled) {
         {__LINE__, list(mech('A', 0x80000000U, 1)) + goes_on, "E300040D", "[0] peer:A21474836481"},
         // Unknown mechanisms are appended, rejected for the side's own reason, whatever the peer said of them.
         {__LINE__, list(mech('D', 2, 2, number(3, 1) + number(4, 2) + text(5, "t") + text(6, "x") + text(7, "y"))) + goes_on,
-         "", "[0] unknown:D22(00000001/00000002 t) refuse:D33", "A11 B11 C11 D33", "old old", kClient},
+         "", "[0] unknown:D22(00000001/00000002 t) refuse:D33", "A11 B11 C11 D33", "old old", -1, kClient},
         {__LINE__, list(mech('D', 0) + mech('D', 3, 5)) + goes_on,
          "", "[0] unknown:D00 refuse:D34 peer:D35", "A11 B11 C11 D34"},
         // Structure
@@ -119,6 +125,18 @@ TEST_F(Engine, TokensAreReadAndReconciled) {
         {__LINE__, list(tlv(0xA0, oid(0, 'A'))) + goes_on, "E10000FB", ""},
         {__LINE__, list(tlv(0xA0, list("") + number(1, 1))) + goes_on, "E10000FA", ""},
         {__LINE__, list(mech('A', 1, 1)), "E10000FB", "[0] peer:A11"},
+        // What is said of the whole
+        {__LINE__, told(1, oid(2, 'C')), "", "[0] peer:A11 peer-state", kAsBefore, "old old", 2},
+        {__LINE__, told(1, oid(2, 'D')), "E3000413", "[0] peer:A11 peer-state"},
+        {__LINE__, told(1, text(2, "\x2A\x03")), "E3000413", "[0] peer:A11 peer-state"},
+        {__LINE__, told(1), "E10000FB", "[0] peer:A11 peer-state"},
+        {__LINE__, told(3, oid(2, 'C')), "", "[0] peer:A11 peer-state"},
+        {__LINE__, told(0), "E300040F", "[0] peer:A11"},
+        {__LINE__, told(4), "E3000410", "[0] peer:A11"},
+        {__LINE__, told(5), "E300040F", "[0] peer:A11"},
+        {__LINE__, told(2, number(3, 1)), "", "[0] peer:A11 [0p] policy-told"},
+        {__LINE__, told(2, number(3, 0)), "", "[0] peer:A11"},
+        {__LINE__, told(2, text(3, "")), "E10000F3", "[0] peer:A11"},
     };
     // clang-format on
     for (const auto &row : rows) {
@@ -134,11 +152,23 @@ TEST_F(Engine, TokensAreReadAndReconciled) {
         EXPECT_EQ(text_of(context.entry(1).InputToken) + " " + text_of(context.entry(1).SsoAuthenticationIdBuf),
                   row.buffers_of_b);
         EXPECT_EQ(context.log(), row.log);
+        EXPECT_EQ(context->SelectedMechListIndex, row.selected);
+        EXPECT_TRUE(row.selected < 0 || context->SelectedMechInfoIndex == context.entry(2).MechIndex);
         for (OM_uint32 i = 0; i < context->NegMechList.Count; ++i)
             EXPECT_EQ(context.entry(i).IsMechStateChanged, OM_uint32{i >= 3}) << i;
     }
     Context context(kServer, "A"); // an element without children, for which any of the mechanism's own codes will do
     EXPECT_EQ(process(context, 2, tlv(0xA1, list(list("")) + goes_on)).substr(0, 12), "000D0000/E30");
+    Context client(kClient, "A"), server(kServer, "A"); // the policy flag is read once
+    for (const OM_uint32 flag : {1U, 0U, 1U})
+        EXPECT_EQ(process(client, 2, tlv(0xA1, told(2, number(3, flag)))), kDone);
+    EXPECT_EQ(client.log(), "[0] peer:A11 [0p] policy-told peer:A11,A11");
+    EXPECT_EQ(process(server, 1, tlv(0xA0, "")), "000D0000/E300041D");
+    EXPECT_EQ(process(server, 1, tlv(0xA1, told(2))), "000D0000/E10000FB"); // of the other kind
+    EXPECT_EQ(process(server, 1, tlv(0xA0, told(2, text(2, "a") + number(3, 1) + text(4, "u") + text(5, "p")))), kDone);
+    EXPECT_EQ(server->IsSso, 1U);
+    EXPECT_EQ(text_of(server->AuthenticationIdBuf) + text_of(server->UserNameBuf) + text_of(server->ProfileNameBuf),
+              "aup");
 }
 
 // OIDs of which many begin or end alike, in no order, each in a token of its own, and then all once more.
@@ -159,55 +189,6 @@ TEST_F(Engine, ManyMechanismsAreToldApart) {
         for (OM_uint32 i = 0; i < 300; ++i)
             EXPECT_EQ(support::bytes_of(*context.entry(i + 2).pMechOid), oids[i]) << i;
     }
-}
-
-// A token with a list that changes nothing, then these items.
-std::string told(OM_uint32 state, const std::string &items = "", OM_uint32 outer = 0xA1) {
-    return tlv(outer, list(mech('A', 1, 1)) + number(1, state) + items);
-}
-
-TEST_F(Engine, ItemsOfTheWholeToken) {
-    // clang-format off
-    const struct {
-        int line;
-        OM_uint32 state;
-        std::string items;
-        const char *minor;
-        OM_sint32 selected;
-        const char *log;
-    } rows[] = {
-        {__LINE__, 1, oid(2, 'C'), "", 2, "[0] peer:A11 peer-state"},
-        {__LINE__, 1, oid(2, 'D'), "E3000413", -1, "[0] peer:A11 peer-state"},
-        {__LINE__, 1, text(2, "\x2A\x03"), "E3000413", -1, "[0] peer:A11 peer-state"},
-        {__LINE__, 1, "", "E10000FB", -1, "[0] peer:A11 peer-state"},
-        {__LINE__, 3, oid(2, 'C'), "", -1, "[0] peer:A11 peer-state"},
-        {__LINE__, 0, "", "E300040F", -1, "[0] peer:A11"},
-        {__LINE__, 4, "", "E3000410", -1, "[0] peer:A11"},
-        {__LINE__, 5, "", "E300040F", -1, "[0] peer:A11"},
-        {__LINE__, 2, number(3, 1), "", -1, "[0] peer:A11 [0p] policy-told"},
-        {__LINE__, 2, number(3, 0), "", -1, "[0] peer:A11"},
-        {__LINE__, 2, text(3, ""), "E10000F3", -1, "[0] peer:A11"},
-    };
-    // clang-format on
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.line);
-        Context context(kServer, "ABC");
-        EXPECT_EQ(process(context, NEG_MECH_TOKENTYPE_RESP, told(row.state, row.items)), failed(row.minor));
-        EXPECT_EQ(context->NegStateFromPeer, row.state);
-        EXPECT_EQ(context->SelectedMechListIndex, row.selected);
-        EXPECT_EQ(context.log(), row.log);
-        EXPECT_TRUE(row.selected < 0 || context->SelectedMechInfoIndex == context.entry(2).MechIndex);
-    }
-    Context client(kClient, "A"), server(kServer, "A"); // the policy flag is read once
-    for (const OM_uint32 flag : {1U, 0U, 1U})
-        EXPECT_EQ(process(client, 2, told(2, number(3, flag))), kDone);
-    EXPECT_EQ(client.log(), "[0] peer:A11 [0p] policy-told peer:A11,A11");
-    EXPECT_EQ(process(server, 1, tlv(0xA0, "")), "000D0000/E300041D");
-    EXPECT_EQ(process(server, 1, told(2)), "000D0000/E10000FB"); // of the other kind
-    EXPECT_EQ(process(server, 1, told(2, text(2, "a") + number(3, 1) + text(4, "u") + text(5, "p"), 0xA0)), kDone);
-    EXPECT_EQ(server->IsSso, 1U);
-    EXPECT_EQ(text_of(server->AuthenticationIdBuf) + text_of(server->UserNameBuf) + text_of(server->ProfileNameBuf),
-              "aup");
 }
 
 // A context that is fed again after its completion failed, where A was told to be selected before it was established.
@@ -233,43 +214,34 @@ TEST_F(Engine, NoMechanismIsCompleteThatIsNotEstablished) {
 }
 
 TEST_F(Engine, TokensThatMustNotBeWritten) {
-    using Alter = void (*)(NegContext_desc & context);
     // clang-format off
-    const struct {
-        int line;
-        Side side;
-        OM_uint32 type;
-        const char *minor;
-        Alter alter;
-    } rows[] = {
-        {__LINE__, kClient, 3, "E300040B", [](auto &) {}},
-        {__LINE__, kServer, 1, "E300040C", [](auto &) {}},
-        {__LINE__, kClient, 1, "E300040C", [](auto &c) { c.TokenNum = 1; }},
-        {__LINE__, kClient, 1, "E300040F", [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }},
-        {__LINE__, kClient, 1, "E300040F", [](auto &c) { c.NegState = NEG_STATE_REJECT; }},
-        {__LINE__, kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID; }},
-        {__LINE__, kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID_LAST; }},
-        {__LINE__, kClient, 1, "E300041C", [](auto &c) { c.NegState = NEG_STATE_REQUEST_MIC; }},
-        {__LINE__, kClient, 1, "E300041C", [](auto &c) { c.AuthenticationIdBuf.length = 1; }},
-        {__LINE__, kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, c.AuthenticationIdBuf.value = std::malloc(1); }},
-        {__LINE__, kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, set_text(c.AuthenticationIdBuf, "anna"); }},
-        {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }},
-        {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr; }},
-        {__LINE__, kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr,
-                                                         c.SelectedMechListIndex = 0, c.NegState = NEG_STATE_COMPLETED; }},
-        {__LINE__, kServer, 2, "E300041A", [](auto &c) { c.NegMechList.pNegMech[0].IsMechStateChanged = 0,
-                                                         c.NegMechList.pNegMech[0].MechState = NEG_MECH_STATE_REJECTED; }},
-        {__LINE__, kServer, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_REJECT; }},
-        {__LINE__, kClient, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_COMPLETED; }},
+    const std::tuple<Side, OM_uint32, const char *, void (*)(NegContext_desc &)> rows[] = {
+        {kClient, 3, "E300040B", [](auto &) {}},
+        {kServer, 1, "E300040C", [](auto &) {}},
+        {kClient, 1, "E300040C", [](auto &c) { c.TokenNum = 1; }},
+        {kClient, 1, "E300040F", [](auto &c) { c.NegState = NEG_STATE_REJECT; }},
+        {kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID; }},
+        {kServer, 2, "E300040F", [](auto &c) { c.NegState = NEG_STATE_INVALID_LAST; }},
+        {kClient, 1, "E300041C", [](auto &c) { c.NegState = NEG_STATE_REQUEST_MIC; }},
+        {kClient, 1, "E300041C", [](auto &c) { c.AuthenticationIdBuf.length = 1; }},
+        {kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, c.AuthenticationIdBuf.value = std::malloc(1); }},
+        {kClient, 1, "E30003F3", [](auto &c) { c.IsSso = 1, set_text(c.AuthenticationIdBuf, "anna"); }},
+        {kServer, 2, "E30003F6", [](auto &c) { c.NegState = NEG_STATE_COMPLETED; }},
+        {kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr; }},
+        {kServer, 2, "E30003F6", [](auto &c) { c.NegMechList.pNegMech[0].pMechOid = nullptr,
+                                               c.SelectedMechListIndex = 0, c.NegState = NEG_STATE_COMPLETED; }},
+        {kServer, 2, "E300041A", [](auto &c) { c.NegMechList.pNegMech[0].IsMechStateChanged = 0,
+                                               c.NegMechList.pNegMech[0].MechState = NEG_MECH_STATE_REJECTED; }},
+        {kServer, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_REJECT; }},
+        {kClient, 2, "", [](auto &c) { c.NegStateFromPeer = NEG_STATE_COMPLETED; }},
     };
     // clang-format on
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.line);
-        Context context(row.side, "A");
-        row.alter(context.negotiation());
+    for (const auto &[side, type, minor, alter] : rows) {
+        Context context(side, "A");
+        alter(context.negotiation());
         const OM_uint32 changed = context.entry(0).IsMechStateChanged;
         qxgss_buffer_desc out{4, &context};
-        EXPECT_EQ(outcome(QXNEGO_INT_ConstructOutputToken, row.type, context.get(), &out), failed(row.minor));
+        EXPECT_EQ(outcome(QXNEGO_INT_ConstructOutputToken, type, context.get(), &out), failed(minor)) << side << minor;
         EXPECT_TRUE(out.length == 0 && out.value == nullptr);
         EXPECT_EQ(context.entry(0).IsMechStateChanged, changed);
     }
@@ -299,14 +271,13 @@ TEST_F(Engine, ThePolicyIsAppliedOnceAndLeavesWhatItAllows) {
         {{'\0', 'x'}, "onlya", "A11 B11", "E10000CB", "A11 B11", ""}, // no user name, so the lookup fails
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.user + "/" + row.identity);
         Context context(kServer, "AB");
         context.set(row.before);
         set_text(context->UserNameBuf, row.user);
         set_text(context->AuthenticationIdBuf, row.identity);
-        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()), failed(row.minor));
-        EXPECT_EQ(outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()),
-                  failed(context->IsPolicyApplied != 0 ? "" : row.minor));
+        const auto applied = [&] { return outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()); };
+        EXPECT_EQ(applied(), failed(row.minor)) << row.user;
+        EXPECT_EQ(applied(), failed(context->IsPolicyApplied != 0 ? "" : row.minor));
         EXPECT_EQ(context.entries(), row.after);
         EXPECT_EQ(context.log(), row.log);
     }
