@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <optional>
 
 #include "common/asn.h"
 #include "common/owned.h"
@@ -19,7 +18,6 @@
 namespace {
 
 using namespace harness;
-using failing_heap::Window;
 
 constexpr std::string_view kPassword = "Tr0ub4dor-x3";
 
@@ -81,7 +79,7 @@ void release(Peer &peer) {
     if (peer.delegated != nullptr)
         registered(std::string(1, letter_of(*peer.mech_type)))
             .MechFtnTable.ftn_gssp_release_cred(nullptr, &peer.delegated);
-    went_well(peer.end().statuses());
+    went_well(peer.end());
     EXPECT_TRUE(peer.credential == nullptr || called(QXNEGO_release_cred, &peer.credential));
     EXPECT_TRUE(peer.context == nullptr && peer.credential == nullptr);
 }
@@ -216,7 +214,7 @@ void write_elements() {
         const qxgss_buffer_desc string{length, const_cast<char *>(text.data())};
         const OM_uint32 number = 0x12345678;
         common::Buffer out;
-        const Window open;
+        const failing_heap::Window open;
         common::Encoding encoder;
         encoder.start(qxnego::token::kInit);
         encoder.put(qxnego::token::init::kUserName, &string);
@@ -273,10 +271,7 @@ class AllocationSweep : public testing::Test {
         scripted::reset();
         ASSERT_EQ(configure(&major, configuration()), "");
         failing_heap::watch_for(kPassword);
-        support::around_call = [](bool before) {
-            static std::optional<Window> window;
-            before ? void(window.emplace()) : window.reset();
-        };
+        support::around_call = failing_heap::open_window;
     }
 };
 

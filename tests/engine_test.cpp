@@ -2,7 +2,6 @@
 // which ones must not be written, mechanisms taken out of use, a policy for all kinds of names, records of the log.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sstream>
 
 #include "testkit/ber.h"
@@ -284,20 +283,6 @@ TEST_F(Engine, ThePolicyIsAppliedOnceAndLeavesWhatItAllows) {
     for (const char *text : {"", "anna,bert", "@REALM"}) // of whom there could be one: users of one item
         EXPECT_EQ(QXNEGO_INT_get_principal(text, nullptr), QXNEGO_E_LOGON_PROPERTY) << text;
     EXPECT_EQ(QXNEGO_INT_get_principal("anna@REALM@@secret", nullptr), QXNEGO_E_SUCCESSFUL);
-}
-
-TEST_F(Engine, TheLogGrowsByRecordsThatAreClear) {
-    Context context(kServer, "A");
-    NegLog_desc &log = context->NegLog;
-    QXNEGO_INT_GrowNegLog(&log, 1000); // with room for others
-    ASSERT_EQ(log.MaxCount, 1064U);
-    std::memset(log.pRecords + log.MaxCount, 'x', 16 * sizeof(NegLogRecord));
-    for (const OM_uint32 more : {UINT32_MAX - 99, 16U}) // the first are more than can be counted
-        QXNEGO_INT_GrowNegLog(&log, more);
-    ASSERT_EQ(log.MaxCount, 1080U);
-    const NegLogRecord zero{};
-    for (OM_uint32 i = 0; i < log.MaxCount; ++i)
-        EXPECT_EQ(std::memcmp(&log.pRecords[i], &zero, sizeof zero), 0) << i;
 }
 
 TEST_F(Engine, ARecordIsASnapshotAndLeavesNoTraceWhenItFails) {

@@ -24,10 +24,6 @@ class From {
     bool happened() const;
 };
 
-struct InWindows : From {
-    InWindows(int failing, bool all_later) : From(failing, all_later, true) {}
-};
-
 void open_window(bool open);
 struct Window {
     Window() { open_window(true); }
@@ -53,7 +49,7 @@ void sweep(bool all_later, const Live &live, const Blocks &blocks = live_blocks)
         SCOPED_TRACE("allocation " + std::to_string(points) + (all_later ? " and all later" : ""));
         const long before = blocks();
         {
-            const InWindows failing(points, all_later);
+            const From failing(points, all_later, true);
             live();
             happened = failing.happened();
         }

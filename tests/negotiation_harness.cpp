@@ -273,15 +273,11 @@ Lines use(qxgss_ctx_id_t context, bool given) {
     return seen;
 }
 
-Outcome Peer::end() {
-    Outcome out{};
+std::string Peer::end() {
     if (context == nullptr)
-        return out;
+        return kDone;
     act();
-    support::around_call(true);
-    out.major = QXNEGO_delete_sec_context(&out.minor, &context, nullptr);
-    support::around_call(false);
-    return out;
+    return outcome(QXNEGO_delete_sec_context, &context, nullptr);
 }
 
 std::string Peer::entries() const {
@@ -330,14 +326,10 @@ std::string Session::run() {
     for (int turn = 0; turn < 12 && !(done[0] && done[1]); ++turn) {
         const Side who = turn % 2 == 0 ? kClient : kServer;
         const Outcome outcome = side(who).call(token);
+        const std::string said = outcome.statuses();
         out += out.empty() ? "" : ", ";
         out += who == kClient ? "C " : "S ";
-        if (outcome.major == GSS_S_COMPLETE && outcome.minor == QXNEGO_E_SUCCESSFUL)
-            out += "done";
-        else if (outcome.major == GSS_S_CONTINUE_NEEDED && outcome.minor == QXNEGO_E_CONTINUE_NEEDED)
-            out += "cont";
-        else
-            out += outcome.statuses();
+        out += said == kDone ? "done" : said == kGoesOn ? "cont" : said;
         out += outcome.output == Output::kKept ? " kept" : outcome.output == Output::kEmpty ? " empty" : " token";
         done[who] = outcome.major == GSS_S_COMPLETE;
         if (GSS_ERROR(outcome.major) != 0 || (outcome.token.empty() && !(done[0] && done[1])))

@@ -29,7 +29,7 @@ std::string run(const Scenario &scenario) {
                 peer->act();
                 for (const std::string &said : use(peer->context))
                     seen += " " + said;
-                seen += " " + peer->end().statuses();
+                seen += " " + peer->end();
             }
     }
     qxgss_OID oid = nullptr;
