@@ -1,6 +1,9 @@
-// Negotiations from end to end: every scenario with its calls and logs, the exact tokens, and what passes between the
-// caller and the mechanisms.
+// Negotiations from end to end: every scenario with its calls and logs, alone and in many threads (to be run under the
+// thread sanitizer, too: preset "thread"), the exact tokens, and what passes between the caller and the mechanisms.
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
 
 #include "tests/scenarios.h"
 
@@ -56,6 +59,55 @@ TEST_F(Negotiation, ScenariosEndAsTheyMust) {
             EXPECT_EQ(peer->end(), kDone);
         EXPECT_EQ(scripted::live_objects(), 0);
     }
+}
+
+// ---- In many threads ------------------------------------------------------------------------------------------------
+
+// What a thread sees of a scenario; its mechanisms behave as it says, and both sides have all of them, as no thread may
+// change the registry.
+std::string run(const Scenario &scenario) {
+    prepare(scenario);
+    std::string seen;
+    {
+        Session session;
+        log_on(scenario, session);
+        seen = session.run();
+        for (const std::string &token : session.tokens)
+            seen += " " + hex(token);
+        for (Peer *peer : {&session.client, &session.server})
+            if (peer->context != nullptr) {
+                peer->act();
+                for (const std::string &said : use(peer->context))
+                    seen += " " + said;
+                seen += " " + peer->end();
+            }
+    }
+    qxgss_OID oid = nullptr;
+    const char *name = nullptr;
+    gssp_mechoidstr_to_oid(nullptr, "1.3.6.1.4.1.32473.9.9", &oid);
+    gssp_mechstr_to_oid(nullptr, "A", &oid);
+    gssp_oid_to_mechstr(nullptr, oid, &name);
+    return seen + name + std::to_string(scripted::live_objects());
+}
+
+TEST_F(Negotiation, EachThreadSeesWhatASingleOneSees) {
+    std::vector<std::string> expected;
+    for (const Scenario &scenario : scenarios())
+        expected.push_back(run(scenario));
+    EXPECT_EQ(expected[0].substr(0, 40), "C cont token, S done token, C done empty");
+    std::atomic<int> differences = 0;
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t number = 0; number < 8; ++number)
+            threads.emplace_back([&, number] {
+                for (std::size_t i = 0; i < 20 * scenarios().size(); ++i) { // each thread begins elsewhere
+                    const std::size_t at = (i + number * 5) % scenarios().size();
+                    differences += run(scenarios()[at]) != expected[at] ? 1 : 0;
+                }
+                scripted::reset();
+            });
+    }
+    EXPECT_EQ(differences, 0);
 }
 
 // ---- Tokens, byte for byte -----------------------------------------------------------------------------------------
