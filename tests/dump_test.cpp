@@ -1,9 +1,8 @@
-// What `qxnego dump` says of a token, where the fuzz target's rules do not: where the first wrong byte is and why, what
-// an inner token is taken for, and what the tokens of others are.
+// What `qxnego dump` says of a token, where the fuzz target's rules do not: where the first wrong byte is and why, and
+// what the tokens of others are.
 #include <gtest/gtest.h>
 
 #include "tools/token/foreign.h"
-#include "tools/token/inner.h"
 #include "tools/token/tree.h"
 
 namespace {
@@ -57,21 +56,6 @@ TEST(Dump, MarksTheFirstWrongByte) {
         EXPECT_EQ(tree.fault->offset, offset) << why;
         EXPECT_EQ(tree.fault->why, why);
     }
-}
-
-TEST(Dump, TellsInnerTokensByTheirFirstBytes) {
-    const std::pair<const char *, const char *> cases[] = {
-        {"601306092a864886f71201020201006e0102", "Kerberos AP-REQ"},
-        {"6082001306092a864886f71201020202006f0102", "Kerberos AP-REP"},
-        {"600706062b06010505", "of unknown kind"},
-        {"600706052b06010505", "GSS-API token of 1.3.6.1.5.5"},
-        {"4e544c4d5353500003000000", "NTLMSSP AUTHENTICATE"},
-        {"6e2c2c6e3d61", "SCRAM client-first"},
-        {"60", "of unknown kind"},
-        {"", "of unknown kind"},
-    };
-    for (const auto &[token, kind] : cases)
-        EXPECT_EQ(tools::kind_of_inner_token(from_hex(token)), kind) << token;
 }
 
 std::string told(const Bytes &token) {
