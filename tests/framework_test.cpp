@@ -154,6 +154,9 @@ TEST(Name, CopyOutlivesSourceAndForeignNameType) {
     wiped.clear();
     EXPECT_EQ(outcome(gssp_release_name, &copy), kDone);
     EXPECT_EQ(wiped, (std::vector<std::string>{"joe", "ann"}));
+    qxgss_name_desc without{1, nullptr, nullptr};
+    EXPECT_EQ(outcome(gssp_duplicate_name, &without, &copy), kDone);
+    gssp_release_name(nullptr, &copy);
 }
 
 // Code units in an order of bytes; those of the host when not said otherwise.
@@ -276,8 +279,8 @@ TEST(OidString, ToDer) {
     // clang-format on
     for (const auto &[oid, expected] : cases)
         EXPECT_EQ(to_der(oid), expected) << oid;
-    for (const char *oid : {"", "1", "1.", ".1", "1..2", "3.1", "0.40", "1.02", "01.2", "-1", "1.-2", "1. 2", "1.2a",
-                            "1.0.4294967296", "4294967296.1"})
+    for (const char *oid : {"", "1", "1.", ".1", "1..2", "1.2.", "3.1", "0.40", "1.02", "01.2", "-1", "1.-2", "1. 2",
+                            "1.2a", "1.0.4294967296", "4294967296.1"})
         EXPECT_EQ(to_der(oid), "!000D0000/E1000081") << oid;
     EXPECT_EQ(to_der(nullptr), "!000D0000/E1000081");
 }

@@ -51,7 +51,6 @@ CONFIGURES(TALKS, "ready", GSS_S_CONTINUE_NEEDED, )
 CONFIGURES(FAILS, "no key", GSS_S_FAILURE, )
 CONFIGURES(MUTE, "", GSS_S_FAILURE, )
 CONFIGURES(THROWS, "", GSS_S_COMPLETE, throw std::runtime_error("no card"))
-CONFIGURES(RAISES, "", GSS_S_COMPLETE, throw 1)
 ANSWERS(GOOD_release_name, GSS_S_COMPLETE)
 ANSWERS(PLAIN_release_name, GSS_S_COMPLETE)
 ANSWERS(OLD_release_name, GSS_S_COMPLETE)
@@ -100,7 +99,6 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
     std::vector<std::pair<std::string, std::string>> rows = {
         {"", ":1: mechanism: is missing"}, {"mechanism = []", ":1: mechanism: is missing"},
         {"\nmechanism = 1", ":2: mechanism: must be an array of tables"},
-        {"mechanism = [\n1]", ":2: mechanism: must be an array of tables"},
         {"library_path = 1\n" + good, ":1: library_path: must be a string"},
         {"\n[[mechanism]]\noid = '1.2.3'\nprefix = 'x'", ":2: mechanism.name: is missing"},
         {in_program("x", "1.3.x"), ":3: mechanism.oid: '1.3.x' is no OID"},
@@ -112,10 +110,10 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
     };
     const std::pair<const char *, const char *> after_a_good_one[] = {
         {"\n[polcy]\n", ":6: polcy: unknown key"}, {"[policy]\nuser = 1", ":6: policy.user: unknown key"},
-        {"Library = 'x'", ":5: mechanism.Library: unknown key"},
         {"\"a\\nb\\u007F\" = 'x'", ":5: mechanism.a?b?: unknown key"},
-        {"[mechanism.properties]\nlevel = 1", ":6: mechanism.properties.level: unknown key"},
+        {"[policy.users.alice]\nname = 'x'", ":6: policy.users.alice.name: unknown key"},
         {"negotiates = [{oid = '1.2.3', rank = 1}]", ":5: mechanism.negotiates.rank: unknown key"},
+        {"[mechanism.properties]\nlevel = 1", ":6: mechanism.properties.level: unknown key"},
         {"library = ''", ":5: mechanism.library: must not be empty"},
         {"library = \"a\\u0000b\"", ":5: mechanism.library: must not hold control characters"},
         {"enabled = 1", ":5: mechanism.enabled: must be true or false"},
@@ -126,15 +124,11 @@ TEST_F(Loader, OneLineSaysWhatIsWrongInAFile) {
         {"[mechanism.settings]\n\"\" = 'x'", ":6: mechanism.settings.: must not be empty"},
         {"negotiates = [{oid = '1.2.3'},\n{oid = '1.2.3'}]", ":6: mechanism.negotiates.oid: '1.2.3' is listed twice"},
         {"[policy]\ndefault = 'GOOD'", ":6: policy.default: must be \"any\", \"none\" or an array of strings"},
-        {"[policy.users]\nalice = 1", ":6: policy.users.alice: must be \"any\", \"none\", an array of strings or a table"},
         {"[policy.users]\nalice = [\n'GOOD',\n'OTHER']", ":8: policy.users.alice: 'OTHER' is no mechanism of this file"},
         {"[policy.users.alice]\nnames = ['x']", ":5: policy.users.alice.mechanisms: is missing"},
-        {"[policy.users.alice]\nname = 'x'", ":6: policy.users.alice.name: unknown key"},
         {"[policy.users.alice]\nmechanisms = 'any'\nnames = 'x'", ":7: policy.users.alice.names: must be an array of strings"},
         {"[policy.users.alice]\nmechanisms = 'any'\nnames = ['x',\n'']", ":8: policy.users.alice.names: must not be empty"},
         {"[policy.users]\n'D\\a' = []\n\n'd\\A' = []", ":8: policy.users.d\\A: 'd\\A' is already a name of D\\a"},
-        {"[policy.users]\na = []\nb = { mechanisms = [], names = ['a'] }", ":7: policy.users.b.names: 'a' is already a name of a"},
-        {"[x\u0409]", ":5: syntax: a character beyond ASCII outside strings and comments"},
         {"library = 'a\\' \u0409", ":5: syntax: a character beyond ASCII outside strings and comments"}, // no escape there
         {"enabled = t'\u0409'", ":5: syntax: a quotation mark inside a word"},
         {"library = '''\nx'''", ":5: syntax: strings of several lines are not supported"},
@@ -183,7 +177,6 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         {"FAILS", "", "no key"},
         {"MUTE", "", "its configure operation failed with major status 0x000D0000, minor status 0xA100012B"},
         {"PLAIN", ""},
-        {"OFF", "enabled = false\nlibrary = 'none.so'\n", "it is disabled in the configuration file"},
         {"GONE", "library = 'none.so'\n", "none.so: cannot open shared object file"},
         {"EMPTY", "", "no operation of it has the prefix EMPTY_"},
         {"TALKS", ""},
@@ -191,7 +184,6 @@ TEST_F(Loader, MechanismsThatFailAreOutOfUseAndTheOthersGoOn) {
         {"OLD", "", "it is made for version 2 of the framework's interface, which is 1"},
         {"DATA", "", "DATA_configure is data, not a function"},
         {"THROWS", "", "its configure operation threw an exception: no card"},
-        {"RAISES", "", "its configure operation threw an exception"},
         {"TLS", "", "TLS_configure is data, not a function"},
     };
     std::string content;
@@ -364,20 +356,15 @@ TEST_F(Loader, ThePolicyHoldsForAUserNotForASpelling) {
             {"alice", "A B"}, {"bob", "A"}, {"bob@R", "A"}, {"D\\bob", "A"}, {"d\\BOB", "A"}, {"carol@R", "none"},
             {"e\\CAROL", "none"}, {"erna", "any"}, {"\u00e9.x", "A"}, {"d\\jos\u00e9", "B"}}},
         {__LINE__, "", { // others: the user of an account in any realm or domain, unless the account says in which
-            {"alice@R", "A B"}, {"Alice@R", "A B"}, {"x\\alicE", "A B"}, {"a\\b\\alice", "A B"}, {"dave@R", "none"},
-            {"D\\Dave", "none"}, {"bob@S", "any"}, {"BOB@R", "any"}, {"E\\bob", "any"}, {"erna@R", "any"},
-            {"ALICE@x@R", "any"}, {"alice\\@R", "any"}, {"alice/admin@R", "any"}, {"carol", "any"}, {"D\\carol", "any"},
-            {"carol@S", "any"}, {"Alice", "any"}, {"nobody", "any"}, {"@R", "any"}, {"D\\", "any"}}},
+            {"Alice@R", "A B"}, {"x\\alicE", "A B"}, {"a\\b\\alice", "A B"}, {"D\\Dave", "none"}, {"bob@S", "any"},
+            {"BOB@R", "any"}, {"E\\bob", "any"}, {"erna@R", "any"}, {"ALICE@x@R", "any"}, {"alice\\@R", "any"},
+            {"carol", "any"}, {"carol@S", "any"}, {"Alice", "any"}, {"@R", "any"}, {"D\\", "any"}}},
         {__LINE__, "", { // beyond ASCII the case is not known
-            {"D\\JOS\u00c9", "B"}, {"D\\JO\u017f\u00c9", "B"}, {"D\\jos", "B"}, {"JOS\u00c9@R", "B"}, {"jos@R", "B"},
-            {"mi\u212ae@R", "B C"}, {"D\\j\u00f6s\u00e9", "any"}, {"D\\jose", "any"}, {"jose@R", "any"},
-            {"m\u00efke@R", "any"}, {"\u00e9@R", "any"}}},
+            {"D\\JOS\u00c9", "B"}, {"D\\JO\u017f\u00c9", "B"}, {"JOS\u00c9@R", "B"}, {"mi\u212ae@R", "B C"},
+            {"D\\jose", "any"}, {"m\u00efke@R", "any"}, {"\u00e9@R", "any"}}},
         {__LINE__, "[policy]\ndefault = ['C', 'B']\n", {
-            {"alice", "A B"}, {"alice@R", "B"}, {"bob@R", "A"}, {"bob@S", "C B"}, {"dave@R", "none"}, {"erna", "any"},
-            {"erna@R", "C B"}, {"D\\mike", "C B"}, {"nobody", "C B"}, {"D\\JOS\u00c9", "B"}}},
-        {__LINE__, "[policy]\ndefault = 'none'\n", {
-            {"alice", "A B"}, {"alice@R", "none"}, {"erna", "any"}, {"nobody", "none"}}},
-        {__LINE__, "[policy]\ndefault = 'any'\n", {{"alice@R", "A B"}, {"nobody", "any"}}},
+            {"alice", "A B"}, {"alice@R", "B"}, {"bob@S", "C B"}, {"dave@R", "none"}, {"erna@R", "C B"}, {"nobody", "C B"}}},
+        {__LINE__, "[policy]\ndefault = 'none'\n", {{"alice", "A B"}, {"alice@R", "none"}, {"erna", "any"}}},
         {__LINE__, nullptr, {{"alice", "any"}}},
     };
     // clang-format on
