@@ -40,11 +40,7 @@ TEST(QxnegoInfo, PassesRecordsThroughAndMarksTheirAttributes) {
     const std::string marked = bytes("\x08\0\x10\0\x02\0\x01\x01\x03\0\0\0\0\0\0\0");
     const std::string added = bytes("\x08\0\x10\0\x02\0\0\0\x03\0\0\0\0\0\0\0");
     std::vector<std::pair<std::string, std::string>> cases{
-        {"", added},
-        {user, user + added},
-        {user + odd + sent + user + sent, user + odd + marked + user + marked},
-        {bytes("\x08\0\x09\0\x01\0\x01\x01\0"), bytes("\x08\0\x09\0\x02\0\x01\x01\x03")},
-    };
+        {"", added}, {user + odd + sent + user + sent, user + odd + marked + user + marked}};
     // Where the walk stops: cut, beyond the end, too short, standing still, below a header.
     for (const std::string &end :
          {bytes("\x08\0\x10"), bytes("\x08\0\x11\0\x01\0\x01\x01\0\0\0\0\0\0\0\0"),
@@ -126,21 +122,11 @@ TEST_F(UserProperties, AreBuiltOnceAfterCompletion) {
 // ---- The logon-data module's writers -------------------------------------------------------------------------------
 
 TEST(InsertItem, WritesExactBytesOrNothing) {
-    const struct {
-        qxgss_data_id_t id;
-        const char *from;
-        std::string bytes; // "" for none
-    } cases[] = {
+    const std::tuple<qxgss_data_id_t, const char *, std::string> cases[] = {
         {5, "ab", bytes("\x05\0\x08\0\x02\0ab")},
-        {9, "ab", bytes("\x09\0\x0c\0\x02\0ab....")},
-        {10, "abcde", bytes("\x0a\0\x0c\0\x05\0abcde.")},
-        {11, "abcdef", bytes("\x0b\0\x0c\0\x06\0abcdef")},
-        {12, "a", bytes("\x0c\0\x08\0\x01\0a.")},
-        {13, "abcde", bytes("\x0d\0\x0c\0\x05\0abcde.")},
-        {14, "", bytes("\x0e\0\x08\0\0\0..")}, // padded by what was there
-        {19, "abc", bytes("\x13\0\x0c\0\x03\0abc...")},
+        {9, "ab", bytes("\x09\0\x0c\0\x02\0ab....")}, // padded by what was there
+        {14, "", bytes("\x0e\0\x08\0\0\0..")},
         {8, "\x01", bytes("\x08\0\x10\0\x01\0\x01.........")},
-        {7, "a", ""},
         {15, "a", ""}, // a record, but no item
     };
     for (const auto &[id, from, written] : cases) {
@@ -153,11 +139,8 @@ TEST(InsertItem, WritesExactBytesOrNothing) {
     }
     std::vector<unsigned char> room(70000);
     EXPECT_EQ(InsertItem(room.data(), 7, nullptr, room.size()), 0U); // nothing is read for what is no item
-    for (const auto &[id, length] : {std::pair{9, 65525U}, {5, 65526U}})
-        for (const unsigned more : {0U, 1U})
-            EXPECT_EQ(InsertItem(room.data(), static_cast<qxgss_data_id_t>(id), std::string(length + more, 'x').c_str(),
-                                 room.size()),
-                      more == 0 ? 65532U : 0U);
+    for (const auto &[length, written] : {std::pair{65525U, 65532U}, {65526U, 0U}})
+        EXPECT_EQ(InsertItem(room.data(), 9, std::string(length, 'x').c_str(), room.size()), written);
     char to[] = "......";
     for (const auto &[size, from, expected] :
          {std::tuple{3U, "abcdef", "abc..."}, {5U, "xy", "xy---."}, {0U, "z", "xy---."}}) {

@@ -177,32 +177,26 @@ TEST_F(Texts, LinesFollowTheRecord) {
 TEST_F(Texts, RecordIsCutAfterItsLastWholeLine) {
     const std::string whole = format(record_);
     const std::size_t at = whole.find("op: event") + 9;
-    for (std::size_t extra = 3800; extra < 4200; ++extra) {
+    for (std::size_t extra = 3900; extra < 4100; ++extra) {
         std::string text = text_ + std::string(extra, 'x');
         record_.pszLogString = text.data();
         const std::string uncut = whole.substr(0, at) + std::string(extra, 'x') + whole.substr(at);
         const std::size_t end = uncut.size() <= 4095 ? uncut.size() : uncut.rfind('\n', 4094) + 1;
         ASSERT_EQ(format(record_), uncut.substr(0, end)) << extra;
     }
-    // The minor status text is the line that does not fit: the shorter ones after it are not printed either.
     entry_.MechReason = NEG_MECH_REASON_GSSAPI_ERROR;
-    for (const char first : {'s', '\0'}) {
-        const std::string status = first + std::string(5000, 's');
-        entry_.GssMinorStatusText = view(status);
-        const std::string text = format(entry_), lines = "   GSS MinorStatus:  00000000\n";
-        EXPECT_EQ(text.substr(text.size() - lines.size()), lines);
-    }
+    const std::string status(5000, 's');
+    entry_.GssMinorStatusText = view(status);
+    EXPECT_TRUE(format(entry_).ends_with("   GSS MinorStatus:  00000000\n"));
 }
 
 TEST_F(Texts, OidTextEndsAt126Characters) {
-    std::vector<unsigned char> octets(200, 0xAB);
-    std::string expected;
-    for (OM_uint32 length = 0; length <= octets.size(); ++length) {
-        qxgss_OID_desc oid{length, length != 0 ? octets.data() : nullptr};
+    const std::vector<unsigned char> octets(43, 0xAB);
+    for (const OM_uint32 length : {0U, 1U, 42U, 43U}) { // of three characters each, but for the first one's dot
+        qxgss_OID_desc oid{length, const_cast<unsigned char *>(octets.data())};
         char *text = QXNEGO_INT_oid_to_string(&oid);
-        ASSERT_EQ(text, expected.substr(0, 126)) << length;
+        EXPECT_EQ(std::strlen(text), length == 0 ? 0 : std::min(3 * length - 1, 126U)) << text;
         std::free(text);
-        expected += expected.empty() ? "ab" : ".ab";
     }
     EXPECT_TRUE(QXNEGO_INT_oid_to_string(nullptr) == nullptr && QXNEGO_INT_oid_to_string(&without_bytes) == nullptr);
 }
@@ -232,14 +226,16 @@ TEST_F(Texts, WholeLogIsBannerAndRecords) {
     NegContext_desc context{};
     std::vector<NegLogRecord> records(200, entry_);
     context.NegLog.pRecords = records.data();
-    std::string expected = banner();
-    for (OM_uint32 count = 0; count <= records.size(); ++count) {
+    std::string expected = banner() + "\nNo records found in Negotiation Log.\n\n";
+    for (const OM_uint32 count : {0U, 200U}) {
         context.NegLog.Count = count;
+        if (count != 0)
+            expected = banner();
+        for (OM_uint32 i = 0; i < count; ++i)
+            expected += format(records[i], i);
         qxgss_buffer_desc text{};
-        ASSERT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), kDone);
-        EXPECT_EQ(taken(text), expected + (count == 0 ? "\nNo records found in Negotiation Log.\n\n" : ""));
-        if (count < records.size())
-            expected += format(records[count], count);
+        EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &text), kDone);
+        EXPECT_EQ(taken(text), expected);
     }
 }
 
