@@ -186,17 +186,6 @@ TEST_F(Bridge, APeerThatDoesNotOfferIsRefusedUnlessTheConfigurationLetsItBe) {
     }
 }
 
-TEST_F(Bridge, TheOfferIsPassedOverByAPeerThatDoesNotKnowIt) {
-    configure(1);
-    scripted::script().at('A', kServer).delegates = false;
-    Session session("A", "A");
-    const std::string first = session.client.call("").token, offering = bridge::with_offer(first);
-    EXPECT_EQ(offering.size(), first.size() + 3);
-    const Outcome answer = session.server.call(offering);
-    EXPECT_EQ(answer.statuses(), kDone);
-    EXPECT_EQ(session.client.call(bridge::with_offer(answer.token)).statuses(), kDone);
-}
-
 TEST_F(Bridge, AFailedContextDoesNothingMoreAndTellsWhy) {
     configure(3);
     scripted::script().at('A', kServer).failing_call = 2;

