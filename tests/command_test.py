@@ -1,14 +1,18 @@
 """The command from outside: the demo ends as it should and leaves nothing behind; what dump, mechs, status, try and
 the others say; wrong input gives one line and its exit status. What all of that prints with --json is what docs/json.md
-says, field by field; the man page has every option and the page on logs every remedy."""
+says, field by field; the man page has every option and the page on logs every remedy. And QXNEGO_TRACE."""
 import base64
 import collections
+import fcntl
 import json
 import os
 import pathlib
 import re
+import resource
 import shlex
 import signal
+import socket
+import stat
 import subprocess
 import tempfile
 import time
@@ -22,6 +26,7 @@ LISTED = '"%s" }, { oid = "1.2.3.5" }, { oid = "1.2.3.6" }, { oid = "1.2.3.7", e
 MORE = ("UNLISTED", "scram", "1.2.3.4"), ("GONE", "gone", "1.2.3.5"), ("OFF", "scram", "1.2.3.7")
 POLICY = '[policy.users]\nalice = ["SCRAM-SHA-1"]\ncarol = ["UNLISTED"]\n'
 OFFER = SCRAM + ",SCRAM-SHA-1,NTLMSSP"
+LINE = re.compile(r'[-0-9T:.]+Z pid=\d+ context=1 role=(client|server) call=\d+ event="[^"]*"( [-a-z]+=("[^"]*"|\S+))*')
 WORDS = {"true", "false", "null", "serve", "connect", "log", "properties"}  # values and subcommands
 SELDOM = {"text", "address", "connections", "verdicts_left_out"}  # of serve
 
@@ -242,6 +247,53 @@ class Command(unittest.TestCase):
         lines.append(server.next())
         self.assertIn("refused", [line["event"] for line in lines])
         self.printed["serve"] |= keys(lines)
+
+    def trace(self, trace, *arguments, **options):
+        """A demo of which a line for every record goes there: it does not notice what becomes of them."""
+        return subprocess.run([QXNEGO, "demo", "policy", "--json", *arguments], stdout=subprocess.PIPE, text=True,
+                              env=dict(os.environ, QXNEGO_TRACE=trace), timeout=60, **options)
+
+    def test_a_trace_is_both_logs(self):
+        self.assertEqual(self.trace("trace", "--save", "traced").returncode, 0)
+        self.assertEqual(stat.S_IMODE(os.stat("trace").st_mode), 0o600)
+        for text in content("trace").decode(), self.trace("stderr", "--save", "traced", stderr=subprocess.PIPE).stderr:
+            lines = [LINE.fullmatch(line) for line in text.splitlines()]
+            self.assertRegex(text, r'role=client call=3 event="the call is complete" major=00000000 minor=230003E8 status="')
+            roles = [line.group(1) for line in lines if 'event="the call ' not in line.group()]
+            for role in "client", "server":
+                records = re.findall(b"^Record ", content("traced/policy", role + ".log"), re.M)
+                self.assertEqual(roles.count(role), len(records), role)
+
+    def test_a_trace_that_nobody_takes(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 24, 1 << 24))
+            signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
+
+        os.mkfifo("fifo")
+        os.symlink("new", "link")
+        with open("large", "wb") as file:
+            file.truncate(1 << 24)
+        for trace, options in (("fifo", {}), ("link", {}), ("tmp", {}), ("/dev/full", {}), ("none/x", {}), ("x" * 5000, {}),
+                               ("large", {"preexec_fn": limit}), ("stderr", {"preexec_fn": lambda: os.close(2)})):
+            self.assertTrue(json.loads(self.trace(trace, **options).stdout)["scenarios"][0]["as_expected"], trace[:99])
+        self.assertFalse(os.path.exists("new"))
+        self.assertEqual(os.stat("large").st_size, 1 << 24)
+
+    def test_a_trace_on_a_stderr_that_nobody_reads(self):
+        reader, pipe = os.pipe()
+        fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 4096)
+        ours, theirs = socket.socketpair()
+        theirs.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1)
+        terminal, shown = os.openpty()
+        with open("/dev/full", "wb") as full, ours, theirs:
+            for stderr in pipe, theirs, shown, full:  # each would block
+                self.assertEqual(self.trace("stderr", stderr=stderr).returncode, 0)
+            ours.close()
+            os.close(reader)
+            for stderr in pipe, theirs:
+                self.assertEqual(self.trace("stderr", stderr=stderr, restore_signals=True).returncode, 0)
+        for descriptor in pipe, terminal, shown:
+            os.close(descriptor)
 
     def test_options(self):
         page = set(re.findall(r"Fl -([a-z-]+)", source("docs", "man", "qxnego.1")))
