@@ -20,11 +20,7 @@ Bytes from_hex(std::string_view digits, std::size_t times = 1) {
 TEST(Dump, MarksTheFirstWrongByte) {
     Bytes flat = from_hex("9e00", GSSPASN_DECODE_MAX_ELEMENTS);
     flat.insert(flat.begin(), {0xA0, 0x80});
-    const struct {
-        Bytes token;
-        std::size_t offset;
-        const char *why;
-    } cases[] = {
+    const std::tuple<Bytes, std::size_t, const char *> cases[] = {
         {{}, 0, "an element should begin here"},
         {from_hex("a0"), 1, "a length should follow"},
         {from_hex("a0ff"), 1, "a length octet has the reserved value FF"},

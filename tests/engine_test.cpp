@@ -260,25 +260,22 @@ TEST_F(Engine, AContextTakesTheMechanismsInUse) {
 }
 
 TEST_F(Engine, ThePolicyIsAppliedOnceAndLeavesWhatItAllows) {
-    const struct {
-        std::string user, identity;
-        const char *before, *minor, *after, *log;
-    } rows[] = {
+    const std::tuple<std::string, std::string, const char *, const char *, const char *, const char *> rows[] = {
         {"nobody", "onlyb", "A32 B11", "E3000406", "A32 B35(00000000/21000064)",
          "[0] policy-no:B35(00000000/21000064) [0p] policy-set"},
         {"", "", "A11 B11", "", "A11 B11", "[0p] policy-nouser"},
         {{'\0', 'x'}, "onlya", "A11 B11", "E10000CB", "A11 B11", ""}, // no user name, so the lookup fails
     };
-    for (const auto &row : rows) {
+    for (const auto &[user, identity, before, minor, after, log] : rows) {
         Context context(kServer, "AB");
-        context.set(row.before);
-        set_text(context->UserNameBuf, row.user);
-        set_text(context->AuthenticationIdBuf, row.identity);
+        context.set(before);
+        set_text(context->UserNameBuf, user);
+        set_text(context->AuthenticationIdBuf, identity);
         const auto applied = [&] { return outcome(QXNEGO_INT_Apply_Policy_Info, nullptr, context.get()); };
-        EXPECT_EQ(applied(), failed(row.minor)) << row.user;
-        EXPECT_EQ(applied(), failed(context->IsPolicyApplied != 0 ? "" : row.minor));
-        EXPECT_EQ(context.entries(), row.after);
-        EXPECT_EQ(context.log(), row.log);
+        EXPECT_EQ(applied(), failed(minor)) << user;
+        EXPECT_EQ(applied(), failed(context->IsPolicyApplied != 0 ? "" : minor));
+        EXPECT_EQ(context.entries(), after);
+        EXPECT_EQ(context.log(), log);
     }
     for (const char *text : {"", "anna,bert", "@REALM"}) // of whom there could be one: users of one item
         EXPECT_EQ(QXNEGO_INT_get_principal(text, nullptr), QXNEGO_E_LOGON_PROPERTY) << text;

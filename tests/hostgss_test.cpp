@@ -122,10 +122,8 @@ TEST_F(Ntlm, SignsOnlyWithAKey) {
 TEST_F(Ntlm, NamesAUserInOneWay) {
     const std::string usual = "QXTEST\\alice:0:X:A40E586DFDDC53FE383E01FFB26CF642:[U]:\n",
                       two = "qxTest:aLice:Alice1\nOTHERS:alice:x\n";
-    const struct {
-        std::string users, domain, user; // the client's
-        std::string written, named;      // the domain in its last message; the user, "": refused
-    } cases[] = {
+    // Domain and user of the client, the domain in its last message; the user, "": refused.
+    const std::tuple<std::string, std::string, std::string, std::string, std::string> cases[] = {
         {usual, "QXTEST", "Alice", "qxtest", "alice"},
         {usual, "QXTEST", "alice", "OTHERS", ""},
         {two, "QXTEST", "alice", "QXTEST", ""}, // another domain: another key
@@ -191,9 +189,7 @@ TEST(NtlmMessage, HasItsFieldsBehindItsHeaderAndInside) {
 // A user of the host's NTLM, as the client has written the name.
 TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
     const std::string two = "A:alice:x\nb:Alice:y\n", hashes = ":1:h:h:u\n", none = "none", refused;
-    const struct {
-        std::string users, shown, name;
-    } cases[] = {
+    const std::tuple<std::string, std::string, std::string> cases[] = {
         {two, "A\\ALICE", "A\\alice"},
         {two, "B\\alice", "b\\Alice"},
         {two, "alice", refused},
@@ -252,11 +248,8 @@ TEST_F(Host, PutsToUseWhatMayBeAndSaysWhy) {
     std::filesystem::permissions(open_keys, std::filesystem::perms(0604));
     const std::string ours = "keytab_file = \"" + open_keys + "\"\n",
                       needed = "unless its settings say accept = \"yes\"";
-    const struct {
-        OM_uint32 role;
-        std::string oid, settings, says; // a piece of the message; none: there is none
-        bool used;
-    } cases[] = {
+    // A piece of the message, "": there is none; and whether it is put to use.
+    const std::tuple<OM_uint32, std::string, std::string, std::string, bool> cases[] = {
         {QXGSS_SERVER, kKerberos.oid, kKerberos.settings, "", true},
         {QXGSS_SERVER, kKerberos.oid, ours, open_keys + " can be read by everybody", true},
         {QXGSS_CLIENT, kKerberos.oid, ours, "", true},

@@ -227,10 +227,7 @@ TEST_F(Loader, WhatOthersCanWriteIsToldOf) {
     bool foreign = true; // whether the group can be made another than the owner's own
     for (const std::string &path : {key, folder, folder_.file("qxgss.conf", "")})
         foreign = (chown(path.c_str(), geteuid(), geteuid() + 1) == 0 || getegid() != geteuid()) && foreign;
-    const struct {
-        unsigned file, folder, key;
-        std::string message;
-    } rows[] = {
+    const std::tuple<unsigned, unsigned, unsigned, std::string> rows[] = {
         {0644, 0755, 0600, ""},
         {0644, 01777, 0600, ""}, // nobody can put another file in the place of this one
         {0602, 0777, 0604, file_ + warning + "\n" + folder + warning},
@@ -238,12 +235,12 @@ TEST_F(Loader, WhatOthersCanWriteIsToldOf) {
         {0660, 0770, 0660, foreign ? file_ + warning + "\n" + folder + warning + "\n" + key + warning : ""},
     };
     configure_with(content);
-    for (const auto &row : rows) {
-        for (const auto &[path, mode] : {std::pair{file_, row.file}, {folder, row.folder}, {key, row.key}})
+    for (const auto &[of_file, of_folder, of_key, message] : rows) {
+        for (const auto &[path, mode] : {std::pair{file_, of_file}, {folder, of_folder}, {key, of_key}})
             std::filesystem::permissions(path, std::filesystem::perms{mode});
         qxgss_shutdown(nullptr);
         EXPECT_EQ(configure(file_), GSSP_E_SUCCESS);
-        EXPECT_EQ(message_, row.message);
+        EXPECT_EQ(message_, message);
     }
 }
 
@@ -347,32 +344,28 @@ TEST_F(Loader, ThePolicyHoldsForAUserNotForASpelling) {
                                    in_program("B", "1.2.12") + in_program("C", "1.2.13") + "# \u00e9" +
                                    std::string(300, '.') + "\n";
     // clang-format off
-    const struct {
-        int line;
-        const char *policy; // before the accounts; null: no policy at all
-        std::vector<std::pair<const char *, const char *>> allowed;
-    } rows[] = {
-        {__LINE__, "", { // listed names
+    const std::tuple<const char *, std::vector<std::pair<const char *, const char *>>> rows[] = {
+        {"", { // listed names
             {"alice", "A B"}, {"bob", "A"}, {"bob@R", "A"}, {"D\\bob", "A"}, {"d\\BOB", "A"}, {"carol@R", "none"},
             {"e\\CAROL", "none"}, {"erna", "any"}, {"\u00e9.x", "A"}, {"d\\jos\u00e9", "B"}}},
-        {__LINE__, "", { // others: the user of an account in any realm or domain, unless the account says in which
+        {"", { // others: the user of an account in any realm or domain, unless the account says in which
             {"Alice@R", "A B"}, {"x\\alicE", "A B"}, {"a\\b\\alice", "A B"}, {"D\\Dave", "none"}, {"bob@S", "any"},
             {"BOB@R", "any"}, {"E\\bob", "any"}, {"erna@R", "any"}, {"ALICE@x@R", "any"}, {"alice\\@R", "any"},
             {"carol", "any"}, {"carol@S", "any"}, {"Alice", "any"}, {"@R", "any"}, {"D\\", "any"}}},
-        {__LINE__, "", { // beyond ASCII the case is not known
+        {"", { // beyond ASCII the case is not known
             {"D\\JOS\u00c9", "B"}, {"D\\JO\u017f\u00c9", "B"}, {"JOS\u00c9@R", "B"}, {"mi\u212ae@R", "B C"},
             {"D\\jose", "any"}, {"m\u00efke@R", "any"}, {"\u00e9@R", "any"}}},
-        {__LINE__, "[policy]\ndefault = ['C', 'B']\n", {
+        {"[policy]\ndefault = ['C', 'B']\n", {
             {"alice", "A B"}, {"alice@R", "B"}, {"bob@S", "C B"}, {"dave@R", "none"}, {"erna@R", "C B"}, {"nobody", "C B"}}},
-        {__LINE__, "[policy]\ndefault = 'none'\n", {{"alice", "A B"}, {"alice@R", "none"}, {"erna", "any"}}},
-        {__LINE__, nullptr, {{"alice", "any"}}},
+        {"[policy]\ndefault = 'none'\n", {{"alice", "A B"}, {"alice@R", "none"}, {"erna", "any"}}},
+        {nullptr, {{"alice", "any"}}},
     };
     // clang-format on
-    for (const auto &row : rows) {
-        const std::string policy = row.policy == nullptr ? "" : std::string(row.policy) + kAccounts;
+    for (const auto &[before, users] : rows) { // what stands before the accounts; null: there is no policy at all
+        const std::string policy = before == nullptr ? "" : std::string(before) + kAccounts;
         ASSERT_EQ(configure_with(mechanisms + policy), GSSP_E_SUCCESS) << message_;
-        for (const auto &[user, expected] : row.allowed)
-            EXPECT_EQ(allowed(user), expected) << row.line << " " << user;
+        for (const auto &[user, expected] : users)
+            EXPECT_EQ(allowed(user), expected) << policy << user;
         qxgss_shutdown(nullptr);
     }
     EXPECT_EQ(allowed("alice"), std::to_string(0xE10000F2U));

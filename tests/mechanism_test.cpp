@@ -226,10 +226,7 @@ TEST_P(Host, AcceptsOnlyWhatItMay) {
 TEST(Logons, GiveTheNameOrTheWholeReason) {
     configured(entries_of(kAll));
     // clang-format off
-    const struct {
-        const RealMechanism &of;
-        std::string logon, outcome;
-    } cases[] = {
+    const std::tuple<const RealMechanism &, std::string, std::string> cases[] = {
         {kKerberos, "alice@QXNEGO.TEST@@Alice1", kKerberos.user},
         {kKerberos, "authcid=alice password=wrong", "!: Preauthentication failed"},
         {kKerberos, "authcid=alice realm=OTHER.TEST password=x", "!: Cannot find KDC for realm \"OTHER.TEST\""},

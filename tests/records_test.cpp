@@ -252,10 +252,7 @@ TEST_F(MechanismInfo, FollowsTheRecordsItIsGiven) {
     const std::string kMade = "15:8[A] 16:28[1.3.6.1.4.1.32473.2.1] 17:20[" + bytes_of(*oid) + "]";
     std::string attributes = bytes("\x08\0\x10\0\x01\0\x01\0\x01\0\0\0\0\0\0\0");
     std::string hostile = bytes("\x08\0\x08\0\x01\0\x01\0"), none;
-    const struct {
-        std::string *props;
-        std::string made, marked;
-    } cases[] = {
+    const std::tuple<std::string *, std::string, std::string> cases[] = {
         {nullptr, "8:16(2 0 1 0) " + kMade, ""},
         {&none, "8:16(2 0 1 0) " + kMade, ""},
         {&attributes, kMade, bytes("\x08\0\x10\0\x02\0\x01\x01\x01\0\0\0\0\0\0\0")},

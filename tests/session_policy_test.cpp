@@ -41,12 +41,7 @@ TEST_F(Configured, ForbidsWithoutTellingStrangers) {
     constexpr auto kClaimed = QXGSS_SESSION_CLAIMED_REFUSED, kProved = QXGSS_SESSION_PROVED_REFUSED,
                    kNone = QXGSS_SESSION_NONE_REFUSED;
     constexpr auto kPolicy = QXGSS_SESSION_FAILURE_POLICY, kWrong = QXGSS_SESSION_FAILURE_NEGOTIATION;
-    const struct {
-        const char *logon;
-        qxgss_session_refused_et refused;
-        qxgss_session_failure_et failure;
-        bool is_stranger;
-    } cases[] = {
+    const std::tuple<const char *, qxgss_session_refused_et, qxgss_session_failure_et, bool> cases[] = {
         {"authcid=bob password=x", kClaimed, kPolicy, true},
         {"authcid=eve password=x", kNone, kWrong, true},
         {"authcid=alice password=x", kNone, kWrong, true},

@@ -203,11 +203,8 @@ TEST_F(Configured, ASessionBelongsToItsChannel) {
 // Every call in every state, by both sides: what is out of order fails, and changes nothing.
 TEST_F(Configured, EveryCallInEveryState) {
     configure(kKerberos);
-    const struct {
-        const char *name;
-        void (*reach)(Pair &);
-        const char *client, *server; // what wrap, unwrap, step and end give
-    } states[] = {
+    // What wrap, unwrap, step and end give to the client and the server
+    const std::tuple<const char *, void (*)(Pair &), const char *, const char *> states[] = {
         {"new", [](Pair &) {}, "nn>n", "nn!n"},
         {"client begun", [](Pair &pair) { pair.client.step({}); }, "nn!n", "nn!n"},
         {"server established", [](Pair &pair) { pair.server.step(pair.client.step({})); }, "nn!n", "nn!n"},
