@@ -92,6 +92,25 @@ bool all_release() {
     return true;
 }
 
+// Whether "onlya" and so on stand for another mechanism than that one.
+bool forbids(const std::string &user, char letter) {
+    return user.size() == 5 && user.starts_with("only") && user[4] >= 'a' && user[4] <= 'd' &&
+           user[4] != letter - 'A' + 'a';
+}
+
+// Whether the server's policy and its rules for authorization let whom the negotiation is for use that mechanism.
+bool is_allowed(const NegContext_desc &negotiation, char letter) {
+    using support::text_of;
+    if (letter == 'B' && negotiation.UserNameBuf.length + negotiation.ProfileNameBuf.length != 0)
+        return false;
+    if (negotiation.UserNameBuf.length != 0)
+        return !forbids(text_of(negotiation.UserNameBuf), letter);
+    bool allowed = !forbids(text_of(negotiation.AuthenticationIdBuf), letter);
+    for (OM_uint32 i = 0; i < negotiation.NegMechList.Count && negotiation.IsSso != 0; ++i)
+        allowed |= !forbids(text_of(negotiation.NegMechList.pNegMech[i].SsoAuthenticationIdBuf), letter);
+    return allowed;
+}
+
 class Conversation {
   public:
     explicit Conversation(const harness::Scenario &scenario) : session_(scenario.client, scenario.server) {
@@ -171,6 +190,10 @@ class Conversation {
         if (complete) {
             const NegMechEntry_desc *entry = qxnego::selected_entry(peer.negotiation());
             require(entry != nullptr && entry->IsCtxEstablished != 0, "what is selected is established");
+            require(turn_ == scripted::kClient ||
+                        (peer.negotiation().IsPolicyApplied != 0 &&
+                         is_allowed(peer.negotiation(), harness::letter_of(*entry->pMechOid))),
+                    "what is selected is allowed");
         }
         done_[turn_] = complete;
         over_ = failed || outcome.token.empty();
