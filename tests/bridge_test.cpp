@@ -1,7 +1,6 @@
 // The bridge's operations as the host's library calls them, over the scripted mechanisms. Every allocation fails once,
-// and with all later ones: a call is then right, or says so and hands out nothing, and nothing is left behind. A token
-// that someone in between changes, cuts or holds back opens no context on both sides; and what a failure leaves can be
-// asked for.
+// and with all later ones: a call is then right, or says so and hands out nothing, and nothing is left behind; what a
+// failure leaves can be asked for. What someone in between can do is the fuzz target's.
 #include <utility>
 
 #include "bridge/gssapi/call.h"
@@ -135,38 +134,6 @@ class Bridge : public NegotiationTest {
 };
 
 // ---- The hostile peer ----------------------------------------------------------------------------------------------
-
-TEST_F(Bridge, WhatSomeoneInBetweenChangesOpensNoContextOnBothSides) {
-    for (int legs = 1; legs != 4; ++legs) {
-        configure(legs);
-        std::vector<std::string> tokens;
-        const auto opens = [&](const Between &between) {
-            forget();
-            Pair pair;
-            pair.run(between);
-            return pair.is_open();
-        };
-        ASSERT_TRUE(opens([&](std::size_t, const std::string &token) { tokens.push_back(token); }));
-        ASSERT_GE(tokens.size(), 4U);
-        for (std::size_t which = 0; which != tokens.size(); ++which) {
-            const auto opens_with = [&](const std::string &other) {
-                return opens([&](std::size_t number, std::string &token) {
-                    if (number == which + 1)
-                        token = other;
-                });
-            };
-            for (std::size_t at = 0; at != tokens[which].size(); ++at) {
-                std::string changed = tokens[which];
-                changed[at] = static_cast<char>(changed[at] ^ 1);
-                // The scripted MIC's second octet is its quality of protection, which it does not sign.
-                EXPECT_TRUE(!opens_with(changed) || (changed.starts_with('\x82') && at == 3)) << which << ' ' << at;
-                EXPECT_FALSE(opens_with(tokens[which].substr(0, at))) << which << ' ' << at;
-            }
-            for (const std::string &other : tokens)
-                EXPECT_TRUE(other == tokens[which] || !opens_with(other)) << which;
-        }
-    }
-}
 
 TEST_F(Bridge, APeerThatDoesNotOfferIsRefusedUnlessTheConfigurationLetsItBe) {
     const auto take_offers = [](std::size_t number, std::string &token) {

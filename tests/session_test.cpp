@@ -1,5 +1,5 @@
 // Sessions over the real mechanisms, in a realm of their own: what honest sides get, what someone in between and a
-// hostile peer can do, and every call in every state.
+// hostile peer can do where the fuzz target's rules do not say it, and every call in every state.
 #include "tests/failing_heap.h"
 #include "tests/scripted_mechanism.h"
 #include "tests/session_pair.h"
@@ -50,52 +50,6 @@ TEST_P(Sessions, HonestSidesGetWhatTheMechanismHas) {
     }
     EXPECT_EQ(pair.server.user(), of.user);
     EXPECT_EQ(exchange_texts(pair.client, pair.server), of.has_mics);
-}
-
-// Places in each message; all of them for QXNEGO_SWEEP=full.
-const std::size_t kSteps = std::getenv("QXNEGO_SWEEP") == nullptr ? 12 : SIZE_MAX;
-constexpr std::size_t kLogon = 7; // numbers of messages that are the logon's; those of the texts follow
-
-void spoil(std::string &message, std::size_t at, char way) {
-    const std::size_t place = std::min(at, message.size() - 1);
-    if (way == 'c') // cut
-        message.resize(place);
-    else if (way == 'x') // changed
-        message[place] = static_cast<char>(~message[place]);
-    else // doubled
-        message.insert(place, message.substr(0, place + 1));
-}
-
-// Each message in turn is spoilt at each of its bytes. Whatever comes of it: who is let in is who he is, and with MICs
-// neither a session nor a text comes of what was changed.
-TEST_P(Sessions, NobodyGainsByChangingAMessage) {
-    std::size_t tried = 0;
-    for (std::size_t spoilt = 1, size = 1; spoilt <= kLogon + (of.has_mics ? 3 : 0); ++spoilt, size = 1)
-        for (std::size_t at = 0; at < size; at += 1 + size / kSteps)
-            for (const char way : {'c', 'x', 'd'}) {
-                SCOPED_TRACE(std::to_string(spoilt) + " at " + std::to_string(at) + " " + way);
-                Pair pair(of.logon);
-                bool is_changed = false;
-                const auto between = [&](std::size_t number, std::string &message) {
-                    if (number != spoilt)
-                        return;
-                    is_changed = true;
-                    size = message.size();
-                    spoil(message, at, way);
-                };
-                pair.open(between);
-                EXPECT_TRUE(!pair.server.is_open() || pair.server.user() == of.user);
-                if (of.has_mics) {
-                    EXPECT_EQ(pair.both_open(), !is_changed);
-                    const auto texts = [&](std::size_t number, std::string &text) { between(kLogon + number, text); };
-                    const bool came = pair.both_open() && exchange_texts(pair.client, pair.server, texts);
-                    // Kerberos leaves the count by which a text was rotated unprotected (RFC 4121 4.2.5).
-                    EXPECT_TRUE(came != is_changed || (spoilt > kLogon && (at == 7 || at == 8)));
-                }
-                size = is_changed ? size : 0;
-                tried += is_changed ? 1 : 0;
-            }
-    EXPECT_GT(tried, 100U);
 }
 
 TEST_P(Sessions, AConfirmationWithoutItsMicIsNone) {
