@@ -141,16 +141,6 @@ Bytes sample(Form form = Form::kShortest) {
                           make(0x9E, "\xff")); // the largest tag
 }
 
-TEST(AsnEncode, WritesDer) {
-    Encoder e;
-    EXPECT_EQ(gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT), kOk);
-    expect(kOk, {e.start(1), e.start(0), e.start(0), e.oid(0, hex("2a8648")), e.integer(1, 1),
-                 e.octets(6, Bytes(200, 'x')), e.stop(0), e.start(0), e.oid(0, hex("2b06")), e.integer(3, 0xE3000408),
-                 e.octets(5, ""), e.stop(0), e.stop(0)});
-    expect(kOk, {e.integer(1, 2), e.integer(3, 1), e.start(4), e.stop(4), e.octets(30, "\xff"), e.stop(1)});
-    EXPECT_EQ(e.close(), sample());
-}
-
 // At each level the contents pass one of these lengths by a few octets; so do the levels around it.
 TEST(AsnEncode, LengthsOfEverySizeNested) {
     for (const std::size_t length : {11, 127, 128, 255, 256, 65535, 65536})
