@@ -156,6 +156,7 @@ TEST(AsnEncode, RefusesAndStaysUsable) {
     Encoder e;
     const qxgss_buffer_desc no_value{SIZE_MAX, nullptr}, too_long{SIZE_MAX, &e};
     const qxgss_OID_desc no_elements{5, nullptr};
+    expect(kOk, {gsspasn_set_encode_tagging(e.handle, GSSP_TAGGING_IMPLICIT)});
     expect(GSSPASN_E_TAG_MISMATCH, {e.stop(0)});
     expect(GSSPASN_E_TAG_INVALID, {e.start(31)});
     for (OM_uint32 level = 0; level != GSSPASN_ENCODE_MAX_DEPTH; ++level)

@@ -113,14 +113,4 @@ TEST(LogonString, RefusalsLeaveNothing) {
             EXPECT_EQ(parse(input, flags, asked), statuses) << (input == nullptr ? "none" : input) << ' ' << flags;
 }
 
-TEST(LogonString, ComparesWithoutRegardToCase) {
-    // Of the first n bytes, and of the whole
-    const std::tuple<const char *, const char *, size_t, int, int> cases[] = {
-        {"", "", 4, 0, 0},          {"AbC", "aBc", 9, 0, 0},  {"abc", "ABD", 2, 0, -1}, {"B", "a", 1, 1, 1},
-        {"ab", "AB!", 9, -'!', -1}, {"abZ", "AB", 9, 'z', 1}, {"a", "b", 0, 0, -1},     {"\x80", "\xFE", 1, -126, -1},
-    };
-    for (const auto &[a, b, n, bounded, whole] : cases)
-        EXPECT_TRUE(qxat_strnicmp(a, b, n) == bounded && qxat_stricmp(a, b) == whole) << a << ' ' << b;
-}
-
 } // namespace
