@@ -159,14 +159,6 @@ const Golden kGolden[] = {
      "810102"                                  //   [1] NegState Incomplete
      "830101"                                  //   [3] single sign-on
      "8404626F7373" "85056E69676874"},         //   [4] user "boss" [5] profile "night"
-    {"RESP: incomplete; the client's answer repeats no reasons", "authcid=anna",
-     [](scripted::Script &s) { s.legs = {4, 4, 1, 1}; }, 2,
-     "A132"                                    // [1] NegTokenResp
-     "A02A"                                    //   [0] NegMechList
-     "A013" OID_OF("01") "810101" "86024133"   //     [0] NegMech A: [1] Available [6] "A3"
-     "A013" OID_OF("02") "810101" "86024233"   //     [0] NegMech B
-     "810102"                                  //   [1] NegState Incomplete
-     "830101"},                                //   [3] policy applied, as the server said
 };
 // clang-format on
 
@@ -185,30 +177,6 @@ TEST_F(Negotiation, TokensAreExact) {
 }
 
 // ---- Between the caller and the mechanisms -------------------------------------------------------------------------
-
-TEST_F(Negotiation, ResultsReachTheCaller) {
-    script().legs[0] = 3;
-    script().at('A', kServer).source = "anna@REALM";
-    script().at('A', kServer).delegates = true;
-    Session session("A", "A", "authcid=anna");
-    Peer &server = session.server;
-    const Outcome first = server.call(session.client.call("").token);
-    EXPECT_TRUE(session.client.mech_type == pQxnegoMechOid && server.mech_type == pQxnegoMechOid);
-    EXPECT_TRUE(server.source == nullptr && server.delegated == nullptr && server.flags == 0);
-    server.call(session.client.call(first.token).token);
-    const NegMechEntry_desc &entry = server.negotiation().NegMechList.pNegMech[0];
-    EXPECT_EQ(text_of(server.source), "anna@REALM");
-    EXPECT_TRUE(server.source != entry.pSrcName && entry.pDelegatedCredHandle == nullptr);
-    qxgss_cred_id_t mine = server.delegated;
-    ASSERT_NE(mine, nullptr);
-    EXPECT_EQ(
-        outcome(QXNEGO_INT_SetReturns, &server.negotiation(), nullptr, nullptr, nullptr, nullptr, &server.delegated),
-        kDone);
-    EXPECT_EQ(server.delegated, nullptr);
-    server.end();
-    EXPECT_EQ(scripted::last_call("release_name", 'A').number, 1);
-    registered("A").MechFtnTable.ftn_gssp_release_cred(nullptr, &mine);
-}
 
 TEST_F(Negotiation, ArgumentsReachTheMechanisms) {
     script().legs[0] = 2;
@@ -240,27 +208,6 @@ TEST_F(Negotiation, ArgumentsReachTheMechanisms) {
     EXPECT_TRUE(acquire.name == nullptr && acquire.flags == GSS_C_INITIATE && acquire.time == GSS_C_INDEFINITE);
     EXPECT_EQ(acquire.number, 3); // with those of the first session
     EXPECT_TRUE(init.wanted == 0 && accept.credential == nullptr && accept.wanted == 5);
-}
-
-TEST_F(Negotiation, TextsOfOnePassShareTheMessageContext) {
-    script().at('A', kServer).failing_call = script().at('B', kServer).failing_call = 1;
-    Session session("AB", "AB", "authcid=anna");
-    session.run();
-    EXPECT_EQ(scripted::last_call("display_status", 'A').flags, 0U);
-    const scripted::Call &second = scripted::last_call("display_status", 'B');
-    EXPECT_TRUE(second.flags == 1 && second.time == 0xC5000007U && second.wanted == GSS_C_MECH_CODE);
-}
-
-TEST_F(Negotiation, TheEndReleasesEverythingAndReportsTheLastFailure) {
-    script().at('A', kClient).release_cred_fails = true;
-    script().at('A', kClient).minor = 0xC5000011U;
-    script().at('B', kClient).delete_fails = true;
-    script().at('B', kClient).major = GSS_S_UNAVAILABLE;
-    Session session("ABC", "AB", "authcid=anna");
-    session.run();
-    EXPECT_EQ(session.client.end(), "00100000/C5000007");
-    EXPECT_EQ(session.client.context, nullptr);
-    EXPECT_EQ(scripted::last_call("delete_sec_context", 'C').number, 1);
 }
 
 // Without the operations that release them, and when the deletion leaves its handle.

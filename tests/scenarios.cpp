@@ -36,9 +36,6 @@ constexpr Scenario kScenarios[] = {
            s.at('A', kServer).supplementary = GSS_S_GAP_TOKEN; }, kFourCalls,
      "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-est:A11+ select:A26+",
      "peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A26= peer-state acc-est:A26+ complete:A26+"},
-    {"four tokens, for a user with an empty policy", "A", "A", "authcid=free", legs_of_a<4>, kFiveCalls,
-     "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-cont:A11 [2p] peer:A26= peer-state init-est:A26+ "
-     "complete:A26+", "peer:A11 cred-none [0p] policy-empty acc-cont:A11 [1p] peer:A11 acc-est:A11+ select:A26+"},
     {"five tokens", "A", "A", kAnna, legs_of_a<5>,
      "C cont token, S cont token, C cont token, S cont token, C done token, S done empty",
      "cred:A11 init-cont:A11 [1] peer:A11 [1p] policy-told init-cont:A11 [2p] peer:A11 init-est:A11+ select:A26+",
@@ -49,9 +46,6 @@ constexpr Scenario kScenarios[] = {
      "peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11+ [1p] peer:A26=,B36+= peer-state acc-est:A26+ "
      "complete:A26+"},
     // ---- Mechanisms that fail
-    {"the first fails at the client", "AB", "AB", kAnna, a_fails<kClient>, kThreeCalls,
-     "cred:A11,B11 init-fail:A32! init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
-     "peer:A32!=,B11 cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
     {"the first fails at the server, with a token", "AB", "AB", kAnna,
      [](Script &s) { s.at('A', kServer).failing_call = 1; s.at('A', kServer).error_token = true; }, kThreeCalls,
      "cred:A11,B11 init-est:A11+,B11+ [1] peer:A32+!=,B26+= peer-state [1p] policy-told complete:B26+",
@@ -60,11 +54,6 @@ constexpr Scenario kScenarios[] = {
      "cred:A11,B11 init-cont:A11 init-est:B11+ [1] peer:A11,B11+ [1p] policy-told init-fail:A32! select:B26+",
      "peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11+ [1p] peer:A32!=,B26+= peer-state "
      "complete:B26+"},
-    {"the first fails on the server's second call", "AB", "AB", kAnna, a_fails<kServer, 2, 5>,
-     kFiveCalls,
-     "cred:A11,B11 init-cont:A11 init-est:B11+ [1] peer:A11,B11+ [1p] policy-told init-cont:A11 [2p] peer:A32!=,B26+= "
-     "peer-state complete:B26+",
-     "peer:A11,B11 cred-none [0p] policy-empty acc-cont:A11 acc-est:B11+ [1p] peer:A11,B11+ acc-fail:A32! select:B26+"},
     {"the selected one fails at the client", "A", "A", kAnna, a_fails<kClient, 2, 2>,
      "C cont token, S done token, C 000D0000/E30003F3 kept",
      "cred:A11 init-cont:A11 [1] peer:A26= peer-state [1p] policy-told init-fail:A32!",
@@ -91,10 +80,6 @@ constexpr Scenario kScenarios[] = {
      "complete:B26+",
      "peer:A11,B11 cred-none [0p] policy-empty acc-fail:A32(00100000/E1000067 -) acc-est:B11+ select:B26+"},
     // ---- Mechanisms that only one side has
-    {"the client lacks the first", "B", "AB", kAnna, nullptr, kThreeCalls,
-     "cred:B11 init-est:B11+ [1] unknown:A32(00090000/C5000009 !) refuse:A33 peer:B26+= peer-state [1p] policy-told "
-     "complete:B26+",
-     "peer:B11 cred-none [0p] policy-empty acc-fail:A32(00090000/C5000009 !) acc-est:B11+ select:B26+"},
     {"the server lacks three", "ABCD", "D", kAnna, nullptr, kThreeCalls,
      "cred:A11,B11,C11,D11 init-est:A11+,B11+,C11+,D11+ [1] peer:D26+=,A34+=,B34+=,C34+= peer-state [1p] policy-told "
      "complete:D26+",
@@ -138,10 +123,6 @@ constexpr Scenario kScenarios[] = {
            s.at('B', kClient).principal_text = "onlyb"; }, kThreeCalls,
      "cred:A11,B11 init-fail:A32! init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
      "peer:A32!=,B11 cred-none [0p] policy-set acc-est:B11+ select:B26+"},
-    {"one has no identity, one no single sign-on", "ABC", "ABC", nullptr,
-     [](Script &s) { s.at('A', kClient).principal = Principal::kEmptyText; }, kThreeCalls,
-     "cred:A11,B11,C11 sso-id:A38 sso-no:C37 init-est:B11+ [1] peer:B26+= peer-state [1p] policy-told complete:B26+",
-     "peer:A38=,B11,C37= cred-none [0p] policy-empty acc-est:B11+ select:B26+"},
     {"none has an identity", "ABD", "ABD", nullptr,
      [](Script &s) { s.at('A', kClient).principal = Principal::kNoName; s.at('D', kClient).principal = Principal::kFailure;
            s.at('B', kClient).alter = [](Table &t) { t.ftn_gssp_inquire_cred = nullptr; }; },
@@ -154,8 +135,6 @@ constexpr Scenario kScenarios[] = {
     {"a logon string with a user alone goes on with single sign-on", "AC", "AC", "user=boss", nullptr, kThreeCalls,
      "cred:A11,C11 sso-no:C37 init-est:A11+ [1] peer:A26+= peer-state [1p] policy-told complete:A26+",
      "peer:A11,C37= cred-none [0p] policy-empty acc-est:A11+ select:A26+"},
-    {"a faulty logon string ends the call", "A", "A", "authcid=anna authcid=bert", nullptr, "C 000D0000/E3000427 kept",
-     "cred:A11"},
     // ---- Credentials
     {"no credential of the first at the client, no acquire operation of the second", "AB", "AB", kAnna,
      [](Script &s) { s.at('A', kClient).acquire_fails = true;
