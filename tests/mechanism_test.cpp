@@ -45,11 +45,7 @@ const Row kRows[] = {
 
 // Tokens of every mechanism, for another one's context or for the same one's later.
 std::vector<std::string> tokens_of_all() {
-    std::vector<std::string> tokens;
-    for (const char *token :
-         {"\x60", "\x60\x84\x7f\xff\xff\xff\x06\x09", "\x6e", "NTLMSSP", "\xa1\x03\x0a\x01\x02", "v=AAAA",
-          "n,,n=bob,r=abcdefgh", "r=abcdefgh,s=YWJj,i=4096", "c=biws,r=abc,p=AAAA", "e=other-error"})
-        tokens.push_back(token);
+    std::vector<std::string> tokens{"\x60", "\x60\x84\x7f\xff\xff\xff\x06\x09", "NTLMSSP", "c=biws,r=abc,p=AAAA"};
     for (const Row &row : kRows) {
         Pair pair(row.of);
         exchange(pair.client, pair.server, [&](std::size_t, const std::string &token) {
