@@ -1,14 +1,18 @@
 // Texts. Statuses: values that no table has, and who is refused by display_status in which order. The rendered log:
-// every line and its condition, and where lines, records and the banner are cut.
+// every line and its condition, where lines, records and the banner are cut, and that its reader gives back what was
+// recorded, whatever stands in its texts.
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <sstream>
 #include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "common/owned.h"
 #include "gssp2qxnego/gssp2qxnegoutil/trace.h"
+#include "session/qxgss_log.h"
 #include "tests/support.h"
 
 namespace {
@@ -36,6 +40,7 @@ std::time_t __wrap_time(std::time_t *) {
 namespace {
 
 using namespace support;
+using common::bytes_of;
 using support::taken;
 
 constexpr const char *kDone = "00000000/230003E8";
@@ -262,6 +267,88 @@ TEST_F(Texts, TracesARecordAsOneLine) {
     entry_.pszLogString = huge.data();
     EXPECT_NE(traced().find("\\xff...\" established=no"), std::string::npos);
     EXPECT_TRUE(traced().size() < qxnego::kTraceLine && traced().ends_with("peer=\"Completed\"\n"));
+}
+
+// ---- The reader of saved logs, whose rules for any bytes are the fuzz target's --------------------------------------
+
+constexpr const char *kRead = "00000000/21000064";
+char peers[] = "QXNEGO_INT_ProcessNegMech: Peer reporting Mech state, \x1b<";
+
+// All that the log tells of a record.
+std::string told(qxgss_log_t log, OM_uint32 number) {
+    qxgss_log_record_desc record{};
+    EXPECT_EQ(outcome(qxgss_log_inquire_record, log, number, &record), kRead);
+    std::ostringstream out;
+    out << "flags " << record.IsInitiator << record.IsPeerView << record.IsCtxEstablished << record.IsPolicyApplied
+        << " call " << record.Call << " states " << record.MechState << record.MechReason << record.NegState
+        << record.NegStateFromPeer << " statuses " << record.MajorStatus << ' ' << record.MinorStatus << " time "
+        << record.ElapsedTime << " [" << bytes_of(&record.Event) << "] [" << bytes_of(&record.MechName) << "] ["
+        << bytes_of(&record.MechOid) << "] [" << bytes_of(&record.StatusText) << ']';
+    return out.str();
+}
+
+TEST_F(Texts, AreReadBackAsTheyWereRecorded) {
+    for (const std::string status_text : {"", "why", "two\nlines\n\n", "<b>\x1b[2J\xff", "   IsPolicyApplied: TRUE"}) {
+        NegLogRecord records[4]{};
+        records[0].pszLogString = text_;
+        records[0].NegState = NEG_STATE_COMPLETED;
+        records[0].IsPolicyApplied = 1;
+        for (int i = 1; i != 4; ++i)
+            records[i] = {.MechOid = own,
+                          .MechState = static_cast<NegMechState_et>(i),
+                          .MechReason = NEG_MECH_REASON_GSSAPI_ERROR,
+                          .GssMajorStatus = GSS_S_BAD_SIG,
+                          .GssMinorStatus = 0xC0FFEEU,
+                          .GssMinorStatusText = view(status_text),
+                          .MechIndex = i == 2 ? 0 : -1,
+                          .IsCtxEstablished = 1,
+                          .IsInitiator = 1,
+                          .TokenNum = 41,
+                          .IsPolicyApplied = 0,
+                          .NegState = static_cast<NegState_et>(i),
+                          .NegStateFromPeer = NEG_STATE_REQUEST_MIC,
+                          .pszLogString = peers,
+                          .ElapsedTime = 5'000'000'000U};
+        NegContext_desc context{};
+        context.NegLog = {4, 4, records, 0};
+        qxgss_buffer_desc made{};
+        EXPECT_EQ(outcome(QXNEGO_INT_GetNegLog, &context, 0, &made), kDone);
+        const std::string text = taken(made);
+        const qxgss_buffer_desc data = view(text);
+        qxgss_log_t log = nullptr;
+        ASSERT_EQ(outcome(qxgss_log_open, &data, &log), kRead);
+        qxgss_log_facts_desc facts{};
+        EXPECT_EQ(outcome(qxgss_log_inquire, log, &facts), kRead);
+        EXPECT_TRUE(facts.RecordCount == 4 && facts.PropertyCount == 0 && bytes_of(&facts.Text) == text);
+        EXPECT_TRUE(facts.Host.length != 0 && facts.Time.length == 24);
+        EXPECT_EQ(told(log, 0), "flags 0001 call 1 states 0010 statuses 0 0 time 0 [op: event] [] [] []");
+        const std::string event = std::string(" statuses 393216 12648430 time 5000000000 [") + peers,
+                          end = "] [" + status_text + "]";
+        EXPECT_EQ(told(log, 1), "flags 1110 call 42 states 1214" + event + "] [] [+\6\1\x7f" + end);
+        EXPECT_EQ(told(log, 2), "flags 1110 call 42 states 2224" + event + "] [QXNEGO] [" + end);
+        EXPECT_EQ(told(log, 3), "flags 1110 call 42 states 3234" + event + "] [] [+\6\1\x7f" + end);
+        qxgss_log_record_desc record{};
+        record.Call = 7;
+        EXPECT_EQ(outcome(qxgss_log_inquire_record, log, 4, &record), "00100000/E10000FE");
+        EXPECT_EQ(record.Call, 0U);
+        qxgss_log_property_desc property{};
+        EXPECT_EQ(outcome(qxgss_log_inquire_property, log, 0, &property), "00100000/E10000FE");
+        EXPECT_EQ(without_each(qxgss_log_inquire_record, log, 0, &record), "010D0000/E10000CD 020D0000/E10000CD");
+        EXPECT_EQ(outcome(qxgss_log_delete, &log), kRead);
+        EXPECT_EQ(log, nullptr);
+    }
+}
+
+TEST_F(Texts, ThatAreNoLogAreRefused) {
+    qxgss_log_t log = nullptr;
+    const std::string_view unknown("\xff\xff\4\0", 4);
+    for (const std::string_view text : {unknown, unknown.substr(1), std::string_view()}) {
+        const qxgss_buffer_desc data = common::view(text);
+        EXPECT_EQ(outcome(qxgss_log_open, &data, &log), "00090000/E10000CD");
+        EXPECT_EQ(without_each(qxgss_log_open, &data, &log), "010D0000/E10000CD 020D0000/E10000CD");
+    }
+    EXPECT_EQ(outcome(qxgss_log_inquire, nullptr, nullptr), "010D0000/E10000CD");
+    EXPECT_EQ(outcome(qxgss_log_delete, nullptr), "020D0000/E10000CD");
 }
 
 } // namespace
