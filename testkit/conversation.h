@@ -75,19 +75,6 @@ template <typename End> void converse(End &client, End &server, const Between &b
     }
 }
 
-// A text there and back, and the client's end; whether all of it came through.
-inline bool exchange_texts(SessionEnd &client, SessionEnd &server, const Between &between = {}) {
-    const auto carried = [&](std::size_t number, std::string message) {
-        if (between)
-            between(number, message);
-        return message;
-    };
-    const std::string there = server.unwrap(carried(1, client.wrap("question")));
-    const std::string back = client.unwrap(carried(2, server.wrap("answer")));
-    server.unwrap(carried(3, client.end()));
-    return there == "question" && back == "answer" && server.facts().State == QXGSS_SESSION_ENDED;
-}
-
 } // namespace testkit
 
 #endif

@@ -51,9 +51,7 @@ OM_uint32 succeed(OM_uint32 *pMinor, const Behaviour &how) {
 
 void note(const Call &call, const qxgss_buffer_desc *text = nullptr) {
     Call &last = last_call(call.operation, call.mechanism);
-    const int number = last.number + 1;
     last = call;
-    last.number = number;
     if (text != nullptr && text->value != nullptr)
         std::memcpy(last.text.data(), text->value, std::min(text->length, call.text.size() - 1));
 }

@@ -56,7 +56,6 @@ Script &script();
 struct Call {
     const char *operation;
     char mechanism;
-    int number = 0;              // of that operation of that mechanism, from 1
     std::array<char, 24> text{}; // input token, or text of the desired name
     const void *credential = nullptr, *name = nullptr /* target or desired name */, *bindings = nullptr;
     qxgss_OID mech_type = nullptr;
@@ -65,7 +64,7 @@ struct Call {
     OM_uint32 wanted = 0; // number of results asked for
 };
 
-// The last call of that operation of that mechanism; number 0 when there was none.
+// The last call of that operation of that mechanism.
 Call &last_call(std::string_view operation, char mechanism);
 
 // Credentials and contexts of all mechanisms that have not been released.

@@ -121,34 +121,31 @@ TEST(Admission, FailuresAreForgivenAndAddressesForgotten) {
 }
 
 TEST(Worker, IsEndedWhateverItDoes) {
-    const struct {
-        const char *said;
-        std::function<std::string(const Worker::Lift &)> body;
-        bool is_lifted = false;
-    } rows[] = {
-        {"", [](const Worker::Lift &) { return "whole"; }},
+    // What is said of it, what it does, and whether it lifts its deadline
+    const std::tuple<std::string, std::function<std::string(const Worker::Lift &)>, bool> rows[] = {
+        {"", [](const Worker::Lift &) { return "whole"; }, false},
         {"", [](const Worker::Lift &lift) { return lift(), "whole"; }, true},
-        {"its process said too much", [](const Worker::Lift &) { return std::string(1 << 20, 'x'); }},
+        {"its process said too much", [](const Worker::Lift &) { return std::string(1 << 20, 'x'); }, false},
         {"its process was ended by a signal: Killed",
-         [](const Worker::Lift &) { return close_range(3, ~0U, 0), pause(), ""; }},
-        {"its process ended with status 1", [](const Worker::Lift &) -> std::string { throw std::bad_alloc(); }},
-        {"its process took too long", [](const Worker::Lift &) { return pause(), ""; }},
-        {"its process took too long", [](const Worker::Lift &) { return raise(SIGSTOP), ""; }},
+         [](const Worker::Lift &) { return close_range(3, ~0U, 0), pause(), ""; }, false},
+        {"its process ended with status 1", [](const Worker::Lift &) -> std::string { throw std::bad_alloc(); }, false},
+        {"its process took too long", [](const Worker::Lift &) { return pause(), ""; }, false},
+        {"its process took too long", [](const Worker::Lift &) { return raise(SIGSTOP), ""; }, false},
     };
     std::list<Worker> workers; // at once, since some take as long as they may
     const auto begun = Clock::now();
-    for (const auto &row : rows)
-        workers.emplace_back(row.body, 1s);
-    for (const auto &row : rows) {
+    for (const auto &[said, body, lifts] : rows)
+        workers.emplace_back(body, 1s);
+    for (const auto &[said, body, lifts] : rows) {
         Worker &worker = workers.front();
         pollfd place{worker.descriptor(), POLLIN, 0};
         do
             poll(&place, 1, milliseconds_until(worker.deadline()));
         while (worker.read_some());
-        EXPECT_LT(Clock::now() - begun, 4s) << row.said;
-        EXPECT_EQ(worker.has_crashed(), *row.said != 0);
-        EXPECT_EQ(worker.is_lifted(), row.is_lifted);
-        EXPECT_EQ(worker.result(), *row.said != 0 ? row.said : "whole");
+        EXPECT_LT(Clock::now() - begun, 4s) << said;
+        EXPECT_EQ(worker.has_crashed(), !said.empty());
+        EXPECT_EQ(worker.is_lifted(), lifts);
+        EXPECT_EQ(worker.result(), said.empty() ? "whole" : said);
         workers.pop_front();
     }
 }
