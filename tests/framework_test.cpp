@@ -218,19 +218,15 @@ TEST(OidSet, KeepsOrderWhileItGrowsAndCopiesDeeply) {
     EXPECT_EQ(outcome(gssp_create_empty_oid_set, &set), kDone);
     std::vector<std::string> expected;
     for (char i = 1; i <= 33; ++i) {
-        qxgss_OID_desc oid = oid_view(expected.emplace_back(i == 2 ? "\x2a\1\1"s : std::string{'\x2a', i}));
-        int before = 7, after = 7;
-        gssp_test_oid_set_member(nullptr, &oid, set, &before);
+        qxgss_OID_desc oid = oid_view(expected.emplace_back(1, i));
         EXPECT_EQ(outcome(gssp_add_oid_set_member, &oid, &set), kDone);
-        gssp_test_oid_set_member(nullptr, &oid, set, &after);
-        EXPECT_TRUE(before == 0 && after == 1) << expected.size();
     }
     expected.push_back(expected[0]);
+    EXPECT_EQ(outcome(gssp_add_oid_set_member, &set->elements[0], &set), kDone); // a member of the set itself
     OM_sint32 order = 7, same = 7;
     gssp_compare_oids(nullptr, &set->elements[0], &set->elements[1], &order);
-    gssp_compare_oids(nullptr, &set->elements[1], &set->elements[1], &same);
+    gssp_compare_oids(nullptr, &set->elements[0], &set->elements[33], &same);
     EXPECT_TRUE(order != 0 && same == 0);
-    EXPECT_EQ(outcome(gssp_add_oid_set_member, &set->elements[0], &set), kDone); // a member of the set itself
     EXPECT_EQ(outcome(gssp_duplicate_oid_set, set, &copy), kDone);
     EXPECT_EQ(outcome(gssp_release_oid_set, &set), kDone);
     EXPECT_EQ(members(copy), expected);
