@@ -167,7 +167,6 @@ TEST(Authorizations, FollowTheDirectory) {
     constexpr qxs_authorizeas_t kUser = QXS_AUTHZ_USER, kNone = QXS_AUTHZ_NONE;
     // clang-format off
     const struct {
-        int line;
         qxs_authorizeas_t as;
         const char *roles, *profiles, *users, *desired_user, *desired_profile;
         std::string records; // before the common ones; "" when it is refused
@@ -175,28 +174,25 @@ TEST(Authorizations, FollowTheDirectory) {
         unsigned service = 0;
         qxs_authtype_t type = QXS_AUTHTYPE_LEGACY;
     } cases[] = {
-        {__LINE__, kUser, "", "", "", nullptr, nullptr, kWhole, ""},
-        {__LINE__, kUser, "r1,r", "p", "u", nullptr, nullptr, "9:8[u] 10:12[dom] 8:16(1 0 0 0) 14:8[p] 13:12[r1] 13:8[r]", "u", "dom", 1},
-        {__LINE__, QXS_AUTHZ_DEFAULT, "", "p,q", "u,v", "V", "Q", "9:8[V] 8:16(1 0 0 0) 14:8[Q]", "u,v"},
-        {__LINE__, QXS_AUTHZ_SERVICE, "", "p,q", "u,v", "v", nullptr, "", "u,v"},
-        {__LINE__, kUser, "", "", "a,b", nullptr, nullptr, "", "a,b"},
-        {__LINE__, kUser, "", "p", "a", "c", nullptr, "", "a"},
-        {__LINE__, kUser, "", "p", "a", "a", "x", "", "a"},
-        {__LINE__, kUser, "", "", "extuser,dbu1", nullptr, nullptr, "9:12[dbu1] 8:16(1 0 0 0)", "dbu1"},
-        {__LINE__, kUser, "", "", "extuser,dbu1", "EXTUSER", nullptr, kWhole, "dbu1"},
-        {__LINE__, kUser, "", "", "a,b,ExtUser", "b", nullptr, "9:8[b] 8:16(1 0 0 0)", "a,b"},
+        {kUser, "", "", "", nullptr, nullptr, kWhole, ""},
+        {kUser, "r1,r", "p", "u", nullptr, nullptr, "9:8[u] 10:12[dom] 8:16(1 0 0 0) 14:8[p] 13:12[r1] 13:8[r]", "u", "dom", 1},
+        {QXS_AUTHZ_DEFAULT, "", "p,q", "u,v", "V", "Q", "9:8[V] 8:16(1 0 0 0) 14:8[Q]", "u,v"},
+        {QXS_AUTHZ_SERVICE, "", "p,q", "u,v", "v", nullptr, "", "u,v"},
+        {kUser, "", "", "a,b", nullptr, nullptr, "", "a,b"},
+        {kUser, "", "p", "a", "c", nullptr, "", "a"},
+        {kUser, "", "p", "a", "a", "x", "", "a"},
+        {kUser, "", "", "extuser,dbu1", nullptr, nullptr, "9:12[dbu1] 8:16(1 0 0 0)", "dbu1"},
+        {kUser, "", "", "extuser,dbu1", "EXTUSER", nullptr, kWhole, "dbu1"},
+        {kUser, "", "", "a,b,ExtUser", "b", nullptr, "9:8[b] 8:16(1 0 0 0)", "a,b"},
         // The name that moves into the freed place is not looked at.
-        {__LINE__, kUser, "", "", "extuser,a,extuser", "a", nullptr, "9:8[a] 8:16(1 0 0 0)", "extuser,a"},
-        {__LINE__, kUser, "", "", "dbu1", "extuser", nullptr, "", "dbu1"},
-        {__LINE__, kUser, "", "", "", nullptr, nullptr, "9:12[db] 8:16(1 0 0 0)", "", nullptr, 0, QXS_AUTHTYPE_LIGHTWEIGHT},
-        {__LINE__, kNone, "r", "p", "extuser,u", nullptr, nullptr, "9:12[db] 8:16(1 0 0 0)", "extuser,u"},
-        {__LINE__, kNone, "r", "p", "extuser,u", "u", nullptr, "", "extuser,u"},
-        {__LINE__, kNone, "r", "p", "extuser,u", "extuser", nullptr, "", "extuser,u"},
-        {__LINE__, kNone, "r", "p", "u", nullptr, "p", "", "u"},
+        {kUser, "", "", "extuser,a,extuser", "a", nullptr, "9:8[a] 8:16(1 0 0 0)", "extuser,a"},
+        {kUser, "", "", "", nullptr, nullptr, "9:12[db] 8:16(1 0 0 0)", "", nullptr, 0, QXS_AUTHTYPE_LIGHTWEIGHT},
+        {kNone, "r", "p", "extuser,u", nullptr, nullptr, "9:12[db] 8:16(1 0 0 0)", "extuser,u"},
+        {kNone, "r", "p", "extuser,u", "u", nullptr, "", "extuser,u"},
+        {kNone, "r", "p", "u", nullptr, "p", "", "u"},
     };
     // clang-format on
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.line);
         qxs_authorizations_t authz{};
         authz.ta_authorizeas = c.as;
         authz.ta_authtype = c.type;
@@ -210,7 +206,8 @@ TEST(Authorizations, FollowTheDirectory) {
         qxgss_buffer_desc props{3, address};
         EXPECT_EQ(outcome(qxat_fill_authorizations, &props, "anna", c.domain, &authz, c.desired_user, c.desired_profile,
                           c.service),
-                  c.records.empty() ? "000D0000/00000000" : kFilled);
+                  c.records.empty() ? "000D0000/00000000" : kFilled)
+            << "number " << &c - cases;
         EXPECT_EQ(described(taken(props)),
                   c.records.empty() ? "" : c.records + kTail + (c.service != 0 ? " 19:12[svc]" : ""));
         EXPECT_EQ(unlisted(users), c.users_left);
