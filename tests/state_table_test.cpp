@@ -168,7 +168,7 @@ struct State {
 };
 
 std::vector<State> states(const Tokens &good) {
-    const std::string rubbish = kRubbish, selection = good[3];
+    const std::string selection = good[3];
     std::string claim = good[0], another = selection;
     claim[claim.rfind("\x81\x01\x02") + 2] = NEG_STATE_COMPLETED;
     another[another.find("\x82\x0A\x2B") + 11] = 2; // the last octet of B's OID
@@ -186,14 +186,10 @@ std::vector<State> states(const Tokens &good) {
         {"client without credentials", kClient, 1, kReject, kReject, "3200 -1", kOpen, {}, without_credentials<kClient>},
         {"client without an identity", kClient, 1, "000D0000/E3000427", kReject, "2200 -1", kOpen, {}, nullptr, "authcid=a authcid=b"},
         {"client without a mechanism", kClient, 1, kReject, kReject, "3200 -1", kOpen, {}, without_mechanism<kClient>},
-        {"client that could not read", kClient, 1, kUnreadable, kGoesOn, "2200 -1", kOpen, rubbish},
         {"client given a selection that is not established", kClient, 1, kInternal, kReject, "2111 0", kOpen, selection},
-        {"server that could not read", kServer, 0, kUnreadable, kReject, "2200 -1", kOpen, rubbish},
         {"server given a claim of completion", kServer, 0, kInternal, kDone, "2111 -1", kOpen, claim},
         {"server whose policy allows none", kServer, 2, kReject, kReject, "2211 -1", kOpen, {}, nullptr, "authcid=onlyc"},
         {"server without a mechanism", kServer, 2, kReject, kReject, "3211 -1", kOpen, {}, without_mechanism<kServer>},
-        {"client complete, then fed rubbish", kClient, 5, kUnreadable, kDone, "1111 0", kComplete, rubbish},
-        {"server complete, then fed rubbish", kServer, 4, kUnreadable, kDone, "1211 0", kComplete, rubbish},
         {"client complete, then told of another selection", kClient, 5, kNotEarned, kNotEarned, "1111 1", kMoved, another},
         {"client complete, then told of one that failed", kClient, 5, kNotEarned, kNotEarned, "1111 1", kMoved, another, without_context_of_b},
         {"client complete, then told of one that it lacks", kClient, 5, kNotEarned, kNotEarned, "1111 2", kLacking, lacked},
