@@ -195,13 +195,11 @@ class Command(unittest.TestCase):
             (2, "dump qxgss.conf", "neither a token nor"), (2, "dump missing", "No such file"),
             (2, "mechs --config missing", "there is no such file"), (3, "mechs --config state", "state:1: "),
             (2, "status 0x100000000", "is no status"),
-            (2, "status --mechanism NONE 1", "no mechanism of the configuration"),
             (2, "try --user bob --offer NONE", "neither a mechanism"),
             (2, "try --user '' --offer NONE", "must not be empty"),
             *((2, "connect --json " + address, address + '": should be HOST:PORT')
               for address in ("localhost", "localhost:99999", "::1:80")),
             (2, "connect localhost:1 --file /nonexistent", "/nonexistent: No such file"),
-            (2, "connect --json localhost:1 --logon-file tmp", "tmp: Is a directory"),
             (2, "connect --json localhost:1 --logon-file long", "long: its first line is too long"),
             *((2, "connect localhost:1 --logon " + shlex.quote(logon), f"string: item {wrong}$") for logon, wrong in (
                 ("authcid=alice pasword=secret", '2 is unknown; "password=" is meant.'),

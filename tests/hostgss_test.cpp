@@ -147,7 +147,6 @@ TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
     const std::string two = "A:alice:x\nb:Alice:y\n", hashes = ":1:h:h:u\n", none = "none", refused;
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {two, "A\\ALICE", "A\\alice"},
-        {two, "B\\alice", "b\\Alice"},
         {two, "alice", refused},
         {two, "C\\Alice", "C\\alice"}, // not in the file: the host has asked somebody else
         {two + "a:ALICE:z\n", "A\\alice", refused},
@@ -163,7 +162,6 @@ TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
         {none, "dOm\\bOb", "DOM\\bob"},
         {none, "dom.example\\bob", refused},
         {none, "DOM\\bob@dom.example", refused},
-        {none, "DOM\\a\\bob", refused},
         {".", "DOM\\bob", refused}, // a folder
     };
     const Folder folder;
@@ -212,7 +210,6 @@ TEST_F(Host, PutsToUseWhatMayBeAndSaysWhy) {
         {QXGSS_SERVER, kNtlm.oid, "", needed + "; then gss-ntlmssp loses memory", false},
         {QXGSS_SERVER, kNtlm.oid, yes, "at most 256 in this process: gss-ntlmssp loses memory", true},
         {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"7\"\n", "at most 7 in this process", true},
-        {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"0\"\n", "accept_limit must be a number", false},
         {QXGSS_SERVER, kNtlm.oid, yes + "accept_limit = \"4294967296\"\n", "accept_limit must be a number", false},
         {QXGSS_CLIENT, kNtlm.oid, "", "", true},
         {QXGSS_CLIENT, kNtlm.oid, "accept = \"Yes\"\n", "accept must be \"yes\" or \"no\"", false},

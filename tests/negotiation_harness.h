@@ -1,8 +1,5 @@
-// Framework, registry and both roles of a negotiation in one process, over the scripted mechanisms.
-//
-// Registry and template list exist once in a process. So that the two sides can differ, each side has a template list
-// and function tables of its own, built from its mechanisms and its script; they are installed before each of its
-// calls.
+// Framework, registry and both roles of a negotiation in one process, over the scripted mechanisms. So that the sides
+// can differ, each has a template list and function tables of its own, which are installed before each of its calls.
 #ifndef QXNEGO_NEGOTIATION_HARNESS_H
 #define QXNEGO_NEGOTIATION_HARNESS_H
 
@@ -102,9 +99,8 @@ class Peer {
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
 
     // Each entry in list order, as QXNEGO_inquire_negotiated_mech tells of it: letter, state and reason as on the wire,
-    // "+" when established, and its statuses, which are "!" where a scripted failure has its default ones. Of a
-    // text alone "!" stands for that failure's, "-" for the one that stands in for a missing one. "<" when the state is
-    // the peer's.
+    // "+" when established, "<" when the state is the peer's, and its statuses, which are "!" where a scripted failure
+    // has its default ones. Of a text alone "!" stands for that failure's, "-" for the one in a missing one's place.
     std::string entries() const;
 
     // Each record in order: a word for its text and the entry as above, a comma when the word stays the same, "[n]"

@@ -35,8 +35,6 @@ TEST(Text, IsValidUtf8AndSafe) {
         {"\xC2\x85", R"(\xc2\x85)"},                         // a C1 control
         {"\xE2\x80\xAE\xE2\x81\xA6\xE2\x80\xA8", R"(\xe2\x80\xae\xe2\x81\xa6\xe2\x80\xa8)"},
         {"\xE2\x80\x8B\xC2\xAD\xF3\xA0\x81\x81", R"(\xe2\x80\x8b\xc2\xad\xf3\xa0\x81\x81)"}, // what is not seen
-        {"\xE2\x82", R"(\xe2\x82)"},
-        {"\xFF\x80", R"(\xff\x80)"},
     };
     for (const auto &[text, shown] : rows)
         EXPECT_EQ(common::printable(text), shown);
@@ -194,11 +192,9 @@ TEST(Dump, MarksTheFirstWrongByte) {
     const std::tuple<Bytes, std::size_t, const char *> cases[] = {
         {{}, 0, "an element should begin here"},
         {from_hex("a0"), 1, "a length should follow"},
-        {from_hex("a0ff"), 1, "a length octet has the reserved value FF"},
         {from_hex("a08400"), 1, "the length has more octets than are there"},
         {from_hex("a006a00280058100"), 5, "the length is 5, and only 0 bytes follow in the element around it"},
         {from_hex("a002bf00"), 2, "the tag number is 31 or above"},
-        {from_hex("a0028080"), 3, "a primitive element has an indefinite length"},
         {from_hex("a0808000000100"), 5, "the end of an indefinite length is two zero octets"},
         {from_hex("a080", 17), 32, "elements are nested more than 16 deep"},
         {flat, 2 * GSSPASN_DECODE_MAX_ELEMENTS, "more than 16384 elements"},
@@ -207,7 +203,6 @@ TEST(Dump, MarksTheFirstWrongByte) {
         {from_hex("a00da008a0068001018101018101020101"), 15, "more bytes follow the outer element"},
         {from_hex("a00aa008a006800101810101"), 12, "INIT has no negotiation state [1] where it belongs"},
         {from_hex("a00aa005a003810101810102"), 6, "mechanism has no OID [0] where it belongs"},
-        {from_hex("a00ca007a0058000810101810102"), 7, "the OID is empty"},
         {from_hex("a005a000810102"), 3, "the mechanism list is empty"},
         {from_hex("a00da008a006800101810101810103"), 14, "no INIT has that negotiation state"},
         {from_hex("a00ea008a00680010181010181020002"), 14,
