@@ -12,7 +12,6 @@
 #include "gssp2qxnego/gssp2qxnegoutil/trace.h"
 #include "tests/failing_heap.h"
 #include "tests/negotiation_harness.h"
-#include "tests/scenarios.h"
 
 using fuzz::Input;
 using fuzz::require;

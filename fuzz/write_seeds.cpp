@@ -5,7 +5,7 @@
 
 #include "fuzz/input.h"
 #include "qxgss/qxgss_records.h"
-#include "tests/scenarios.h"
+#include "tests/negotiation_harness.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "qxat/qxatldapauthorize.h"
 #include "qxgss/internal.h"
 #include "tests/failing_heap.h"
-#include "tests/scenarios.h"
+#include "tests/negotiation_harness.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #ifndef QXNEGO_NEGOTIATION_HARNESS_H
 #define QXNEGO_NEGOTIATION_HARNESS_H
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -158,6 +159,28 @@ class NegotiationTest : public testing::Test {
     }
     void TearDown() override { EXPECT_EQ(scripted::live_objects(), 0); }
 };
+
+// Whole negotiations as data, so that any loop can run them: what each side has, how its mechanisms behave, and what
+// must come of it.
+struct Scenario {
+    const char *name;
+    const char *client; // letters of its mechanisms
+    const char *server;
+    const char *logon;                         // the client's; null: no credential
+    void (*prepare)(scripted::Script &script); // may be null
+    const char *calls;
+    const char *client_log;           // after the mechanisms that are available
+    const char *server_log = nullptr; // when the server is never called
+    const char *server_logon = nullptr;
+};
+
+std::span<const Scenario> scenarios();
+
+// Sets the script of that scenario; to be called before its session is made.
+void prepare(const Scenario &scenario);
+
+// Gives both sides the credentials of that scenario.
+void log_on(const Scenario &scenario, Session &session);
 
 } // namespace harness
 

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/scenarios.h"
+#include "tests/negotiation_harness.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The negotiations, by what they show: number of tokens, mechanisms that fail, mechanisms that only one side has,
 // policy and authorization, single sign-on, credentials.
-#include "tests/scenarios.h"
+#include "tests/negotiation_harness.h"
 
 namespace harness {
 namespace {

@@ -1,7 +1,6 @@
 // A security mechanism for tests, in four copies, A to D (prefixes MECH_A to MECH_D): each does what the script says,
-// counts what it made, and writes down how it was called. Each thread has a script, counts and calls of its own.
-//
-// Inner token number k of mechanism A is the text "A<k>"; the client sends the odd ones. A side is established once it
+// counts what it made, and writes down how it was called. Each thread has a script, counts and calls of its own. Inner
+// token number k of mechanism A is the text "A<k>"; the client sends the odd ones. A side is established once it
 // has sent or received the last of `legs` tokens: with an odd number the client finishes first.
 #ifndef QXNEGO_SCRIPTED_MECHANISM_H
 #define QXNEGO_SCRIPTED_MECHANISM_H
