@@ -148,7 +148,6 @@ TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {two, "A\\ALICE", "A\\alice"},
         {two, "alice", refused},
-        {two, "C\\Alice", "C\\alice"}, // not in the file: the host has asked somebody else
         {two + "a:ALICE:z\n", "A\\alice", refused},
         {two + "A:alice:z\n", "a\\alice", "A\\alice"},
         {"#A:bob:x\n\nA:bob\nA:bobby:x\nA:\xC3\xA9", "bob", refused},
@@ -158,7 +157,6 @@ TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
         {"A\\bob" + hashes + "bob" + hashes, "a\\bob", refused},
         {"A:" + std::string(1021, 'x') + "B:bob:y", "b\\bob", "B\\bob"}, // a long line is two
         {"A:ma\xC3\x9F:x\nA:mass:y\n", "A\\mass", refused},
-        {"A:bob:x\n", "A\\b\xC3\xB6\x62", refused},
         {none, "dOm\\bOb", "DOM\\bob"},
         {none, "dom.example\\bob", refused},
         {none, "DOM\\bob@dom.example", refused},

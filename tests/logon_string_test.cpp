@@ -84,9 +84,6 @@ TEST(LogonString, SplitsIntoItsProperties) {
     for (const auto &[flags, asked, rows] : groups)
         for (const auto &[input, outputs] : rows)
             EXPECT_EQ(parse(input, flags, asked), outputs) << input << ' ' << flags;
-    EXPECT_EQ(qxat_parse_logon(nullptr, "joe", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                               nullptr, QXAT_FLAG_NONE),
-              GSS_S_COMPLETE);
 }
 
 TEST(LogonString, RefusalsLeaveNothing) {

@@ -137,11 +137,8 @@ TEST(InsertItem, WritesExactBytesOrNothing) {
     for (const auto &[length, written] : {std::pair{65525U, 65532U}, {65526U, 0U}})
         EXPECT_EQ(InsertItem(room.data(), 9, std::string(length, 'x').c_str(), room.size()), written);
     char to[] = "......";
-    for (const auto &[size, from, expected] :
-         {std::tuple{3U, "abcdef", "abc..."}, {5U, "xy", "xy---."}, {0U, "z", "xy---."}}) {
-        CopyString(to, size, '-', from);
-        EXPECT_STREQ(to, expected);
-    }
+    CopyString(to, 5, '-', "xy");
+    EXPECT_STREQ(to, "xy---.");
 }
 
 // A null-terminated list of heap strings from "a,b,c", as a directory module gives it, and back, which frees it.

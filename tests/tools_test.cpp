@@ -192,7 +192,6 @@ TEST(Dump, MarksTheFirstWrongByte) {
     const std::tuple<Bytes, std::size_t, const char *> cases[] = {
         {{}, 0, "an element should begin here"},
         {from_hex("a0"), 1, "a length should follow"},
-        {from_hex("a08400"), 1, "the length has more octets than are there"},
         {from_hex("a006a00280058100"), 5, "the length is 5, and only 0 bytes follow in the element around it"},
         {from_hex("a002bf00"), 2, "the tag number is 31 or above"},
         {from_hex("a0808000000100"), 5, "the end of an indefinite length is two zero octets"},
@@ -204,7 +203,6 @@ TEST(Dump, MarksTheFirstWrongByte) {
         {from_hex("a00aa008a006800101810101"), 12, "INIT has no negotiation state [1] where it belongs"},
         {from_hex("a00aa005a003810101810102"), 6, "mechanism has no OID [0] where it belongs"},
         {from_hex("a005a000810102"), 3, "the mechanism list is empty"},
-        {from_hex("a00da008a006800101810101810103"), 14, "no INIT has that negotiation state"},
         {from_hex("a00ea008a00680010181010181020002"), 14,
          "the negotiation state is not the shortest form of a number of 32 bits"},
         {from_hex("a10ca008a006800101810101a100"), 12, "the negotiation state is constructed"},
