@@ -107,6 +107,8 @@ TEST(Framework, RefusesWhatIsMissingOrTooLarge) {
                        outcome(gssp_release_secure_buffer, &to), outcome(gssp_release_name, nullptr),
                        outcome(gssp_release_name, &copy), outcome(gssp_duplicate_name, nullptr, &copy),
                        outcome(gssp_release_oid_set, nullptr), outcome(qxgss_release_oid_set, &none)});
+    to = {1, &byte};
+    EXPECT_EQ(outcome(gssp_duplicate_buffer, &without, &to), kDone);
     EXPECT_TRUE(is_empty(to) && name == nullptr && copy == nullptr);
     EXPECT_TRUE(order == 7 && present == 7 && length == 0 && der == nullptr);
     EXPECT_TRUE(has_wiped(a)); // what had been copied of the name
@@ -217,7 +219,9 @@ TEST(OidSet, KeepsOrderWhileItGrowsAndCopiesDeeply) {
     std::vector<std::string> expected;
     for (char i = 1; i <= 33; ++i) {
         qxgss_OID_desc oid = oid_view(expected.emplace_back(1, i));
-        EXPECT_EQ(outcome(gssp_add_oid_set_member, &oid, &set), kDone);
+        int present = 7;
+        gssp_test_oid_set_member(nullptr, &oid, set, &present);
+        EXPECT_EQ(outcome(gssp_add_oid_set_member, &oid, &set) + std::to_string(present), kDone + "0"s);
     }
     expected.push_back(expected[0]);
     EXPECT_EQ(outcome(gssp_add_oid_set_member, &set->elements[0], &set), kDone); // a member of the set itself

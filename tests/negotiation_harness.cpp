@@ -236,6 +236,7 @@ Lines use(qxgss_ctx_id_t context, bool given) {
     qxgss_OID type = nullptr;
     qxgss_negotiated_mech_desc mechanism{};
     qxgss_negotiation_desc negotiation{};
+    negotiation.MechCount = 7;
     const auto place = [given](auto &output) { return given ? &output : nullptr; };
     Lines seen{
         outcome(QXNEGO_wrap, context, 6, 3, &nothing, place(confidential), place(wrapped)),
