@@ -196,21 +196,22 @@ TEST(Asn, IntegersAtTheEdges) {
     }
 }
 
-// Where a token is wrong, and why, is what dump tells of it.
 TEST(AsnDecode, RefusesWhatIsMalformed) {
     const std::pair<OM_uint32, std::vector<const char *>> cases[] = {
         {GSSPASN_E_ENCODING,
-         {"# empty", "a0 00 a0 00 # two elements", "80 80 00 00 # primitive of indefinite length",
+         {"# empty", "a0 00 a0 00 # two elements", "a0 03 80 80 00 # primitive of indefinite length",
           "a0 80 00 # half an end of contents", "a0 80 00 01 # end of contents with a length",
-          "a0 03 a0 80 00 00 # end of contents half beyond the parent", "a0 01 81 # child without a length",
-          "a0 04 81 82 00 01 # length octets use up the parent", "a0 88 ff ff ff ff ff ff ff ff",
-          "a0 89 01 00 00 00 00 00 00 00 00 # 2^64"}},
+          "a0 03 a0 80 00 00 # end of contents half beyond the parent",
+          "a0 03 81 02 05 00 # child longer than its parent", "a0 01 81 00 # child without a length",
+          "a0 02 81 82 00 00 # length octets beyond the parent", "a0 03 81 81 01 05 # long length, likewise",
+          "a0 88 ff ff ff ff ff ff ff ff", "a0 89 01 00 00 00 00 00 00 00 00 # 2^64"}},
         {GSSPASN_E_CLASS_INVALID, {"30 00", "60 00", "e0 00", "a0 02 04 00", "a0 02 00 00"}},
         {GSSPASN_E_TAG_INVALID, {"bf 1f 00", "a0 03 9f 1f 00"}},
     };
     for (const auto &[status, tokens] : cases)
         for (const char *token : tokens)
             EXPECT_EQ(Decoder(hex(token)).status, status) << token;
+    EXPECT_EQ(Decoder(hex("a0ff") + Bytes(127, '\0')).status, GSSPASN_E_ENCODING); // a length of 0 in 127 octets
 }
 
 TEST(AsnDecode, EveryFormOfLengthAndEveryPrefix) {
