@@ -33,11 +33,6 @@ extern "C" __attribute__((visibility("default"))) const char *__asan_default_opt
 namespace {
 
 constexpr const char *kDone = "00000000/21000064";
-constexpr size_t kHuge = PTRDIFF_MAX;
-
-void *heap(const std::string &bytes) {
-    return std::memcpy(std::malloc(bytes.size()), bytes.data(), bytes.size());
-}
 
 std::vector<std::string> members(const qxgss_OID_set set) {
     std::vector<std::string> all;
@@ -47,12 +42,7 @@ std::vector<std::string> members(const qxgss_OID_set set) {
 }
 
 bool has_wiped(const std::string &secret) {
-    const auto holds = [&](const std::string &block) { return block.find(secret) != std::string::npos; };
-    return std::any_of(wiped.begin(), wiped.end(), holds);
-}
-
-bool is_empty(const qxgss_buffer_desc &buffer) {
-    return buffer.value == nullptr && buffer.length == 0;
+    return std::ranges::any_of(wiped, [&](const std::string &block) { return block.find(secret) != block.npos; });
 }
 
 // Whatever is refused leaves its outputs empty or, a set and an answer, as they were.
@@ -61,7 +51,7 @@ TEST(Framework, RefusesWhatIsMissingOrTooLarge) {
     OM_uint32 length = 7;
     unsigned char *der = reinterpret_cast<unsigned char *>(&byte);
     const std::string a = "\x2a\x03";
-    qxgss_buffer_desc to{1, &byte}, joe = view(a), huge{kHuge, &byte}, without{3, nullptr};
+    qxgss_buffer_desc to{1, &byte}, joe = view(a), huge{PTRDIFF_MAX, &byte}, without{3, nullptr};
     qxgss_OID_desc oid = oid_view(a), empty{}, no_bytes{2, nullptr};
     qxgss_OID type = GSS_C_NT_QXAT_MECHDATA;
     qxgss_name_t name = reinterpret_cast<qxgss_name_t>(&byte), copy = name;
@@ -109,7 +99,7 @@ TEST(Framework, RefusesWhatIsMissingOrTooLarge) {
                        outcome(gssp_release_oid_set, nullptr), outcome(qxgss_release_oid_set, &none)});
     to = {1, &byte};
     EXPECT_EQ(outcome(gssp_duplicate_buffer, &without, &to), kDone);
-    EXPECT_TRUE(is_empty(to) && name == nullptr && copy == nullptr);
+    EXPECT_TRUE(to.length == 0 && to.value == nullptr && name == nullptr && copy == nullptr);
     EXPECT_TRUE(order == 7 && present == 7 && length == 0 && der == nullptr);
     EXPECT_TRUE(has_wiped(a)); // what had been copied of the name
     EXPECT_EQ(members(set), std::vector<std::string>{a});
@@ -122,8 +112,8 @@ TEST(Name, CopyOutlivesSourceAndForeignNameType) {
     // As a mechanism builds one: blocks of the C heap, name types of its own.
     auto *source = static_cast<qxgss_name_t>(std::calloc(1, sizeof(qxgss_name_desc)));
     *source = {4, static_cast<qxgss_name_element_t>(std::calloc(4, sizeof(qxgss_name_element_desc))), &types};
-    source->pElements[0] = {&types[0], {3, heap("joe")}};
-    source->pElements[1] = {&types[1], {3, heap("ann")}};
+    source->pElements[0] = {&types[0], {3, strdup("joe")}};
+    source->pElements[1] = {&types[1], {3, strdup("ann")}};
     source->pElements[2] = {&types[2], {}};
     qxgss_name_t copy = nullptr;
     EXPECT_EQ(outcome(gssp_duplicate_name, source, &copy), kDone);

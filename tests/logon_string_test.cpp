@@ -38,14 +38,12 @@ std::string parse(const char *input, unsigned flags = QXAT_FLAG_NONE, unsigned a
     return text;
 }
 
-constexpr const char *kProperty = "000D0000/E300042A";
+constexpr const char *kTwoNames = "000D0000/E3000427", *kSyntax = "000D0000/E3000424", *kProperty = "000D0000/E300042A";
 
-// Flags and outputs asked for, then inputs and what they split into.
-using Splits = std::tuple<unsigned, unsigned, std::vector<std::array<const char *, 2>>>;
-
-TEST(LogonString, SplitsIntoItsProperties) {
+TEST(LogonString, SplitsIntoItsPropertiesOrLeavesNothing) {
     // clang-format off
-    const Splits groups[] = {
+    // Flags and outputs asked for, then inputs and what they split into.
+    const std::tuple<unsigned, unsigned, std::vector<std::array<const char *, 2>>> groups[] = {
         {QXAT_FLAG_NONE, kAll,
          {{"", ""}, {"AUTHCID=joe", "authcid=[joe]"},
           {"authcid=a password=b realm=c authzid=d mech=e user=f profile=g userproperties=h",
@@ -61,7 +59,11 @@ TEST(LogonString, SplitsIntoItsProperties) {
           // Only white space up to the end: empty, not the value read before.
           {"password=secret user= \t", "password=[secret] user=[]"}, {" \t", "upn=[]"},
           // A leading field is skipped.
-          {",,'x y' ,authcid=joe", "authcid=[joe]"}, {",,,joe", "upn=[joe]"}, {",,x,", ""}}},
+          {",,'x y' ,authcid=joe", "authcid=[joe]"}, {",,,joe", "upn=[joe]"}, {",,x,", ""},
+          {",,x", kSyntax}, {",,x y,", kSyntax}, {",,", kSyntax}, {",,  ", kSyntax},
+          {nullptr, "000D0000/E10000CD"}, {"authcid=joe authcid=ann", kTwoNames}, {"authcid='' authcid=ann", kTwoNames},
+          {"user=u1 user=u2", "000D0000/E3000428"}, {"profile=u1 profile=u2", "000D0000/E3000429"},
+          {"authcid=joe bogus", kProperty}, {"authcid=joe user=", kProperty}}},
         {QXAT_FLAG_NONE, kNoUpn, {{"bogus authcid=joe", "authcid=[joe]"}}},
         {QXAT_FLAG_NONE, kNoAuthcid, {{"authcid=joe authcid=ann", ""}}},
         {QXAT_FLAG_NONE, kNoUser, {{"user=u1 user=u2 profile=p", "profile=[p]"}}},
@@ -69,42 +71,25 @@ TEST(LogonString, SplitsIntoItsProperties) {
         {QXAT_FLAG_UNESCAPE_PASSWORD, kAll,
          {{"joe@@p\\@w", "upn=[joe@@p\\@w] authcid=[joe] password=[p@w]"},
           {"a@@b@@c", "upn=[a@@b@@c] authcid=[a@@b] password=[c]"},
-          {"joe@@pw password=x", "upn=[joe@@pw] authcid=[joe] password=[pw]"}}},
+          {"joe@@pw password=x", "upn=[joe@@pw] authcid=[joe] password=[pw]"}, {"joe@@pw authcid=x", kTwoNames},
+          {"joe@@", kProperty}, {"@@pw", kProperty}, {"@@", kProperty}, {"joe@pw", kProperty}}},
+        {QXAT_FLAG_UNESCAPE_PASSWORD, kNoAuthcid, {{"joe@@pw", kProperty}}},
+        {QXAT_FLAG_UNESCAPE_PASSWORD, kNoPassword, {{"joe@@pw", kProperty}}},
         {3, kAll, {{"joe@@p\\@w", "upn=[joe@@p\\@w] authcid=[joe] password=[p@w]"}}},
         {6, kAll, {{"a@@@c", "upn=[a@@@c] authcid=[a@] password=[c]"}}},
         {5, kAll, {{"joe@@pw", "upn=[joe@@pw]"}}},
         // A principal as the framework parses it.
         {QXAT_FLAG_UNESCAPE_ALL, kAll,
          {{"joe@R user=u", "upn=[joe@R] authcid=[joe@R] user=[u]"}, {"joe", "upn=[joe] authcid=[joe]"},
-          {"joe@R@@pw", "upn=[joe@R@@pw] authcid=[joe@R] password=[pw]"}, {"authcid=joe", "authcid=[joe]"}}},
+          {"joe@R@@pw", "upn=[joe@R@@pw] authcid=[joe@R] password=[pw]"}, {"authcid=joe", "authcid=[joe]"},
+          {"joe authcid=ann", kTwoNames}, {"'joe,ann'", kProperty}, {"@R", kProperty}}},
         {QXAT_FLAG_UNESCAPE_ALL, kNoPassword, {{"joe@R@@pw", "upn=[joe@R@@pw] authcid=[joe@R]"}}},
-        {QXAT_FLAG_UNESCAPE_ALL, kNoAuthcid, {{"joe@R@@pw", "upn=[joe@R@@pw] password=[pw]"}}},
+        {QXAT_FLAG_UNESCAPE_ALL, kNoAuthcid, {{"joe@R@@pw", "upn=[joe@R@@pw] password=[pw]"}, {"@R", kProperty}}},
     };
     // clang-format on
     for (const auto &[flags, asked, rows] : groups)
         for (const auto &[input, outputs] : rows)
             EXPECT_EQ(parse(input, flags, asked), outputs) << input << ' ' << flags;
-}
-
-TEST(LogonString, RefusalsLeaveNothing) {
-    const std::tuple<const char *, unsigned, unsigned, std::vector<const char *>> groups[] = {
-        {"000D0000/E10000CD", 0, kAll, {nullptr}},
-        {"000D0000/E3000427", 0, kAll, {"authcid=joe authcid=ann", "authcid='' authcid=ann"}},
-        {"000D0000/E3000427", QXAT_FLAG_UNESCAPE_PASSWORD, kAll, {"joe@@pw authcid=x"}},
-        {"000D0000/E3000427", QXAT_FLAG_UNESCAPE_ALL, kAll, {"joe authcid=ann"}},
-        {"000D0000/E3000428", 0, kAll, {"user=u1 user=u2"}},
-        {"000D0000/E3000429", 0, kAll, {"profile=u1 profile=u2"}},
-        {"000D0000/E3000424", 0, kAll, {",,x", ",,x y,", ",,", ",,  "}},
-        {kProperty, 0, kAll, {"authcid=joe bogus", "authcid=joe user="}},
-        {kProperty, QXAT_FLAG_UNESCAPE_PASSWORD, kAll, {"joe@@", "@@pw", "@@", "j", "joe@pw"}},
-        {kProperty, QXAT_FLAG_UNESCAPE_PASSWORD, kNoAuthcid, {"joe@@pw"}},
-        {kProperty, QXAT_FLAG_UNESCAPE_PASSWORD, kNoPassword, {"joe@@pw"}},
-        {kProperty, QXAT_FLAG_UNESCAPE_ALL, kAll, {"'joe,ann'", "@R"}},
-        {kProperty, QXAT_FLAG_UNESCAPE_ALL, kNoAuthcid, {"@R"}},
-    };
-    for (const auto &[statuses, flags, asked, inputs] : groups)
-        for (const char *input : inputs)
-            EXPECT_EQ(parse(input, flags, asked), statuses) << (input == nullptr ? "none" : input) << ' ' << flags;
 }
 
 } // namespace
