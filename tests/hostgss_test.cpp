@@ -109,6 +109,10 @@ TEST_F(Ntlm, SignsOnlyWithAKey) {
     EXPECT_TRUE(client.said.starts_with("000D0000")) << client.said;
     client.unprotect(2, "\1"s + std::string(15, '\0'), kMessage);
     EXPECT_TRUE(client.said.starts_with("000D0000")) << client.said;
+    Pair keyed(kNtlm);
+    ASSERT_TRUE(established(keyed.client, keyed.server));
+    keyed.server.unprotect(2, keyed.client.protect(2, kMessage).substr(0, 15), kMessage); // it would be read beyond
+    EXPECT_EQ(keyed.server.said, "00090000/E10000CD");
 }
 
 // Who logs on is named as the server's file names the account, in every answer, however the client spells it: without
@@ -199,6 +203,7 @@ TEST_F(Host, PutsToUseWhatMayBeAndSaysWhy) {
     // A piece of the message, "": there is none; and whether it is put to use.
     const std::tuple<OM_uint32, std::string, std::string, std::string, bool> cases[] = {
         {QXGSS_SERVER, kKerberos.oid, kKerberos.settings, "", true},
+        {QXGSS_SERVER, kKerberos.oid, "accept = \"no\"\n", needed, false},
         {QXGSS_SERVER, kKerberos.oid, ours, open_keys + " can be read by everybody", true},
         {QXGSS_CLIENT, kKerberos.oid, ours, "", true},
         {QXGSS_SERVER, kNtlm.oid, "", needed + "; then gss-ntlmssp loses memory", false},
@@ -220,6 +225,18 @@ TEST_F(Host, PutsToUseWhatMayBeAndSaysWhy) {
     std::filesystem::permissions(kUsers, std::filesystem::perms(0646));
     EXPECT_NE(configured_with(kNtlm.settings).find(kUsers + " can be written by others"), std::string::npos);
     std::filesystem::permissions(kUsers, std::filesystem::perms(0600));
+}
+
+TEST_F(Host, HasTheHostsStatuses) {
+    const Peer peer(kNtlm.name);
+    Outputs none, shown;
+    qxgss_OID_desc other{2, const_cast<char *>("\x2a\x03")};
+    OM_uint32 more = 7;
+    const OM_uint32 status = GSS_S_CALL_INACCESSIBLE_READ | GSS_S_NO_CONTEXT;
+    EXPECT_TRUE(peer.call(none, &Table::ftn_gssp_inquire_names_for_mech, &other, none.oids.out()).starts_with("0001"));
+    peer.table.ftn_gssp_display_status(nullptr, status, GSS_C_GSS_CODE, nullptr, &more, shown.buffer.out());
+    EXPECT_EQ(shown.text(), "A required input parameter could not be read; No context has been established");
+    EXPECT_EQ(more, 0U);
 }
 
 } // namespace
