@@ -58,7 +58,6 @@ std::vector<std::string> tokens_of_all() {
 class Mechanism : public testing::TestWithParam<Row> {
   protected:
     static void SetUpTestSuite() { configured(entries_of(kAll)); }
-    static void TearDownTestSuite() { qxgss_shutdown(nullptr); }
     const Row &row = GetParam();
     const RealMechanism &of = row.of;
     const Library &library = row.library;
@@ -163,19 +162,6 @@ TEST_P(Host, TakesNamesInEveryForm) {
     EXPECT_EQ(client.init(""), "00020000/E10000CD");
 }
 
-TEST_P(Host, ComparesChannelBindings) {
-    const std::string one = "channel one", two = "channel two";
-    qxgss_channel_bindings_desc at_client{}, at_server{};
-    at_client.application_data = view(one);
-    client.bindings = &at_client, server.bindings = &at_server;
-    for (const std::string &text : {one, two}) {
-        at_server.application_data = view(text);
-        EXPECT_EQ(established(client, server), text == one) << client.text() << server.text();
-    }
-    // gss-ntlmssp has no status of its own for that
-    EXPECT_EQ(server.said.substr(0, 8), &of == &kNtlm ? "00090000" : "00040000");
-}
-
 // With a credential or without: only the tokens of a mechanism that is accepted, and of the credential's.
 TEST_P(Host, AcceptsOnlyWhatItMay) {
     Peer none(client.info), initiating(client.info, of.logon);
@@ -196,8 +182,7 @@ TEST_P(Host, AcceptsOnlyWhatItMay) {
             EXPECT_TRUE(acceptor->context == nullptr && acceptor->token.empty());
         }
     server.forget();
-    EXPECT_EQ(server.accept(other.client.token).substr(0, 8), "00010000");
-    EXPECT_EQ(server.context, nullptr);
+    EXPECT_TRUE(server.accept(other.client.token).starts_with("00010000") && server.context == nullptr) << server.said;
 }
 
 // The name acquired, or "!" and a piece of the statuses and the text of the failure.
@@ -227,14 +212,12 @@ TEST(Logons, GiveTheNameOrTheWholeReason) {
     for (const auto &[of, logon, expected] : cases) {
         SCOPED_TRACE(of.name + " " + logon);
         Peer client(of.name);
-        const std::string said = client.acquire(logon);
-        if (expected[0] == '!') {
-            EXPECT_TRUE(client.failed() && client.credential == nullptr);
-            EXPECT_NE((said + ": " + client.text()).find(expected.substr(1)), std::string::npos) << client.text();
-            continue;
-        }
         OM_uint32 left = 0;
-        EXPECT_EQ(client.owner(&left), expected);
+        client.acquire(logon);
+        const std::string said = client.said + ": " + client.text(),
+                          owner = client.failed() ? "!" : client.owner(&left);
+        EXPECT_EQ(owner, expected[0] == '!' ? "!" : expected) << said;
+        EXPECT_TRUE(expected[0] != '!' || said.find(expected.substr(1)) != std::string::npos) << said;
         EXPECT_EQ(left, client.lifetime);
     }
 }
@@ -270,7 +253,6 @@ TEST(Client, AcceptsNobody) {
         EXPECT_TRUE(server.said.starts_with(statuses)) << server.said;
         EXPECT_PRED_FORMAT2(testing::IsSubstring, text, server.text());
     }
-    qxgss_shutdown(nullptr);
 }
 
 // ---- Without memory -------------------------------------------------------------------------------------------------
@@ -285,10 +267,7 @@ bool lacks_memory(const std::string &said) { // GSS_S_FAILURE with a minor statu
 // A failure comes with a text; the first one is lack of memory, later ones follow from it.
 void check_failure(const Peer &peer, const std::string &said) {
     Outputs text;
-    OM_uint32 more = 0;
-    const auto minor = static_cast<OM_uint32>(std::stoul(said.substr(9), nullptr, 16));
-    const std::string shown = outcome(peer.table.ftn_gssp_display_status, minor, GSS_C_MECH_CODE, peer.info.pMechOid,
-                                      &more, text.buffer.out());
+    const std::string shown = peer.display(said, text);
     EXPECT_TRUE(text.any() ? shown.starts_with("0000") : lacks_memory(shown)) << said << ", " << shown;
     EXPECT_TRUE(failed || lacks_memory(said)) << said << ", " << text.text();
     failed = true;

@@ -147,11 +147,14 @@ struct Peer {
 
     bool failed() const { return said.compare(0, 4, "0000") != 0; }
     bool complete() const { return said.compare(0, 8, "00000000") == 0; }
-    std::string text(const std::string &of) const {
-        Outputs out;
+    std::string display(const std::string &of, Outputs &out) const {
         OM_uint32 more = 0;
         const auto minor = static_cast<OM_uint32>(std::stoul("0" + of.substr(of.find('/') + 1), nullptr, 16));
-        table.ftn_gssp_display_status(nullptr, minor, GSS_C_MECH_CODE, info.pMechOid, &more, out.buffer.out());
+        return outcome(table.ftn_gssp_display_status, minor, GSS_C_MECH_CODE, info.pMechOid, &more, out.buffer.out());
+    }
+    std::string text(const std::string &of) const {
+        Outputs out;
+        display(of, out);
         return out.text();
     }
     std::string text() const { return text(said); }

@@ -110,7 +110,6 @@ TEST_P(Scram, RefusesAnotherAuthorizationIdentity) {
 }
 
 TEST_P(Scram, SaysWhatIsWrongWithTheVerifiersFile) {
-    const std::string salt = ":1: SALT must be 1 to 32 bytes in base64";
     const std::string head = "joe:{" + name() + "}", good = head + "4096,84W8Vq2rDQlfWHOD" + keys_ + "\n";
     const std::string form = ": expected USER:{MECHANISM}ITERATIONS,SALT,STOREDKEY,SERVERKEY";
     const std::pair<std::string, std::string> cases[] = {
@@ -120,7 +119,7 @@ TEST_P(Scram, SaysWhatIsWrongWithTheVerifiersFile) {
         {head + "4096,84W8Vq2rDQlfWHOD," + key_, ":1" + form},
         {"joe:{SCRAM-SHA-512}4096,YQ==" + keys_, ":1: unknown mechanism SCRAM-SHA-512"},
         {head + "4095,YQ==" + keys_, ":1: ITERATIONS must be a number from 4096 to 1000000"},
-        {head + "4096," + std::string(44, 'A') + keys_, salt},
+        {head + "4096," + std::string(44, 'A') + keys_, ":1: SALT must be 1 to 32 bytes in base64"},
         {head + "4096,YQ==,YQ==," + key_, ":1: STOREDKEY must be " + bytes_},
         {head + "4096,YQ==," + key_ + ",", ":1: SERVERKEY must be " + bytes_},
         {head + "4096,YQ==" + keys_ + ",00ff",
@@ -131,12 +130,11 @@ TEST_P(Scram, SaysWhatIsWrongWithTheVerifiersFile) {
         const std::string file = folder_.file("verifiers", content);
         EXPECT_EQ(configure_file(file), wrong.empty() ? "" : file + wrong) << content;
     }
-    for (const auto &[mode, warning] :
-         {std::pair{0640, " can be"}, {0604, " can be read by everybody"}, {0620, " can be written by"}}) {
-        const std::string file = folder_.file("verifiers", good);
+    const std::string file = folder_.file("verifiers", good);
+    for (const auto &[mode, warns] : {std::pair{0640, false}, {0604, true}, {0620, true}}) {
         std::filesystem::permissions(file, std::filesystem::perms(mode));
         EXPECT_EQ(configure_file(file), "");
-        EXPECT_EQ(said_.find(name() + ": " + file + warning) != std::string::npos, mode != 0640) << said_;
+        EXPECT_EQ(said_.find(name() + ": " + file + " can be ") != std::string::npos, warns) << said_;
     }
     EXPECT_EQ(configure_file(folder_.path + "/missing"), folder_.path + "/missing: No such file or directory");
     EXPECT_EQ(configure_file(folder_.path), folder_.path + ": Is a directory");
