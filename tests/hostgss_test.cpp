@@ -1,5 +1,6 @@
 // What the adapter for the host's mechanisms adds to what every mechanism keeps: NTLM that nobody can use without a
 // password, names and limits of it, single sign-on, and which mechanisms are put to use.
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -144,6 +145,33 @@ TEST_F(Ntlm, NamesAUserInOneWay) {
     std::ofstream(kUsers) << usual;
 }
 
+// The host's library reads where a field says that it is.
+TEST(NtlmMessage, HasItsFieldsBehindItsHeaderAndInside) {
+    using enum hostgss::NtlmMessage;
+    constexpr OM_uint32 any = 0xFFFF;
+    // The length of the header; of each field where its length stands, and what it may be.
+    const std::tuple<hostgss::NtlmMessage, OM_uint32, std::vector<std::array<OM_uint32, 3>>> cases[] = {
+        {kNegotiate, 32, {{16, 0, any}, {24, 0, any}}},
+        {kChallenge, 48, {{12, 1, any}, {40, 0, any}}},
+        {kAuthenticate, 64, {{12, 0, any}, {20, 44, any}, {28, 0, any}, {36, 0, any}, {44, 0, any}, {52, 16, 16}}}};
+    for (const auto &[type, header, fields] : cases) {
+        std::string message = "NTLMSSP" + std::string(121, '\0');
+        message[8] = static_cast<char>(type);
+        for (const auto &[at, least, most] : fields)
+            message.replace(at, 8, octets(least, 4) + octets(header, 4));
+        EXPECT_TRUE(check_ntlm_message(message.substr(0, header - 1), type).failed());
+        for (const auto &[at, least, most] : fields)
+            for (const OM_uint32 length : {0U, 1U, 15U, 16U, 17U, 43U, 44U, 64U, 65U, any})
+                for (const OM_uint32 offset : {0U, header - 1, header, 128 - length, 129 - length, 129U, ~0U}) {
+                    const std::string changed =
+                        std::string(message).replace(at, 8, octets(length, 4) + octets(offset, 4));
+                    const bool inside = length == 0 || (offset >= header && 0UL + offset + length <= message.size());
+                    EXPECT_EQ(check_ntlm_message(changed, type).failed(), length < least || length > most || !inside)
+                        << header << " " << at << " " << length << " at " << offset;
+                }
+    }
+}
+
 // A user of the host's NTLM, as the client has written the name.
 TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
     const std::string two = "A:alice:x\nb:Alice:y\n", hashes = ":1:h:h:u\n", none = "none", unset = "unset", refused;
@@ -162,8 +190,8 @@ TEST(NtlmName, IsThatOfTheOneAccountThatItCanMean) {
         {none, "dOm\\bOb", "DOM\\bob"},
         {none, "dom.example\\bob", refused},
         {none, "DOM\\bob@dom.example", refused},
-        {unset, "dom\\Bob", "DOM\\bob"},
-        {".", "DOM\\bob", refused}, // a folder
+        {".", "DOM\\bob", refused},      // a folder
+        {unset, "dom\\Bob", "DOM\\bob"}, // whatever that has left in errno
     };
     const Folder folder;
     for (const auto &[users, shown, name] : cases) {
