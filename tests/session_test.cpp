@@ -131,6 +131,21 @@ TEST_F(Configured, ReplaysReorderingAndBareEndsAreRefused) {
     }
 }
 
+// What a stranger says of an end is never the server's own verdict; a client hears who says it.
+TEST_F(Configured, TheReasonOfAnEndIsItsSenders) {
+    configure(kScram);
+    for (char reason = 1; reason != 6; ++reason) {
+        Ends pair(kScram.logon);
+        pair.client.step({});
+        for (SessionEnd *end : {&pair.client, &pair.server})
+            end->step(std::string{kEnd, reason});
+        EXPECT_EQ(pair.server.facts().Failure, QXGSS_SESSION_FAILURE_PEER);
+        EXPECT_EQ(pair.failure().find("the client ended it"), 0U);
+        EXPECT_NE(std::string(pair.client.facts().pszFailure).find("the server "), std::string::npos);
+        EXPECT_NE(pair.client.facts().Failure, QXGSS_SESSION_FAILURE_PEER);
+    }
+}
+
 // Each allocation of a step fails in turn; the step then fails, and the session with it.
 TEST_F(Configured, LackOfMemoryEndsASession) {
     configure(kScram);
