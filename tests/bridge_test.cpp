@@ -153,6 +153,17 @@ TEST_F(Bridge, APeerThatDoesNotOfferIsRefusedUnlessTheConfigurationLetsItBe) {
     }
 }
 
+TEST_F(Bridge, TheOfferIsAnElementThatOthersPassOver) {
+    configure(1);
+    scripted::script().at('A', kServer).delegates = false;
+    Session session("A", "A");
+    const Outcome answer = session.server.call(bridge::with_offer(session.client.call("").token));
+    EXPECT_EQ(answer.statuses(), kDone);
+    EXPECT_EQ(session.client.call(bridge::with_offer(answer.token)).statuses(), kDone);
+    std::string within("\xa0\x05\x82\x03\x9e\x01\x01"); // another element's contents
+    EXPECT_FALSE(bridge::take_offer(within));
+}
+
 TEST_F(Bridge, AFailedContextDoesNothingMoreAndTellsWhy) {
     configure(3);
     scripted::script().at('A', kServer).failing_call = 2;
