@@ -9,13 +9,6 @@ namespace {
 
 using namespace harness;
 
-std::string letters(const NegMechList_desc &list) {
-    std::string out;
-    for (OM_uint32 i = 0; i < list.Count; ++i)
-        out += pMechInfo[list.pNegMech[i].MechIndex].pszMechName;
-    return out;
-}
-
 std::string dotted(const qxgss_OID_set set) {
     std::string out;
     for (std::size_t i = 0; i < set->count; ++i)
@@ -45,32 +38,18 @@ TEST_F(EntryPoints, OidSetsAreWhatConfigurationMade) {
     pMechInfo[0].pszMechName = name;
 }
 
-TEST_F(EntryPoints, TheListIsInOrderOfPreference) {
-    const std::pair<std::vector<Mechanism>, const char *> rows[] = {
-        {kStandard, "ABCD"},
-        {{{'A', false, false, false, 1}, {'B', false, false, false, 1}, {'C', true, false, false, 5}}, "CBA"},
-        {{{'A', true, false, false, 3}, {'B', true, false, false, -3}, {'C', false, false, false, 1}}, "BAC"},
-        {{{'B', true, false, false, 7}, {'A', true, false, false, 7}, {'D', false, true, true, 0}}, "BAD"},
-    };
-    for (const auto &[mechanisms, expected] : rows) {
-        OM_uint32 major = 0;
-        ASSERT_EQ(configure(&major, configuration(mechanisms)), "");
-        EXPECT_EQ(letters(QxnegoMechList), expected);
-    }
-    const NegMechEntry_desc &last = QxnegoMechList.pNegMech[2];
-    EXPECT_TRUE(last.AuthenticationSupported == 0 && last.AuthorizationSupported == 1 && last.SingleSignOn == 1);
-}
-
-TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheListAndTheOthersAreToldWhy) {
+TEST_F(EntryPoints, WhatQualifiesIsListedInOrderAndTheOthersAreToldWhy) {
     const auto listed = [](const std::string &text, const auto &alter) {
         OM_uint32 major = 0;
         EXPECT_EQ(configure(&major, text), "");
         alter();
         NegMechList_desc list{};
         EXPECT_EQ(QXNEGO_INT_InitNegMechList(nullptr, &list), GSS_S_COMPLETE);
-        const std::string out = letters(list);
-        for (OM_uint32 i = 0; i < list.Count; ++i)
-            EXPECT_EQ(list.pNegMech[i].IsFirstOfOid, out.find(out[i]) == i) << out << i;
+        std::string out;
+        for (OM_uint32 i = 0; i < list.Count; ++i) {
+            out += pMechInfo[list.pNegMech[i].MechIndex].pszMechName;
+            EXPECT_EQ(list.pNegMech[i].IsFirstOfOid, out.find(out[i]) == i) << out;
+        }
         std::free(list.pNegMech);
         return out;
     };
@@ -80,6 +59,15 @@ TEST_F(EntryPoints, OnlyWhatQualifiesIsInTheListAndTheOthersAreToldWhy) {
         EXPECT_EQ(QXNEGO_inquire_candidate(nullptr, index, &reason), GSS_S_COMPLETE);
         return std::string(reason == nullptr ? "" : reason);
     };
+    const std::pair<std::vector<Mechanism>, const char *> orders[] = {
+        {{{'A', false, false, false, 1}, {'B', false, false, false, 1}, {'C', true, false, false, 5}}, "CBA"},
+        {{{'A', true, false, false, 3}, {'B', true, false, false, -3}, {'C', false, false, false, 1}}, "BAC"},
+        {{{'B', true, false, false, 7}, {'A', true, false, false, 7}, {'D', false, true, true, 0}}, "BAD"},
+    };
+    for (const auto &[mechanisms, in_order] : orders)
+        EXPECT_EQ(listed(configuration(mechanisms), [] {}), in_order);
+    const NegMechEntry_desc &last = QxnegoMechList.pNegMech[2];
+    EXPECT_TRUE(last.AuthenticationSupported == 0 && last.AuthorizationSupported == 1 && last.SingleSignOn == 1);
     for (const std::string property :
          {", rank = 20", "authentication = true,", "authorization = false,", "single_sign_on = true,"}) {
         std::string text = configuration();
