@@ -97,17 +97,14 @@ bool forbids(const std::string &user, char letter) {
            user[4] != letter - 'A' + 'a';
 }
 
-// Whether the server's policy and its rules for authorization let whom the negotiation is for use that mechanism.
+// Whether the server's policy and its rules for authorization let whom the negotiation is for use that mechanism. Of
+// single sign-on only the rules can be asked: later tokens may name others than the one whom the policy was asked
+// about.
 bool is_allowed(const NegContext_desc &negotiation, char letter) {
-    using support::text_of;
     if (letter == 'B' && negotiation.UserNameBuf.length + negotiation.ProfileNameBuf.length != 0)
         return false;
-    if (negotiation.UserNameBuf.length != 0)
-        return !forbids(text_of(negotiation.UserNameBuf), letter);
-    bool allowed = !forbids(text_of(negotiation.AuthenticationIdBuf), letter);
-    for (OM_uint32 i = 0; i < negotiation.NegMechList.Count && negotiation.IsSso != 0; ++i)
-        allowed |= !forbids(text_of(negotiation.NegMechList.pNegMech[i].SsoAuthenticationIdBuf), letter);
-    return allowed;
+    const bool has_user = negotiation.UserNameBuf.length != 0;
+    return !forbids(support::text_of(has_user ? negotiation.UserNameBuf : negotiation.AuthenticationIdBuf), letter);
 }
 
 class Conversation {

@@ -94,7 +94,7 @@ class Peer {
     Outcome call(std::string_view token) { return call(token, side_); }
     Outcome call(std::string_view token, Side role);
 
-    // Deletes the context, if there is one.
+    // Deletes the context, if there is one; the statuses.
     std::string end();
 
     NegContext_desc &negotiation() const { return static_cast<QxnegoSecCtx_int_t>(context)->NegCtx; }
